@@ -1,0 +1,55 @@
+// Volumes along a ray: the samples of all atmosphere shaders, sorted by depth and composited front to back.
+#pragma once
+
+#include "core/render_state.h"
+
+/// One sample of one volume on the ray in hand.
+struct trAtmosSample {
+  trAtmosShader* owner = nullptr;
+  trVector position;
+  double distance = 0;      ///< from the ray's origin, metres
+  void* rayData = nullptr;  ///< the owner's record of the ray
+  int index = 0;            ///< the owner's sample number; -1 marks an opaque stop
+  trFCol colourDirect, colourEnviro;
+  trFCol opacityDirect, opacityEnviro;
+  /// What the integrator has left of the ray's transmission at this sample.
+  trFCol throughput{1.0f};
+};
+
+/// Collects and composites. Per-thread state; reused from ray to ray without allocating.
+class OV_API trAtomicIntegrator {
+ public:
+  trAtomicIntegrator();
+  ~trAtomicIntegrator();
+  trAtomicIntegrator(const trAtomicIntegrator&) = delete;
+  trAtomicIntegrator& operator=(const trAtomicIntegrator&) = delete;
+
+  /// Starts over for the ray of `state`.
+  void Begin(trRenderState& state);
+  /// Adds a sample of `owner` at a point of the ray; null when the ray has as many as it takes. The pointer
+  /// holds until the next call.
+  trAtmosSample* AddSample(trAtmosShader* owner, const trVector& position);
+
+  struct Result {
+    trFCol direct, enviro;
+    trFCol transmittance{1.0f};
+    trFCol Colour() const { return direct + enviro; }
+  };
+  /// Runs the volumes over the state's ray: samples, sorts, evaluates and composites. The volumes
+  /// records of the ray are kept for the next one.
+  Result Integrate(trRenderState& state, const std::vector<trAtmosShader*>& volumes);
+  int NumSamples() const { return static_cast<int>(samples_.size()); }
+  const trAtmosSample& Sample(int i) const { return samples_[i]; }
+  /// Frees every volume's record. Called before the volumes may be changed or destroyed.
+  void FreeRayData();
+
+ private:
+  struct Slot {
+    trAtmosShader* volume;
+    void* rayData;
+  };
+  std::vector<trAtmosSample> samples_;
+  std::vector<int> order_;
+  std::vector<Slot> slots_;
+  trVector origin_, direction_;
+};

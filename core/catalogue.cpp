@@ -1,0 +1,55 @@
+// The catalogue of built classes, in registration order. catalogue.txt beside it lists every class there is
+// to be.
+#include "core/catalogue.h"
+
+#include "atmosphere/planet_atmosphere.h"
+#include "fractal/fractal_warp_shader.h"
+#include "fractal/power_fractal_shader.h"
+#include "fractal/transform_shaders.h"
+#include "fractal/vortex_warp_shader.h"
+#include "fractal/warp_shaders.h"
+#include "objects/planet.h"
+#include "objects/planet_surface_shader.h"
+#include "objects/sphere_geometry_shader.h"
+#include "surface/compute_terrain.h"
+#include "surface/lambert_shader.h"
+#include "surface/visualise.h"
+
+namespace {
+
+struct Row {
+  const char* category;
+  const char* name;
+  trBase* (*create)();
+};
+
+const Row kRows[] = {
+    {"shader/surface", "lambert_shader", trCreateNode<LambertShader>},
+    {"shader/atmosphere", "planet_atmosphere", trCreateNode<PlanetAtmosphere>},
+    {"hidden", "planet_surface_shader", trCreateNode<PlanetSurfaceShader>},
+    {"shader/displacement", "power_fractal_shader_v3", trCreateNode<PowerFractalShaderV3>},
+    {"shader/colour", "power_fractal_shader_v3", trCreateNode<PowerFractalShaderV3>},
+    {"shader/transform", "transform_input_shader", trCreateNode<TransformInputShader>},
+    {"shader/transform", "transform_merge_shader", trCreateNode<TransformMergeShader>},
+    {"hidden", "transform_shader", trCreateNode<TransformMergeShader>},
+    {"shader/transform", "fractal_warp_shader", trCreateNode<FractalWarpShader>},
+    {"shader/colour", "visualise_normal", trCreateNode<VisualiseNormal>},
+    {"shader/colour", "visualise_tex_coords", trCreateNode<VisualiseTexCoords>},
+    {"shader/transform", "vortex_warp_shader", trCreateNode<VortexWarpShader>},
+    {"shader/transform", "warp_input_shader", trCreateNode<WarpInputShader>},
+    {"shader/transform", "warp_merge_shader", trCreateNode<WarpShader>},
+    {"hidden", "warp_shader", trCreateNode<WarpShader>},
+    {"hidden", "sphere_geometry_shader", trCreateNode<SphereGeometryShader>},
+    {"shader/utility", "tex_coords_from_XYZ", trCreateNode<TexCoordsFromXYZ>},
+    {"shader/utility", "compute_normal", trCreateNode<ComputeNormal>},
+    {"shader/utility", "compute_terrain", trCreateNode<ComputeTerrain>},
+    {"object/displaceable", "planet", trCreateNode<Planet>},
+};
+
+}  // namespace
+
+void RegisterCatalogue(trPluginToken& token) {
+  for (const Row& row : kRows)
+    token.AddClass(trString(row.category), trString(row.name), row.create, trDestroyNode, trString());
+  trClasses.AddClassNameRedirect("get_instance_vector", "get_object_vector");
+}

@@ -1,0 +1,93 @@
+// Declarations and evaluations that many classes repeat, said once.
+#pragma once
+
+#include <optional>
+
+#include "core/guarded.h"
+#include "core/render_state.h"
+
+/// Sets a hint's limits; what isn't given stays unset.
+struct trRange {
+  std::optional<double> min, max, focusPower, focusValue;
+};
+inline void SetRange(trHint& hint, trBase* owner, const trRange& range) {
+  if (range.min) hint.SetParam("min_value", *range.min, owner, 1);
+  if (range.max) hint.SetParam("max_value", *range.max, owner, 1);
+  if (range.focusValue) hint.SetParam("focus_value", *range.focusValue, owner, 1);
+  if (range.focusPower) hint.SetParam("focus_power", *range.focusPower, owner, 1);
+}
+
+/// Fills a menu whose stored values are the given ones.
+inline void SetMenu(trIntHint& hint, trBase* owner, std::initializer_list<trIntHint::MenuItem> items) {
+  hint.SetParam("do_menu", 1, owner, 1);
+  int item = 0;
+  for (const auto& entry : items) hint.SetMenuItemTextAndValue(item++, entry.text, entry.value);
+}
+
+/// Old parameter spellings of a class, in a table ended by null: forwards to the new name.
+struct trAlias {
+  const char* oldName;
+  const char* newName;
+};
+template <size_t N>
+const char* ResolveAlias(const trAlias (&aliases)[N], const char* name) {
+  for (const trAlias& alias : aliases)
+    if (trString(name) == alias.oldName) return alias.newName;
+  return name;
+}
+
+/// The mask of a shader: `blend_by_shader`, `blending_shader`, `fit_blendshader_to_this`,
+/// `invert_blendshader`.
+class trMask {
+ public:
+  /// Declares the four parameters on `node`.
+  void Declare(trBase* node, unsigned char fitDefault) {
+    node->Param(use_, "blend_by_shader", 0).Display("Mask by shader");
+    node->Gui(trGuiRowOpen);
+    node->Gui(trGuiRowClose);
+    node->Param(shader_, "blending_shader", "").Display("Mask shader");
+    node->Gui(trGuiIndentOpen);
+    node->Param(fit_, "fit_blendshader_to_this", fitDefault).Display("Fit mask to this");
+    node->Gui(trGuiGapSmall);
+    node->Param(invert_, "invert_blendshader", 0).Display("Invert mask");
+    node->Gui(trGuiIndentClose);
+    node->AddGuiAction({"blend_by_shader"}, {"blending_shader"}, 3);
+    node->AddGuiAction({"blend_by_shader"}, {"fit_blendshader_to_this", "invert_blendshader"}, 2);
+  }
+
+  /// A link the user made or cut switches the mask on or off. Called from OnParamChanged.
+  void OnParamChanged(trBase* node, long index, trBase* who) const {
+    if (who != trWhoUser && who != trWhoUserIndirect) return;
+    if (!node->IsParam(index, &shader_)) return;
+    const bool linked = !shader_.FileStringR().empty();
+    if (linked != (use_ != 0)) node->SetParam("blend_by_shader", linked, trWhoSystem);
+  }
+
+  bool IsOn() const { return use_ != 0; }
+  const trShader* Link() const { return Shader(); }
+
+  /// The mask at the state as a number into `m`, 1 without a mask; false when it is on and leads nowhere.
+  /// `inverseFeatureScale` is the reciprocal of the masked shader's feature scale.
+  bool Evaluate(trShadingInterface& si, double inverseFeatureScale, float& m) const {
+    m = 1.0f;
+    if (!use_) return true;
+    trShader* shader = Shader();
+    if (!shader) return false;
+    trFCol colour;
+    if (fit_) {
+      const trVector scaled = si.P() * inverseFeatureScale;
+      colour = si.RenderState().CallShaderCd(shader, true, &scaled, nullptr);
+    } else {
+      colour = shader->FColValueTS(si);
+    }
+    m = Luminance(colour);
+    if (invert_) m = 1.0f - m;
+    return true;
+  }
+
+ private:
+  trShader* Shader() const { return static_cast<trShader*>(shader_.LinkedNode(true)); }
+
+  unsigned char use_ = 0, fit_ = 0, invert_ = 0;
+  trShaderLink shader_;
+};

@@ -1,0 +1,35 @@
+// The project: root of a node graph.
+#pragma once
+
+#include "core/node.h"
+
+/// The root node: frames, the active shadable object, and where the project's files lie. Main thread only.
+class OV_API juProject : public trBase {
+ public:
+  juProject();
+
+  /// The project that `node` belongs to, or null.
+  static juProject* Of(const trBase* node);
+
+  /// The object that shaders take for the ground: normally the planet. Null where there is none.
+  trBase* PActiveShadableObject() const { return activeShadableObject_.LinkedNode(); }
+  void SetActiveShadableObject(trBase* object);
+  /// The camera of the project's first render node, else the first camera; null where there is none.
+  trBase* PActiveCameraNode() const;
+
+  /// Folder against which relative file names are resolved; empty for a project never saved.
+  const trString& Folder() const { return folder_; }
+  void SetFolder(const trString& folder) { folder_ = folder; }
+
+ private:
+  long startFrame_, endFrame_;
+  double currentFrame_, framesPerSecond_;
+  trNodeLink activeShadableObject_;
+  trString folder_;
+};
+
+/// Bracket a paste of nodes into the project.
+OV_API void PreNodePaste(trBase* parent);
+OV_API void PostNodePaste(trBase* parent);
+/// Asks whoever shows a 3D preview to draw it again.
+OV_API void trRequest3DPreviewUpdate();

@@ -1,0 +1,175 @@
+// What evaluation may ask of a render: the ray in hand, lights, nested shader calls, rays.
+#pragma once
+
+#include <functional>
+#include <vector>
+
+#include "core/shader.h"
+
+class trVoxelLightingSystem;
+class trRenderState;
+
+/// A view: a perspective camera with its raster.
+struct trView {
+  trVector eye, right{1, 0, 0}, up{0, 1, 0}, forward{0, 0, -1};
+  double tanHalfHorizontal = 0.5, tanHalfVertical = 0.5;
+  int width = 1, height = 1;
+  double nearClip = 0.01;
+
+  /// Angle that one pixel subtends at the picture's centre, radians.
+  double PixelAngularSize() const { return 2.0 * tanHalfHorizontal / width; }
+};
+
+/// A light as shaders see it. Thread-safe.
+class OV_API trLightState {
+ public:
+  virtual ~trLightState() = default;
+  /// Unit vector towards the light, from `point` or for a light at infinity.
+  virtual trVector Dir() const = 0;
+  virtual trVector Dir(const trVector& point) const = 0;
+  /// Where a shadow ray from `point` ends; `distance` gets its length, metres.
+  virtual trVector TracePos(const trVector& point, double& distance) const = 0;
+  virtual double AngularRadiusInRadians(const trVector& point) const = 0;
+  virtual double SoftShadowAngularRadiusInRadians() const = 0;
+  /// The light's colour at `point`, dimmed by what stands between: surfaces and volumes as the light's
+  /// switches and the state's ray-traced-shadow flag say. `spot` is the extent over which the answer may be
+  /// shared, metres. In units of the radiance of a white diffuse surface that faces the light.
+  virtual trFCol Intensity(trRenderState& state, const trVector& point, const trVector& spot) const = 0;
+  /// The same for an answer whose precision may be reduced to `precision` per channel.
+  virtual trFCol DEV_IntensityOptimised(trRenderState& state, const trVector& point, const trVector& spot,
+                                        const trVector& viewVector, const trFCol& precision) const = 0;
+  virtual bool IsEnviroLight() const = 0;
+  virtual bool DoShadowsFromAtmosphere() const = 0;
+  virtual bool DoShadowsFromSurfaces() const = 0;
+  virtual bool DoGlowInAtmosphere() const = 0;
+  virtual bool DoSpecularHighlights() const = 0;
+};
+
+/// What a renderer does for a render state. Implemented by the host; a test may bring its own. Thread-safe.
+class OV_API trRenderServices {
+ public:
+  virtual ~trRenderServices() = default;
+  virtual int NumLights() const = 0;
+  virtual const trLightState* Light(int index) const = 0;
+  /// Radiance along a ray; `quick` takes a coarser answer.
+  virtual trFCol Trace(trRenderState& state, const trVector& origin, const trVector& direction,
+                       bool quick) = 0;
+  /// Opacity between two points, 0 to 1.
+  virtual trFCol TraceOpacity(trRenderState& state, const trVector& from, const trVector& to) = 0;
+  virtual trFCol DirectDiffuse(trRenderState& state, const trVector& point, const trVector& normal) = 0;
+  virtual trFCol IndirectDiffuse(trRenderState& state, const trVector& point, const trVector& normal) = 0;
+  /// Sky light at a point of the air: mean radiance from the upper and from the lower half space.
+  virtual void EnviroInAtmosphere(trRenderState& state, const trVector& point, const trVector& spot,
+                                  trFCol& above, trFCol& below) = 0;
+  virtual double SpotSize(const trVector& point) const = 0;
+  virtual bool IsPausingOrAborting() const = 0;
+  virtual bool IsProgressiveRenderer() const { return false; }
+  virtual trVoxelLightingSystem* VoxelLighting() { return nullptr; }
+};
+
+/// A thread's ray and shader services. Per-thread state.
+class OV_API trRenderState {
+ public:
+  trRenderState(trRenderServices& services, trShadingInterface& shading);
+
+  trShadingInterface& Shading() { return shading_; }
+
+  // --- Nested evaluation
+  // ----------------------------------------------------------------------------------------
+  /// Runs `shader` at `point` (all the state's points; the normals too where `normal` isn't null) and returns
+  /// the displaced point or the colour; the state comes back as it was. With `moveTexture` false Pt and Ptg
+  /// stay.
+  trVector CallDisplacement(trShader* shader, bool moveTexture, const trVector* point,
+                            const trVector* normal);
+  /// The same for a point on a plane: what the shader does along the normal, without the normal's own change.
+  trVector CallDisplacementOnPlane(trShader* shader, bool moveTexture, const trVector* point,
+                                   const trVector* normal);
+  trFCol CallShaderCd(trShader* shader, bool moveTexture, const trVector* point, const trVector* normal);
+  /// Clears colour, opacity and alpha results ahead of a nested call.
+  void ResetShadeAttributesCOA() { shading_.ResetResults(); }
+
+  // --- Light
+  // ------------------------------------------------------------------------------------------------------
+  int NumLights() const { return services_.NumLights(); }
+  const trLightState* Light(int index) const { return services_.Light(index); }
+  trFCol TraceColor(const trVector& origin, const trVector& direction) {
+    return services_.Trace(*this, origin, direction, false);
+  }
+  trFCol QuickTraceColor(const trVector& origin, const trVector& direction) {
+    return services_.Trace(*this, origin, direction, true);
+  }
+  trFCol TraceOpacity(const trVector& from, const trVector& to) {
+    return services_.TraceOpacity(*this, from, to);
+  }
+  trFCol DirectDiffuseLighting(const trVector& point, const trVector& normal) {
+    return services_.DirectDiffuse(*this, point, normal);
+  }
+  trFCol IndirectDiffReflLighting(const trVector& point, const trVector& normal) {
+    return services_.IndirectDiffuse(*this, point, normal);
+  }
+  trFCol IndirectDiffTransLighting(const trVector& point, const trVector& normal) {
+    return services_.IndirectDiffuse(*this, point, -normal);
+  }
+  void EnviroIlluminationInAtmosphereAniso(const trVector& point, const trVector& spot, trFCol& above,
+                                           trFCol& below) {
+    services_.EnviroInAtmosphere(*this, point, spot, above, below);
+  }
+  /// Size of a micropolygon at a point of the world, metres: about a pixel there.
+  double MicropolySpotSize(const trVector& point) const { return services_.SpotSize(point); }
+  bool IsPausingOrAborting() const { return services_.IsPausingOrAborting(); }
+  bool IsAProgressiveRenderer() const { return services_.IsProgressiveRenderer(); }
+  trVoxelLightingSystem* VoxelLightingSystem() { return services_.VoxelLighting(); }
+
+  // --- The ray in hand
+  // -----------------------------------------------------------------------------------------
+  struct Ray {
+    trVector origin, end;
+    int depth = 1;              ///< 1 for camera rays
+    bool wantsColour = true;    ///< false for rays that only ask how much comes through
+    bool tracesShadows = true;  ///< whether light in volumes is shadowed by surfaces
+    bool limitsEnviro = true;   ///< no sky light in volumes from depth 3 on
+    bool optimisedLighting = false;
+    double quality = 1.0;         ///< 0 to 1: how much of the budget this ray deserves
+    double pixelAngularSize = 0;  ///< radians
+    double pixelFactor = 1.0;
+  };
+  Ray& CurrentRay() { return ray_; }
+  const Ray& CurrentRay() const { return ray_; }
+  /// A unit draw of the render, both ends included.
+  double Random() { return shading_.RandDouble(); }
+
+ private:
+  trRenderServices& services_;
+  trShadingInterface& shading_;
+  Ray ray_;
+};
+
+/// Settings of global illumination that shaders ask for.
+struct trRenderGISettings {
+  bool writesVoxels = false;
+  bool ShouldWriteVoxels() const { return writesVoxels; }
+};
+
+/// The argument of StartRender, FinishRender and PrepareAtmosphere. Main thread only.
+class OV_API trRenderingInterface {
+ public:
+  trRenderingInterface(trRenderState& state, int numThreads, const trView* view,
+                       trRenderContext::Context context)
+      : state_(state), numThreads_(numThreads), view_(view), context_(context) {}
+  trRenderState& RenderState() { return state_; }
+  int NumThreads() const { return numThreads_; }
+  const trView* PMainView() const { return view_; }
+  const trRenderGISettings& GISettings() const { return gi_; }
+  trRenderContext::Context RenderContext() const { return context_; }
+  /// Work to do on render threads before the first pixel; a task returns false when it was stopped.
+  void AddTaskToPrepass(std::function<bool(trRenderState&)> task) { prepass_.push_back(std::move(task)); }
+  const std::vector<std::function<bool(trRenderState&)>>& PrepassTasks() const { return prepass_; }
+
+ private:
+  trRenderState& state_;
+  int numThreads_;
+  const trView* view_;
+  trRenderContext::Context context_;
+  trRenderGISettings gi_;
+  std::vector<std::function<bool(trRenderState&)>> prepass_;
+};

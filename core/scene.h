@@ -1,0 +1,223 @@
+// Geometry on its way to the renderer: indexed triangles, materials, groups, particles, volumes.
+//
+// Tables are indexed from 1; 0 is the failure of an Add and the absence of an entry. A scene is filled on one
+// thread; after PrepForRender it is read-only and many threads may read it.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "core/render_state.h"
+#include "core/transform.h"
+
+class trScene;
+class trSceneMaker;
+class trParticleInflator;
+
+struct trPoint {
+  trVector position;  ///< object space
+};
+struct trNormal {
+  trVector direction;
+};
+struct trTexVert {
+  trVector uvw;
+};
+
+/// Three corners; a pair of consecutive triangles (a, b, c), (a, c, d) is a quad to the dicer.
+struct trTri {
+  std::int32_t point[3] = {0, 0, 0};
+  std::int32_t texVert[3] = {0, 0, 0};
+  std::int32_t normal[3] = {0, 0, 0};
+  std::int32_t material = 0;
+  std::int32_t part = -1;
+  std::int32_t flags = 0;
+};
+static_assert(sizeof(trTri) == 48);
+
+/// What covers a surface. The geometry shader makes the surface out of the mesh, the surface shader displaces
+/// and colours it, the third is spare.
+class OV_API trMaterial {
+ public:
+  trMaterial() = default;
+  trMaterial(trGeometryShader* geometry, trShader* surface, trShader* extra, float displacementTolerance)
+      : geometryShader(geometry),
+        surfaceShader(surface),
+        extraShader(extra),
+        displacementTolerance(displacementTolerance) {}
+  /// Displaces the state's sample by the geometry shader, then by the surface shader.
+  long GeometryDisplace(trRenderState& state) const;
+
+  std::int32_t id = 0;
+  trString name;
+  trGeometryShader* geometryShader = nullptr;
+  trShader* surfaceShader = nullptr;
+  trShader* extraShader = nullptr;
+  /// How much the surface is expected to move, relative to the planet's default; scales dicing margins.
+  float displacementTolerance = 1.0f;
+};
+
+class OV_API trGeomGroup {
+ public:
+  trGeomGroup(trString name, std::shared_ptr<trScene> scene)
+      : name_(std::move(name)), scene_(std::move(scene)) {}
+  const trString& Name() const { return name_; }
+  const std::shared_ptr<trScene>& Subscene() const { return scene_; }
+  bool CastsShadows() const;
+  bool IsVisibleInReflections() const;
+  bool IsVisibleOrHoldoutInRayTracer() const;
+
+ private:
+  trString name_;
+  std::shared_ptr<trScene> scene_;
+};
+
+struct trParticle {
+  trVector position;
+  long index = 0;  ///< meaningful to the inflator
+};
+
+enum class trSceneVisibilityMode { kVisible = 0, kHoldout = 1, kInvisible = 2 };
+
+/// Mixed into a scene maker that owns particles; tells what stands at each. Thread-safe.
+class OV_API trParticleInflator {
+ public:
+  virtual ~trParticleInflator() = default;
+  virtual trBoundingBox InstanceBoundingBox(const trParticle& particle) const = 0;
+  virtual long InflateInstanceElement(const trParticle& particle, trScene& into) const = 0;
+  virtual bool IntersectInstance(const trParticle& particle, const trVector& origin,
+                                 const trVector& direction, double& distance) const = 0;
+  virtual trFCol ParticleDiffuseTint(const trParticle&) const { return trFCol(1.0f); }
+  virtual trFCol ParticleLuminosityTint(const trParticle&) const { return trFCol(1.0f); }
+  virtual void ApplyTintToCd(const trParticle& particle, trFCol& colour) const {
+    colour *= ParticleDiffuseTint(particle);
+  }
+  virtual void ApplyTintToSurfEmit(const trParticle& particle, trFCol& colour) const {
+    colour *= ParticleLuminosityTint(particle);
+  }
+  virtual bool IsBasicInstancer() const { return false; }
+  virtual long NumInstanceScenes() const { return 0; }
+  virtual long InstanceSceneIndex(const trParticle&) const { return 0; }
+  virtual std::shared_ptr<trScene> InstanceScene(long) const { return nullptr; }
+  virtual trTransform<double> InstanceTransform(const trParticle&) const { return {}; }
+  virtual trFCol InstancePreviewColour(const trParticle&) const { return trFCol(0.5f); }
+  trVector SizeOfInstanceAlignedBoundingBox(const trParticle& particle) const {
+    return InstanceBoundingBox(particle).Size();
+  }
+};
+
+/// One entry of SortElements: a triangle or particle by its table index, and its depth along the sort
+/// direction.
+struct trSortedElement {
+  long index = 0;
+  bool isParticle = false;
+  double depth = 0;
+};
+
+class OV_API trScene {
+ public:
+  trScene();
+  ~trScene();
+  trScene(const trScene&) = delete;
+  trScene& operator=(const trScene&) = delete;
+
+  // Life
+  long Init();
+  /// Ends filling: bounds and totals are settled, sub-scenes included.
+  void PrepForRender();
+  void SortElements(const trVector& direction, bool includeParticles);
+
+  // Tables
+  long AddPoint(const trPoint& point);
+  long AddNormal(const trNormal& normal);
+  long AddTexVert(const trTexVert& texVert);
+  long AddTri(const trTri& tri);
+  long AddMaterial(const trMaterial& material);
+  long AddParticle(const trParticle& particle);
+  long AddAtmosphere(trShader* shader);
+
+  // Reading
+  long NumPts() const;
+  long NumNormals() const;
+  long NumTexVerts() const;
+  long NumTris() const;
+  long NumMaterials() const;
+  long NumGroups() const;
+  long NumParticles() const;
+  long NumAtmospheres() const;
+  trPoint* GetPPoint(long index);
+  const trPoint* GetPPoint(long index) const;
+  trNormal* GetPNormal(long index);
+  const trNormal* GetPNormal(long index) const;
+  trTexVert* GetPTexVert(long index);
+  const trTexVert* GetPTexVert(long index) const;
+  trTri* GetPTri(long index);
+  const trTri* GetPTri(long index) const;
+  trMaterial* GetPMaterial(long index);
+  const trMaterial* GetPMaterial(long index) const;
+  const trParticle* GetPParticle(long index) const;
+  trShader* GetAtmosphere(long index) const;
+  trGeomGroup* GetPGroup(long index) const;
+  /// Fill up to `count` vectors from as many indices; the result tells how many were valid.
+  long GetPointVecs(const std::int32_t* indices, trVector* out, long count) const;
+  long GetNormals(const std::int32_t* indices, trVector* out, long count) const;
+  long GetTexVecs(const std::int32_t* indices, trVector* out, long count) const;
+  /// The material's index in the outermost scene's numbering, stable from frame to frame.
+  long GetPersistentMaterialIndex(long index) const;
+
+  // Groups: what is added between begin and end goes to the group's sub-scene.
+  long BeginGroup(const trString& name);
+  long EndGroup();
+
+  // Primitives, as triangles. 0 is failure.
+  long AddPolyPlane(const trVector& corner, const trVector& edgeA, const trVector& edgeB, bool bothSides,
+                    long material);
+  long AddPolyDisc(const trVector& centre, const trVector& axisA, const trVector& axisB, long sides,
+                   long material);
+  long AddPolyCylinder(const trVector& base, const trVector& top, double radius, long sides, long material);
+  /// An ellipsoid of `scale` about `centre`: six cube faces projected to the sphere, each cut in
+  /// max(1, `resolutionV`) by max(1, `resolutionV`) quads. (`resolutionU` counts quads round the equator; it
+  /// is 8 for 4.)
+  long AddPolySphere(const trVector& centre, const trVector& scale, long resolutionU, long resolutionV,
+                     long material);
+  long AddPolySphere(const trVector& centre, double radius, long resolution, long material);
+
+  // Flags
+  bool AllowsTriSubdivision() const;
+  void SetAllowsTriSubdivision(bool allows);
+  bool CastsShadows() const;
+  void SetCastsShadows(bool casts);
+  bool IsVisibleInReflections() const;
+  void SetIsVisibleInReflections(bool visible);
+  bool IsVisibleOrHoldout() const;
+  trSceneVisibilityMode VisibilityMode() const;
+  void SetVisibilityMode(trSceneVisibilityMode mode);
+  long PrimaryRenderMethod() const;
+  void SetPrimaryRenderMethod(long method);
+  bool IsSorted() const;
+
+  // Sorted elements, counted from the far end
+  long NumSortedElements() const;
+  const trSortedElement* GetSortedElementInfoReversed(long position) const;
+  long TotalNumTrisAtPrep() const;
+
+  // Transform (object to world) and bounds: BoundingBoxR in object space, BoundingBoxT in world space.
+  const trTransform<double>& GetTransform() const;
+  void SetTransform(const trTransform<double>& objectToWorld);
+  /// The transform that shaders see as the object's own space.
+  const trTransform<double>& GetTransformForShaders() const;
+  trBoundingBox BoundingBoxR() const;
+  trBoundingBox BoundingBoxT() const;
+
+  // Instancing
+  void AssignParticleInflator(trParticleInflator* inflator);
+  trParticleInflator* GetParticleInflator() const;
+
+  /// Writes the maker's geometry through the object writer registered for the path's extension.
+  long WriteObjectFile(trSceneMaker* maker, const char* path, long* status);
+
+ private:
+  struct Tables;
+  std::unique_ptr<Tables> tables_;
+};

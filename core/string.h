@@ -1,0 +1,6 @@
+// Text of the contract: UTF-8 in a standard string.
+#pragma once
+
+#include <string>
+
+using trString = std::string;

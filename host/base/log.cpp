@@ -1,0 +1,137 @@
+// Messages: contexts per thread, one serialised way out.
+#include "host/base/log.h"
+
+#include <atomic>
+#include <cstdio>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "core/node.h"
+
+namespace {
+
+struct Context {
+  const trBase* node;
+  trString name;
+};
+thread_local std::vector<Context> contexts;
+
+std::atomic<long> errorCount{0}, warningCount{0};
+std::mutex outputMutex;
+ovhost::LogFormat format = ovhost::LogFormat::kText;
+ovhost::LogLevel lowestLevel = ovhost::LogLevel::kMessage;
+ovhost::LogSink sink = nullptr;
+void* sinkContext = nullptr;
+int threadCount = 0;
+
+const char* LevelName(ovhost::LogLevel level) {
+  switch (level) {
+    case ovhost::LogLevel::kDebug:
+      return "debug";
+    case ovhost::LogLevel::kMessage:
+      return "message";
+    case ovhost::LogLevel::kWarning:
+      return "warning";
+    case ovhost::LogLevel::kError:
+      return "error";
+  }
+  return "";
+}
+
+/// Quotes and escapes for JSON; bytes below blank become \u00XX.
+std::string JsonQuoted(const std::string& text) {
+  std::string out = "\"";
+  for (const char c : text) {
+    if (c == '"' || c == '\\') {
+      out += '\\';
+      out += c;
+    } else if (static_cast<unsigned char>(c) < 0x20) {
+      char buffer[8];
+      std::snprintf(buffer, sizeof buffer, "\\u%04x", static_cast<unsigned>(c));
+      out += buffer;
+    } else {
+      out += c;
+    }
+  }
+  return out + '"';
+}
+
+std::string Formatted(const ovhost::LogRecord& record) {
+  if (format == ovhost::LogFormat::kJson) {
+    std::string line = std::string("{\"level\":\"") + LevelName(record.level) + "\"";
+    if (!record.node.empty()) line += ",\"node\":" + JsonQuoted(record.node);
+    if (!record.parameter.empty()) line += ",\"parameter\":" + JsonQuoted(record.parameter);
+    return line + ",\"text\":" + JsonQuoted(record.text) + "}\n";
+  }
+  std::string line;
+  if (record.level != ovhost::LogLevel::kMessage) line = std::string(LevelName(record.level)) + ": ";
+  if (!record.node.empty()) line += record.node + ": ";
+  if (!record.parameter.empty()) line += record.parameter + ": ";
+  return line + record.text + "\n";
+}
+
+void Report(ovhost::LogLevel level, const trString& text, const trErrorWarningData* data = nullptr) {
+  ovhost::LogRecord record{level, {}, {}, text};
+  if (level >= ovhost::LogLevel::kWarning && !contexts.empty()) {
+    record.node = contexts.back().node ? contexts.back().node->NameAndPath() : trString();
+    record.parameter = contexts.back().name;
+  }
+  if (data && !data->parameter.empty()) record.parameter = data->parameter;
+  if (level == ovhost::LogLevel::kError) ++errorCount;
+  if (level == ovhost::LogLevel::kWarning) ++warningCount;
+
+  const std::lock_guard lock(outputMutex);
+  if (sink) return sink(sinkContext, record);
+  if (level < lowestLevel) return;
+  const std::string line = Formatted(record);
+  std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+}  // namespace
+
+void trError(const char* text) { Report(ovhost::LogLevel::kError, text); }
+void trError(const trString& text) { Report(ovhost::LogLevel::kError, text); }
+void trError(const trString& text, trErrorWarningData* data) { Report(ovhost::LogLevel::kError, text, data); }
+void trWarning(const char* text) { Report(ovhost::LogLevel::kWarning, text); }
+void trWarning(const trString& text) { Report(ovhost::LogLevel::kWarning, text); }
+void trOutError(const char* text) { Report(ovhost::LogLevel::kMessage, trString("error: ") + text); }
+void trOutWarning(const trString& text) { Report(ovhost::LogLevel::kMessage, "warning: " + text); }
+void trPrintMessage(const char* text) { Report(ovhost::LogLevel::kMessage, text); }
+void trPrintMessage(const trString& text) { Report(ovhost::LogLevel::kMessage, text); }
+void trPrintDebugMessage(const char* text) { Report(ovhost::LogLevel::kDebug, text); }
+void trPrintDebugMessage(const trString& text) { Report(ovhost::LogLevel::kDebug, text); }
+
+long trSetupErrorsWarningsContext(const trBase* node, const trString* name) {
+  contexts.push_back({node, name ? *name : trString()});
+  return static_cast<long>(contexts.size());
+}
+
+void trClearErrorsWarningsContext(long token) {
+  if (token > 0 && token <= static_cast<long>(contexts.size())) contexts.resize(token - 1);
+}
+
+int trNumCoresToUse() {
+  if (threadCount > 0) return threadCount;
+  const unsigned cores = std::thread::hardware_concurrency();
+  return cores ? static_cast<int>(cores) : 1;
+}
+
+int trMaxThreads() { return trNumCoresToUse() + 1; }
+
+namespace ovhost {
+
+void SetLogFormat(LogFormat newFormat) { format = newFormat; }
+void SetLogLevel(LogLevel level) { lowestLevel = level; }
+
+void SetLogSink(LogSink newSink, void* context) {
+  const std::lock_guard lock(outputMutex);
+  sink = newSink;
+  sinkContext = context;
+}
+
+long NumErrors() { return errorCount; }
+long NumWarnings() { return warningCount; }
+void SetNumThreads(int count) { threadCount = count; }
+
+}  // namespace ovhost

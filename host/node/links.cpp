@@ -1,0 +1,67 @@
+// Links: looking names and paths up, and remembering the answer until the graph changes.
+#include "core/links.h"
+
+#include <filesystem>
+
+#include "core/project.h"
+#include "host/node/node_data.h"
+
+namespace ovhost {
+namespace {
+std::atomic<std::uint32_t> generation{1};
+}
+
+std::uint32_t GraphGeneration() { return generation.load(std::memory_order_acquire); }
+void BumpGraphGeneration() { generation.fetch_add(1, std::memory_order_acq_rel); }
+
+void ResolveAllLinks(trBase* root) {
+  for (trBase* node : AllNodes(root))
+    for (const trParamInfo& param : node->Data().params)
+      if (param.type >= trParamType::kFile) static_cast<trFile*>(param.member)->LinkedNode(false);
+}
+
+}  // namespace ovhost
+
+trFile::~trFile() = default;
+
+void trFile::SetOwner(trBase* owner) {
+  owner_ = owner;
+  ovhost::BumpGraphGeneration();
+}
+
+void trFile::SetText(const trString& text) {
+  text_ = text;
+  ovhost::BumpGraphGeneration();
+}
+
+trBase* trFile::LinkedNode(bool checkKind) const {
+  const std::uint32_t now = ovhost::GraphGeneration();
+  if (cachedGeneration_.load(std::memory_order_acquire) != now) {
+    trBase* found = text_.empty() || !owner_ ? nullptr : owner_->NodeByPath(text_);
+    cachedNode_.store(found, std::memory_order_relaxed);
+    cachedGeneration_.store(now, std::memory_order_release);
+  }
+  trBase* node = cachedNode_.load(std::memory_order_relaxed);
+  if (node && checkKind && *RequiredFact() && !node->IsTrue(RequiredFact())) return nullptr;
+  return node;
+}
+
+trString trFile::LinkString() const { return LinkedNode(false) ? text_ : trString(); }
+
+trString trFile::FullPath() const {
+  if (text_.empty()) return {};
+  const std::filesystem::path path(text_);
+  if (path.is_absolute()) return path.lexically_normal().string();
+  const juProject* project = owner_ ? juProject::Of(owner_) : nullptr;
+  const std::filesystem::path folder(project ? project->Folder() : trString());
+  return (folder / path).lexically_normal().string();
+}
+
+bool trFile::HasChanged() const { return text_ != acceptedText_ || !IsLinkedNodeEqualToAccepted(); }
+
+void trFile::AcceptChange() {
+  acceptedText_ = text_;
+  acceptedNode_ = LinkedNode(false);
+}
+
+bool trFile::IsLinkedNodeEqualToAccepted() const { return LinkedNode(false) == acceptedNode_; }

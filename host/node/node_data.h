@@ -1,0 +1,129 @@
+// What the host keeps of every node: declarations, tree, facts, animation.
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "core/node.h"
+
+/// One key of one component.
+struct trAnimationKey {
+  double frame = 0;
+  double value = 0;
+};
+
+/// The keys of one component, by rising frame.
+struct trAnimationCurve {
+  trAnimationInterpolationMode mode = trAnimationInterpolationMode::kSmooth;
+  std::vector<trAnimationKey> keys;
+};
+
+/// One declared parameter.
+struct trParamInfo {
+  std::string name;
+  trParamType type;
+  void* member = nullptr;
+  trHint* hint = nullptr;
+  trParamValue defaultValue{0L};
+  std::string displayName;  ///< empty: made from the name
+  std::string tabLabel;
+  bool saved = true;
+  bool hidden = false;
+  bool guiEnabled = true;
+  std::vector<trAnimationCurve> curves;  ///< empty, or one a component
+};
+
+/// One entry of a node's sheet, in declaration order.
+struct trSheetItem {
+  enum Kind { kTab, kCode, kParam, kButton } kind = kCode;
+  int code = 0;             ///< kCode: the trGuiHint
+  int argument = 0;         ///< kCode
+  long param = -1;          ///< kParam: the parameter's index
+  std::string label, name;  ///< kTab: label and name; kButton: the button's name
+  trGuiPushButton* button = nullptr;
+};
+
+struct trGuiActionInfo {
+  std::vector<trString> triggers, targets;
+  trGuiActionPreset preset;
+};
+
+/// What the project reader couldn't place: written back as it was.
+struct trUnknownAttribute {
+  std::string name, value;
+};
+
+struct trNodeData {
+  // Declarations
+  std::vector<trParamInfo> params;
+  std::vector<trSheetItem> sheet;
+  std::vector<trGuiActionInfo> guiActions;
+  std::set<std::string> facts;
+  int hiddenDepth = 0;  ///< open GUI codes 14
+  std::string currentTab;
+
+  // Tree
+  trBase* parent = nullptr;
+  std::vector<trBase*> children;
+  std::vector<trBase*> owned;  ///< made by trCreateObject: in the tree for lookups, not a child
+  std::string name, className;
+  trBase* bundledWith = nullptr;
+  void (*destroy)(trBase*) = nullptr;  ///< null for nodes the pool didn't make
+
+  // Project
+  std::vector<trUnknownAttribute> unknownAttributes;
+  std::vector<std::string> unknownBlocks;  ///< verbatim XML of child elements of unknown classes
+};
+
+namespace ovhost {
+
+/// Counts up whenever any tree or link changes; cached links compare against it. Thread-safe.
+std::uint32_t GraphGeneration();
+void BumpGraphGeneration();
+
+/// Text of a parameter's value in the project file's spelling: shortest numbers that read back the same,
+/// vectors and colours with blanks between, links as stored.
+std::string ValueToText(const trParamValue& value);
+/// The value of type `type` that `text` spells; false where it is no such value or not finite.
+OV_API bool TextToValue(const std::string& text, trParamType type, trParamValue& value);
+OV_API std::string DefaultText(const trParamInfo& param);
+/// The type's name as users see it: "int", "double", "shader_link" and so on.
+OV_API const char* TypeName(trParamType type);
+/// The label of a parameter: its display name, or its name with the underscores opened and a capital.
+OV_API std::string DisplayName(const trParamInfo& param);
+/// Number of animatable components: 1 for numbers, 2 or 3 for vectors and colours, 0 for the rest.
+OV_API int NumComponents(trParamType type);
+
+/// Creates a node of a registered class (redirects followed) below `parent`, without OnCreate: the project
+/// reader sets values first. `asChild` lists it among the children; `name` empty makes one. Null for an
+/// unknown class.
+OV_API trBase* CreateNode(const std::string& className, trBase* parent, const std::string& name,
+                          bool asChild = true);
+/// Adds a node made elsewhere (a project root's child) to the tree.
+OV_API void AttachChild(trBase* parent, trBase* child, const std::string& name);
+/// Removes from the tree and destroys, children first.
+OV_API void DestroyNode(trBase* node);
+/// Every node of the tree below and including `root`, parents first; `owned` nodes after the children of
+/// their owner.
+OV_API std::vector<trBase*> AllNodes(trBase* root);
+/// Looks every link of the tree up now, so that render threads only read.
+OV_API void ResolveAllLinks(trBase* root);
+/// Updates every animated parameter of the tree to `frame`.
+OV_API void UpdateAnimation(trBase* root, double frame);
+
+/// While one lives, changes aren't told to the nodes that link to the changed one: a project being loaded is
+/// told as a whole, by OnCreate. Main thread only.
+class OV_API QuietDependents {
+ public:
+  QuietDependents();
+  ~QuietDependents();
+};
+
+/// Progress of long jobs: returns false to stop the job.
+using ProgressSink = bool (*)(void* context, const trBase* node, const trString& text, float fraction,
+                              float remaining, bool canAbort);
+OV_API void SetProgressSink(ProgressSink sink, void* context);
+
+}  // namespace ovhost

@@ -1,0 +1,134 @@
+// trShader and its kinds: default operations, the guard against graphs that feed themselves, value forms.
+#include "core/shader.h"
+
+#include <set>
+
+#include "core/render_state.h"
+#include "host/node/node_data.h"
+
+namespace {
+
+/// HasDisplacementTS and HasShadeTS have no state to carry a guard; chains past this answer yes.
+constexpr int kMaxQueryDepth = 512;
+thread_local int queryDepth = 0;
+
+struct QueryDepth {
+  QueryDepth() { ++queryDepth; }
+  ~QueryDepth() { --queryDepth; }
+};
+
+/// Runs the shader for its colour only, from black, and puts the state back.
+trFCol ColourOnly(trShader& shader, trShadingInterface& si) {
+  const trShadingInterface saved = si;
+  si.SetWants(trShadingInterface::kCd);
+  si.Cutil() = trFCol();
+  shader.Shade(si);
+  const trFCol colour = si.Cutil();
+  const trRandomStream random = si.Random();
+  const bool tripped = si.DepthTripped();
+  si = saved;
+  si.Random() = random;
+  if (tripped) si.KeepDepthTripped();
+  return colour;
+}
+
+}  // namespace
+
+void trShadingInterface::TripDepthGuard(trShadingInterface& si, const void* shader) {
+  si.depthTripped_ = true;
+  const auto* node = static_cast<const trShader*>(shader);
+  // One error a node is enough: a picture has millions of samples.
+  static std::atomic<const void*> lastReported{nullptr};
+  static std::atomic<int> reports{0};
+  if (lastReported.exchange(shader) == shader || reports.fetch_add(1) >= 8) return;
+  const trScopedErrorsWarningsContext context(node);
+  trError("The shader network feeds itself, or is more than 512 shaders deep.");
+}
+
+trShader::trShader() {
+  DeclareTrue("is_shader");
+  Param(inputNode_, "input_node", "");
+  Param(enable_, "enable", 1);
+}
+
+long trShader::OnUserDestroy() { return trBase::OnUserDestroy(); }
+void trShader::OnParamChanged(long index, trBase* who) { trBase::OnParamChanged(index, who); }
+
+long trShader::Displace(trShadingInterface& si) {
+  DisplaceInput(si);
+  return 1;
+}
+long trShader::Shade(trShadingInterface& si) {
+  ShadeInput(si);
+  return 1;
+}
+long trShader::Spawn(trShadingInterface&) { return 1; }
+unsigned char trShader::HasDisplacement() { return 1; }
+unsigned char trShader::HasShade() { return 1; }
+float trShader::FloatValue(trShadingInterface& si) { return Luminance(FColValue(si)); }
+trFCol trShader::FColValue(trShadingInterface& si) { return ColourOnly(*this, si); }
+trVector trShader::VectorValue(trShadingInterface& si) {
+  const trFCol c = FColValue(si);
+  return {c.r, c.g, c.b};
+}
+unsigned char trShader::IsAtmosShader() const { return 0; }
+unsigned char trShader::IsFunction() const { return 0; }
+long trShader::StartRender(trRenderingInterface&) { return 1; }
+long trShader::FinishRender(trRenderingInterface&) { return 1; }
+
+bool trShader::HasDisplacementTS() {
+  const QueryDepth depth;
+  if (queryDepth > kMaxQueryDepth) return true;
+  if (HasDisplacement()) return true;
+  trShader* input = InputShader();
+  return input && input->HasDisplacementTS();
+}
+
+bool trShader::HasShadeTS() {
+  const QueryDepth depth;
+  if (queryDepth > kMaxQueryDepth) return true;
+  if (HasShade()) return true;
+  trShader* input = InputShader();
+  return input && input->HasShadeTS();
+}
+
+trBase* trShader::FindOutputNodeByClass(const trString& className, bool throughAll) const {
+  std::set<const trBase*> seen{this};
+  std::vector<const trBase*> front{this};
+  const std::vector<trBase*> nodes = ovhost::AllNodes(Root());
+  while (!front.empty()) {
+    std::vector<const trBase*> next;
+    for (trBase* node : nodes) {
+      if (seen.count(node)) continue;
+      for (const trParamInfo& param : node->Data().params) {
+        if (param.type < trParamType::kFile) continue;
+        const trBase* target = static_cast<trFile*>(param.member)->LinkedNode(false);
+        bool fed = false;
+        for (const trBase* at : front) fed |= target == at;
+        if (!fed) continue;
+        if (node->ClassName() == className) return node;
+        seen.insert(node);
+        next.push_back(node);
+        break;
+      }
+    }
+    if (!throughAll) break;
+    front = std::move(next);
+  }
+  return nullptr;
+}
+
+long trColourShader::Displace(trShadingInterface& si) {
+  DisplaceInput(si);
+  return 1;
+}
+long trGeometryShader::Shade(trShadingInterface&) { return 1; }
+long trAtmosShader::Displace(trShadingInterface&) { return 1; }
+long trAtmosShader::Shade(trShadingInterface&) { return 1; }
+long trAtmosShader::PrepareAtmosphere(trRenderingInterface&) { return 1; }
+long trAtmosShader::AddRaySamples(trRenderState&, trAtomicIntegrator&, void*&) { return 1; }
+long trAtmosShader::EvaluateRaySample(trRenderState&, trAtmosSample&) { return 1; }
+void trAtmosShader::FreeIntegrationData(trAtomicIntegrator&, void*) {}
+bool trAtmosShader::IsRadiallySymmetric(trVector&, double&, double&) const { return false; }
+long trFunction::Displace(trShadingInterface&) { return 1; }
+long trFunction::Shade(trShadingInterface&) { return 1; }

@@ -1,0 +1,242 @@
+// The tree of nodes: names, paths, children, renaming, destruction.
+#include <algorithm>
+
+#include "host/node/class_pool.h"
+#include "host/node/node_data.h"
+
+namespace {
+
+/// A name as paths can hold it.
+std::string CleanName(const std::string& name) {
+  std::string clean = name.empty() ? "Node" : name;
+  std::replace(clean.begin(), clean.end(), '/', '_');
+  return clean;
+}
+
+bool IsTaken(const trBase* parent, const std::string& name, const trBase* except) {
+  if (!parent) return false;
+  for (const auto* list : {&parent->Data().children, &parent->Data().owned})
+    for (const trBase* node : *list)
+      if (node != except && node->Name() == name) return true;
+  return false;
+}
+
+/// `name`, or the first of "name 02", "name 03" ... that no sibling has; a number at its end is counted on. A
+/// printf number field ("Atmosphere %02d") is filled from 1 on.
+std::string UniqueName(const trBase* parent, const std::string& name, const trBase* except) {
+  std::string stem = CleanName(name);
+  int number = 1;
+  const size_t field = stem.find("%02d");
+  if (field != std::string::npos) {
+    stem.erase(field, 4);
+    number = 0;
+  } else {
+    if (!IsTaken(parent, stem, except)) return stem;
+    size_t digits = stem.size();
+    while (digits > 0 && stem.size() - digits < 6 && stem[digits - 1] >= '0' && stem[digits - 1] <= '9')
+      --digits;
+    if (digits < stem.size()) {
+      number = std::stoi(stem.substr(digits));
+      stem.resize(digits);
+    } else {
+      stem += ' ';
+    }
+  }
+  for (;;) {
+    const std::string digits = std::to_string(++number);
+    const std::string candidate = stem + (digits.size() < 2 ? "0" : "") + digits;
+    if (!IsTaken(parent, candidate, except)) return candidate;
+  }
+}
+
+/// "power_fractal_shader_v3" as a name for people: "Power fractal shader v3 01".
+std::string NameFromClass(const std::string& className) {
+  std::string name = className;
+  std::replace(name.begin(), name.end(), '_', ' ');
+  if (!name.empty() && name[0] >= 'a' && name[0] <= 'z') name[0] = static_cast<char>(name[0] - 'a' + 'A');
+  return name + " %02d";
+}
+
+trBase* Named(const trBase* parent, const std::string& name) {
+  for (const auto* list : {&parent->Data().children, &parent->Data().owned})
+    for (trBase* node : *list)
+      if (node->Name() == name) return node;
+  return nullptr;
+}
+
+/// Follows "a/b/c" down from a node.
+trBase* Descend(const trBase* from, const std::string& path) {
+  const trBase* at = from;
+  for (size_t begin = 0; begin <= path.size();) {
+    const size_t end = std::min(path.find('/', begin), path.size());
+    if (end > begin) {
+      at = Named(at, path.substr(begin, end - begin));
+      if (!at) return nullptr;
+    }
+    begin = end + 1;
+  }
+  return at == from ? nullptr : const_cast<trBase*>(at);
+}
+
+void CollectNodes(trBase* node, std::vector<trBase*>& out) {
+  out.push_back(node);
+  for (trBase* child : node->Data().children) CollectNodes(child, out);
+  for (trBase* owned : node->Data().owned) CollectNodes(owned, out);
+}
+
+bool IsBelow(const trBase* node, const trBase* ancestor) {
+  for (; node; node = node->Parent())
+    if (node == ancestor) return true;
+  return false;
+}
+
+}  // namespace
+
+namespace ovhost {
+
+std::vector<trBase*> AllNodes(trBase* root) {
+  std::vector<trBase*> nodes;
+  if (root) CollectNodes(root, nodes);
+  return nodes;
+}
+
+void AttachChild(trBase* parent, trBase* child, const std::string& name) {
+  child->Data().name = UniqueName(parent, name, child);
+  child->Init(parent, 1);
+  parent->Data().children.push_back(child);
+  BumpGraphGeneration();
+}
+
+trBase* CreateNode(const std::string& className, trBase* parent, const std::string& name, bool asChild) {
+  const CatalogueEntry* entry = FindClass(className);
+  if (!entry) return nullptr;
+  trBase* node = entry->create();
+  if (!node) return nullptr;
+  node->Data().className = entry->className;
+  node->Data().destroy = entry->destroy;
+  const std::string wanted = name.empty() ? NameFromClass(entry->className) : name;
+  if (parent && asChild) {
+    AttachChild(parent, node, wanted);
+  } else {
+    node->Data().name = UniqueName(parent, wanted, node);
+    node->Init(parent, 0);
+    if (parent) parent->Data().owned.push_back(node);
+    BumpGraphGeneration();
+  }
+  return node;
+}
+
+void DestroyNode(trBase* node) {
+  if (!node) return;
+  node->PreDestroy();
+  trNodeData& data = node->Data();
+  while (!data.children.empty()) DestroyNode(data.children.back());
+  if (data.parent) {
+    std::erase(data.parent->Data().children, node);
+    std::erase(data.parent->Data().owned, node);
+  }
+  if (data.destroy)
+    data.destroy(node);
+  else
+    delete node;
+  BumpGraphGeneration();
+}
+
+}  // namespace ovhost
+
+trBase* trBase::CreateChild(const trString& className) {
+  trBase* child = ovhost::CreateNode(className, this, "");
+  if (!child) return nullptr;
+  child->OnCreate();
+  child->OnFirstCreate();
+  return child;
+}
+
+trBase* trBase::Child(long index) const {
+  return index >= 0 && index < NumChildren() ? data_->children[index] : nullptr;
+}
+
+long trBase::NumChildren() const { return static_cast<long>(data_->children.size()); }
+
+void trBase::DestroyChild(long index, bool byUser) {
+  trBase* child = Child(index);
+  if (!child || (byUser && !child->CanUserDestroy())) return;
+  if (byUser) child->OnUserDestroy();
+  const std::vector<trBase*> bundled = child->GetBundledNodeList();
+  ovhost::DestroyNode(child);
+  for (trBase* node : bundled) ovhost::DestroyNode(node);
+}
+
+void trBase::DestroyChild(const trString& name, bool byUser) {
+  for (long i = 0; i < NumChildren(); ++i)
+    if (data_->children[i]->Name() == name) return DestroyChild(i, byUser);
+}
+
+trBase* trBase::NodeByPath(const trString& path) const {
+  if (path.empty()) return nullptr;
+  if (path[0] == '/') return Descend(Root(), path);
+  for (const trBase* scope = this; scope; scope = scope->Parent())
+    if (trBase* found = Descend(scope, path)) return found;
+  return nullptr;
+}
+
+trBase* trBase::Parent() const { return data_->parent; }
+
+trBase* trBase::Root() const {
+  const trBase* node = this;
+  while (node->data_->parent) node = node->data_->parent;
+  return const_cast<trBase*>(node);
+}
+
+const trString& trBase::Name() const { return data_->name; }
+const trString& trBase::ClassName() const { return data_->className; }
+
+trString trBase::NameAndPath() const {
+  if (!data_->parent) return "/";
+  const trString above = data_->parent->NameAndPath();
+  return (above == "/" ? above : above + "/") + data_->name;
+}
+
+void trBase::SetName(const trString& name) {
+  const std::string unique = UniqueName(data_->parent, name, this);
+  if (unique == data_->name) return;
+  // Links that lead here or below are told apart by where they lead, so they are looked up before the change.
+  struct Affected {
+    trFile* link;
+    const trBase* target;
+  };
+  std::vector<Affected> affected;
+  for (trBase* node : ovhost::AllNodes(Root()))
+    for (const trParamInfo& param : node->Data().params) {
+      if (param.type < trParamType::kFile) continue;
+      auto* link = static_cast<trFile*>(param.member);
+      const trBase* target = link->LinkedNode(false);
+      if (target && IsBelow(target, this)) affected.push_back({link, target});
+    }
+  data_->name = unique;
+  ovhost::BumpGraphGeneration();
+  for (const Affected& entry : affected) {
+    if (entry.link->LinkedNode(false) == entry.target) continue;
+    // The shortest form that still leads there: the bare name, else the whole path.
+    const bool wasAbsolute = entry.link->FileStringR()[0] == '/';
+    if (!wasAbsolute) entry.link->SetText(entry.target->Name());
+    if (entry.link->LinkedNode(false) != entry.target) entry.link->SetText(entry.target->NameAndPath());
+  }
+}
+
+void trBase::SetBundledWith(trBase* node) { data_->bundledWith = node; }
+
+std::vector<trBase*> trBase::GetBundledNodeList() const {
+  std::vector<trBase*> bundled;
+  for (trBase* node : ovhost::AllNodes(Root()))
+    if (node->data_->bundledWith == this) bundled.push_back(node);
+  return bundled;
+}
+
+trBase* trCreateObject(const trString& className, trBase* owner, long) {
+  trBase* node = ovhost::CreateNode(className, owner, "", false);
+  if (node) node->OnCreate();
+  return node;
+}
+
+void trDestroyObject(trBase* node) { ovhost::DestroyNode(node); }
