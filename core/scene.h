@@ -132,6 +132,7 @@ class OV_API trScene {
   long AddPoint(const trPoint& point);
   long AddNormal(const trNormal& normal);
   long AddTexVert(const trTexVert& texVert);
+  /// Fails for a point that isn't there, or a texture vertex or normal that is neither there nor 0.
   long AddTri(const trTri& tri);
   long AddMaterial(const trMaterial& material);
   long AddParticle(const trParticle& particle);
@@ -166,7 +167,9 @@ class OV_API trScene {
   /// The material's index in the outermost scene's numbering, stable from frame to frame.
   long GetPersistentMaterialIndex(long index) const;
 
-  // Groups: what is added between begin and end goes to the group's sub-scene.
+  // Groups: what is added or read by table between begin and end is the innermost open group's; groups
+  // themselves are counted in the scene they were opened in. A group starts with the flags and transform of
+  // its scene, and later changes of them carry over to it.
   long BeginGroup(const trString& name);
   long EndGroup();
 
@@ -177,8 +180,8 @@ class OV_API trScene {
                    long material);
   long AddPolyCylinder(const trVector& base, const trVector& top, double radius, long sides, long material);
   /// An ellipsoid of `scale` about `centre`: six cube faces projected to the sphere, each cut in
-  /// max(1, `resolutionV`) by max(1, `resolutionV`) quads. (`resolutionU` counts quads round the equator; it
-  /// is 8 for 4.)
+  /// max(1, `resolutionV`) by max(1, `resolutionV`) quads that share their points; more than 4096 fails.
+  /// (`resolutionU` counts quads round the equator; it is 8 for 4.)
   long AddPolySphere(const trVector& centre, const trVector& scale, long resolutionU, long resolutionV,
                      long material);
   long AddPolySphere(const trVector& centre, double radius, long resolution, long material);
@@ -205,8 +208,10 @@ class OV_API trScene {
   // Transform (object to world) and bounds: BoundingBoxR in object space, BoundingBoxT in world space.
   const trTransform<double>& GetTransform() const;
   void SetTransform(const trTransform<double>& objectToWorld);
-  /// The transform that shaders see as the object's own space.
+  /// The transform that shaders see as the object's own space. SetTransform sets it as well; a maker whose
+  /// mesh is of another scale than its texture space says so afterwards.
   const trTransform<double>& GetTransformForShaders() const;
+  void SetTransformForShaders(const trTransform<double>& objectToWorld);
   trBoundingBox BoundingBoxR() const;
   trBoundingBox BoundingBoxT() const;
 

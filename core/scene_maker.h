@@ -31,7 +31,7 @@ class OV_API trSceneMaker : public trBase {
                                unsigned char allowSubdivision);
   /// Declares `holdout`: present to rays and alpha, black in the picture.
   void DeclareAdvancedVisibilityParams();
-  /// Copies the declared ones to the scene's flags.
+  /// Copies the declared ones to the scene's flags; a maker that declares none leaves the scene as it is.
   void ApplyVisibilityParams(trScene& scene) const;
 
  private:
@@ -41,8 +41,8 @@ class OV_API trSceneMaker : public trBase {
 
 class OV_API juSceneMaker : public trSceneMaker {
  public:
-  /// Where to put a new object of this size: in front of the project's camera; for a planet-sized one below
-  /// it, so that the world's origin lies on its surface.
+  /// Where to put a new object of this radius (metres): in front of the project's camera, or the world's
+  /// origin without one; a planet-sized one so that the world's origin is its highest point.
   trVector RecommendedStartPosition(double radius) const;
   /// Composes scale, then rotation (degrees, X, Y, Z order), then position, and sets it on the scene when
   /// given. `box`, when given, gets the transformed bounds.
@@ -51,16 +51,46 @@ class OV_API juSceneMaker : public trSceneMaker {
                                      const trVector& scale);
 
  protected:
+  /// Declares `angular_heading`, `angular_elevation` (degrees) and `angular_distance` (metres): where the
+  /// object stands seen from the world's origin. Heading 0 is towards +z and 90 towards +x. They are another
+  /// way to set the position, which is what is saved.
   void DeclareAngularPositionParams();
+  /// Keeps the angular position and the named position parameter in step after a change of either.
+  void CoupleAngularPosition(long index, const char* positionParam);
+  /// Declares `motion_file` and the button `import_motion`, which keys the position (and with
+  /// `withTransform` the rotation) from a text file: a line a frame, of the frame, x y z in metres and
+  /// rotation x y z in degrees, apart by blanks or commas; lines that begin with # are left out.
   void DeclareImportMotionFileParams(bool withTransform);
+  /// Reads the motion file onto the named parameters; 0 with an error where it can't.
+  long ImportMotion(const char* positionParam, const char* rotationParam);
+  /// What the button does; a class that declares the group says which parameters it keys.
+  virtual long OnImportMotion() { return 0; }
+
+ private:
+  class MotionButton : public trGuiPushButton {
+   public:
+    explicit MotionButton(juSceneMaker* maker) : trGuiPushButton(maker, "Import Motion"), maker_(maker) {}
+    long OnPressed() override { return maker_->OnImportMotion(); }
+
+   private:
+    juSceneMaker* maker_;
+  };
+
+  double angularHeading_ = 0, angularElevation_ = 0, angularDistance_ = 0;
+  bool hasAngularPosition_ = false, isCoupling_ = false, importsRotation_ = false;
+  trFile motionFile_;
+  MotionButton motionButton_{this};
 };
 
 /// A part of the scene with a surface of its own. Make runs PushPlanetParamsToChildren, MakePlanetSurface,
 /// BindPlanetMaterials, MakeNonSurface in that order; a failing step fails it.
 class OV_API juSubSceneMaker : public juSceneMaker {
  public:
+  /// The names of the node's own parameters for its size, rotation and position; empty where there is none.
   juSubSceneMaker(const char* sizeParam, const char* rotationParam, const char* positionParam);
 
+  long OnCreate() override;
+  void OnParamChanged(long index, trBase* who) override;
   long Make(trScene& scene, Context context) override;
   virtual long MakePlanetSurface(trScene& scene) = 0;
   virtual bool MakeNonSurface(trScene& scene);
@@ -70,6 +100,9 @@ class OV_API juSubSceneMaker : public juSceneMaker {
   const char* SizeParam() const { return size_; }
   const char* RotationParam() const { return rotation_; }
   const char* PositionParam() const { return position_; }
+
+ protected:
+  long OnImportMotion() override;
 
  private:
   const char *size_, *rotation_, *position_;
@@ -100,7 +133,7 @@ class OV_API juObjectGenerator : public juObjectGeneratorOrReader {
 
  private:
   trShaderLink surfaceShader_;
-  trVector translate_, rotate_, scale_;
+  trVector translate_, rotate_, scale_{1, 1, 1};
 };
 
 /// Objects read from a file.

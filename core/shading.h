@@ -11,6 +11,7 @@
 
 class trRenderState;
 class trScene;
+struct trParticle;
 struct trView;
 
 /// Why a render runs.
@@ -37,6 +38,9 @@ struct trRandomStream {
 struct trShadingObject {
   const trTransform<double>* objectToWorld = nullptr;
   const trScene* scene = nullptr;
+  /// The particle whose instance is shaded, and the scene whose inflator made it.
+  const trParticle* particle = nullptr;
+  const trScene* particleScene = nullptr;
 };
 
 /// One sample: points and normals in world space (metres), the running colour and reflection. Per-thread

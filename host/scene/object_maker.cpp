@@ -1,0 +1,110 @@
+// Bases of objects made by code or read from files.
+#include "core/scene_maker.h"
+
+namespace {
+
+/// Stands in for the renderer where shaders run outside a render: no lights, nothing to hit.
+class NoRender : public trRenderServices {
+ public:
+  int NumLights() const override { return 0; }
+  const trLightState* Light(int) const override { return nullptr; }
+  trFCol Trace(trRenderState&, const trVector&, const trVector&, bool) override { return {}; }
+  trFCol TraceOpacity(trRenderState&, const trVector&, const trVector&) override { return {}; }
+  trFCol DirectDiffuse(trRenderState&, const trVector&, const trVector&) override { return {}; }
+  trFCol IndirectDiffuse(trRenderState&, const trVector&, const trVector&) override { return {}; }
+  void EnviroInAtmosphere(trRenderState&, const trVector&, const trVector&, trFCol& above,
+                          trFCol& below) override {
+    above = below = trFCol();
+  }
+  double SpotSize(const trVector&) const override { return 0; }
+  bool IsPausingOrAborting() const override { return false; }
+};
+
+/// Normals of the points: those of the triangles about each, weighted by area. Unit, or zero.
+std::vector<trVector> PointNormals(const trScene& scene) {
+  std::vector<trVector> normals(scene.NumPts());
+  for (long i = 1; i <= scene.NumTris(); ++i) {
+    const trTri& tri = *scene.GetPTri(i);
+    trVector p[3];
+    if (scene.GetPointVecs(tri.point, p, 3) != 3) continue;
+    const trVector weighted = Cross(p[1] - p[0], p[2] - p[0]);
+    for (const std::int32_t point : tri.point) normals[point - 1] += weighted;
+  }
+  for (trVector& normal : normals) normal = Normalised(normal);
+  return normals;
+}
+
+void ReplaceNormals(trScene& scene) {
+  const std::vector<trVector> normals = PointNormals(scene);
+  const long first = scene.NumNormals() + 1;
+  for (const trVector& normal : normals)
+    if (!scene.AddNormal({normal})) return;
+  for (long i = 1; i <= scene.NumTris(); ++i) {
+    trTri& tri = *scene.GetPTri(i);
+    for (int corner = 0; corner < 3; ++corner)
+      tri.normal[corner] = static_cast<std::int32_t>(first + tri.point[corner] - 1);
+  }
+}
+
+}  // namespace
+
+long juObjectGeneratorOrReader::Make(trScene& scene, Context context) {
+  if (context == kNothing) return 1;
+  ApplyVisibilityParams(scene);
+  return GenerateOrRead(scene, context);
+}
+
+void juObjectGeneratorOrReader::MovePointsWithMeshDisplacer(trScene& scene, bool recalculateNormals,
+                                                            trShader& shader) {
+  NoRender services;
+  trShadingInterface si;
+  trRenderState state(services, si);
+  si.SetRenderState(&state);
+  si.Object().objectToWorld = &scene.GetTransformForShaders();
+  si.Object().scene = &scene;
+  const trTransform<double>& transform = scene.GetTransform();
+  const std::vector<trVector> normals = PointNormals(scene);
+  for (long i = 1; i <= scene.NumPts(); ++i) {
+    trVector& position = scene.GetPPoint(i)->position;
+    si.SetSample(transform.Point(position), transform.Normal(normals[i - 1]));
+    shader.DisplaceTS(si);
+    const trVector moved = transform.inverse.Point(si.P());
+    if (std::isfinite(moved.LengthSquared())) position = moved;
+  }
+  if (recalculateNormals) ReplaceNormals(scene);
+  for (long i = 1; i <= scene.NumGroups(); ++i)
+    MovePointsWithMeshDisplacer(*scene.GetPGroup(i)->Subscene(), recalculateNormals, shader);
+}
+
+void juObjectGenerator::DeclareObjectGeneratorTabbedParams() {
+  GuiTab("Transform", "transform_tab");
+  Param(translate_, "translate", trVector());
+  Param(rotate_, "rotate", trVector());
+  Param(scale_, "scale", trVector(1, 1, 1));
+  GuiTab("Surface Shaders", "shaders_tab");
+  Param(surfaceShader_, "surface_shader", "");
+  long declared;
+  if (!FindParam(declared, "mesh_displacer")) Param(meshDisplacer_, "mesh_displacer", "");
+}
+
+long juObjectGenerator::GenerateOrRead(trScene& scene, Context) {
+  trTransform<double> transform;
+  SetTransformFromParams(transform, &scene, nullptr, translate_, rotate_, scale_);
+  const long group = scene.BeginGroup(Name());
+  if (!group) return 0;
+  trScene& mesh = *scene.GetPGroup(group)->Subscene();
+  const trMaterial material(nullptr, static_cast<trShader*>(surfaceShader_.LinkedNode(true)), nullptr, 1.0f);
+  const long materialIndex = mesh.AddMaterial(material);
+  const long made = materialIndex ? GenerateMesh(mesh, materialIndex) : 0;
+  scene.EndGroup();
+  return made;
+}
+
+long juObjectReader::GenerateOrRead(trScene& scene, Context) {
+  return ReadObjectFile(scene, sourceFile_.FullPath().c_str());
+}
+
+long juObjectReader::LoadNow() {
+  trScene scene;
+  return scene.Init() ? ReadObjectFile(scene, sourceFile_.FullPath().c_str()) : 0;
+}
