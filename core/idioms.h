@@ -8,7 +8,7 @@
 
 /// Sets a hint's limits; what isn't given stays unset.
 struct trRange {
-  std::optional<double> min, max, focusPower, focusValue;
+  std::optional<double> min = {}, max = {}, focusPower = {}, focusValue = {};
 };
 inline void SetRange(trHint& hint, trBase* owner, const trRange& range) {
   if (range.min) hint.SetParam("min_value", *range.min, owner, 1);

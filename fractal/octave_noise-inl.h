@@ -1,0 +1,238 @@
+// The noise of all octaves of one point: where each octave looks, and the kernels that give a flavour its
+// shape. Included once per instruction set.
+#if defined(FRACTAL_OCTAVE_NOISE_INL_H_) == defined(HWY_TARGET_TOGGLE)
+#ifdef FRACTAL_OCTAVE_NOISE_INL_H_
+#undef FRACTAL_OCTAVE_NOISE_INL_H_
+#else
+#define FRACTAL_OCTAVE_NOISE_INL_H_
+#endif
+
+#include <algorithm>
+
+#include "fractal/noise_kernels.h"
+#include "fractal/octave_math-inl.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace ovfractal {
+namespace HWY_NAMESPACE {
+
+// Tables of kMaxOctaves entries hold whole vectors of up to eight.
+using Lanes = hn::CappedTag<double, 8>;
+using V = hn::Vec<Lanes>;
+
+/// 1.92^i and 1.92^(i/2): how space and time of octave i are stretched against those of the lead-in octave.
+struct OctavePowers {
+  double space[kMaxOctaves], time[kMaxOctaves];
+  constexpr OctavePowers() : space(), time() {
+    constexpr double kRootLacunarity = 1.3856406460551018;
+    double s = 1.0, t = 1.0;
+    for (int i = 0; i < kMaxOctaves; ++i) {
+      space[i] = s, time[i] = t;
+      s *= kLacunarity, t *= kRootLacunarity;
+    }
+  }
+};
+inline constexpr OctavePowers kPowers;
+
+/// One evaluation's octaves, 0 to `count` - 1, and where they look: texture space in units of the octave's
+/// wavelength.
+struct OctaveRun {
+  int count;
+  double
+      filter;  ///< footprint in texture units of octave wavelengths times frequency, 0 when nothing smooths
+  long selector;
+  double fade[3];  ///< weights of the last octave and the two before it
+  bool fourD;
+  double x[kMaxOctaves], y[kMaxOctaves], z[kMaxOctaves], w[kMaxOctaves];
+
+  void SetAll(const trVector& q, double time, const trVector& shift) {
+    for (int i = 0; i < count; ++i) {
+      x[i] = q.x * kPowers.space[i] + shift.x;
+      y[i] = q.y * kPowers.space[i] + shift.y;
+      z[i] = q.z * kPowers.space[i] + shift.z;
+    }
+    if (fourD)
+      for (int i = 0; i < count; ++i) w[i] = time * kPowers.time[i];
+  }
+};
+
+/// The formula of a noise flavour. Even and odd octaves may take turns between billows (sign 1) and ridges
+/// (sign -1).
+struct Kernel {
+  enum Form { kPlain, kSoft, kLog, kNearest, kSmoothNearest, kBorder } form = kPlain;
+  double sign[2] = {1, 1};
+  double radius[2] = {0, 0};  ///< softness of the fold
+  double inverse[2] = {0, 0};
+  bool widen = false;  ///< whether the filter's footprint softens the fold further
+};
+
+HWY_INLINE Kernel Folded(const FractalDerived& d, Kernel::Form form, int even, int odd, bool widen) {
+  Kernel k;
+  k.form = form;
+  k.widen = widen;
+  const int sign[2] = {even, odd};
+  for (int i = 0; i < 2; ++i) {
+    k.sign[i] = sign[i];
+    k.radius[i] = sign[i] > 0 ? d.gullySoft : d.ridgeSoft;
+    k.inverse[i] = sign[i] > 0 ? d.invGullySoft : d.invRidgeSoft;
+  }
+  return k;
+}
+
+HWY_INLINE Kernel Cellular(Kernel::Form form, int sign) {
+  Kernel k;
+  k.form = form;
+  k.sign[0] = k.sign[1] = sign;
+  return k;
+}
+
+/// The kernel of a selector: the flavour, plus 100 when a filter smooths, plus 1000 for better continuity.
+inline Kernel ChooseKernel(long selector, const FractalDerived& d) {
+  switch (selector) {
+    case 1:
+      return Folded(d, Kernel::kSoft, 1, 1, false);
+    case 2:
+      return Folded(d, Kernel::kSoft, -1, -1, false);
+    case 101:
+      return Folded(d, Kernel::kSoft, 1, 1, true);
+    case 102:
+      return Folded(d, Kernel::kSoft, -1, -1, true);
+    case 3:
+    case 103:
+      return Folded(d, Kernel::kSoft, -1, 1, true);
+    case 4:
+    case 104:
+      return Folded(d, Kernel::kSoft, 1, -1, true);
+    case 1001:
+    case 1101:
+      return Folded(d, Kernel::kLog, 1, 1, true);
+    case 1002:
+    case 1102:
+      return Folded(d, Kernel::kLog, -1, -1, true);
+    case 1003:
+    case 1103:
+      return Folded(d, Kernel::kLog, -1, 1, true);
+    case 1004:
+    case 1104:
+      return Folded(d, Kernel::kLog, 1, -1, true);
+    case 5:
+    case 1005:
+      return Cellular(Kernel::kNearest, 1);
+    case 6:
+    case 1006:
+      return Cellular(Kernel::kNearest, -1);
+    case 105:
+    case 1105:
+      return Cellular(Kernel::kSmoothNearest, 1);
+    case 106:
+    case 1106:
+      return Cellular(Kernel::kSmoothNearest, -1);
+    case 7:
+    case 107:
+    case 1007:
+    case 1107:
+      return Cellular(Kernel::kBorder, 1);
+    case 8:
+    case 108:
+    case 1008:
+    case 1108:
+      return Cellular(Kernel::kBorder, -1);
+    default:
+      return Kernel();
+  }
+}
+
+/// |x| with its fold rounded off below about `r`, by a parabola.
+HWY_INLINE V SoftAbs(V x, V r, V inverse) {
+  const Lanes d;
+  V t = hn::Mul(hn::Mul(hn::Abs(x), inverse), hn::Set(d, 0.75));
+  const V half = hn::Set(d, 0.5);
+  t = hn::IfThenElse(hn::Lt(t, hn::Set(d, 1.0)), hn::Add(hn::Mul(half, hn::Mul(t, t)), half), t);
+  return hn::Mul(hn::Mul(r, hn::Set(d, 4.0 / 3.0)), t);
+}
+
+/// |x| as the smooth maximum of x and -x: r log(e^(x/r) + e^(-x/r)), smooth to every derivative.
+HWY_INLINE V LogAbs(V x, V r, V inverse) {
+  const Lanes d;
+  const V magnitude = hn::Abs(x), one = hn::Set(d, 1.0);
+  const V t = hn::Mul(magnitude, inverse);
+  const V smooth = hn::Mul(r, hn::Add(Log(d, hn::Add(Exp(d, hn::Mul(t, hn::Set(d, -2.0))), one)), t));
+  return hn::IfThenElse(hn::Le(r, hn::Set(d, 1e-12)), magnitude, smooth);
+}
+
+/// A fold's softness under a filter: the root in single precision, its reciprocal in double.
+HWY_INLINE V Widen(V radius, V footprint) {
+  const Lanes d;
+  const hn::Rebind<float, Lanes> df;
+  const V wide = hn::Add(footprint, hn::Mul(hn::Mul(footprint, footprint), hn::Set(d, 8.0)));
+  const V sum = hn::Add(hn::Mul(radius, radius), hn::Mul(wide, wide));
+  return hn::PromoteTo(d, hn::Sqrt(hn::DemoteTo(df, sum)));
+}
+
+/// Turns the plain noise of each octave into that of a folded kernel, in place.
+inline void FoldNoise(const Kernel& k, const FractalDerived& derived, const OctaveRun& run, double* noise) {
+  static constexpr double kParity[kMaxOctaves] = {0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1,
+                                                  0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1};
+  const Lanes d;
+  const V one = hn::Set(d, 1.0);
+  for (int i = 0; i < run.count; i += static_cast<int>(hn::Lanes(d))) {
+    const auto odd = hn::Eq(hn::LoadU(d, kParity + i), one);
+    const V sign = hn::IfThenElse(odd, hn::Set(d, k.sign[1]), hn::Set(d, k.sign[0]));
+    V r = hn::IfThenElse(odd, hn::Set(d, k.radius[1]), hn::Set(d, k.radius[0]));
+    V inverse = hn::IfThenElse(odd, hn::Set(d, k.inverse[1]), hn::Set(d, k.inverse[0]));
+    if (k.widen) {
+      r = Widen(r, hn::Mul(hn::LoadU(d, derived.frequency + i), hn::Set(d, run.filter)));
+      inverse = hn::Div(one, r);
+    }
+    const V n = hn::LoadU(d, noise + i);
+    const V fold = k.form == Kernel::kSoft ? SoftAbs(n, r, inverse)
+                                           : hn::Sub(LogAbs(n, r, inverse), hn::Mul(r, hn::Set(d, 0.25)));
+    hn::StoreU(hn::Mul(hn::Mul(sign, hn::Set(d, 2.0)), hn::Sub(fold, hn::Set(d, 0.15))), d, noise + i);
+  }
+}
+
+/// The Voronoi flavours, an octave after the other.
+inline void CellularNoise(const Kernel& k, const FractalDerived& derived, const OctaveRun& run,
+                          const trVector* offset, double* noise) {
+  for (int i = 0; i < run.count; ++i) {
+    const trVector p = trVector(run.x[i], run.y[i], run.z[i]) + offset[i];
+    if (k.form == Kernel::kSmoothNearest) {
+      const double footprint = derived.frequency[i] * run.filter;
+      double distance;
+      trDEV_SmoothVoronoi3(distance, &p.x, footprint, 1.0 / footprint);
+      const double r = 1.4 * footprint;
+      const Lanes d;
+      const double soft = hn::GetLane(LogAbs(hn::Set(d, distance), hn::Set(d, r), hn::Set(d, 1.0 / r)));
+      noise[i] = k.sign[0] * (0.52 - soft);
+      continue;
+    }
+    double value;
+    trVector toNearest, toSecond;
+    trVoronoi3(value, toNearest, toSecond, &p.x);
+    const double f1 = toNearest.Length();
+    noise[i] = k.form == Kernel::kNearest ? k.sign[0] * (0.52 - f1)
+                                          : k.sign[0] * ((toSecond.Length() - f1) * 0.5 - 0.1);
+  }
+}
+
+/// The kernel's value for every octave. `firstSeed` is that of octave 0, `offset` the Voronoi offsets that go
+/// with it.
+inline void OctaveNoise(const Kernel& k, const FractalDerived& derived, const OctaveRun& run, long firstSeed,
+                        const trVector* offset, double* noise) {
+  // What the vectors read past the last octave is defined, and small.
+  for (int i = run.count; i < std::min(run.count + 7, kMaxOctaves); ++i) noise[i] = 0.0;
+  if (k.form >= Kernel::kNearest) return CellularNoise(k, derived, run, offset, noise);
+  const trNoiseBatch batch = {run.x, run.y,    run.z, run.w, static_cast<std::uint32_t>(firstSeed),
+                              1,     run.count};
+  if (run.fourD)
+    trNoise4Batch(batch, noise);
+  else
+    trNoise3Batch(batch, noise);
+  if (k.form != Kernel::kPlain) FoldNoise(k, derived, run, noise);
+}
+
+}  // namespace HWY_NAMESPACE
+}  // namespace ovfractal
+HWY_AFTER_NAMESPACE();
+
+#endif

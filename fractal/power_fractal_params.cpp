@@ -1,0 +1,210 @@
+// The parameters of the power fractal, in the project file's order, and the menus and ranges of its sheet.
+#include "fractal/power_fractal_shader.h"
+
+/// Where a cloud's defaults differ from a landscape's.
+struct PowerFractalShaderV3Base::Defaults {
+  double featureScale, leadInScale, smallestScale;
+  long noiseOctaves;
+  unsigned char applyDisplacement;
+  double buoyancy;
+  unsigned char lessWarp, verticalWarp;
+};
+
+void PowerFractalShaderV3Base::DeclareParams(bool isCloud) {
+  static constexpr Defaults kLandscape = {1.0, 1000.0, 0.01, 19, 1, 0.25, 0, 0};
+  static constexpr Defaults kCloud = {500.0, 20000.0, 10.0, 13, 0, 0.5, 1, 1};
+  const Defaults& defaults = isCloud ? kCloud : kLandscape;
+  isCloud_ = isCloud;
+  SetRanges();
+  SetMenus();
+
+  Gui(trGuiBlockOpen);
+  Param(settings_.seed, "seed", trNewSeed());
+  Gui(trGuiButtonRowOpen);
+  Gui(trGuiRowOpen);
+  PushButton(randomiseButton_, "randomise_button");
+  Gui(trGuiButtonRowClose);
+  Gui(trGuiBlockClose);
+  DeclareScale(defaults);
+  DeclareColour();
+  DeclareDisplacement(defaults);
+  DeclareNoise(defaults);
+  DeclareWarping(defaults);
+  DeclareAnimation();
+  mask_.Declare(this, 0);
+
+  UpdateEnabling();
+  if (isCloud_) settings_.colourOffset = coverageAdjust_ - 0.5;
+  derived_ = DeriveFractal(settings_);
+}
+
+void PowerFractalShaderV3Base::DeclareScale(const Defaults& defaults) {
+  Gui(trGuiRule);
+  GuiTab("Scale", "scale_tab");
+  Gui(trGuiBlockOpen);
+  Param(settings_.featureScale, "feature_scale", defaults.featureScale, &featureHint_);
+  Param(settings_.leadInScale, "lead-in_scale", defaults.leadInScale, &leadInHint_);
+  Param(settings_.smallestScale, "smallest_scale", defaults.smallestScale, &smallestHint_);
+  Param(settings_.noiseOctaves, "noise_octaves", defaults.noiseOctaves);
+  Gui(trGuiBlockClose);
+  Gui(trGuiHiddenOpen);
+  Param(settings_.dampLeadIn, "damp_lead-in", 0).NotSaved();
+  Param(settings_.dampLeadInDryMix, "damp_lead-in_dry_mix", 0.5).NotSaved();
+  // Landscapes have these two a second time, on the same members: indices of later parameters count on it.
+  if (!isCloud_) {
+    Param(settings_.dampLeadIn, "damp_lead-in", 0).NotSaved();
+    Param(settings_.dampLeadInDryMix, "damp_lead-in_dry_mix", 0.5).NotSaved();
+  }
+  Param(settings_.globalVarDamper, "global_var_damper", 1.0).NotSaved();
+  Gui(trGuiHiddenClose);
+  Gui(trGuiGap);
+  Param(settings_.obeySmoothingFilter, "obey_smoothing_filter", 1)
+      .Display("Obey downstream smoothing filters");
+  Gui(trGuiGap);
+  Param(settings_.noiseStretch, "noise_stretch_XYZ", trVector(1, 1, 1));
+}
+
+void PowerFractalShaderV3Base::DeclareColour() {
+  Gui(trGuiRule);
+  GuiTab(isCloud_ ? "Density" : "Colour", isCloud_ ? "density_tab" : "colour_tab");
+  if (isCloud_) Gui(trGuiHiddenOpen);
+  Param(applyHighColour_, "apply_high_colour", 1);
+  Gui(trGuiRowOpen);
+  Gui(trGuiRowClose);
+  Param(highColour_, "high_colour", trRgbLinear709(1.0f));
+  Param(applyLowColour_, "apply_low_colour", 0);
+  Gui(trGuiRowOpen);
+  Gui(trGuiRowClose);
+  Param(lowColour_, "low_colour", trRgbLinear709(0.0f));
+  if (isCloud_) Gui(trGuiHiddenClose);
+  if (isCloud_) return DeclareDensity();
+  Gui(trGuiBlockOpen);
+  Param(settings_.colourContrast, "colour_contrast", 0.5);
+  Param(settings_.colourOffset, "colour_offset", 0.0, &offsetHint_);
+  Param(settings_.colourRoughness, "colour_roughness", 5.0, &roughnessHint_);
+  Gui(trGuiBlockClose);
+  Param(settings_.clampHighColour, "clamp_high_colour", 1);
+  Param(settings_.clampLowColour, "clamp_low_colour", 1);
+}
+
+void PowerFractalShaderV3Base::DeclareDensity() {
+  Gui(trGuiBlockOpen);
+  Param(settings_.colourContrast, "contrast", 1.0);
+  Param(coverageAdjust_, "coverage_adjust", 0.0, &offsetHint_);
+  Param(settings_.colourRoughness, "roughness", 1.5, &roughnessHint_);
+  Gui(trGuiBlockClose);
+  Param(settings_.clampHighColour, "clamp_high", 0);
+  Param(settings_.clampLowColour, "clamp_low", 0);
+}
+
+void PowerFractalShaderV3Base::DeclareDisplacement(const Defaults& defaults) {
+  if (isCloud_) {
+    Gui(trGuiHiddenOpen);
+  } else {
+    Gui(trGuiRule);
+    GuiTab("Displacement", "displacement_tab");
+  }
+  Param(applyDisplacement_, "apply_displacement", defaults.applyDisplacement);
+  Gui(trGuiIndentOpen);
+  Gui(trGuiBlockOpen);
+  Param(displacementDirection_, "displacement_direction", 1, &directionHint_);
+  Param(settings_.displacementAmplitude, "displacement_amplitude", 1.0, &amplitudeHint_);
+  Param(settings_.displacementOffset, "displacement_offset", 0.0, &amplitudeHint_);
+  Param(settings_.displacementRoughness, "displacement_roughness", 1.0);
+  Param(settings_.displacementSpikeLimit, "displacement_spike_limit", 1.0);
+  Gui(trGuiBlockClose);
+  Param(settings_.continueSpikeLimit, "continue_spike_limit", 0);
+  Gui(trGuiGap);
+  Param(settings_.adjustCoastline, "adjust_coastline", 0);
+  Gui(trGuiIndentOpen);
+  Param(settings_.coastlineAltitude, "coastline_altitude", 0.0, &amplitudeHint_);
+  Param(settings_.coastlineSmoothing, "coastline_smoothing", 30.0, &coastlineSmoothingHint_);
+  Gui(trGuiIndentClose);
+  Gui(trGuiIndentClose);
+  if (isCloud_) Gui(trGuiHiddenClose);
+}
+
+void PowerFractalShaderV3Base::DeclareNoise(const Defaults& defaults) {
+  Gui(trGuiRule);
+  GuiTab("Tweak Noise", "tweak_tab");
+  Gui(trGuiBlockOpen);
+  Param(settings_.noiseFlavour, "noise_flavour", kPerlin, &flavourHint_);
+  // New nodes get softer folds; a project from before these parameters keeps its hard ones.
+  Param(settings_.ridgeSmoothing, "ridge_smoothing", 0.0);
+  Param(settings_.gullySmoothing, "gully_smoothing", 0.0);
+  Gui(trGuiGap);
+  Param(settings_.noiseVariation, "noise_variation", 1.0, &variationHint_);
+  Param(settings_.variationMethod, "variation_method", kMultiScaleModulator, &methodHint_);
+  Param(settings_.buoyancyFromVariation, "buoyancy_from_variation", defaults.buoyancy, &buoyancyHint_);
+  Param(settings_.clumpingOfVariation, "clumping_of_variation", 0.0);
+  Gui(trGuiBlockClose);
+  Gui(trGuiRareGap);
+  Param(settings_.betterColourContinuity, "better_colour_continuity", 0);
+  Param(settings_.betterDisplacementContinuity, "better_displacement_continuity", 0);
+}
+
+void PowerFractalShaderV3Base::DeclareWarping(const Defaults& defaults) {
+  Gui(trGuiRule);
+  GuiTab("Warping", "warping_tab");
+  if (isCloud_) Gui(trGuiHiddenOpen);
+  Param(settings_.distortByNormal, "distort_by_normal", 0);
+  Gui(trGuiRowOpen);
+  Gui(trGuiRowClose);
+  Param(settings_.distortionByNormal, "distortion_by_normal", 5.0, &distortionHint_);
+  if (isCloud_) Gui(trGuiHiddenClose);
+  Gui(trGuiGap);
+  Gui(trGuiBlockOpen);
+  Param(settings_.leadInWarpEffect, "lead-in_warp_effect", 0, &warpEffectHint_);
+  Param(settings_.leadInWarpAmount, "lead-in_warp_amount", 0.5, &warpHint_);
+  Gui(trGuiBlockClose);
+  Param(settings_.lessWarpAtFeatureScale, "less_warp_at_feature_scale", defaults.lessWarp);
+  Param(settings_.allowVerticalWarp, "allow_vertical_warp", defaults.verticalWarp);
+}
+
+void PowerFractalShaderV3Base::DeclareAnimation() {
+  Gui(trGuiRule);
+  GuiTab("Animation", "animation_tab");
+  Param(settings_.fourDNoise, "four-d_noise", 0).Display("4D noise");
+  Gui(trGuiIndentOpen);
+  Param(settings_.fourDNoiseSpeed, "four-d_noise_speed", 0.1).Display("4D noise speed");
+  Param(settings_.referenceFrameNumber, "reference_frame_number", 0);
+  Gui(trGuiIndentClose);
+  Gui(trGuiGap);
+}
+
+void PowerFractalShaderV3Base::SetRanges() {
+  constexpr double kMetres = 1e6;
+  SetRange(featureHint_, this, {.min = 0.0, .max = kMetres, .focusPower = 4.0});
+  SetRange(leadInHint_, this, {.min = 0.0, .max = kMetres, .focusPower = 4.0});
+  SetRange(smallestHint_, this, {.min = 0.0, .max = 1000.0, .focusPower = 4.0});
+  SetRange(offsetHint_, this, {.min = -2.0, .max = 2.0});
+  SetRange(roughnessHint_, this, {.max = 10.0});
+  SetRange(amplitudeHint_, this, {.max = kMetres, .focusPower = 4.0});
+  SetRange(coastlineSmoothingHint_, this, {.max = 100.0});
+  SetRange(variationHint_, this, {.max = 4.0});
+  SetRange(buoyancyHint_, this, {.min = -1.0, .max = 1.0});
+  SetRange(distortionHint_, this, {.max = 10.0});
+  SetRange(warpHint_, this, {.max = 2.0});
+}
+
+void PowerFractalShaderV3Base::SetMenus() {
+  SetMenu(directionHint_, this,
+          {{"Along vertical", 0},
+           {"Along normal", 1},
+           {"Vertical only (requires computed normal)", 2},
+           {"Lateral only (requires computed normal)", 3},
+           {"Lateral normalized (requires computed normal)", 4}});
+  SetMenu(flavourHint_, this,
+          {{"Perlin", kPerlin},
+           {"Perlin billows", kPerlinBillows},
+           {"Perlin ridges", kPerlinRidges},
+           {"Perlin mix 1", kPerlinMix1},
+           {"Perlin mix 2", kPerlinMix2},
+           {"Voronoi billows", kVoronoiBillows},
+           {"Voronoi ridges", kVoronoiRidges}});
+  SetMenu(methodHint_, this,
+          {{"Clamped multifractal", kClampedMultifractal},
+           {"Unclamped multifractal", kUnclampedMultifractal},
+           {"Multi-scale modulator", kMultiScaleModulator}});
+  SetMenu(warpEffectHint_, this, {{"None", 0}, {"1 Octave Perlin warp", 1}});
+}

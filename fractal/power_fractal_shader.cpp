@@ -1,0 +1,117 @@
+// The power fractal's behaviour: couplings of its parameters, displacement and shading.
+#include "fractal/power_fractal_shader.h"
+
+PowerFractalShaderV3Base::PowerFractalShaderV3Base()
+    : preview_(std::make_unique<PowerFractalShader_PreviewHandler>(this)) {}
+
+long PowerFractalShaderV3Base::SetParamFromString(const char* name, const trString& value, trBase* who) {
+  static constexpr trAlias kAliases[] = {
+      {"apply_high_color", "apply_high_colour"}, {"high_color", "high_colour"},
+      {"apply_low_color", "apply_low_colour"},   {"low_color", "low_colour"},
+      {"color_contrast", "colour_contrast"},     {"color_offset", "colour_offset"},
+      {"color_roughness", "colour_roughness"},   {"clamp_high_color", "clamp_high_colour"},
+      {"clamp_low_color", "clamp_low_colour"}};
+  return trSurfaceShader::SetParamFromString(ResolveAlias(kAliases, name), value, who);
+}
+
+void PowerFractalShaderV3Base::OnParamChanged(long index, trBase* who) {
+  trShader::OnParamChanged(index, who);
+  UpdateEnabling();
+  FollowScales(index);
+  mask_.OnParamChanged(this, index, who);
+  if (isCloud_) settings_.colourOffset = coverageAdjust_ - 0.5;
+  derived_ = DeriveFractal(settings_);
+}
+
+void PowerFractalShaderV3Base::UpdateEnabling() {
+  const long flavour = settings_.noiseFlavour;
+  const bool mixed = flavour == kPerlinMix1 || flavour == kPerlinMix2;
+  SetParamGuiEnabled("ridge_smoothing", mixed || flavour == kPerlinRidges);
+  SetParamGuiEnabled("gully_smoothing", mixed || flavour == kPerlinBillows);
+  SetParamGuiEnabled("buoyancy_from_variation", settings_.variationMethod == kMultiScaleModulator);
+}
+
+void PowerFractalShaderV3Base::FollowScales(long index) {
+  FractalSettings& s = settings_;
+  const double w = LeadInWavelength(s);
+  if (IsParam(index, &s.featureScale) || IsParam(index, &s.leadInScale) || IsParam(index, &s.smallestScale)) {
+    const long octaves = OctavesForSmallestScale(w, s.smallestScale);
+    if (octaves != s.noiseOctaves) SetParam("noise_octaves", octaves, this);
+  }
+  if (IsParam(index, &s.noiseOctaves)) {
+    s.noiseOctaves = std::clamp(s.noiseOctaves, 0L, long{kMaxOctaves});
+    if (OctavesForSmallestScale(w, s.smallestScale) != s.noiseOctaves)
+      SetParam("smallest_scale", SmallestScaleForOctaves(w, s.noiseOctaves), this);
+  }
+}
+
+trVector PowerFractalShaderV3Base::DisplacementDirection(const trVector& n, const trVector& ng) const {
+  const double c = Dot(ng, n);
+  switch (displacementDirection_) {
+    case 0:
+      return ng;
+    case 2:
+      return ng * c;
+    case 3:
+      return n - ng * c;
+    case 4:
+      return Normalised(n - ng * c);
+    default:
+      return n;
+  }
+}
+
+long PowerFractalShaderV3Base::Displace(trShadingInterface& si) {
+  DisplaceInput(si);
+  if (!IsEnabled() || !applyDisplacement_) return 1;
+  float mask;
+  if (!mask_.Evaluate(si, SafeReciprocal(settings_.featureScale), mask)) return 0;
+  if (mask == 0.0f) return 1;
+  const double height = EvaluateFractalDisplacement(settings_, derived_, si) * mask;
+  si.P() += DisplacementDirection(si.N(), si.Ng()) * height;
+  return 1;
+}
+
+long PowerFractalShaderV3Base::Shade(trShadingInterface& si) {
+  ShadeInput(si);
+  if (!IsEnabled() || !si.doCd()) return 1;
+  if (!applyHighColour_ && !applyLowColour_) return 1;
+  float mask;
+  if (!mask_.Evaluate(si, SafeReciprocal(settings_.featureScale), mask)) return 0;
+  if (mask == 0.0f) return 1;
+
+  const float t = static_cast<float>(EvaluateFractalColour(settings_, derived_, si, mask));
+  float weight = 0.0f;
+  trFCol colour;
+  if (applyHighColour_) {
+    weight += t;
+    colour += t * highColour_.ToRender();
+  }
+  if (applyLowColour_) {
+    weight += 1.0f - t;
+    colour += (1.0f - t) * lowColour_.ToRender();
+  }
+  const trFCol alpha(weight * mask);
+  if (alpha.IsBlack()) return 1;
+  colour = colour * mask * static_cast<float>(si.DEV_FractalMultiplier());
+  si.Cutil() = si.Cutil() * (trFCol(1.0f) - alpha) + colour;
+  if (si.doCo()) {
+    si.Bsdf().Scale(trFCol(1.0f) - alpha);
+    si.Bsdf().AddLambert(colour);
+  }
+  return 1;
+}
+
+long PowerFractalShaderV3::OnFirstCreate() {
+  PowerFractalShaderV3Base::OnFirstCreate();
+  SetParam("ridge_smoothing", 0.1, this);
+  SetParam("gully_smoothing", 0.1, this);
+  SetParam("clumping_of_variation", 0.25, this);
+  return 1;
+}
+
+long PowerFractalShaderV3::OnUserCreate() {
+  PowerFractalShaderV3Base::OnUserCreate();
+  SetParam("better_displacement_continuity", 1, this);
+  return 1;
+}

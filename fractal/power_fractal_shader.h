@@ -1,0 +1,94 @@
+// The power fractal: fractal colour and fractal displacement in one node.
+#pragma once
+
+#include <memory>
+
+#include "core/idioms.h"
+#include "core/preview.h"
+#include "fractal/noise_kernels.h"
+
+class PowerFractalShaderV3Base;
+
+/// "Random Seed" of the power fractals.
+class PowerFractalShaderV3_RandomiseButton : public trRandomSeedGuiPushButton {
+ public:
+  using trRandomSeedGuiPushButton::trRandomSeedGuiPushButton;
+};
+
+/// The fractal takes no room in the preview. Main thread only.
+class PowerFractalShader_PreviewHandler : public juPreviewHandler {
+ public:
+  explicit PowerFractalShader_PreviewHandler(PowerFractalShaderV3Base* shader) : shader_(shader) {}
+  PowerFractalShaderV3Base* Shader() const { return shader_; }
+
+ private:
+  PowerFractalShaderV3Base* shader_;
+};
+
+/// All of the power fractal. A derived class says in its constructor which flavour of parameters it has and
+/// calls DeclareParams.
+class PowerFractalShaderV3Base : public trSurfaceShader {
+ public:
+  void OnParamChanged(long index, trBase* who) override;
+  trPreviewHandler* PreviewHandler() override { return preview_.get(); }
+  using trSurfaceShader::SetParamFromString;
+  long SetParamFromString(const char* name, const trString& value, trBase* who) override;
+  long Displace(trShadingInterface& si) override;
+  long Shade(trShadingInterface& si) override;
+  unsigned char HasDisplacement() override { return applyDisplacement_; }
+  unsigned char HasShade() override { return applyHighColour_ || applyLowColour_; }
+
+  /// What the evaluations run on. Thread-safe during a render.
+  const FractalSettings& Settings() const { return settings_; }
+  const FractalDerived& Derived() const { return derived_; }
+
+ protected:
+  PowerFractalShaderV3Base();
+  /// Declares everything. With `isCloud` the colour becomes a density, and defaults are those of clouds.
+  void DeclareParams(bool isCloud);
+
+ private:
+  struct Defaults;
+  void DeclareScale(const Defaults& defaults);
+  void DeclareColour();
+  void DeclareDensity();
+  void DeclareDisplacement(const Defaults& defaults);
+  void DeclareNoise(const Defaults& defaults);
+  void DeclareWarping(const Defaults& defaults);
+  void DeclareAnimation();
+  void SetRanges();
+  void SetMenus();
+
+  /// The couplings of octaves and scales: they follow each other both ways.
+  void FollowScales(long index);
+  void UpdateEnabling();
+  trVector DisplacementDirection(const trVector& n, const trVector& ng) const;
+
+  bool isCloud_ = false;
+  FractalSettings settings_;
+  FractalDerived derived_;
+
+  unsigned char applyHighColour_ = 0, applyLowColour_ = 0;
+  trManRgb highColour_, lowColour_;
+  double coverageAdjust_ = 0;
+  unsigned char applyDisplacement_ = 0;
+  long displacementDirection_ = 0;
+  trMask mask_;
+
+  trDoubleHint featureHint_, leadInHint_, smallestHint_;
+  trDoubleHint offsetHint_, roughnessHint_;
+  trDoubleHint amplitudeHint_, coastlineSmoothingHint_;
+  trDoubleHint variationHint_, buoyancyHint_;
+  trDoubleHint distortionHint_, warpHint_;
+  trIntHint directionHint_, flavourHint_, methodHint_, warpEffectHint_;
+  PowerFractalShaderV3_RandomiseButton randomiseButton_{this};
+  std::unique_ptr<PowerFractalShader_PreviewHandler> preview_;
+};
+
+/// `power_fractal_shader_v3`.
+class PowerFractalShaderV3 : public PowerFractalShaderV3Base {
+ public:
+  PowerFractalShaderV3() { DeclareParams(false); }
+  long OnFirstCreate() override;
+  long OnUserCreate() override;
+};
