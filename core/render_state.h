@@ -58,7 +58,8 @@ class OV_API trRenderServices {
   virtual trFCol TraceOpacity(trRenderState& state, const trVector& from, const trVector& to) = 0;
   virtual trFCol DirectDiffuse(trRenderState& state, const trVector& point, const trVector& normal) = 0;
   virtual trFCol IndirectDiffuse(trRenderState& state, const trVector& point, const trVector& normal) = 0;
-  /// Sky light at a point of the air: mean radiance from the upper and from the lower half space.
+  /// Sky light at a point of the air: twice the mean radiance of the upper and of the lower half space, so
+  /// that their sum is what a medium of phase function 1 receives in the units of Intensity.
   virtual void EnviroInAtmosphere(trRenderState& state, const trVector& point, const trVector& spot,
                                   trFCol& above, trFCol& below) = 0;
   virtual double SpotSize(const trVector& point) const = 0;

@@ -1,6 +1,7 @@
 // Messages: contexts per thread, one serialised way out.
 #include "host/base/log.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <mutex>
@@ -24,6 +25,7 @@ ovhost::LogLevel lowestLevel = ovhost::LogLevel::kMessage;
 ovhost::LogSink sink = nullptr;
 void* sinkContext = nullptr;
 int threadCount = 0;
+constexpr int kMaxThreads = 256;
 
 const char* LevelName(ovhost::LogLevel level) {
   switch (level) {
@@ -117,7 +119,11 @@ int trNumCoresToUse() {
   return cores ? static_cast<int>(cores) : 1;
 }
 
-int trMaxThreads() { return trNumCoresToUse() + 1; }
+int trMaxThreads() {
+  // Nodes size their per-thread arrays when they are made, so the answer must hold whatever is set later.
+  static const int cores = static_cast<int>(std::thread::hardware_concurrency());
+  return std::max(kMaxThreads, cores) + 1;
+}
 
 namespace ovhost {
 
@@ -132,6 +138,6 @@ void SetLogSink(LogSink newSink, void* context) {
 
 long NumErrors() { return errorCount; }
 long NumWarnings() { return warningCount; }
-void SetNumThreads(int count) { threadCount = count; }
+void SetNumThreads(int count) { threadCount = std::clamp(count, 0, kMaxThreads); }
 
 }  // namespace ovhost

@@ -85,7 +85,7 @@ void BumpGraphGeneration();
 
 /// Text of a parameter's value in the project file's spelling: shortest numbers that read back the same,
 /// vectors and colours with blanks between, links as stored.
-std::string ValueToText(const trParamValue& value);
+OV_API std::string ValueToText(const trParamValue& value);
 /// The value of type `type` that `text` spells; false where it is no such value or not finite.
 OV_API bool TextToValue(const std::string& text, trParamType type, trParamValue& value);
 OV_API std::string DefaultText(const trParamInfo& param);

@@ -21,21 +21,21 @@ enum class ResumeMode { kAuto, kNever, kRequire };
 
 /// What a command line says over the render node's own settings. Unset ones come from the node.
 struct RenderSettings {
-  std::string output;                ///< picture path; its extension chooses the format
-  std::string renderNode, camera;    ///< paths or names; empty takes the project's first
+  std::string output;              ///< picture path; its extension chooses the format
+  std::string renderNode, camera;  ///< paths or names; empty takes the project's first
   std::optional<int> width, height, samples;
-  std::optional<PixelRect> crop;     ///< in pixels of the full picture
+  std::optional<PixelRect> crop;  ///< in pixels of the full picture
   double frame = 1;
   std::uint64_t seed = 0;
-  int threads = 0;                   ///< 0: all cores
-  std::uint64_t memoryBytes = 0;     ///< budget; 0: three quarters of what is free
-  double timeLimitSeconds = 0;       ///< 0: none; the frame is written as far as it is
-  double noiseLimit = 0;             ///< 0: none; stop when the estimated relative error of the picture is below
-  bool writeEveryPass = true;        ///< a usable file after each pass
+  int threads = 0;                ///< 0: all cores
+  std::uint64_t memoryBytes = 0;  ///< budget; 0: three quarters of what is free
+  double timeLimitSeconds = 0;    ///< 0: none; the frame is written as far as it is
+  double noiseLimit = 0;          ///< 0: none; stop when the estimated relative error of the picture is below
+  bool writeEveryPass = true;     ///< a usable file after each pass
   ResumeMode resume = ResumeMode::kAuto;
-  std::uint64_t projectHash = 0;     ///< of the project as loaded and overridden; ties checkpoints to it
-  std::string sceneName;             ///< for the picture's metadata
-  std::vector<std::string> layers;   ///< AOVs written besides beauty and alpha, EXR only; {"all"} for all
+  std::uint64_t projectHash = 0;    ///< of the project as loaded and overridden; ties checkpoints to it
+  std::string sceneName;            ///< for the picture's metadata
+  std::vector<std::string> layers;  ///< AOVs written besides beauty and alpha, EXR only; {"all"} for all
 };
 
 enum class RenderOutcome {
@@ -49,19 +49,20 @@ enum class RenderOutcome {
 
 struct RenderStatistics {
   double seconds = 0, firstPictureSeconds = 0, diceSeconds = 0;
-  std::uint64_t vertices = 0, displacements = 0, cameraRays = 0, shadowRays = 0, bounceRays = 0, volumeSamples = 0;
+  std::uint64_t vertices = 0, displacements = 0, cameraRays = 0, shadowRays = 0, bounceRays = 0,
+                volumeSamples = 0;
   std::uint64_t gridBytes = 0, peakBytes = 0;
   int samplesDone = 0;
 };
 
 /// Asks of a running render. Set from signal handlers or other threads.
 struct RenderControl {
-  std::atomic<bool> stop{false};       ///< write a checkpoint and stop
-  std::atomic<bool> writeNow{false};   ///< write the picture so far and go on
+  std::atomic<bool> stop{false};      ///< write a checkpoint and stop
+  std::atomic<bool> writeNow{false};  ///< write the picture so far and go on
 };
 
-/// Renders. Messages go through trError and trWarning; progress through the progress sink with the render node as
-/// context. Main thread only; uses its own workers.
+/// Renders. Messages go through trError and trWarning; progress through the progress sink with the render
+/// node as context. Main thread only; uses its own workers.
 OV_API RenderOutcome RenderFrame(juProject& project, const RenderSettings& settings, RenderControl& control,
                                  RenderStatistics* statistics = nullptr);
 

@@ -1,0 +1,45 @@
+// Picture files: encoded in memory, written beside their target, flushed and renamed.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "core/api.h"
+
+namespace ovhost {
+
+/// A float picture of any number of channels, rows from the top, channels interleaved.
+struct Picture {
+  int width = 0, height = 0;
+  std::vector<std::string> channels;  ///< "R", "G", "B", "A", "normal.X" ...
+  std::vector<float> pixels;
+  /// Where it lies in the full picture, and the full picture's size (data and display window).
+  int originX = 0, originY = 0, fullWidth = 0, fullHeight = 0;
+  std::vector<std::pair<std::string, std::string>> metadata;
+};
+
+/// How scene-linear light becomes display values in PNG, JPEG and TIFF.
+struct ViewTransform {
+  double exposureStops = 0;
+  /// Rolls highlights off instead of cutting them at 1: straight up to 0.6, then towards 1.
+  bool softClip = true;
+};
+
+/// Whether the path's extension is one that can be written: exr, png, jpg, jpeg, tif, tiff.
+OV_API bool IsPicturePath(const std::string& path);
+
+/// Writes atomically. EXR keeps linear values of all channels, half or (`fullFloat`) float; PNG has 8 bits,
+/// TIFF 16, JPEG 8, of the first three or four channels through the view transform and the sRGB curve.
+/// Returns an empty text, or why it failed.
+OV_API std::string WritePicture(const std::string& path, const Picture& picture, const ViewTransform& view,
+                                bool fullFloat = false);
+
+/// Writes bytes to a temporary name beside `path`, flushes them to disc and renames. Empty, or why it failed.
+OV_API std::string WriteFileAtomically(const std::string& path, const void* data, std::uint64_t size);
+
+/// The display value, 0 to 1, of a linear one.
+OV_API float DisplayValue(float linear, const ViewTransform& view);
+
+}  // namespace ovhost

@@ -1,0 +1,64 @@
+// The camera's parameters and its view.
+#include "host/project/camera.h"
+
+#include "core/idioms.h"
+#include "core/transform.h"
+
+trCameraNode::trCameraNode() {
+  DeclareTrue("is_camera");
+  SetRange(angleHint_, this, {.min = 1, .max = 160});
+  SetMenu(lensHint_, this, {{"Field of view", 0}, {"Focal length", 1}});
+  Param(position_, "position", {0, 10, 0});
+  Param(useTarget_, "use_target", 0);
+  Param(target_, "target", {0, 10, -1000});
+  // Degrees: x tilts up, y turns left, z rolls; all 0 looks north, along -z.
+  Param(rotation_, "rotation", {0, 0, 0});
+  Param(lensMode_, "lens_mode", 0, &lensHint_);
+  Param(fieldOfView_, "field_of_view", 60.0, &angleHint_).Display("Horizontal field of view");
+  Param(focalLength_, "focal_length", 31.18).Display("Focal length in mm");
+  Param(filmAperture_, "film_aperture", 36.0).Display("Film aperture in mm");
+  Param(nearClip_, "near_clip", 0.1);
+  SetParamGuiEnabled("target", false);
+}
+
+void trCameraNode::OnParamChanged(long index, trBase* who) {
+  trBase::OnParamChanged(index, who);
+  SetParamGuiEnabled("target", useTarget_ != 0);
+  SetParamGuiEnabled("rotation", useTarget_ == 0);
+  SetParamGuiEnabled("field_of_view", lensMode_ == 0);
+  SetParamGuiEnabled("focal_length", lensMode_ == 1);
+  SetParamGuiEnabled("film_aperture", lensMode_ == 1);
+}
+
+trView trCameraNode::View(int width, int height) const {
+  trView view;
+  view.eye = position_;
+  view.width = width;
+  view.height = height;
+  view.nearClip = std::clamp(nearClip_, 1e-4, 1e6);
+  const double half = lensMode_ == 1
+                          ? filmAperture_ * 0.5 / std::fmax(focalLength_, 1e-3)
+                          : std::tan(std::clamp(fieldOfView_, 0.01, 175.0) * 0.5 * kDegreesToRadians);
+  view.tanHalfHorizontal = std::clamp(half, 1e-5, 1e3);
+  view.tanHalfVertical = view.tanHalfHorizontal * height / width;
+
+  const trVector towards = target_ - position_;
+  if (useTarget_ && towards.Length() > 1e-9) {
+    view.forward = Normalised(towards);
+    const trVector vertical = std::fabs(view.forward.y) < 0.999999 ? trVector(0, 1, 0) : trVector(0, 0, -1);
+    view.right = Normalised(Cross(view.forward, vertical));
+    view.up = Cross(view.right, view.forward);
+    const trVector right = view.right, up = view.up;
+    const double roll = rotation_.z * kDegreesToRadians;
+    view.right = right * std::cos(roll) + up * std::sin(roll);
+    view.up = up * std::cos(roll) - right * std::sin(roll);
+    return view;
+  }
+  const trTransform<double> turn = trRotateY(rotation_.y * kDegreesToRadians) *
+                                   trRotateX(rotation_.x * kDegreesToRadians) *
+                                   trRotateZ(rotation_.z * kDegreesToRadians);
+  view.forward = turn.Direction({0, 0, -1});
+  view.right = turn.Direction({1, 0, 0});
+  view.up = turn.Direction({0, 1, 0});
+  return view;
+}

@@ -1,0 +1,26 @@
+// The camera node.
+#pragma once
+
+#include "core/node.h"
+#include "core/render_state.h"
+
+/// A perspective camera. It looks at a point or along a rotation; its angle is a field of view or follows
+/// from a lens.
+class OV_API trCameraNode : public trBase {
+ public:
+  trCameraNode();
+  void OnParamChanged(long index, trBase* who) override;
+
+  /// The view of a picture of this size, pixels square. A target at the camera's own place, or straight above
+  /// or below, still gives a proper frame.
+  trView View(int width, int height) const;
+  const trVector& Position() const { return position_; }
+
+ private:
+  trIntHint lensHint_;
+  trDoubleHint angleHint_;
+  trVector position_, target_, rotation_;
+  unsigned char useTarget_;
+  long lensMode_;
+  double fieldOfView_, focalLength_, filmAperture_, nearClip_;
+};

@@ -1,0 +1,399 @@
+// Adaptive dicing: a restricted quadtree over the base mesh's quads, refined by what an edge measures on
+// screen.
+//
+// Two patches that meet differ by one level at most. Where they differ, the finer one's odd border vertices
+// fall on their even neighbours, which the coarser one shares to the bit, so the surface has no cracks.
+#include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "host/render/grid_mesh.h"
+#include "host/render/sampler.h"
+
+namespace ovhost {
+namespace {
+
+constexpr int kMaxLevel = 40;
+constexpr int kLeavesPerTask = 4;
+
+/// A base point as a key: its bits, mixed. 64 bits over some ten million points: a clash has a chance near
+/// 1e-6 and would only split a patch too many.
+std::uint64_t KeyOf(const trVector& p) {
+  std::uint64_t h = 0x243f6a8885a308d3ull;
+  for (const double c : {p.x + 0.0, p.y + 0.0, p.z + 0.0})
+    h = MixBits64(h ^ std::bit_cast<std::uint64_t>(c)) * 31;
+  return h;
+}
+
+/// An edge's key doesn't depend on its direction. Ends are mixed apart first: mirrored points must not
+/// cancel.
+std::uint64_t EdgeKey(std::uint64_t a, std::uint64_t b) { return MixBits64(a + 1) + MixBits64(b + 1); }
+
+struct Node {
+  std::uint32_t quad;
+  double u, v, size;
+  int level;
+  std::array<trVector, 5> displaced;  ///< corners (0,0) (1,0) (1,1) (0,1), centre; world space
+};
+
+/// A thread's shading state for displacing.
+struct Displacer {
+  Displacer(const GridMesh& mesh, const DiceSettings& settings, trRenderServices& services)
+      : mesh_(mesh), settings_(settings), state_(services, si_) {
+    si_.SetFrame(static_cast<float>(settings.frame));
+    si_.SetMainView(&settings.view);
+    si_.SetThread(static_cast<unsigned>(std::max(0, tbb::this_task_arena::current_thread_index())));
+    si_.Eye() = si_.RootEye() = settings.view.eye;
+    si_.Object() = {&mesh.scene->GetTransformForShaders(), mesh.scene};
+    si_.SetWants(0);
+  }
+
+  /// Leaves the displaced sample in the state.
+  const trShadingInterface& Evaluate(std::uint32_t quad, double u, double v) {
+    const trVector base = mesh_.BasePoint(quad, u, v);
+    const trVector world = mesh_.scene->GetTransform().Point(base);
+    si_.SetSample(world, Normalised(world - mesh_.scene->GetTransform().forward.Translation()));
+    si_.Random() = {KeyOf(base) ^ settings_.seed};
+    // The footprint depends on the undisplaced point alone, so every patch that shares a vertex gives it the
+    // same one.
+    si_.SmoothSize() = FootprintAt(settings_.view, settings_.edgePixels,
+                                   (SurfacePoint(world) - settings_.view.eye).Length());
+    mesh_.material->GeometryDisplace(state_);
+    if (!std::isfinite(si_.P().LengthSquared())) si_.P() = world;
+    return si_;
+  }
+
+ private:
+  /// The base point moved by the geometry shader alone.
+  trVector SurfacePoint(const trVector& world) {
+    if (!mesh_.material->geometryShader) return world;
+    mesh_.material->geometryShader->DisplaceTS(si_);
+    const trVector surface = si_.P();
+    si_.SetSample(world, si_.Ng());
+    return surface;
+  }
+
+  const GridMesh& mesh_;
+  const DiceSettings& settings_;
+  trShadingInterface si_;
+  trRenderState state_;
+};
+
+/// Builds the quadtree.
+class Refiner {
+ public:
+  Refiner(const GridMesh& mesh, const DiceSettings& settings, trRenderServices& services)
+      : mesh_(mesh), settings_(settings), services_(services) {
+    frustum_ = FrustumPlanes(settings.view);
+  }
+
+  std::vector<Node> Leaves(double edgePixels, std::uint64_t& displacements) {
+    std::vector<Node> front, leaves;
+    for (std::uint32_t quad = 0; quad < mesh_.quadCorners.size() / 4; ++quad) {
+      front.push_back({quad, 0, 0, 1, 0, {}});
+      EvaluateNode(front.back());
+      displacements += 5;
+    }
+    while (!front.empty() && !Stopped()) {
+      std::vector<Node> next;
+      for (const Node& node : front) (NeedsSplit(node, edgePixels) ? next : leaves).push_back(node);
+      front = Split(next, displacements);
+    }
+    Balance(leaves, displacements);
+    return leaves;
+  }
+
+ private:
+  bool Stopped() const { return settings_.stop && settings_.stop->load(std::memory_order_relaxed); }
+
+  /// Inward normals of the view's four sides, unit.
+  static std::array<trVector, 4> FrustumPlanes(const trView& view) {
+    return {Normalised(view.forward * view.tanHalfHorizontal + view.right),
+            Normalised(view.forward * view.tanHalfHorizontal - view.right),
+            Normalised(view.forward * view.tanHalfVertical + view.up),
+            Normalised(view.forward * view.tanHalfVertical - view.up)};
+  }
+
+  void EvaluateNode(Node& node) const {
+    Displacer displacer(mesh_, settings_, services_);
+    static constexpr double kU[] = {0, 1, 1, 0, 0.5}, kV[] = {0, 0, 1, 1, 0.5};
+    for (int i = 0; i < 5; ++i)
+      node.displaced[i] =
+          displacer.Evaluate(node.quad, node.u + node.size * kU[i], node.v + node.size * kV[i]).P();
+  }
+
+  std::vector<Node> Split(const std::vector<Node>& nodes, std::uint64_t& displacements) const {
+    std::vector<Node> children(nodes.size() * 4);
+    tbb::parallel_for(size_t(0), nodes.size(), [&](size_t i) { SplitOne(nodes[i], &children[4 * i]); });
+    displacements += nodes.size() * 8;
+    return children;
+  }
+
+  void SplitOne(const Node& node, Node* children) const {
+    Displacer displacer(mesh_, settings_, services_);
+    const double half = node.size / 2;
+    const auto at = [&](double u, double v) {
+      return displacer.Evaluate(node.quad, node.u + u * half, node.v + v * half).P();
+    };
+    const trVector bottom = at(1, 0), right = at(2, 1), top = at(1, 2), left = at(0, 1);
+    const auto& d = node.displaced;
+    children[0] = {node.quad, node.u, node.v, half, node.level + 1, {d[0], bottom, d[4], left, at(0.5, 0.5)}};
+    children[1] = {node.quad, node.u + half,  node.v,
+                   half,      node.level + 1, {bottom, d[1], right, d[4], at(1.5, 0.5)}};
+    children[2] = {node.quad, node.u + half,  node.v + half,
+                   half,      node.level + 1, {d[4], right, d[2], top, at(1.5, 1.5)}};
+    children[3] = {node.quad, node.u,         node.v + half,
+                   half,      node.level + 1, {left, d[4], top, d[3], at(0.5, 1.5)}};
+  }
+
+  bool NeedsSplit(const Node& node, double edgePixels) const {
+    if (node.level >= kMaxLevel) return false;
+    const auto& d = node.displaced;
+    double edge = 0;
+    for (int i = 0; i < 4; ++i) edge = std::fmax(edge, (d[(i + 1) % 4] - d[i]).Length());
+    // Until patches are small against the planet their corners say little of what lies between.
+    if (node.level < 1) return true;
+
+    const trVector& eye = settings_.view.eye;
+    double distance = (d[4] - eye).Length();
+    for (int i = 0; i < 4; ++i) distance = std::fmin(distance, (d[i] - eye).Length());
+    const double radius = edge * 0.75;
+    const double nearest = std::fmax(distance - radius * 0.5, settings_.view.nearClip + 0.25 * radius);
+    double pixels = edge / kPatchSide / (nearest * settings_.view.PixelAngularSize());
+
+    // Seen along the surface an edge is foreshortened; relief makes up for some of that.
+    const trVector normal = Normalised(Cross(d[2] - d[0], d[3] - d[1]));
+    const double facing = std::fabs(Dot(normal, Normalised(d[4] - eye)));
+    pixels *= std::clamp(std::sqrt(facing) * 1.3, 0.35, 1.0);
+    if (distance > radius && !InView(d[4], radius * 1.5))
+      pixels /= 12;
+    else if (IsBehindHorizon(d[4], radius))
+      pixels /= 8;
+    return pixels > edgePixels;
+  }
+
+  bool InView(const trVector& centre, double radius) const {
+    const trVector p = centre - settings_.view.eye;
+    for (const trVector& plane : frustum_)
+      if (Dot(plane, p) < -radius) return false;
+    return true;
+  }
+
+  /// Whether a patch lies well beyond and below the line where the undisplaced ball falls away from the eye.
+  bool IsBehindHorizon(const trVector& point, double radius) const {
+    if (!mesh_.material->geometryShader) return false;
+    const auto& transform = mesh_.scene->GetTransform();
+    const trVector centre = transform.forward.Translation();
+    const double ball = transform.Direction({0, 1, 0}).Length() * 0.998;
+    const trVector toEye = settings_.view.eye - centre, toPoint = point - settings_.view.eye;
+    const double eyeDistance = toEye.Length();
+    if (eyeDistance <= ball) return false;
+    const double length = toPoint.Length();
+    const double along = -Dot(toPoint, toEye) / length;  // from the eye to the foot of the perpendicular
+    if (along <= 0 || along + radius > length) return false;
+    return eyeDistance * eyeDistance - along * along < (ball - radius) * std::fabs(ball - radius);
+  }
+
+  std::uint64_t PointKey(const Node& node, double u, double v) const {
+    return KeyOf(mesh_.BasePoint(node.quad, node.u + u * node.size, node.v + v * node.size));
+  }
+
+  /// Splits leaves until none meets one that is two levels finer: such a neighbour has a corner a quarter
+  /// along the edge.
+  void Balance(std::vector<Node>& leaves, std::uint64_t& displacements) const {
+    std::unordered_set<std::uint64_t> corners;
+    const auto addCorners = [&](const Node& n) {
+      for (const auto& [u, v] : {std::pair{0., 0.}, {1., 0.}, {1., 1.}, {0., 1.}})
+        corners.insert(PointKey(n, u, v));
+    };
+    for (const Node& leaf : leaves) addCorners(leaf);
+    for (;;) {
+      std::vector<char> coarse(leaves.size());
+      tbb::parallel_for(size_t(0), leaves.size(), [&](size_t i) {
+        for (const double q : {0.25, 0.75})
+          for (const auto& [u, v] : {std::pair{q, 0.}, {1., q}, {q, 1.}, {0., q}})
+            coarse[i] |= corners.count(PointKey(leaves[i], u, v)) != 0;
+      });
+      std::vector<Node> keep, split;
+      for (size_t i = 0; i < leaves.size(); ++i) (coarse[i] ? split : keep).push_back(leaves[i]);
+      if (split.empty() || Stopped()) return;
+      const std::vector<Node> children = Split(split, displacements);
+      for (const Node& child : children) addCorners(child);
+      leaves = std::move(keep);
+      leaves.insert(leaves.end(), children.begin(), children.end());
+    }
+  }
+
+  const GridMesh& mesh_;
+  const DiceSettings& settings_;
+  trRenderServices& services_;
+  std::array<trVector, 4> frustum_;
+};
+
+/// The side of a patch that vertex index k of it runs along: 0 bottom, 1 right, 2 top, 3 left.
+int BorderVertex(int side, int k) {
+  switch (side) {
+    case 0:
+      return k;
+    case 1:
+      return k * kPatchStride + kPatchSide;
+    case 2:
+      return kPatchSide * kPatchStride + k;
+    default:
+      return k * kPatchStride;
+  }
+}
+
+struct PatchEdges {
+  bool coarserNeighbour[4] = {false, false, false, false};
+};
+
+/// Which sides of each patch meet a coarser one: the parent's edge there is some leaf's edge.
+std::vector<PatchEdges> FindCoarserNeighbours(const GridMesh& mesh) {
+  const auto key = [&](const Patch& p, double u, double v) { return KeyOf(mesh.BasePoint(p.quad, u, v)); };
+  std::unordered_set<std::uint64_t> edges;
+  edges.reserve(mesh.patches.size() * 4);
+  for (const Patch& p : mesh.patches) {
+    const double u1 = p.u0 + p.size, v1 = p.v0 + p.size;
+    const std::uint64_t a = key(p, p.u0, p.v0), b = key(p, u1, p.v0), c = key(p, u1, v1),
+                        d = key(p, p.u0, v1);
+    for (const std::uint64_t e : {EdgeKey(a, b), EdgeKey(b, c), EdgeKey(c, d), EdgeKey(d, a)})
+      edges.insert(e);
+  }
+  std::vector<PatchEdges> result(mesh.patches.size());
+  tbb::parallel_for(size_t(0), mesh.patches.size(), [&](size_t i) {
+    const Patch& p = mesh.patches[i];
+    if (p.size >= 1) return;
+    // The parent's square, and which sides of it this patch touches.
+    const double parent = p.size * 2;
+    const double pu = std::floor(p.u0 / parent) * parent, pv = std::floor(p.v0 / parent) * parent;
+    const std::uint64_t a = key(p, pu, pv), b = key(p, pu + parent, pv), c = key(p, pu + parent, pv + parent),
+                        d = key(p, pu, pv + parent);
+    result[i].coarserNeighbour[0] = p.v0 == pv && edges.count(EdgeKey(a, b));
+    result[i].coarserNeighbour[1] = p.u0 != pu && edges.count(EdgeKey(b, c));
+    result[i].coarserNeighbour[2] = p.v0 != pv && edges.count(EdgeKey(c, d));
+    result[i].coarserNeighbour[3] = p.u0 == pu && edges.count(EdgeKey(d, a));
+  });
+  return result;
+}
+
+/// Calls `use(vertex, onto)` for every border vertex that falls on its neighbour.
+template <typename Use>
+void ForSnappedVertices(const PatchEdges& edges, Use use) {
+  for (int side = 0; side < 4; ++side)
+    if (edges.coarserNeighbour[side])
+      for (int k = 1; k < kPatchSide; k += 2) use(BorderVertex(side, k), BorderVertex(side, k - 1));
+}
+
+void DisplacePatches(GridMesh& mesh, const DiceSettings& settings, trRenderServices& services,
+                     const std::vector<PatchEdges>& edges) {
+  mesh.vertices.resize(mesh.patches.size() * kPatchVertices);
+  const size_t tasks = (mesh.patches.size() + kLeavesPerTask - 1) / kLeavesPerTask;
+  tbb::parallel_for(size_t(0), tasks, [&](size_t task) {
+    if (settings.stop && settings.stop->load(std::memory_order_relaxed)) return;
+    Displacer displacer(mesh, settings, services);
+    const size_t end = std::min(mesh.patches.size(), (task + 1) * kLeavesPerTask);
+    for (size_t i = task * kLeavesPerTask; i < end; ++i) {
+      Patch& patch = mesh.patches[i];
+      GridVertex* vertices = &mesh.vertices[i * kPatchVertices];
+      for (int row = 0; row < kPatchStride; ++row)
+        for (int column = 0; column < kPatchStride; ++column) {
+          const trShadingInterface& si =
+              displacer.Evaluate(patch.quad, patch.u0 + patch.size * column / kPatchSide,
+                                 patch.v0 + patch.size * row / kPatchSide);
+          auto& state = const_cast<trShadingInterface&>(si);
+          if (row == 0 && column == 0) patch.textureOrigin = state.Pt();
+          GridVertex& vertex = vertices[row * kPatchStride + column];
+          vertex.point = trFVector(si.P() - settings.view.eye);
+          vertex.texture = trFVector(state.Pt() - patch.textureOrigin);
+          vertex.textureNormal = PackedNormal(state.Nt());
+        }
+      ForSnappedVertices(edges[i], [&](int vertex, int onto) { vertices[vertex] = vertices[onto]; });
+    }
+  });
+}
+
+/// Normals: the area-weighted mean of the faces round a vertex, border vertices gathering from every patch
+/// they stand in.
+void SmoothNormals(GridMesh& mesh, const std::vector<PatchEdges>& edges) {
+  const auto borderKey = [&](const Patch& p, int vertex) {
+    return KeyOf(mesh.BasePoint(p.quad, p.u0 + p.size * (vertex % kPatchStride) / kPatchSide,
+                                p.v0 + p.size * (vertex / kPatchStride) / kPatchSide));
+  };
+  const auto isBorder = [](int vertex) {
+    const int row = vertex / kPatchStride, column = vertex % kPatchStride;
+    return row == 0 || row == kPatchSide || column == 0 || column == kPatchSide;
+  };
+  std::vector<int> border;
+  for (int v = 0; v < kPatchVertices; ++v)
+    if (isBorder(v)) border.push_back(v);
+
+  std::vector<trFVector> borderSums(mesh.patches.size() * border.size());
+  std::vector<std::uint64_t> borderKeys(borderSums.size());
+  tbb::parallel_for(size_t(0), mesh.patches.size(), [&](size_t i) {
+    GridVertex* vertices = &mesh.vertices[i * kPatchVertices];
+    std::array<trVector, kPatchVertices> sums{};
+    for (int row = 0; row < kPatchSide; ++row)
+      for (int column = 0; column < kPatchSide; ++column) {
+        const int a = row * kPatchStride + column, b = a + 1, c = b + kPatchStride, d = a + kPatchStride;
+        const trVector diagonal1 = trVector(vertices[c].point) - trVector(vertices[a].point);
+        const trVector diagonal2 = trVector(vertices[d].point) - trVector(vertices[b].point);
+        const trVector normal = Cross(diagonal1, diagonal2);
+        for (const int v : {a, b, c, d}) sums[v] += normal;
+      }
+    ForSnappedVertices(edges[i], [&](int vertex, int onto) {
+      sums[onto] += sums[vertex];
+      sums[vertex] = trVector();
+    });
+    for (int v = 0; v < kPatchVertices; ++v) vertices[v].normal = PackedNormal(Normalised(sums[v]));
+    for (size_t k = 0; k < border.size(); ++k) {
+      borderSums[i * border.size() + k] = trFVector(sums[border[k]]);
+      borderKeys[i * border.size() + k] = borderKey(mesh.patches[i], border[k]);
+    }
+  });
+
+  std::unordered_map<std::uint64_t, trVector> shared;
+  shared.reserve(borderKeys.size() / 2);
+  for (size_t i = 0; i < borderKeys.size(); ++i) shared[borderKeys[i]] += trVector(borderSums[i]);
+  tbb::parallel_for(size_t(0), mesh.patches.size(), [&](size_t i) {
+    GridVertex* vertices = &mesh.vertices[i * kPatchVertices];
+    for (size_t k = 0; k < border.size(); ++k)
+      vertices[border[k]].normal =
+          PackedNormal(Normalised(shared.find(borderKeys[i * border.size() + k])->second));
+    ForSnappedVertices(edges[i],
+                       [&](int vertex, int onto) { vertices[vertex].normal = vertices[onto].normal; });
+  });
+}
+
+}  // namespace
+
+bool Dice(GridMesh& mesh, const DiceSettings& settings, trRenderServices& services,
+          DiceStatistics& statistics) {
+  Refiner refiner(mesh, settings, services);
+  double edgePixels = settings.edgePixels;
+  std::vector<Node> leaves = refiner.Leaves(edgePixels, statistics.displacements);
+  while (settings.maxVertices && leaves.size() * kPatchVertices > settings.maxVertices &&
+         statistics.coarsened < 16) {
+    edgePixels *= 2;
+    ++statistics.coarsened;
+    leaves = refiner.Leaves(edgePixels, statistics.displacements);
+  }
+  mesh.patches.reserve(leaves.size());
+  for (const Node& leaf : leaves) mesh.patches.push_back({leaf.quad, leaf.u, leaf.v, leaf.size, {}});
+  leaves = {};
+
+  const std::vector<PatchEdges> edges = FindCoarserNeighbours(mesh);
+  DisplacePatches(mesh, settings, services, edges);
+  SmoothNormals(mesh, edges);
+  statistics.patches += mesh.patches.size();
+  statistics.vertices += mesh.vertices.size();
+  statistics.displacements += mesh.vertices.size();
+  return !(settings.stop && settings.stop->load());
+}
+
+}  // namespace ovhost

@@ -1,0 +1,66 @@
+// The film: sums of samples a pixel, by tiles, and the picture they make.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "core/colour.h"
+#include "core/vector.h"
+#include "host/image/picture.h"
+#include "host/render/render.h"
+
+namespace ovhost {
+
+/// Everything one camera sample brings home.
+struct CameraSample {
+  trFCol beauty;
+  float alpha = 0;
+  float depth = 0;    ///< metres along the ray; 0 where nothing was hit
+  trVector position;  ///< world, metres
+  trVector normal;
+  trFCol albedo, direct, indirect, atmosphere;
+  float nodeId = 0;  ///< 1 + the number of the object; 0 for the sky
+};
+
+/// Pixel sums. Tiles are written by one thread at a time each; the rest is main thread only.
+class OV_API Film {
+ public:
+  static constexpr int kTileSize = 32;
+
+  /// `layers` are names of LayerNames().
+  Film(const PixelRect& area, int fullWidth, int fullHeight, const std::vector<std::string>& layers);
+
+  const PixelRect& Area() const { return area_; }
+  int NumTiles() const { return tilesX_ * tilesY_; }
+  PixelRect TileRect(int tile) const;
+  /// Samples a pixel that a tile has.
+  std::uint32_t& TileSamples(int tile) { return tileSamples_[tile]; }
+  std::uint32_t TileSamples(int tile) const { return tileSamples_[tile]; }
+  void Add(int x, int y, const CameraSample& sample);
+
+  /// The mean picture so far.
+  Picture MakePicture() const;
+  /// Estimated relative error: root mean square of the pixels' standard errors over the mean luminance.
+  double RelativeError() const;
+
+  // Checkpoints: the raw sums.
+  const std::vector<float>& Sums() const { return sums_; }
+  std::vector<float>& Sums() { return sums_; }
+  const std::vector<std::uint32_t>& AllTileSamples() const { return tileSamples_; }
+  std::vector<std::uint32_t>& AllTileSamples() { return tileSamples_; }
+
+ private:
+  struct Layer {
+    const char* name;
+    int first, channels;
+  };
+  PixelRect area_;
+  int fullWidth_, fullHeight_, tilesX_, tilesY_, stride_;
+  std::vector<Layer> layers_;
+  std::vector<float> sums_;  ///< stride_ floats a pixel: R G B A, squared luminance, then the layers
+  std::vector<std::uint32_t> tileSamples_;
+};
+
+}  // namespace ovhost

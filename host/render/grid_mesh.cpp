@@ -1,0 +1,41 @@
+// Packed normals and base points of diced surfaces.
+#include "host/render/grid_mesh.h"
+
+namespace ovhost {
+
+PackedNormal::PackedNormal(const trVector& n) {
+  const double sum = std::fabs(n.x) + std::fabs(n.y) + std::fabs(n.z);
+  if (!(sum > 0)) {
+    *this = PackedNormal(trVector(0, 1, 0));
+    return;
+  }
+  double u = n.x / sum, v = n.z / sum;
+  if (n.y < 0) {
+    const double folded = (1 - std::fabs(v)) * (u < 0 ? -1 : 1);
+    v = (1 - std::fabs(u)) * (v < 0 ? -1 : 1);
+    u = folded;
+  }
+  const auto quantised = [](double x) {
+    return static_cast<std::uint32_t>(std::lround((x * 0.5 + 0.5) * 65535.0));
+  };
+  bits = quantised(u) | quantised(v) << 16;
+}
+
+trVector PackedNormal::Unpack() const {
+  double u = (bits & 0xffffu) / 65535.0 * 2 - 1, v = (bits >> 16) / 65535.0 * 2 - 1;
+  const double y = 1 - std::fabs(u) - std::fabs(v);
+  if (y < 0) {
+    const double folded = (1 - std::fabs(v)) * (u < 0 ? -1 : 1);
+    v = (1 - std::fabs(u)) * (v < 0 ? -1 : 1);
+    u = folded;
+  }
+  return Normalised({u, y, v});
+}
+
+trVector GridMesh::BasePoint(std::uint32_t quad, double u, double v) const {
+  const trVector* c = &quadCorners[4 * quad];
+  const trVector low = c[0] * (1 - u) + c[1] * u, high = c[3] * (1 - u) + c[2] * u;
+  return low * (1 - v) + high * v;
+}
+
+}  // namespace ovhost

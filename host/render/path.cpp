@@ -1,0 +1,253 @@
+// Camera paths.
+#include "host/render/path.h"
+
+#include <tbb/task_arena.h>
+
+#include <algorithm>
+
+namespace ovhost {
+namespace {
+
+constexpr double kPi = 3.14159265358979;
+/// Footprint of a diffuse bounce, as a share of the distance: detail finer than this averages out over the
+/// hemisphere.
+constexpr double kBounceFootprint = 0.02;
+
+/// A cosine-weighted direction about `normal` (Malley's method on concentric discs, Shirley and Chiu 1997).
+trVector CosineDirection(const trVector& normal, const tr2Vector& draw) {
+  const double a = 2 * draw.x - 1, b = 2 * draw.y - 1;
+  double r, phi;
+  if (a == 0 && b == 0) {
+    r = phi = 0;
+  } else if (std::fabs(a) > std::fabs(b)) {
+    r = a;
+    phi = kPi / 4 * (b / a);
+  } else {
+    r = b;
+    phi = kPi / 2 - kPi / 4 * (a / b);
+  }
+  const trVector side =
+      Normalised(std::fabs(normal.y) < 0.9 ? Cross(normal, {0, 1, 0}) : Cross(normal, {1, 0, 0}));
+  const trVector front = Cross(side, normal);
+  return side * (r * std::cos(phi)) + front * (r * std::sin(phi)) +
+         normal * std::sqrt(std::fmax(0, 1 - r * r));
+}
+
+/// Far enough off a micropolygon that a ray doesn't meet it again: single precision of points relative to the
+/// eye.
+double RayOffset(const trVector& relative) {
+  return 1e-4 + 4e-7 * (std::fabs(relative.x) + std::fabs(relative.y) + std::fabs(relative.z));
+}
+
+trFCol FiniteOrBlack(const trFCol& c) {
+  return std::isfinite(c.r) && std::isfinite(c.g) && std::isfinite(c.b) ? c : trFCol();
+}
+
+trFCol Clamped(const trFCol& c, float limit) {
+  const float luminance = Luminance(c);
+  return limit > 0 && luminance > limit ? c * (limit / luminance) : c;
+}
+
+}  // namespace
+
+PathTracer::PathTracer(World& world, const PathSettings& settings)
+    : world_(world), settings_(settings), state_(world, si_) {
+  si_.SetFrame(static_cast<float>(world.Settings().frame));
+  si_.SetMainView(&world.View());
+  si_.SetThread(static_cast<unsigned>(std::max(0, tbb::this_task_arena::current_thread_index())));
+  si_.RootEye() = world.View().eye;
+}
+
+PathTracer::~PathTracer() { integrator_.FreeRayData(); }
+
+trAtomicIntegrator::Result PathTracer::Air(const trVector& origin, const trVector& direction, double distance,
+                                           int depth) {
+  if (world_.Volumes().empty()) return {};
+  trRenderState::Ray& ray = state_.CurrentRay();
+  ray = trRenderState::Ray();
+  ray.origin = origin;
+  ray.end = origin + direction * distance;
+  ray.depth = depth;
+  ray.pixelAngularSize = world_.View().PixelAngularSize();
+  integrator_.Begin(state_);
+  const trAtomicIntegrator::Result result = integrator_.Integrate(state_, world_.Volumes());
+  counters_.volumeSamples += integrator_.NumSamples();
+  return result;
+}
+
+void PathTracer::ShadeHit(const SurfaceHit& hit, const trVector& origin, const trVector& direction,
+                          double footprintAngle, Surface& surface) {
+  const GridMesh& mesh = *hit.mesh;
+  const Patch& patch = mesh.patches[hit.patch];
+  const GridVertex* vertices = &mesh.vertices[static_cast<size_t>(hit.patch) * kPatchVertices];
+
+  // Blend the vertices of the cell.
+  const double column = std::clamp(hit.u, 0.0, 1.0) * kPatchSide,
+               row = std::clamp(hit.v, 0.0, 1.0) * kPatchSide;
+  const int i = std::min(static_cast<int>(column), kPatchSide - 1),
+            j = std::min(static_cast<int>(row), kPatchSide - 1);
+  const double s = column - i, t = row - j;
+  const GridVertex* cell[4] = {vertices + j * kPatchStride + i, vertices + j * kPatchStride + i + 1,
+                               vertices + (j + 1) * kPatchStride + i,
+                               vertices + (j + 1) * kPatchStride + i + 1};
+  const double weights[4] = {(1 - s) * (1 - t), s * (1 - t), (1 - s) * t, s * t};
+  trVector normal, texture, textureNormal;
+  for (int k = 0; k < 4; ++k) {
+    normal += cell[k]->normal.Unpack() * weights[k];
+    texture += trVector(cell[k]->texture) * weights[k];
+    textureNormal += cell[k]->textureNormal.Unpack() * weights[k];
+  }
+  normal = Normalised(normal);
+
+  surface.mesh = &mesh;
+  surface.relative = origin + direction * hit.distance;
+  surface.world = surface.relative + world_.View().eye;
+  surface.face = Dot(hit.faceNormal, direction) <= 0 ? hit.faceNormal : -hit.faceNormal;
+  surface.footprint = hit.distance * footprintAngle;
+
+  // The undisplaced surface under the point.
+  const trTransform<double>& transform = mesh.scene->GetTransform();
+  const trVector base = transform.Point(
+      mesh.BasePoint(patch.quad, patch.u0 + patch.size * hit.u, patch.v0 + patch.size * hit.v));
+  si_.SetSample(base, normal);
+  if (mesh.material->geometryShader) mesh.material->geometryShader->DisplaceTS(si_);
+
+  si_.Eye() = origin + world_.View().eye;
+  si_.P() = si_.Ph() = surface.world;
+  si_.Pt() = texture + patch.textureOrigin;
+  si_.N() = si_.Ni() = normal;
+  si_.Nt() = Normalised(textureNormal);
+  si_.SmoothSize() = surface.footprint;
+  si_.Object() = {&mesh.scene->GetTransformForShaders(), mesh.scene};
+  si_.SetWants(trShadingInterface::kCd | trShadingInterface::kCo | trShadingInterface::kCe |
+               trShadingInterface::kOo);
+  si_.ResetResults();
+  if (mesh.material->surfaceShader) mesh.material->surfaceShader->ShadeTS(si_);
+
+  const trBsdf& bsdf = si_.Bsdf();
+  surface.emission = FiniteOrBlack(bsdf.Emission());
+  surface.diffuse = FiniteOrBlack(bsdf.ColourOf(trLobe::kDiffuseReflection));
+  surface.transmission = FiniteOrBlack(bsdf.ColourOf(trLobe::kDiffuseTransmission));
+  surface.normal = Normalised(si_.N());
+  if (!(surface.normal.LengthSquared() > 0.5)) surface.normal = surface.face;
+  if (Dot(surface.normal, surface.face) < 0) surface.normal = -surface.normal;
+}
+
+trFCol PathTracer::DirectLight(const Surface& surface, const tr2Vector& draw) {
+  trFCol light;
+  for (const auto& sun : world_.Suns()) {
+    const trVector direction = sun->SampleDisc(draw);
+    const double cosine = Dot(surface.normal, direction);
+    const trFCol& colour = cosine > 0 ? surface.diffuse : surface.transmission;
+    if (colour.IsBlack() || cosine == 0) continue;
+    const trVector& face = surface.face;
+    const bool faces = Dot(face, direction) > 0;
+    // A lit shading normal over a turned-away face is the face's own shadow.
+    if (cosine > 0 && !faces) continue;
+    const double offset = RayOffset(surface.relative);
+    const trVector origin = surface.relative + face * (faces ? offset : -offset);
+    if (sun->DoShadowsFromSurfaces()) {
+      ++counters_.shadowRays;
+      if (world_.Rays().Occluded(origin, direction, offset, world_.FarDistance())) continue;
+    }
+    state_.CurrentRay().depth = 1;
+    light += colour * sun->Radiance() * sun->ThroughVolumes(state_, surface.world) *
+             static_cast<float>(std::fabs(cosine));
+  }
+  return light;
+}
+
+CameraSample PathTracer::Sample(int x, int y, std::uint32_t index) {
+  const trView& view = world_.View();
+  const std::uint64_t pixelKey =
+      MixBits64(static_cast<std::uint64_t>(y) << 32 | static_cast<std::uint32_t>(x)) ^ world_.Settings().seed;
+  PixelSampler sampler(pixelKey, index);
+  si_.Random() = {MixBits64(pixelKey + index)};
+
+  // A tent filter over two pixels, by importance.
+  const auto tent = [](double u) { return u < 0.5 ? std::sqrt(2 * u) - 1 : 1 - std::sqrt(2 - 2 * u); };
+  const tr2Vector jitter = sampler.Next();
+  const double sx = (x + 0.5 + tent(jitter.x)) / view.width * 2 - 1,
+               sy = 1 - (y + 0.5 + tent(jitter.y)) / view.height * 2;
+  trVector direction = Normalised(view.forward + view.right * (sx * view.tanHalfHorizontal) +
+                                  view.up * (sy * view.tanHalfVertical));
+  trVector origin;
+  double nearest = view.nearClip, footprintAngle = view.PixelAngularSize();
+
+  CameraSample result;
+  trFCol throughput(1.0f);
+  bool isDirectlySeen = true;
+  for (int depth = 1;; ++depth) {
+    SurfaceHit hit;
+    ++(depth == 1 ? counters_.cameraRays : counters_.bounceRays);
+    const bool isHit = !world_.Rays().IsEmpty() &&
+                       world_.Rays().Intersect(origin, direction, nearest, world_.FarDistance(), hit);
+    const double distance = isHit ? hit.distance : world_.FarDistance();
+    const trAtomicIntegrator::Result air = Air(origin + view.eye, direction, distance, depth);
+    const auto addIndirect = [&](const trFCol& light) {
+      const trFCol added = Clamped(FiniteOrBlack(light), settings_.clampIndirect);
+      result.beauty += added;
+      result.indirect += added;
+    };
+    if (isDirectlySeen) {
+      result.atmosphere = FiniteOrBlack(air.Colour());
+      result.beauty += result.atmosphere;
+    } else {
+      addIndirect(throughput * air.Colour());
+    }
+    throughput *= air.transmittance;
+    if (!isHit) {
+      if (isDirectlySeen) {
+        for (const auto& sun : world_.Suns())
+          if (sun->HasVisibleDisc() &&
+              Dot(direction, sun->Dir()) >= std::cos(sun->AngularRadiusInRadians(origin))) {
+            // The disc's radiance from its irradiance; what a picture can't hold is left to the view
+            // transform.
+            const double radius = sun->AngularRadiusInRadians(origin);
+            result.beauty += throughput * sun->Radiance() * static_cast<float>(1 / (radius * radius));
+          }
+        result.alpha = 1 - Luminance(throughput) / Luminance(trFCol(1.0f));
+      }
+      break;
+    }
+
+    Surface surface;
+    ShadeHit(hit, origin, direction, footprintAngle, surface);
+    const trFCol direct = surface.emission + DirectLight(surface, sampler.Next());
+    if (isDirectlySeen) {
+      result.alpha = 1;
+      result.depth = static_cast<float>(distance);
+      result.position = surface.world;
+      result.normal = surface.normal;
+      result.albedo = surface.diffuse;
+      for (size_t m = 0; m < world_.Meshes().size(); ++m)
+        if (world_.Meshes()[m].get() == surface.mesh) result.nodeId = static_cast<float>(m + 1);
+      result.direct = FiniteOrBlack(throughput * direct);
+      result.beauty += result.direct;
+    } else {
+      addIndirect(throughput * direct);
+    }
+
+    // Go on by a diffuse bounce; beyond the first, roulette by what the path still carries.
+    if (depth > settings_.maxBounces || world_.SkyOnSurfaces().IsBlack()) break;
+    throughput *= surface.diffuse;
+    if (isDirectlySeen) throughput *= world_.SkyOnSurfaces();
+    const tr2Vector bounce = sampler.Next();
+    if (depth > 1) {
+      const double survive = std::min(0.95, static_cast<double>(throughput.MaxChannel()) * 2);
+      if (survive <= 0 || sampler.Next().x >= survive) break;
+      throughput *= static_cast<float>(1 / survive);
+    }
+    if (throughput.MaxChannel() <= 0) break;
+    direction = CosineDirection(surface.normal, bounce);
+    if (Dot(direction, surface.face) <= 0) break;
+    const double offset = RayOffset(surface.relative);
+    origin = surface.relative + surface.face * offset;
+    nearest = offset;
+    footprintAngle = kBounceFootprint;
+    isDirectlySeen = false;
+  }
+  return result;
+}
+
+}  // namespace ovhost

@@ -1,0 +1,331 @@
+// One frame, from project to picture file.
+#include "host/render/render.h"
+
+#include <tbb/global_control.h>
+#include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+#include "host/base/log.h"
+#include "host/node/node_data.h"
+#include "host/project/camera.h"
+#include "host/project/render_node.h"
+#include "host/render/checkpoint.h"
+#include "host/render/path.h"
+
+namespace ovhost {
+namespace {
+
+/// Pictures past this many pixels are refused: their film alone would not fit.
+constexpr double kMaxPixels = 4e8;
+/// Seconds between pictures written while a render goes on.
+constexpr double kSecondsBetweenWrites = 3;
+
+double Seconds() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+std::uint64_t FreeMemory() {
+  return static_cast<std::uint64_t>(sysconf(_SC_AVPHYS_PAGES)) *
+         static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
+}
+
+template <typename T>
+T* FindNode(juProject& project, const std::string& wanted) {
+  if (!wanted.empty()) return dynamic_cast<T*>(project.NodeByPath(wanted));
+  for (trBase* node : AllNodes(&project))
+    if (auto* found = dynamic_cast<T*>(node)) return found;
+  return nullptr;
+}
+
+/// What the frame is made with: the render node's settings under the command line's.
+struct Plan {
+  int width = 0, height = 0, samples = 0;
+  PixelRect area;
+  trView view;
+  double edgePixels = 1.4;
+  PathSettings path;
+  ViewTransform transform;
+  std::vector<std::string> layers;
+  const trBase* context = nullptr;
+};
+
+/// The render in hand.
+class FrameRender {
+ public:
+  FrameRender(juProject& project, const RenderSettings& settings, RenderControl& control,
+              RenderStatistics& statistics)
+      : project_(project),
+        settings_(settings),
+        control_(control),
+        statistics_(statistics),
+        start_(Seconds()) {}
+
+  RenderOutcome Run() {
+    if (!MakePlan()) return RenderOutcome::kFailed;
+    if (settings_.threads > 0) SetNumThreads(settings_.threads);
+    const int threads = trNumCoresToUse();
+    const tbb::global_control limit(tbb::global_control::max_allowed_parallelism,
+                                    static_cast<size_t>(threads));
+    tbb::task_arena arena(threads);
+    RenderOutcome outcome = RenderOutcome::kFailed;
+    arena.execute([&] { outcome = RunInArena(threads); });
+    statistics_.seconds = Seconds() - start_;
+    return outcome;
+  }
+
+ private:
+  bool MakePlan();
+  bool MakeLayers();
+  RenderOutcome RunInArena(int threads);
+  void RunPass(std::uint32_t pass, Film& film, World& world);
+  bool Report(double fraction);
+  bool TimeIsUp() const {
+    return settings_.timeLimitSeconds > 0 && Seconds() - start_ > settings_.timeLimitSeconds;
+  }
+  std::string WriteOutput(const Film& film);
+  RenderOutcome Stop(const Film& film);
+
+  juProject& project_;
+  const RenderSettings& settings_;
+  RenderControl& control_;
+  RenderStatistics& statistics_;
+  double start_;
+  Plan plan_;
+  CheckpointKey key_;
+  std::atomic<int> tilesDone_{0};
+  unsigned long progressState_ = 0;
+  double lastReport_ = 0, lastWrite_ = 0;
+  std::thread::id mainThread_ = std::this_thread::get_id();
+  std::atomic<bool> outOfTime_{false};
+};
+
+bool FrameRender::MakePlan() {
+  const auto* render = FindNode<trRenderNode>(project_, settings_.renderNode);
+  if (!render) {
+    trError(settings_.renderNode.empty() ? "The project has no render node."
+                                         : "There is no render node '" + settings_.renderNode + "'.");
+    return false;
+  }
+  plan_.context = render;
+  const trScopedErrorsWarningsContext context(render);
+  const double width = settings_.width.value_or(static_cast<int>(std::clamp(render->Width(), -1L, 1L << 30)));
+  const double height =
+      settings_.height.value_or(static_cast<int>(std::clamp(render->Height(), -1L, 1L << 30)));
+  if (width < 1 || height < 1 || width * height > kMaxPixels) {
+    trError("A picture of " + std::to_string(static_cast<long>(width)) + " by " +
+            std::to_string(static_cast<long>(height)) + " pixels can't be rendered.");
+    return false;
+  }
+  plan_.width = static_cast<int>(width);
+  plan_.height = static_cast<int>(height);
+  plan_.samples = static_cast<int>(
+      std::clamp<long>(settings_.samples.value_or(static_cast<int>(render->Samples())), 1, 1 << 20));
+  plan_.area = settings_.crop.value_or(PixelRect{0, 0, plan_.width, plan_.height});
+  plan_.area = {std::max(plan_.area.x0, 0), std::max(plan_.area.y0, 0), std::min(plan_.area.x1, plan_.width),
+                std::min(plan_.area.y1, plan_.height)};
+  if (plan_.area.x0 >= plan_.area.x1 || plan_.area.y0 >= plan_.area.y1) {
+    trError("The crop leaves no pixel of the picture.");
+    return false;
+  }
+  plan_.edgePixels = 1.4 / std::clamp(render->Detail(), 0.01, 16.0);
+  plan_.path.maxBounces = static_cast<int>(std::clamp<long>(render->MaxBounces(), 0, 64));
+  plan_.path.clampIndirect = static_cast<float>(render->ClampIndirect());
+  plan_.transform = {render->Exposure(), render->SoftClip()};
+
+  UpdateAnimation(&project_, settings_.frame);
+  project_.SetParam("current_frame", settings_.frame, trWhoSystem);
+  const trCameraNode* camera = settings_.camera.empty()
+                                   ? dynamic_cast<const trCameraNode*>(project_.PActiveCameraNode())
+                                   : FindNode<trCameraNode>(project_, settings_.camera);
+  if (!camera) {
+    if (!settings_.camera.empty()) {
+      trError("There is no camera '" + settings_.camera + "'.");
+      return false;
+    }
+    trWarning("The project has no camera; the view is from the origin along -z.");
+    plan_.view.width = plan_.width;
+    plan_.view.height = plan_.height;
+    plan_.view.tanHalfVertical = plan_.view.tanHalfHorizontal * plan_.height / plan_.width;
+  } else {
+    plan_.view = camera->View(plan_.width, plan_.height);
+  }
+  return MakeLayers();
+}
+
+bool FrameRender::MakeLayers() {
+  const std::vector<std::string>& known = LayerNames();
+  for (const std::string& name : settings_.layers) {
+    if (name == "all") {
+      plan_.layers = known;
+      return true;
+    }
+    if (std::find(known.begin(), known.end(), name) == known.end()) {
+      trError("There is no layer '" + name + "'.");
+      return false;
+    }
+    plan_.layers.push_back(name);
+  }
+  return true;
+}
+
+bool FrameRender::Report(double fraction) {
+  auto* node = const_cast<trBase*>(plan_.context);
+  const double elapsed = Seconds() - start_;
+  const float remaining = fraction > 0.01 ? static_cast<float>(elapsed / fraction - elapsed) : -1.0f;
+  return node->ReportProgress(progressState_, "Rendering", static_cast<float>(fraction), remaining) != 0;
+}
+
+void FrameRender::RunPass(std::uint32_t pass, Film& film, World& world) {
+  tbb::parallel_for(
+      tbb::blocked_range<int>(0, film.NumTiles(), 1), [&](const tbb::blocked_range<int>& range) {
+        std::unique_ptr<PathTracer> tracer;
+        for (int tile = range.begin(); tile < range.end(); ++tile) {
+          if (film.TileSamples(tile) > pass) continue;
+          if (control_.stop || control_.writeNow || outOfTime_) return;
+          if (!tracer) tracer = std::make_unique<PathTracer>(world, plan_.path);
+          const PathCounters before = tracer->Counters();
+          const PixelRect rect = film.TileRect(tile);
+          for (int y = rect.y0; y < rect.y1; ++y)
+            for (int x = rect.x0; x < rect.x1; ++x) film.Add(x, y, tracer->Sample(x, y, pass));
+          film.TileSamples(tile) = pass + 1;
+          const PathCounters& after = tracer->Counters();
+          std::atomic_ref(statistics_.cameraRays) += after.cameraRays - before.cameraRays;
+          std::atomic_ref(statistics_.shadowRays) += after.shadowRays - before.shadowRays;
+          std::atomic_ref(statistics_.bounceRays) += after.bounceRays - before.bounceRays;
+          std::atomic_ref(statistics_.volumeSamples) += after.volumeSamples - before.volumeSamples;
+          ++tilesDone_;
+          // The main thread renders too, and speaks for all.
+          if (std::this_thread::get_id() != mainThread_) continue;
+          if (TimeIsUp() && pass > 0) outOfTime_ = true;
+          if (Seconds() - lastReport_ > 0.2) {
+            lastReport_ = Seconds();
+            if (!Report(static_cast<double>(tilesDone_) /
+                        (static_cast<double>(film.NumTiles()) * plan_.samples)))
+              control_.stop = true;
+          }
+        }
+      });
+}
+
+std::string FrameRender::WriteOutput(const Film& film) {
+  Picture picture = film.MakePicture();
+  picture.metadata = {{"Software", std::string("ovstd ") + OV_VERSION},
+                      {"ov:scene", settings_.sceneName},
+                      {"ov:frame", ValueToText(trParamValue(settings_.frame))},
+                      {"ov:samples", std::to_string(statistics_.samplesDone)},
+                      {"ov:seed", std::to_string(settings_.seed)}};
+  lastWrite_ = Seconds();
+  return WritePicture(settings_.output, picture, plan_.transform);
+}
+
+RenderOutcome FrameRender::Stop(const Film& film) {
+  std::string problem = WriteCheckpoint(CheckpointPath(settings_.output), key_, film);
+  if (problem.empty() && statistics_.samplesDone > 0) problem = WriteOutput(film);
+  if (problem.empty()) return RenderOutcome::kStopped;
+  trError(problem);
+  return RenderOutcome::kOutputFailed;
+}
+
+RenderOutcome FrameRender::RunInArena(int threads) {
+  const trScopedErrorsWarningsContext context(plan_.context);
+  key_ = {settings_.projectHash, settings_.seed,
+          settings_.frame,       {plan_.area.x0, plan_.area.y0, plan_.area.x1, plan_.area.y1},
+          plan_.width,           plan_.height};
+  Film film(plan_.area, plan_.width, plan_.height, plan_.layers);
+  const std::string checkpoint = CheckpointPath(settings_.output);
+  if (settings_.resume != ResumeMode::kNever) {
+    const CheckpointState state = ReadCheckpoint(checkpoint, key_, film);
+    if (state == CheckpointState::kOther)
+      trWarning(checkpoint + ": belongs to another project or frame, and is left alone");
+    if (state == CheckpointState::kDamaged) trWarning(checkpoint + ": is damaged, and is left alone");
+    if (state != CheckpointState::kLoaded && settings_.resume == ResumeMode::kRequire) {
+      trError("There is no checkpoint to go on from.");
+      return RenderOutcome::kFailed;
+    }
+  }
+
+  Report(0);
+  WorldSettings worldSettings;
+  worldSettings.view = plan_.view;
+  worldSettings.edgePixels = plan_.edgePixels;
+  worldSettings.frame = settings_.frame;
+  worldSettings.seed = settings_.seed;
+  worldSettings.threads = threads;
+  const std::uint64_t budget = settings_.memoryBytes ? settings_.memoryBytes : FreeMemory() / 4 * 3;
+  const std::uint64_t filmBytes = film.Sums().size() * sizeof(float) * 3;
+  if (filmBytes > budget) {
+    trError("The memory limit is too small for the picture's size.");
+    return RenderOutcome::kMemoryLimit;
+  }
+  worldSettings.memoryBytes = budget - filmBytes;
+  World world(project_, worldSettings, control_.stop);
+  if (!world.Build()) return control_.stop ? Stop(film) : RenderOutcome::kFailed;
+  if (world.Meshes().empty()) trWarning("The project has no object to render; only the sky will show.");
+  if (world.Suns().empty()) trWarning("The project has no light.");
+  statistics_.vertices = world.Dicing().vertices;
+  statistics_.displacements = world.Dicing().displacements;
+  statistics_.diceSeconds = world.DiceSeconds();
+  statistics_.gridBytes = world.Dicing().vertices * sizeof(GridVertex);
+
+  for (int pass = 0; pass < plan_.samples; ++pass) {
+    bool isPassDone = false;
+    while (!isPassDone) {
+      RunPass(static_cast<std::uint32_t>(pass), film, world);
+      const auto& counts = film.AllTileSamples();
+      isPassDone = *std::min_element(counts.begin(), counts.end()) > static_cast<std::uint32_t>(pass);
+      if (control_.stop || outOfTime_) break;
+      if (control_.writeNow.exchange(false))
+        if (const std::string problem = WriteOutput(film); !problem.empty()) trWarning(problem);
+    }
+    if (control_.stop) return Stop(film);
+    if (outOfTime_) break;
+    statistics_.samplesDone = pass + 1;
+    const bool isLast = pass + 1 == plan_.samples;
+    const bool isGoodEnough =
+        settings_.noiseLimit > 0 && pass >= 3 && film.RelativeError() < settings_.noiseLimit;
+    const bool wantsPicture = settings_.writeEveryPass && !isLast && !isGoodEnough &&
+                              (pass == 0 || Seconds() - lastWrite_ > kSecondsBetweenWrites);
+    if (wantsPicture) {
+      if (const std::string problem = WriteOutput(film); !problem.empty()) {
+        trError(problem);
+        return RenderOutcome::kOutputFailed;
+      }
+      if (pass == 0) statistics_.firstPictureSeconds = Seconds() - start_;
+    }
+    if (isGoodEnough) break;
+  }
+  if (const std::string problem = WriteOutput(film); !problem.empty()) {
+    trError(problem);
+    return RenderOutcome::kOutputFailed;
+  }
+  if (statistics_.firstPictureSeconds == 0) statistics_.firstPictureSeconds = Seconds() - start_;
+  Film probe(plan_.area, plan_.width, plan_.height, plan_.layers);
+  if (ReadCheckpoint(checkpoint, key_, probe) == CheckpointState::kLoaded) unlink(checkpoint.c_str());
+  Report(1);
+  return outOfTime_ ? RenderOutcome::kTimeLimit : RenderOutcome::kDone;
+}
+
+}  // namespace
+
+RenderOutcome RenderFrame(juProject& project, const RenderSettings& settings, RenderControl& control,
+                          RenderStatistics* statistics) {
+  RenderStatistics local;
+  RenderStatistics& used = statistics ? *statistics : local;
+  used = RenderStatistics();
+  try {
+    return FrameRender(project, settings, control, used).Run();
+  } catch (const std::bad_alloc&) {
+    trError("The render ran out of memory.");
+    return RenderOutcome::kMemoryLimit;
+  } catch (const std::exception& problem) {
+    trError(std::string("The render failed: ") + problem.what());
+    return RenderOutcome::kFailed;
+  }
+}
+
+}  // namespace ovhost

@@ -1,0 +1,64 @@
+// Nested shader calls of a render state.
+#include "core/render_state.h"
+
+namespace {
+
+/// Keeps a thread's shading state and puts it back, on every way out. What a nested call drew, and whether it
+/// tripped the depth guard, stays.
+class ShadingStateGuard {
+ public:
+  explicit ShadingStateGuard(trShadingInterface& si) : si_(si), saved_(si) {}
+  ~ShadingStateGuard() {
+    const trRandomStream random = si_.Random();
+    const bool tripped = si_.DepthTripped();
+    si_ = saved_;
+    si_.Random() = random;
+    if (tripped) si_.KeepDepthTripped();
+  }
+  ShadingStateGuard(const ShadingStateGuard&) = delete;
+  ShadingStateGuard& operator=(const ShadingStateGuard&) = delete;
+
+ private:
+  trShadingInterface& si_;
+  const trShadingInterface saved_;
+};
+
+void MoveSample(trShadingInterface& si, bool moveTexture, const trVector* point, const trVector* normal) {
+  if (point) {
+    si.P() = si.Pg() = *point;
+    if (moveTexture) si.Pt() = si.Ptg() = *point;
+  }
+  if (normal) si.N() = si.Ng() = si.Nt() = *normal;
+}
+
+}  // namespace
+
+trRenderState::trRenderState(trRenderServices& services, trShadingInterface& shading)
+    : services_(services), shading_(shading) {
+  shading_.SetRenderState(this);
+}
+
+trVector trRenderState::CallDisplacement(trShader* shader, bool moveTexture, const trVector* point,
+                                         const trVector* normal) {
+  if (!shader) return point ? *point : shading_.P();
+  const ShadingStateGuard guard(shading_);
+  MoveSample(shading_, moveTexture, point, normal);
+  shader->DisplaceTS(shading_);
+  return shading_.P();
+}
+
+trVector trRenderState::CallDisplacementOnPlane(trShader* shader, bool moveTexture, const trVector* point,
+                                                const trVector* normal) {
+  const trVector from = point ? *point : shading_.P();
+  const trVector along = Normalised(normal ? *normal : shading_.N());
+  const trVector moved = CallDisplacement(shader, moveTexture, point, normal);
+  return from + along * Dot(moved - from, along);
+}
+
+trFCol trRenderState::CallShaderCd(trShader* shader, bool moveTexture, const trVector* point,
+                                   const trVector* normal) {
+  if (!shader) return {};
+  const ShadingStateGuard guard(shading_);
+  MoveSample(shading_, moveTexture, point, normal);
+  return shader->FColValueTS(shading_);
+}

@@ -1,0 +1,309 @@
+// Building what a frame is rendered from, and answering shaders.
+#include "host/render/world.h"
+
+#include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
+
+#include <algorithm>
+#include <chrono>
+
+#include "host/node/node_data.h"
+#include "host/project/enviro_light.h"
+#include "host/project/sunlight.h"
+#include "host/render/sampler.h"
+
+namespace ovhost {
+namespace {
+
+constexpr double kPi = 3.14159265358979;
+/// What a diced vertex costs with its share of Embree's hierarchy, bytes. Measured on planets: 32 for the
+/// vertex, the rest the hierarchy and the temporaries of dicing.
+constexpr double kBytesPerVertex = 64;
+/// Albedo of ground whose light only brightens the air above it.
+constexpr float kGroundAlbedo = 0.2f;
+
+double Seconds() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+/// What the ground sends up into the air: sunlit Lambert ground of middling albedo.
+trFCol GroundRadiance(trRenderServices& services, const trVector& origin, const trVector& direction,
+                      double& distance) {
+  const auto& world = static_cast<const World&>(services);
+  SurfaceHit hit;
+  if (world.Rays().IsEmpty() ||
+      !world.Rays().Intersect(origin - world.View().eye, direction, 1e-3, distance, hit))
+    return {};
+  distance = hit.distance;
+  const trVector normal = Dot(hit.faceNormal, direction) <= 0 ? hit.faceNormal : -hit.faceNormal;
+  trFCol light;
+  for (const auto& sun : world.Suns()) {
+    const double cosine = Dot(normal, sun->Dir());
+    if (cosine > 0)
+      light += sun->Radiance() * static_cast<float>(kGroundAlbedo * cosine) *
+               world.Sky().Transmittance(origin + direction * hit.distance, sun->Dir(),
+                                         sun->AngularRadiusInRadians(origin));
+  }
+  return light;
+}
+
+}  // namespace
+
+// --- Suns
+// -----------------------------------------------------------------------------------------------------------
+
+SunLight::SunLight(const World& world, const trSunlightNode& node)
+    : world_(world),
+      direction_(node.Direction()),
+      radiance_(node.Radiance()),
+      angularRadius_(std::clamp(node.AngularRadius(), 1e-5, 1.5)),
+      shadows_(node.CastsShadows()),
+      glow_(node.GlowsInAtmosphere()),
+      visibleDisc_(node.HasVisibleDisc()) {
+  sideA_ =
+      Normalised(std::fabs(direction_.y) < 0.9 ? Cross(direction_, {0, 1, 0}) : Cross(direction_, {1, 0, 0}));
+  sideB_ = Cross(direction_, sideA_);
+}
+
+trVector SunLight::TracePos(const trVector& point, double& distance) const {
+  distance = world_.FarDistance();
+  return point + direction_ * distance;
+}
+
+trVector SunLight::SampleDisc(const tr2Vector& draw) const {
+  const double r = std::sqrt(draw.x) * std::tan(angularRadius_), phi = 2 * kPi * draw.y;
+  return Normalised(direction_ + sideA_ * (r * std::cos(phi)) + sideB_ * (r * std::sin(phi)));
+}
+
+trFCol SunLight::ThroughVolumes(trRenderState& state, const trVector& point) const {
+  if (!shadows_ || world_.Volumes().empty()) return trFCol(1.0f);
+  if (world_.Sky().IsSymmetric()) return world_.Sky().Transmittance(point, direction_, angularRadius_);
+  return trFCol(1.0f) - state.TraceOpacity(point, point + direction_ * world_.FarDistance());
+}
+
+trFCol SunLight::Intensity(trRenderState& state, const trVector& point, const trVector&) const {
+  const trFCol through = radiance_ * ThroughVolumes(state, point);
+  if (!shadows_ || !state.CurrentRay().tracesShadows || through.IsBlack() || world_.Rays().IsEmpty())
+    return through;
+  const tr2Vector draw(state.Random(), state.Random());
+  const bool blocked =
+      world_.Rays().Occluded(point - world_.View().eye, SampleDisc(draw), 0, world_.FarDistance());
+  return blocked ? trFCol() : through;
+}
+
+trFCol SunLight::DEV_IntensityOptimised(trRenderState& state, const trVector& point, const trVector& spot,
+                                        const trVector&, const trFCol&) const {
+  return Intensity(state, point, spot);
+}
+
+// --- Building
+// -------------------------------------------------------------------------------------------------------
+
+World::World(juProject& project, const WorldSettings& settings, const std::atomic<bool>& stop)
+    : project_(project), settings_(settings), stop_(stop), accel_(std::make_unique<Accel>()) {}
+
+World::~World() { FinishShaders(); }
+
+bool World::Build() {
+  ResolveAllLinks(&project_);
+  if (!MakeScenes()) return false;
+  CollectLights();
+  for (const auto& scene : scenes_) CollectVolumes(*scene);
+  ResolveAllLinks(&project_);
+  if (!StartShaders()) return false;
+
+  const double start = Seconds();
+  const std::uint64_t maxVertices =
+      settings_.memoryBytes ? static_cast<std::uint64_t>(settings_.memoryBytes * 0.6 / kBytesPerVertex) : 0;
+  for (const auto& mesh : meshes_) {
+    DiceSettings dice;
+    dice.view = settings_.view;
+    dice.edgePixels = settings_.edgePixels;
+    dice.maxVertices = maxVertices ? std::max<std::uint64_t>(maxVertices / meshes_.size(), 100000) : 0;
+    dice.frame = settings_.frame;
+    dice.seed = settings_.seed;
+    dice.stop = &stop_;
+    if (!Dice(*mesh, dice, *this, dicing_)) return false;
+    accel_->Add(*mesh);
+  }
+  if (dicing_.coarsened > 0)
+    trWarning("Memory limit: micropolygons are " + std::to_string(1 << dicing_.coarsened) +
+              " times as long as the render node asks for.");
+  if (!accel_->Build()) return false;
+  diceSeconds_ = Seconds() - start;
+
+  sky_.BuildTransmittance(volumes_, *this);
+  if (!lights_.empty() && !skyInAtmosphere_.IsBlack())
+    sky_.BuildEnviro(volumes_, *this, lights_[0]->Dir(), lights_.size() > 1, GroundRadiance);
+  return !stop_;
+}
+
+bool World::MakeScenes() {
+  for (trBase* node : AllNodes(&project_)) {
+    auto* maker = dynamic_cast<trSceneMaker*>(node);
+    if (!maker) continue;
+    auto scene = std::make_unique<trScene>();
+    scene->Init();
+    const trScopedErrorsWarningsContext context(node);
+    if (!maker->Make(*scene, trSceneMaker::kRender)) {
+      trError("The object could not be made.");
+      return false;
+    }
+    scene->PrepForRender();
+    CollectMesh(*scene, node);
+    scenes_.push_back(std::move(scene));
+  }
+  return true;
+}
+
+void World::CollectMesh(const trScene& scene, const trBase* node) {
+  if (!scene.IsVisibleOrHoldout()) return;
+  // Pairs of triangles (a, b, c), (a, c, d) are quads; a single one has its last corner twice.
+  for (long i = 1; i <= scene.NumTris(); ++i) {
+    const trTri& tri = *scene.GetPTri(i);
+    const trMaterial* material = scene.GetPMaterial(tri.material);
+    if (!material) continue;
+    std::int32_t corners[4] = {tri.point[0], tri.point[1], tri.point[2], tri.point[2]};
+    if (i < scene.NumTris()) {
+      const trTri& next = *scene.GetPTri(i + 1);
+      if (next.material == tri.material && next.point[0] == tri.point[0] && next.point[1] == tri.point[2]) {
+        corners[3] = next.point[2];
+        ++i;
+      }
+    }
+    GridMesh* mesh = nullptr;
+    for (const auto& known : meshes_)
+      if (known->scene == &scene && known->material == material) mesh = known.get();
+    if (!mesh) {
+      meshes_.push_back(std::make_unique<GridMesh>());
+      mesh = meshes_.back().get();
+      mesh->scene = &scene;
+      mesh->material = material;
+      mesh->node = node;
+      mesh->castsShadows = scene.CastsShadows();
+    }
+    for (const std::int32_t corner : corners) mesh->quadCorners.push_back(scene.GetPPoint(corner)->position);
+  }
+}
+
+void World::CollectLights() {
+  for (trBase* node : AllNodes(&project_)) {
+    if (const auto* sun = dynamic_cast<const trSunlightNode*>(node); sun && sun->IsEnabled())
+      lights_.push_back(std::make_unique<SunLight>(*this, *sun));
+    if (const auto* sky = dynamic_cast<const trEnviroLightNode*>(node); sky && sky->IsEnabled()) {
+      skyOnSurfaces_ += sky->StrengthOnSurfaces();
+      skyInAtmosphere_ += sky->StrengthInAtmosphere();
+    }
+  }
+}
+
+void World::CollectVolumes(const trScene& scene) {
+  // Each atmosphere link is the end of a chain: everything upstream is a volume as well. A chain that feeds
+  // itself ends where it meets what is already there.
+  for (long i = 1; i <= scene.NumAtmospheres(); ++i)
+    for (trShader* shader = scene.GetAtmosphere(i); shader; shader = shader->InputShader()) {
+      auto* volume = dynamic_cast<trAtmosShader*>(shader);
+      if (!volume) continue;
+      if (std::find(volumes_.begin(), volumes_.end(), volume) != volumes_.end()) break;
+      if (volume->IsEnabled()) volumes_.push_back(volume);
+    }
+}
+
+bool World::StartShaders() {
+  trShadingInterface si;
+  trRenderState state(*this, si);
+  trRenderingInterface rendering(state, settings_.threads, &settings_.view, trRenderContext::kFinal);
+  for (trBase* node : AllNodes(&project_)) {
+    auto* shader = dynamic_cast<trShader*>(node);
+    if (!shader) continue;
+    started_.push_back(shader);
+    if (!shader->StartRender(rendering)) {
+      const trScopedErrorsWarningsContext context(node);
+      trError("The shader could not be prepared for the render.");
+      return false;
+    }
+  }
+  for (trAtmosShader* volume : volumes_) volume->PrepareAtmosphere(rendering);
+  for (const auto& task : rendering.PrepassTasks())
+    if (!task(state)) return false;
+  return true;
+}
+
+void World::FinishShaders() {
+  trShadingInterface si;
+  trRenderState state(*this, si);
+  trRenderingInterface rendering(state, settings_.threads, &settings_.view, trRenderContext::kFinal);
+  for (trShader* shader : started_) shader->FinishRender(rendering);
+  started_.clear();
+}
+
+// --- Services
+// -------------------------------------------------------------------------------------------------------
+
+trFCol World::Trace(trRenderState& state, const trVector& origin, const trVector& direction, bool) {
+  // Light along a ray without the surface's own network: the air, and ground of middling albedo behind it.
+  double distance = FarDistance();
+  const trFCol leaving = GroundRadiance(*this, origin, direction, distance);
+  trAtomicIntegrator integrator;
+  const trRenderState::Ray saved = state.CurrentRay();
+  trRenderState::Ray& ray = state.CurrentRay();
+  ray.origin = origin;
+  ray.end = origin + direction * distance;
+  ray.depth = saved.depth + 1;
+  ray.wantsColour = true;
+  integrator.Begin(state);
+  const trAtomicIntegrator::Result air = integrator.Integrate(state, volumes_);
+  integrator.FreeRayData();
+  state.CurrentRay() = saved;
+  return air.Colour() + air.transmittance * leaving;
+}
+
+trFCol World::TraceOpacity(trRenderState& state, const trVector& from, const trVector& to) {
+  const trVector path = to - from;
+  const double length = path.Length();
+  if (state.CurrentRay().tracesShadows && !accel_->IsEmpty() && length > 0 &&
+      accel_->Occluded(from - View().eye, path * (1 / length), 1e-3, length))
+    return trFCol(1.0f);
+  trAtomicIntegrator integrator;
+  const trRenderState::Ray saved = state.CurrentRay();
+  trRenderState::Ray& ray = state.CurrentRay();
+  ray.origin = from;
+  ray.end = to;
+  ray.depth = saved.depth + 1;
+  ray.wantsColour = false;
+  integrator.Begin(state);
+  const trAtomicIntegrator::Result air = integrator.Integrate(state, volumes_);
+  integrator.FreeRayData();
+  state.CurrentRay() = saved;
+  return trFCol(1.0f) - air.transmittance;
+}
+
+trFCol World::DirectDiffuse(trRenderState& state, const trVector& point, const trVector& normal) {
+  trFCol light;
+  for (const auto& sun : lights_) {
+    const double cosine = Dot(normal, sun->Dir());
+    if (cosine > 0) light += sun->Intensity(state, point, {}) * static_cast<float>(cosine);
+  }
+  return light;
+}
+
+trFCol World::IndirectDiffuse(trRenderState&, const trVector& point, const trVector& normal) {
+  trFCol above, below;
+  sky_.Enviro(point, above, below);
+  // Half the table's doubled means, by how much of each half space the surface faces.
+  const double up = 0.5 + 0.5 * normal.y;
+  return (above * static_cast<float>(up) + below * static_cast<float>(1 - up)) * 0.5f * skyOnSurfaces_;
+}
+
+void World::EnviroInAtmosphere(trRenderState&, const trVector& point, const trVector&, trFCol& above,
+                               trFCol& below) {
+  sky_.Enviro(point, above, below);
+  above *= skyInAtmosphere_;
+  below *= skyInAtmosphere_;
+}
+
+double World::SpotSize(const trVector& point) const {
+  return FootprintAt(settings_.view, settings_.edgePixels, (point - settings_.view.eye).Length());
+}
+
+}  // namespace ovhost

@@ -1,0 +1,216 @@
+// Dicing: no cracks, few displacements, the same bits for any number of threads.
+#include <gtest/gtest.h>
+#include <tbb/global_control.h>
+#include <tbb/task_arena.h>
+
+#include <cstring>
+#include <map>
+#include <set>
+
+#include "host/render/accel.h"
+#include "host/render/grid_mesh.h"
+
+namespace {
+
+/// A ball of planet size with ridges some kilometres high, in closed form.
+class Ridges : public trSurfaceShader {
+ public:
+  long Displace(trShadingInterface& si) override {
+    const trVector p = si.Pt() * 1e-4;
+    si.P() += si.Ng() * (3000 * std::sin(p.x) * std::cos(p.z * 1.3) + 400 * std::sin(17 * p.x + 9 * p.z));
+    return 1;
+  }
+};
+
+/// Projects to the sphere that the object's transform describes.
+class Ball : public trGeometryShader {
+ public:
+  long Displace(trShadingInterface& si) override {
+    const trVector centre = Forward().Translation();
+    const trVector normal = Normalised(si.P() - centre);
+    si.P() = si.Pg() = si.Pt() = si.Ptg() = centre + normal * Forward().Direction({0, 1, 0}).Length();
+    si.N() = si.Ng() = si.Nt() = si.Ni() = normal;
+    return 1;
+  }
+};
+
+class NoServices : public trRenderServices {
+ public:
+  int NumLights() const override { return 0; }
+  const trLightState* Light(int) const override { return nullptr; }
+  trFCol Trace(trRenderState&, const trVector&, const trVector&, bool) override { return {}; }
+  trFCol TraceOpacity(trRenderState&, const trVector&, const trVector&) override { return {}; }
+  trFCol DirectDiffuse(trRenderState&, const trVector&, const trVector&) override { return {}; }
+  trFCol IndirectDiffuse(trRenderState&, const trVector&, const trVector&) override { return {}; }
+  void EnviroInAtmosphere(trRenderState&, const trVector&, const trVector&, trFCol&, trFCol&) override {}
+  double SpotSize(const trVector&) const override { return 1; }
+  bool IsPausingOrAborting() const override { return false; }
+};
+
+struct Planet {
+  explicit Planet(double altitude) {
+    scene.Init();
+    scene.SetTransform(trTranslate({0, -6378000, 0}) * trScale(6378000, 6378000, 6378000));
+    ball.SetObjectTransform(scene.GetTransform());
+    material = trMaterial(&ball, &ridges, nullptr, 1);
+    const long index = scene.AddMaterial(material);
+    scene.AddPolySphere({0, 0, 0}, {1, 1, 1}, 8, 4, index);
+    mesh.scene = &scene;
+    mesh.material = &material;
+    for (long i = 1; i < scene.NumTris(); i += 2) {
+      const trTri &a = *scene.GetPTri(i), &b = *scene.GetPTri(i + 1);
+      for (const auto corner : {a.point[0], a.point[1], a.point[2], b.point[2]})
+        mesh.quadCorners.push_back(scene.GetPPoint(corner)->position);
+    }
+    settings.view.eye = {0, altitude, 0};
+    settings.view.forward = Normalised(trVector(0.3, -0.2, -1));
+    settings.view.right = Normalised(Cross(settings.view.forward, {0, 1, 0}));
+    settings.view.up = Cross(settings.view.right, settings.view.forward);
+    settings.view.width = 160;
+    settings.view.height = 120;
+    settings.edgePixels = 2;
+  }
+
+  void DiceWith(int threads) {
+    const tbb::global_control limit(tbb::global_control::max_allowed_parallelism, threads);
+    tbb::task_arena arena(threads);
+    bool done = false;
+    arena.execute([&] { done = ovhost::Dice(mesh, settings, services, statistics); });
+    ASSERT_TRUE(done);
+  }
+
+  trScene scene;
+  Ball ball;
+  Ridges ridges;
+  trMaterial material;
+  ovhost::GridMesh mesh;
+  ovhost::DiceSettings settings;
+  ovhost::DiceStatistics statistics;
+  NoServices services;
+};
+
+using PointBits = std::array<std::uint32_t, 3>;
+
+PointBits Bits(const trFVector& p) {
+  PointBits bits;
+  const float values[3] = {p.x + 0.0f, p.y + 0.0f, p.z + 0.0f};
+  std::memcpy(bits.data(), values, sizeof bits);
+  return bits;
+}
+
+/// Every edge of a closed surface is run through once each way. Degenerate faces have none.
+size_t OpenEdges(const ovhost::GridMesh& mesh) {
+  std::map<std::pair<PointBits, PointBits>, int> balance;
+  const auto addTriangle = [&](const PointBits& a, const PointBits& b, const PointBits& c) {
+    if (a == b || b == c || c == a) return;
+    for (const auto& [from, to] : {std::pair{a, b}, {b, c}, {c, a}}) {
+      ++balance[{from, to}];
+      --balance[{to, from}];
+    }
+  };
+  for (size_t patch = 0; patch < mesh.patches.size(); ++patch) {
+    const ovhost::GridVertex* v = &mesh.vertices[patch * ovhost::kPatchVertices];
+    for (int row = 0; row < ovhost::kPatchSide; ++row)
+      for (int column = 0; column < ovhost::kPatchSide; ++column) {
+        const int a = row * ovhost::kPatchStride + column, d = a + ovhost::kPatchStride;
+        addTriangle(Bits(v[a].point), Bits(v[a + 1].point), Bits(v[d + 1].point));
+        addTriangle(Bits(v[a].point), Bits(v[d + 1].point), Bits(v[d].point));
+      }
+  }
+  size_t open = 0;
+  for (const auto& [edge, count] : balance) open += count != 0;
+  return open;
+}
+
+TEST(Dicing, HasNoCracksNearTheGroundAndFromOrbit) {
+  for (const double altitude : {4000.0, 2.0e6}) {
+    Planet planet(altitude);
+    planet.DiceWith(2);
+    ASSERT_GT(planet.mesh.patches.size(), 400u);
+    std::set<double> sizes;
+    for (const auto& patch : planet.mesh.patches) sizes.insert(patch.size);
+    EXPECT_GE(sizes.size(), 3u) << "levels must differ for the borders to be tried";
+    EXPECT_EQ(OpenEdges(planet.mesh), 0u) << "altitude " << altitude;
+    EXPECT_LE(static_cast<double>(planet.statistics.displacements),
+              1.15 * planet.mesh.patches.size() * ovhost::kPatchSide * ovhost::kPatchSide);
+  }
+}
+
+TEST(Dicing, SameBitsForAnyNumberOfThreads) {
+  Planet one(3000), seven(3000);
+  one.DiceWith(1);
+  seven.DiceWith(7);
+  ASSERT_EQ(one.mesh.vertices.size(), seven.mesh.vertices.size());
+  EXPECT_EQ(std::memcmp(one.mesh.vertices.data(), seven.mesh.vertices.data(),
+                        one.mesh.vertices.size() * sizeof(ovhost::GridVertex)),
+            0);
+}
+
+TEST(Dicing, NormalsFollowTheSurface) {
+  Planet planet(3000);
+  planet.DiceWith(2);
+  // Against central differences of the closed form, on patches small enough for its ridges.
+  size_t checked = 0;
+  for (size_t p = 0; p < planet.mesh.patches.size(); ++p) {
+    if (planet.mesh.patches[p].size > 1.0 / 4096) continue;
+    const auto& vertex = planet.mesh.vertices[p * ovhost::kPatchVertices + 8 * ovhost::kPatchStride + 8];
+    const trVector world = trVector(vertex.point) + planet.settings.view.eye;
+    const trVector centre(0, -6378000, 0);
+    const auto surface = [&](const trVector& towards) {
+      trShadingInterface si;
+      si.SetSample(towards, {0, 1, 0});
+      planet.ball.Displace(si);
+      planet.ridges.Displace(si);
+      return si.P();
+    };
+    const double h = 5;
+    const trVector up = Normalised(world - centre), side = Normalised(Cross(up, {0, 0, 1})),
+                   front = Cross(side, up);
+    const trVector normal = Normalised(Cross(surface(world + side * h) - surface(world - side * h),
+                                             surface(world + front * h) - surface(world - front * h)));
+    EXPECT_GT(std::fabs(Dot(normal, vertex.normal.Unpack())), 0.995);
+    EXPECT_GT(Dot(vertex.normal.Unpack(), up), 0);
+    ++checked;
+  }
+  EXPECT_GT(checked, 20u);
+}
+
+TEST(Dicing, ABudgetOfVerticesIsKept) {
+  Planet planet(3000);
+  planet.settings.maxVertices = 250000;
+  planet.DiceWith(2);
+  EXPECT_LE(planet.mesh.vertices.size(), 250000u);
+  EXPECT_GT(planet.statistics.coarsened, 0);
+  EXPECT_EQ(OpenEdges(planet.mesh), 0u);
+}
+
+TEST(PackedNormal, KeepsDirectionsWithinAHundredthOfADegree) {
+  for (int i = 0; i < 2000; ++i) {
+    const double y = 1 - (i + 0.5) / 1000, r = std::sqrt(1 - y * y), phi = 2.399963 * i;
+    const trVector n(r * std::cos(phi), y, r * std::sin(phi));
+    EXPECT_GT(Dot(n, ovhost::PackedNormal(n).Unpack()), std::cos(0.01 * kDegreesToRadians));
+  }
+}
+
+TEST(Accel, RaysFromAboveMeetTheDisplacedGround) {
+  Planet planet(4000);
+  planet.DiceWith(2);
+  ovhost::Accel accel;
+  accel.Add(planet.mesh);
+  ASSERT_TRUE(accel.Build());
+  for (int i = 0; i < 50; ++i) {
+    const trVector direction = Normalised({0.1 * std::sin(i), -1, 0.1 * std::cos(1.7 * i)});
+    ovhost::SurfaceHit hit;
+    ASSERT_TRUE(accel.Intersect({}, direction, 0.01, 1e9, hit));
+    const trVector world = planet.settings.view.eye + direction * hit.distance;
+    trShadingInterface si;
+    si.SetSample(world, {0, 1, 0});
+    planet.ball.Displace(si);
+    planet.ridges.Displace(si);
+    EXPECT_LT((si.P() - world).Length(), 25.0);
+    EXPECT_TRUE(accel.Occluded({}, direction, 0.01, hit.distance * 1.01));
+    EXPECT_FALSE(accel.Occluded({}, direction, 0.01, hit.distance * 0.99));
+  }
+}
+
+}  // namespace
