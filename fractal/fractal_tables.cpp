@@ -101,6 +101,10 @@ FractalDerived DeriveFractal(const FractalSettings& s) {
   // Clumping below -1 has no root; it counts as -1.
   d.clump = std::sqrt(std::max(s.clumpingOfVariation + 1.0, 0.0));
   d.octaves = static_cast<int>(std::clamp(s.noiseOctaves, 0L, long{kMaxOctaves}));
+  // The fade of the last octaves begins two octaves past the last; precision ends all at 31.
+  const int clear = d.octaves + 2;
+  d.clearRadiusSquared = clear < 31 ? std::ldexp(1.0, 2 * (29 - clear)) : 0.0;
+  d.clearFootprint = PowLacunarity(-clear);
   FillOctaveTables(s, d);
   return d;
 }

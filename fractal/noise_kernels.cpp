@@ -29,11 +29,18 @@ inline trVector LeadInWarp(const FractalSettings& s, trShadingInterface& si, con
   return warp;
 }
 
-/// Octaves, counted from the lead-in wavelength W, that a footprint lets through, as a real number.
-inline double OctaveCap(const FractalSettings& s, double w, double footprint, bool colour) {
+/// The number of the octave, as a real number, at which the evaluation ends: where double precision leaves
+/// the point too few fraction bits, or where the footprint swallows the octaves.
+inline double OctaveLimit(const FractalSettings& s, const FractalDerived& d, const trVector& q,
+                          double footprint, bool colour) {
   double reach = 1.0;
   if (s.noiseFlavour < 5) reach = colour && s.noiseFlavour > 0 ? 0.5 : 0.75;
-  return Log1(w * reach / footprint) / kLogLacunarity;
+  const double resolved = d.leadInWavelength * reach;
+  // Most points are clear of both ends by more octaves than the fade takes, which two products tell.
+  if (q.LengthSquared() < d.clearRadiusSquared && footprint <= resolved * d.clearFootprint)
+    return d.octaves + 2;
+  const double limit = std::min(29.0 - Log1(q.Length()) * 1.44269504088896, 31.0);
+  return footprint > 0.0 ? std::min(limit, Log1(resolved / footprint) / kLogLacunarity) : limit;
 }
 
 /// Positions where a warp that is active fades out of the small octaves, a tenth an octave, towards the
@@ -65,9 +72,7 @@ inline bool PlanOctaves(const FractalSettings& s, const FractalDerived& d, trSha
   run.selector = s.noiseFlavour + (footprint > kSmallestFootprint ? 100 : 0) + (better ? 1000 : 0);
   run.filter = footprint * (s.noiseFlavour < 5 ? 0.4 : 0.5);
 
-  // Octaves end where double precision leaves the point too few fraction bits, or at the footprint.
-  double limit = std::min(29.0 - Log1(q.Length()) * 1.44269504088896, 31.0);
-  if (footprint > 0.0) limit = std::min(limit, OctaveCap(s, d.leadInWavelength, footprint, colour));
+  const double limit = OctaveLimit(s, d, q, footprint, colour);
   if (d.octaves == 0 || !(limit > -1.0)) return false;
   const int last = std::min(d.octaves - 1, static_cast<int>(std::ceil(limit)));
   run.count = last + 1;

@@ -78,6 +78,9 @@ struct FractalDerived {
   double clump = 0;
 
   int octaves = 0;  ///< 0 to kMaxOctaves
+  /// Texture points nearer to the origin (in lead-in wavelengths, squared), and footprints smaller (against
+  /// the lead-in wavelength), end no octave and fade none.
+  double clearRadiusSquared = 0, clearFootprint = 0;
   // One entry an octave.
   double varTable[kMaxOctaves] = {};
   double ampTable[kMaxOctaves] = {};

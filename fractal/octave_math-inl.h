@@ -29,6 +29,19 @@ HWY_INLINE V Polynomial(D d, V x, const double (&coefficient)[N]) {
   return sum;
 }
 
+/// The same with even and odd powers summed side by side, in half the time.
+template <class D, size_t N, class V = hn::Vec<D>>
+HWY_INLINE V SplitPolynomial(D d, V x, const double (&coefficient)[N]) {
+  static_assert(N % 2 == 0);
+  const V square = hn::Mul(x, x);
+  V even = hn::Set(d, coefficient[N - 2]), odd = hn::Set(d, coefficient[N - 1]);
+  for (size_t i = N - 2; i >= 2; i -= 2) {
+    even = hn::Add(hn::Mul(even, square), hn::Set(d, coefficient[i - 2]));
+    odd = hn::Add(hn::Mul(odd, square), hn::Set(d, coefficient[i - 1]));
+  }
+  return hn::Add(even, hn::Mul(odd, x));
+}
+
 /// `p` times 2^n, n standing in the low bits of `shifted`.
 template <class D, class V = hn::Vec<D>>
 HWY_INLINE V ScaleByPower(D d, V p, V shifted) {
@@ -71,7 +84,7 @@ HWY_INLINE V Exp(D d, V x) {
   const V shifted = hn::Add(hn::Mul(x, hn::Set(d, trFastExp::kLog2E)), round);
   const V n = hn::Sub(shifted, round);
   const V r = hn::Sub(hn::Sub(x, hn::Mul(n, hn::Set(d, kLn2High))), hn::Mul(n, hn::Set(d, kLn2Low)));
-  return hn::IfThenZeroElse(underflow, ScaleByPower(d, Polynomial(d, r, kTaylor), shifted));
+  return hn::IfThenZeroElse(underflow, ScaleByPower(d, SplitPolynomial(d, r, kTaylor), shifted));
 }
 
 /// The natural logarithm within about two ulp; -infinity for 0, denormal and negative numbers and NaN.
@@ -93,7 +106,7 @@ HWY_INLINE V Log(D d, V x) {
   exponent = hn::IfThenElse(upper, hn::Add(exponent, one), exponent);
   const V s = hn::Div(hn::Sub(m, one), hn::Add(m, one));
   const V s2 = hn::Add(s, s), z = hn::Mul(s, s);
-  const V tail = hn::Mul(hn::Mul(s2, z), Polynomial(d, z, kArtanh));
+  const V tail = hn::Mul(hn::Mul(s2, z), SplitPolynomial(d, z, kArtanh));
   const V low = hn::Add(s2, hn::Add(tail, hn::Mul(exponent, hn::Set(d, kLn2Low))));
   const V log = hn::Add(hn::Mul(exponent, hn::Set(d, kLn2High)), low);
   const V infinity = hn::Set(d, std::numeric_limits<double>::infinity());

@@ -45,14 +45,17 @@ struct OctaveRun {
   bool fourD;
   double x[kMaxOctaves], y[kMaxOctaves], z[kMaxOctaves], w[kMaxOctaves];
 
-  void SetAll(const trVector& q, double time, const trVector& shift) {
-    for (int i = 0; i < count; ++i) {
-      x[i] = q.x * kPowers.space[i] + shift.x;
-      y[i] = q.y * kPowers.space[i] + shift.y;
-      z[i] = q.z * kPowers.space[i] + shift.z;
+  /// Octaves of one texture point; `shift` is the same distance in every octave's own units.
+  HWY_INLINE void SetAll(const trVector& q, double time, const trVector& shift) {
+    const Lanes d;
+    // Whole vectors, as the lookup reads them: narrower writes would stall it.
+    for (int i = 0; i < count; i += static_cast<int>(hn::Lanes(d))) {
+      const V scale = hn::LoadU(d, kPowers.space + i);
+      hn::StoreU(hn::Add(hn::Mul(hn::Set(d, q.x), scale), hn::Set(d, shift.x)), d, x + i);
+      hn::StoreU(hn::Add(hn::Mul(hn::Set(d, q.y), scale), hn::Set(d, shift.y)), d, y + i);
+      hn::StoreU(hn::Add(hn::Mul(hn::Set(d, q.z), scale), hn::Set(d, shift.z)), d, z + i);
+      if (fourD) hn::StoreU(hn::Mul(hn::Set(d, time), hn::LoadU(d, kPowers.time + i)), d, w + i);
     }
-    if (fourD)
-      for (int i = 0; i < count; ++i) w[i] = time * kPowers.time[i];
   }
 };
 
