@@ -36,6 +36,26 @@ const char* ResolveAlias(const trAlias (&aliases)[N], const char* name) {
   return name;
 }
 
+/// Keeps a thread's shading state and puts it back, on every way out. Draws taken meanwhile stay taken, and a
+/// tripped depth guard stays tripped.
+class trShadingGuard {
+ public:
+  explicit trShadingGuard(trShadingInterface& si) : si_(si), saved_(si) {}
+  ~trShadingGuard() {
+    const trRandomStream random = si_.Random();
+    const bool tripped = si_.DepthTripped();
+    si_ = saved_;
+    si_.Random() = random;
+    if (tripped) si_.KeepDepthTripped();
+  }
+  trShadingGuard(const trShadingGuard&) = delete;
+  trShadingGuard& operator=(const trShadingGuard&) = delete;
+
+ private:
+  trShadingInterface& si_;
+  const trShadingInterface saved_;
+};
+
 /// The mask of a shader: `blend_by_shader`, `blending_shader`, `fit_blendshader_to_this`,
 /// `invert_blendshader`.
 class trMask {

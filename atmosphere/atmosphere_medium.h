@@ -1,0 +1,66 @@
+// The formulas of the air: phase functions, density profiles, transmittance and the ozone band. Pure
+// functions.
+#pragma once
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstdint>
+
+#include "core/noise.h"
+
+namespace atmosphere {
+
+/// Extinctions are set in units of 1e-5 per metre.
+inline constexpr double kPerMetre = 1e-5;
+
+/// Brightness of a medium against an even glow, at the angle whose cosine is given (1 looks into the light).
+/// `radius` is the light's apparent radius in radians: the glow is flat inside it. Always finite.
+float GlowPhase(float cosAngle, bool glow, float radius, float amount, float power, bool improved);
+
+/// Rayleigh's phase function, averaging 1 over the sphere.
+inline double RayleighPhase(double cosAngle) { return 0.75 * (cosAngle * cosAngle + 1.0); }
+
+/// exp(x) for a mean density: nothing below e^x = 1e-6, bounded at 1e6.
+inline double DensityExp(double x) {
+  constexpr double kLog1e6 = 13.815510749816895;
+  if (x < -kLog1e6) return 0.0;
+  if (x > kLog1e6) return 1000000.0025247573;
+  const double e = trFastExp()(x);
+  return e > 9.999999974752427e-7 ? e : 0.0;
+}
+
+/// exp(x) to a few percent, from the bits of the exponent (Schraudolph, A Fast, Compact Approximation of the
+/// Exponential Function, 1999). For segments so level that their densities hardly differ.
+inline double CoarseExp(double x) {
+  if (x > 20.0) return 482087424.0;
+  if (!(x >= -20.0)) return 0.0;
+  const auto high = static_cast<std::uint64_t>(x * 1512775.3951951822 + 1072632447.0);
+  return std::bit_cast<double>(high << 32);
+}
+
+/// exp(-t), with the error of the fast exponential taken out near 0, where 1 minus it is what counts.
+inline double Transmit(double t) {
+  if (!(t > 0.0)) return 1.0;
+  const double e = trFastExp()(-t);
+  if (t >= 1.0) return e;
+  return (1.0 - t - e) * ((1.0 - t) * (1.0 - t)) + e;
+}
+
+/// Strength of the ozone band at a height scaled to an 8 km atmosphere, metres: rises from 12 km, peaks near
+/// 35 km, ends at 63 km.
+inline double OzoneProfile(double height) {
+  if (!(height > 12000.0 && height < 63411.0)) return 0.0;
+  // sin y on -1 to 3 pi / 2: folded to within pi / 2, where the series to y^15 is good to 1e-11.
+  double y = (height - 21000.0) * 0.00011111111111111112;
+  if (y > 1.5707963267948966) y = 3.141592653589793 - y;
+  const double y2 = y * y;
+  double series = -1.0 / 1307674368000.0;
+  for (double c :
+       {1.0 / 6227020800.0, -1.0 / 39916800.0, 1.0 / 362880.0, -1.0 / 5040.0, 1.0 / 120.0, -1.0 / 6.0, 1.0})
+    series = series * y2 + c;
+  const double rise = (height - 12000.0) * 0.000125;
+  return std::max(0.0, std::min((series * y * 0.5 + 0.5) * 8.0, rise * rise * rise * 8.0));
+}
+
+}  // namespace atmosphere

@@ -1,0 +1,190 @@
+// The planet atmosphere's parameters, names of older projects, and life between renders.
+#include "atmosphere/planet_atmosphere.h"
+
+#include "core/idioms.h"
+
+namespace {
+
+const trManRgb kBlueskyDensityColour(0.2158f, 0.4535f, 1.0f, true);
+
+/// What is left of white after an optical depth of `colour`.
+trManRgb Decay(const trManRgb& colour) {
+  return {std::exp(-colour.r), std::exp(-colour.g), std::exp(-colour.b), true};
+}
+
+constexpr trAlias kAliases[] = {{"haze_horizon_color", "haze_horizon_colour"},
+                                {"bluesky_horizon_color", "bluesky_horizon_colour"},
+                                {"bluesky_density_color", "bluesky_density_colour"},
+                                {"center", "centre"}};
+
+/// Parameters that are no more, and the value at which they meant nothing.
+constexpr struct {
+  const char* name;
+  const char* neutral;
+} kDropped[] = {{"sample_jitter", "1"},
+                {"pre-apply_atmosphere", "0"},
+                {"pre-apply_atmosphere_name", ""},
+                {"post-apply_atmosphere", "0"},
+                {"post-apply_atmosphere_name", ""}};
+
+/// Side of the voxel cache of sky light in cells, and how many samples a cell may gather over a progressive
+/// render.
+constexpr int kEnviroCells = 20;
+constexpr int kEnviroSamples = 10000;
+
+}  // namespace
+
+PlanetAtmosphere::PlanetAtmosphere() : resetTweaksButton_(this) {
+  DeclareTrue("is_atmosphere_related");
+  SetRange(densityHint_, this, {.min = 0, .max = 100, .focusPower = 3.321, .focusValue = 0});
+  SetRange(heightHint_, this, {.min = 0, .max = 20000});
+  SetRange(ceilingAdjustHint_, this, {.min = 5, .max = 9});
+  SetRange(limitHint_, this, {.min = -100000, .max = 100000});
+  SetRange(glowAmountHint_, this, {.max = 4, .focusPower = 2});
+  SetRange(glowPowerHint_, this, {.max = 1.5});
+  SetRange(darkPowerHint_, this, {.max = 2});
+  SetRange(darkSharpnessHint_, this, {.max = 32});
+  SetRange(samplesHint_, this, {.min = 0, .max = 64});
+
+  Param(enablePrimary_, "enable_primary", 1);
+  Param(enableSecondary_, "enable_secondary", 1);
+  Param(centre_, "centre", trVector());
+  Param(radius_, "radius", 6378000.0);
+  Param(seed_, "seed", 0L);
+  DeclareMain();
+  DeclareHeights();
+  DeclareLighting();
+  Gui(trGuiRule);
+  GuiTab("Functions", "functions_tab");
+  Param(shadowFunction_, "shadow_function", "");
+  DeclareTweaks();
+  DeclareQuality();
+  UpdateGui();
+}
+
+void PlanetAtmosphere::DeclareMain() {
+  Gui(trGuiRule);
+  GuiTab("Main", "basic_tab");
+  Param(hazeDensity_, "haze_density", 1.0, &densityHint_);
+  Param(hazeHorizonColour_, "haze_horizon_colour", trManRgb(0.25f, 0.25f, 0.25f));
+  Param(blueskyDensity_, "bluesky_density", 2.5, &densityHint_);
+  Param(blueskyHorizonColour_, "bluesky_horizon_colour", trManRgb(0.2f, 0.25f, 0.3f));
+  Param(blueskyAdditive_, "bluesky_additive", 0.75, &densityHint_);
+  Param(blueskyAdditiveColour_, "bluesky_additive_colour",
+        trManRgb(0.1438666731f, 0.3779166639f, 1.0f, true));
+  Param(redskyDecay_, "redsky_decay", 2.5, &densityHint_);
+}
+
+void PlanetAtmosphere::DeclareHeights() {
+  Gui(trGuiRule);
+  GuiTab("Height control", "height_tab");
+  Param(hazeExpHeight_, "haze_exp_height", 1200.0, &heightHint_);
+  Param(blueskyExpHeight_, "bluesky_exp_height", 8000.0, &heightHint_);
+  Param(ceilingAdjust_, "ceiling_adjust", 7.0, &ceilingAdjustHint_);
+  Param(ceiling_, "ceiling", 56000.0, &limitHint_);
+  Param(floor_, "floor", -16000.0, &limitHint_);
+}
+
+void PlanetAtmosphere::DeclareLighting() {
+  Gui(trGuiRule);
+  GuiTab("Lighting", "lighting_tab");
+  Param(hazeGlowAmount_, "haze_glow_amount", 1.5, &glowAmountHint_).Display("Haze sun glow amount");
+  Param(hazeGlowPower_, "haze_glow_power", 1.0, &glowPowerHint_).Display("Haze sun glow power");
+  Param(blueskyGlowAmount_, "bluesky_glow_amount", 0.0, &glowAmountHint_);
+  Param(blueskyGlowPower_, "bluesky_glow_power", 0.75, &glowPowerHint_);
+  Param(rayleighPhaseFunction_, "rayleigh_phase_function", 0)
+      .Display("Rayleigh phase function for bluesky component");
+  Param(enviroLight_, "enviro_light", 0.5);
+  Param(enviroLightTint_, "enviro_light_tint", trManRgb(1, 1, 1));
+  Param(anisotropicEnviroLight_, "anisotropic_enviro_light", 1);
+  Param(betterCacheRadius_, "better_cache_radius", 1);
+}
+
+void PlanetAtmosphere::DeclareTweaks() {
+  Gui(trGuiRule);
+  GuiTab("Tweaks", "tweak_tab");
+  Param(ambient_, "ambient", trManRgb());
+  Param(fakeDarkPower_, "fake_dark_power", 0.0, &darkPowerHint_).Display("Fake terminator darkness");
+  Param(fakeDarkSharpness_, "fake_dark_sharpness", 10.0, &darkSharpnessHint_);
+  Param(blueskyDensityColour_, "bluesky_density_colour", kBlueskyDensityColour);
+  Param(redskyDecayColour_, "redsky_decay_colour", Decay(kBlueskyDensityColour));
+  Param(ozoneFactor_, "ozone_factor", 0.0);
+  Param(improvedGlowModel_, "improved_glow_model", 0);
+  Gui(trGuiButtonRowOpen);
+  Gui(trGuiRowOpen);
+  PushButton(resetTweaksButton_, "reset_tweaks_button");
+  Gui(trGuiButtonRowClose);
+}
+
+void PlanetAtmosphere::DeclareQuality() {
+  Gui(trGuiRule);
+  GuiTab("Quality", "quality_tab");
+  Param(numberOfSamples_, "number_of_samples", 16L, &samplesHint_);
+  Param(adjustToDistance_, "adjust_to_distance", 1);
+  Param(enableRayTracedShadows_, "enable_ray_traced_shadows", 0).Display("Receive shadows from surfaces");
+  constexpr const char* kWarning[3][2] = {
+      {"ray_traced_shadows_warning_0",
+       "Enable shadows from surfaces only if you need terrain or other surfaces to"},
+      {"ray_traced_shadows_warning_1",
+       "cast visible shadows into the atmosphere, or to hide lightsource glows behind"},
+      {"ray_traced_shadows_warning_2",
+       "surfaces (e.g. to hide the sun behind a mountain). May be slow to calculate."}};
+  for (int line = 0; line < 3; ++line) {
+    Param(shadowsWarning_[line], kWarning[line][0], kWarning[line][1]).NotSaved();
+    SetParamGuiEnabled(kWarning[line][0], false);
+  }
+}
+
+long PlanetAtmosphere::OnFirstCreate() {
+  if (!trAtmosShader::OnFirstCreate()) return 0;
+  SetParam("rayleigh_phase_function", 1, this);
+  SetParam("enviro_light", 1.0, this);
+  SetParam("ozone_factor", 0.5, this);
+  SetParam("improved_glow_model", 1, this);
+  return 1;
+}
+
+long PlanetAtmosphere::ResetTweaks() {
+  SetParam("ambient", trManRgb(), trWhoUserIndirect);
+  SetParam("fake_dark_power", 0.0, trWhoUserIndirect);
+  SetParam("fake_dark_sharpness", 10.0, trWhoUserIndirect);
+  SetParam("bluesky_density_colour", kBlueskyDensityColour, trWhoUserIndirect);
+  SetParam("redsky_decay_colour", Decay(kBlueskyDensityColour), trWhoUserIndirect);
+  SetParam("ozone_factor", 0.5, trWhoUserIndirect);
+  SetParam("improved_glow_model", 1, trWhoUserIndirect);
+  return 1;
+}
+
+long PlanetAtmosphere::SetParamFromString(const char* name, const trString& value, trBase* who) {
+  for (const auto& dropped : kDropped)
+    if (trString(name) == dropped.name && value == dropped.neutral) return 1;
+  // Older projects knew one height for both media.
+  if (trString(name) == "exp_height") {
+    if (!SetParamFromString("haze_exp_height", value, who)) return 0;
+    return SetParamFromString("bluesky_exp_height", value, who);
+  }
+  return trAtmosShader::SetParamFromString(ResolveAlias(kAliases, name), value, who);
+}
+
+long PlanetAtmosphere::PrepareAtmosphere(trRenderingInterface& rendering) {
+  // The linked shader may have come or gone without a change here.
+  derivedDirty_.store(true, std::memory_order_release);
+  if (rendering.RenderContext() != trRenderContext::kProgressive || !IsEnabled()) return 1;
+  const double edge = 2.0 * (std::fabs(ceiling_) + std::fabs(radius_));
+  enviroProjector_.Init(trBoundingBox::FromCentre(centre_, {edge, edge, edge}));
+  enviroCache_.InitVoxelBuffer(&enviroProjector_, kEnviroCells, kEnviroCells, kEnviroCells, kEnviroSamples,
+                               Name() + ".indirectLightingVoxelCache");
+  return 1;
+}
+
+void PlanetAtmosphere::FreeIntegrationData(trAtomicIntegrator&, void* rayData) {
+  delete static_cast<AtmosphereRayData*>(rayData);
+}
+
+bool PlanetAtmosphere::IsRadiallySymmetric(trVector& centre, double& innerRadius, double& outerRadius) const {
+  if (shadowFunction_.LinkedNode(true)) return false;
+  centre = centre_;
+  innerRadius = std::max(0.0, radius_ + floor_);
+  outerRadius = std::max(0.0, radius_ + std::max(floor_, ceiling_));
+  return true;
+}

@@ -1,0 +1,173 @@
+// Grids of cells laid over a region of the world: projectors, buffers, caches that fill themselves, and the
+// light of a scene's background gathered in them.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+
+#include "core/render_state.h"
+#include "core/transform.h"
+
+/// Places a grid in the world: maps it to and from a unit cube ("local"). Immutable while buffers use it;
+/// then thread-safe.
+class OV_API trVoxelProjector {
+ public:
+  virtual ~trVoxelProjector() = default;
+  virtual void MapWorldToLocal(const trVector& world, trVector& local) const = 0;
+  virtual void MapLocalToWorld(const trVector& local, trVector& world) const = 0;
+  /// The affine part of MapLocalToWorld; all of it where IsLinear.
+  virtual trTransform<double> GetTransformLocalToWorld() const = 0;
+  virtual bool IsLinear() const = 0;
+  /// World lengths of the cube's edges, metres: of an affine projector, and near a point of the world in
+  /// general. Wrong by the rotation for turned ones.
+  virtual trVector ScalingIfAffine() const = 0;
+  virtual trVector EstimatedScaling_WrongIfRotated(const trVector& world) const = 0;
+};
+
+/// An axis-aligned box of the world.
+class OV_API trVoxelBoxProjector : public trVoxelProjector {
+ public:
+  /// An empty or infinite box, or one without extent along an axis, gets an edge of 1e-12 there. Main thread
+  /// only.
+  void Init(const trBoundingBox& box);
+  void MapWorldToLocal(const trVector& world, trVector& local) const override;
+  void MapLocalToWorld(const trVector& local, trVector& world) const override;
+  trTransform<double> GetTransformLocalToWorld() const override;
+  bool IsLinear() const override { return true; }
+  trVector ScalingIfAffine() const override { return size_; }
+  trVector EstimatedScaling_WrongIfRotated(const trVector&) const override { return size_; }
+
+ private:
+  trVector min_, size_{1, 1, 1}, invSize_{1, 1, 1};
+};
+
+/// The shape of a grid. Voxel coordinates run from 0 to the number of cells; a cell's centre is at +0.5.
+class OV_API trVoxelBuffer {
+ public:
+  virtual ~trVoxelBuffer() = default;
+  /// Lays nx by ny by nz cells over the projector's cube; counts below 1 become 1. False, and an empty
+  /// buffer, where there is no projector or more than 2^31 cells are asked for. The projector is the caller's
+  /// and must outlive the buffer's use. Main thread only.
+  bool SetDimensions(const trVoxelProjector* projector, int nx, int ny, int nz);
+  /// Cell counts with the box's proportions and about `voxelCount` cells in all, each at least 1.
+  static void GetIdealSizeFromBoundingBox(const trBoundingBox& box, double voxelCount, int& nx, int& ny,
+                                          int& nz);
+
+  // --- Thread-safe from here on
+  bool IsEmpty() const { return !projector_; }
+  int SizeX() const { return size_[0]; }
+  int SizeY() const { return size_[1]; }
+  int SizeZ() const { return size_[2]; }
+  std::int64_t NumCells() const { return std::int64_t(size_[0]) * size_[1] * size_[2]; }
+  /// Edges of a cell near a point of the world, metres; 0 in an empty buffer.
+  trVector EstimatedVoxelSize_WrongIfRotated(const trVector& world) const;
+  double MinVoxelEdgeLength_WrongIfRotated(const trVector& world) const;
+  /// Voxel coordinates of a point of the world; false outside the grid or in an empty one.
+  bool MapWorldToVoxel(const trVector& world, trVector& voxel) const;
+  void MapVoxelToWorld(const trVector& voxel, trVector& world) const;
+  /// The world box of the cells from (x0, y0, z0) up to, not including, (x1, y1, z1), by their corners.
+  trBoundingBox CalculateBoundingBoxOfVoxelRange(int x0, int y0, int z0, int x1, int y1, int z1) const;
+  const trVoxelProjector* Projector() const { return projector_; }
+
+ private:
+  const trVoxelProjector* projector_ = nullptr;
+  int size_[3] = {0, 0, 0};
+};
+
+/// A grid of averages that fills itself on demand. T is trFCol or trF4Col.
+///
+/// A cell's value is the mean of its first n samples, n being what a lookup asks for; sample i of a cell
+/// depends on the cell and i alone. So while all lookups ask for the same number, what they see doesn't
+/// depend on who came first; a later pass that asks for more refines the cells it touches.
+template <typename T>
+class OV_API trVoxelCache : public trVoxelBuffer {
+ public:
+  /// Computes one sample of a cell from its centre, using no randomness but `seed`. False stops the lookup
+  /// (an aborted render).
+  using Fill = bool (*)(void* owner, trRenderState& state, const trVoxelBuffer& buffer, const trVector& world,
+                        unsigned seed, T& value);
+
+  trVoxelCache();
+  ~trVoxelCache() override;
+  /// Starts over, all cells missing. `resolution` bounds the samples a cell is made of, at least 1. False,
+  /// and an empty cache, where SetDimensions or the memory refuses. Main thread only.
+  bool InitVoxelBuffer(const trVoxelProjector* projector, int nx, int ny, int nz, int resolution,
+                       const trString& name);
+  /// Gives the memory back. Main thread only.
+  void Cleanup();
+  const trString& Name() const { return name_; }
+  int Resolution() const { return resolution_; }
+
+  // --- Thread-safe from here on. `voxel` beyond the grid takes the nearest cells; not a number gives T() and
+  // false.
+  /// The interpolated value if all the cells it needs have at least one sample; fills nothing. Level 1 uses
+  /// every cell, 2 every second one along each axis, and so on. Linear uses 8 cells, smooth 27 (a quadratic
+  /// B-spline).
+  bool CanUseFinalLookupLinear(const trVector& voxel, T& out, int level) const;
+  bool CanUseFinalLookupSmooth(const trVector& voxel, T& out) const;
+  /// The interpolated value, after bringing every cell it needs to `samples` samples. `fill` may look up
+  /// other caches, but not this one. False, and T(), when a fill stopped.
+  bool LookupLinear(T& out, const trVector& voxel, int level, Fill fill, void* owner, trRenderState& state,
+                    int samples = 1);
+  bool LookupSmooth(T& out, const trVector& voxel, Fill fill, void* owner, trRenderState& state,
+                    int samples = 1);
+
+ private:
+  static constexpr int kChannels = static_cast<int>(sizeof(T) / sizeof(float));
+  static constexpr int kLocks = 64;
+  /// The mean is what readers see; the sums, guarded by the cell's lock, are what refining goes on from.
+  struct Cell {
+    std::atomic<int> count{0};
+    std::atomic<float> mean[kChannels] = {};
+    double sum[kChannels] = {};
+  };
+  /// The cells and weights of one interpolation.
+  struct Taps {
+    int count = 0;
+    std::int64_t cell[27];
+    float weight[27];
+  };
+
+  bool LinearTaps(const trVector& voxel, int level, Taps& taps) const;
+  bool SmoothTaps(const trVector& voxel, Taps& taps) const;
+  bool Gather(const Taps& taps, T& out, int samples) const;
+  bool FillTaps(const Taps& taps, Fill fill, void* owner, trRenderState& state, int samples);
+  bool FillCell(std::int64_t index, Fill fill, void* owner, trRenderState& state, int samples);
+
+  std::unique_ptr<Cell[]> cells_;
+  std::unique_ptr<std::mutex[]> locks_;
+  int resolution_ = 1;
+  trString name_;
+};
+
+extern template class trVoxelCache<trFCol>;
+extern template class trVoxelCache<trF4Col>;
+
+/// Light that reaches points of the air from the scene's background: sky, clouds, lit surfaces. A renderer
+/// derives from it and gives BackgroundFunction. Thread-safe.
+class OV_API trVoxelLightingSystem {
+ public:
+  virtual ~trVoxelLightingSystem() = default;
+  /// Radiance arriving at `point` from the unit `direction`.
+  virtual trFCol BackgroundFunction(trRenderState& state, const trVector& point,
+                                    const trVector& direction) = 0;
+  /// Rays deeper than this get no background light.
+  virtual int DepthLimit() const { return 2; }
+  /// How many samples a cell is to have by now; the same for all threads within a pass, growing from pass to
+  /// pass.
+  virtual int SamplesPerCell() const { return 16; }
+
+  /// Radiance from `direction`: black past the depth limit, or when this thread is in a lookup already.
+  trFCol LookupBackground(trRenderState& state, const trVector& point, const trVector& direction);
+  /// Mean radiance over all directions at `point`, from a cache that refines itself pass by pass. Black
+  /// outside the cache.
+  trFCol LookupIsotropicBackgroundProgressive(trVoxelCache<trFCol>& cache, trRenderState& state,
+                                              const trVector& point);
+  /// One random direction's radiance, from the state's draws: an unbiased but noisy mean over the directions.
+  trFCol OneCachelessBackgroundSample(trRenderState& state, const trVector& point);
+
+  /// Nonzero while this thread fills a cell. Per-thread state.
+  static unsigned char& sIsDuringLookup();
+};

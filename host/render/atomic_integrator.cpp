@@ -1,0 +1,90 @@
+// Volumes along a ray: collects the samples of all of them, puts them in order of depth and composites front
+// to back.
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+
+#include "core/atmosphere.h"
+
+namespace {
+
+/// A ray's samples of all volumes together.
+constexpr size_t kMaxSamples = 1u << 18;
+/// What less than this of the light gets past doesn't show.
+constexpr float kOpaque = 1e-4f;
+
+float Opacity(float o) { return o > 0.0f ? std::min(o, 1.0f) : 0.0f; }
+
+trFCol Finite(const trFCol& c) {
+  return std::fabs(c.r) + std::fabs(c.g) + std::fabs(c.b) <= FLT_MAX ? c : trFCol();
+}
+
+/// Dims `left` by the part that a sample covers.
+void Cover(trFCol& left, const trFCol& opacity) {
+  for (int c = 0; c < 3; ++c) left[c] *= 1.0f - Opacity(opacity[c]);
+}
+
+}  // namespace
+
+trAtomicIntegrator::trAtomicIntegrator() = default;
+
+trAtomicIntegrator::~trAtomicIntegrator() { FreeRayData(); }
+
+void trAtomicIntegrator::Begin(trRenderState& state) {
+  const trRenderState::Ray& ray = state.CurrentRay();
+  origin_ = ray.origin;
+  direction_ = Normalised(ray.end - ray.origin);
+  samples_.clear();
+}
+
+trAtmosSample* trAtomicIntegrator::AddSample(trAtmosShader* owner, const trVector& position) {
+  if (samples_.size() >= kMaxSamples) return nullptr;
+  trAtmosSample& sample = samples_.emplace_back();
+  sample.owner = owner;
+  sample.position = position;
+  const double distance = Dot(position - origin_, direction_);
+  sample.distance = std::isfinite(distance) ? distance : 0.0;
+  return &sample;
+}
+
+trAtomicIntegrator::Result trAtomicIntegrator::Integrate(trRenderState& state,
+                                                         const std::vector<trAtmosShader*>& volumes) {
+  const auto isOf = [](const Slot& slot, const trAtmosShader* volume) { return slot.volume == volume; };
+  if (!std::equal(slots_.begin(), slots_.end(), volumes.begin(), volumes.end(), isOf)) {
+    FreeRayData();
+    for (trAtmosShader* volume : volumes) slots_.push_back({volume, nullptr});
+  }
+  Begin(state);
+  for (Slot& slot : slots_) slot.volume->AddRaySamples(state, *this, slot.rayData);
+
+  // By depth, and in the order of adding at equal depth. One volume's samples come in order already.
+  order_.resize(samples_.size());
+  for (size_t i = 0; i < order_.size(); ++i) order_[i] = static_cast<int>(i);
+  const auto nearer = [this](int a, int b) {
+    const double da = samples_[a].distance, db = samples_[b].distance;
+    return da != db ? da < db : a < b;
+  };
+  if (!std::is_sorted(order_.begin(), order_.end(), nearer)) std::sort(order_.begin(), order_.end(), nearer);
+
+  Result result;
+  trFCol enviroLeft(1.0f);
+  for (int i : order_) {
+    trAtmosSample& sample = samples_[i];
+    sample.throughput = result.transmittance;
+    sample.owner->EvaluateRaySample(state, sample);
+    result.direct += result.transmittance * Finite(sample.colourDirect);
+    result.enviro += enviroLeft * Finite(sample.colourEnviro);
+    Cover(result.transmittance, sample.opacityDirect);
+    Cover(enviroLeft, sample.opacityEnviro);
+    if (result.transmittance.MaxChannel() < kOpaque && enviroLeft.MaxChannel() < kOpaque) {
+      result.transmittance = trFCol();
+      break;
+    }
+  }
+  return result;
+}
+
+void trAtomicIntegrator::FreeRayData() {
+  for (Slot& slot : slots_) slot.volume->FreeIntegrationData(*this, slot.rayData);
+  slots_.clear();
+}
