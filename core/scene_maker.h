@@ -95,6 +95,7 @@ class OV_API juSubSceneMaker : public juSceneMaker {
   virtual long MakePlanetSurface(trScene& scene) = 0;
   virtual bool MakeNonSurface(trScene& scene);
   virtual void BindPlanetMaterials(trScene& scene);
+  /// Carries the node's own parameters over to the nodes it drives. Also runs after every parameter change.
   virtual void PushPlanetParamsToChildren();
 
   const char* SizeParam() const { return size_; }

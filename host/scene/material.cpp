@@ -3,7 +3,12 @@
 
 long trMaterial::GeometryDisplace(trRenderState& state) const {
   trShadingInterface& si = state.Shading();
-  if (geometryShader && !geometryShader->DisplaceTS(si)) return 0;
+  if (geometryShader) {
+    if (!geometryShader->DisplaceTS(si)) return 0;
+    // The surface starts here, not at the mesh that it was made out of.
+    si.Ptg() = si.Pt();
+    si.Ph() = si.P();
+  }
   return surfaceShader ? surfaceShader->DisplaceTS(si) : 1;
 }
 

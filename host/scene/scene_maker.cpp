@@ -75,6 +75,7 @@ long juSubSceneMaker::OnCreate() {
 void juSubSceneMaker::OnParamChanged(long index, trBase* who) {
   juSceneMaker::OnParamChanged(index, who);
   CoupleAngularPosition(index, position_);
+  PushPlanetParamsToChildren();
 }
 
 long juSubSceneMaker::OnImportMotion() { return ImportMotion(position_, rotation_); }

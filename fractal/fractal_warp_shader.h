@@ -1,0 +1,41 @@
+// fractal_warp_shader: warps texture space in the horizontal plane by octaves of noise.
+#pragma once
+
+#include <atomic>
+#include <mutex>
+
+#include "core/idioms.h"
+
+class FractalWarpShader : public trSurfaceShader {
+ public:
+  FractalWarpShader();
+  long OnFirstCreate() override;
+  void OnParamChanged(long index, trBase* who) override;
+  long Displace(trShadingInterface& si) override;
+  long Shade(trShadingInterface& si) override;
+
+ private:
+  static constexpr int kMaxOctaves = 32;
+  /// What one sample's loop over the octaves works with. Lengths in units of `scale`.
+  struct Loop {
+    double mask;       ///< above 0, normally up to 1
+    double footprint;  ///< 0 or less where nothing smooths
+    double modulator;  ///< of the octaves' reach; negative without a scale filter
+  };
+  void Warp(trShadingInterface& si) const;
+  tr2Vector WarpOffset(double x, double z, const Loop& loop) const;
+  double Weight(int octave, double frequency, const Loop& loop) const;
+  void BuildTables() const;
+
+  double scale_ = 1000, warpAmount_ = 1, variation_ = 1.5, roughness_ = 1;
+  long seed_ = 0;
+  trShaderLink scaleFilter_;
+  unsigned char obeySmoothingFilter_ = 1;
+  trMask mask_;
+  trRandomSeedGuiPushButton randomiseButton_{this};
+  trDoubleHint scaleHint_, upToTwoHint_;
+
+  mutable double warpStep_[kMaxOctaves] = {}, warpWeight_[kMaxOctaves] = {};
+  mutable std::atomic<bool> tablesDirty_{true};
+  mutable std::mutex tablesMutex_;
+};

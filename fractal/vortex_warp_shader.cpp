@@ -1,0 +1,77 @@
+// vortex_warp_shader.
+#include "fractal/vortex_warp_shader.h"
+
+#include "core/guarded.h"
+
+VortexWarpShader::VortexWarpShader() {
+  Param(centre_, "centre", trVector());
+  Param(radius_, "radius", 1000.0);
+  Param(vorticity_, "vorticity", 1.0);
+  Param(reverseDirection_, "reverse_direction", 0);
+  Gui(trGuiGapLarge);
+  Gui(trGuiRadioOpen);
+  Param(xAxis_, "x_axis", 0);
+  Param(yAxis_, "y_axis", 1);
+  Param(zAxis_, "z_axis", 0);
+  Gui(trGuiRadioClose);
+  AddGuiAction({"x_axis"}, {"y_axis", "z_axis"}, 1);
+  AddGuiAction({"y_axis"}, {"z_axis", "x_axis"}, 1);
+  AddGuiAction({"z_axis"}, {"x_axis", "y_axis"}, 1);
+}
+
+void VortexWarpShader::OnParamChanged(long index, trBase* who) {
+  trSurfaceShader::OnParamChanged(index, who);
+  if (who != trWhoUser && who != trWhoUserIndirect) return;
+  // Picking one axis drops the others.
+  const struct {
+    unsigned char* member;
+    const char* name;
+  } axes[] = {{&xAxis_, "x_axis"}, {&yAxis_, "y_axis"}, {&zAxis_, "z_axis"}};
+  for (const auto& picked : axes) {
+    if (!IsParam(index, picked.member) || !*picked.member) continue;
+    for (const auto& axis : axes)
+      if (axis.member != picked.member && *axis.member) SetParam(axis.name, 0, this);
+  }
+}
+
+trVector VortexWarpShader::Swirled(const trVector& pt) const {
+  // The plane of the swirl, by the numbers of its axes.
+  const int a = xAxis_ ? 1 : yAxis_ ? 2 : 0, b = xAxis_ ? 2 : yAxis_ ? 0 : 1;
+  const trVector d = pt - centre_;
+  const double u = GuardedDivide(d[a], radius_), w = GuardedDivide(d[b], radius_);
+  const double turns = reverseDirection_ ? -vorticity_ : vorticity_;
+  const double t = 2 * 3.14159265358979 * turns / (std::sqrt(u * u + w * w) + 1);
+  trVector swirled = pt;
+  swirled[a] += (std::cos(t) * u - std::sin(t) * w - u) * radius_;
+  swirled[b] += (std::cos(t) * w + std::sin(t) * u - w) * radius_;
+  return swirled;
+}
+
+long VortexWarpShader::Displace(trShadingInterface& si) {
+  trShader* const input = InputShader();
+  if (!input) return 1;
+  const trVector pt = si.Pt();
+  if (IsEnabled()) si.Pt() = Swirled(pt);
+  input->DisplaceTS(si);
+  if (IsEnabled()) si.Pt() = pt;
+  return 1;
+}
+
+long VortexWarpShader::Shade(trShadingInterface& si) {
+  trShader* const input = InputShader();
+  if (!input) return 1;
+  const trVector pt = si.Pt();
+  if (IsEnabled()) si.Pt() = Swirled(pt);
+  input->ShadeTS(si);
+  if (IsEnabled()) si.Pt() = pt;
+  return 1;
+}
+
+trBoundingBox VortexWarpShader::BoundingBoxL() {
+  const double size = 2 * std::fabs(radius_);
+  return trBoundingBox::FromCentre(centre_, {size, size, size});
+}
+
+void VortexWarpShader::MoveHandlePositionT(const trVector& delta) {
+  SetParam("centre", centre_ + delta, trWhoUserIndirect);
+}

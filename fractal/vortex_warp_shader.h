@@ -1,0 +1,25 @@
+// vortex_warp_shader: swirls texture space about an axis.
+#pragma once
+
+#include "core/preview.h"
+#include "core/shader.h"
+
+class VortexWarpShader : public trSurfaceShader, public juPreviewHandler {
+ public:
+  VortexWarpShader();
+  void OnParamChanged(long index, trBase* who) override;
+  trPreviewHandler* PreviewHandler() override { return this; }
+  long Displace(trShadingInterface& si) override;
+  long Shade(trShadingInterface& si) override;
+
+  // The preview shows the ball in which the swirl turns most.
+  trBoundingBox BoundingBoxL() override;
+  void MoveHandlePositionT(const trVector& delta) override;
+
+ private:
+  trVector Swirled(const trVector& pt) const;
+
+  trVector centre_;
+  double radius_ = 1000, vorticity_ = 1;
+  unsigned char reverseDirection_ = 0, xAxis_ = 0, yAxis_ = 1, zAxis_ = 0;
+};

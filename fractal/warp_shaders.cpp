@@ -1,0 +1,78 @@
+// warp_input_shader and warp_merge_shader.
+#include "fractal/warp_shaders.h"
+
+namespace {
+
+/// While it lives the texture point is where the warper displaces it to, as if it were a surface point.
+class WarpedTexture {
+ public:
+  WarpedTexture(trShadingInterface& si, const trShaderLink& warper) : si_(si), pt_(si.Pt()) {
+    auto* const shader = static_cast<trShader*>(warper.LinkedNode(true));
+    if (!shader) return;
+    const trVector p = si.P(), n = si.N();
+    si.P() = si.Pt();
+    shader->DisplaceTS(si);
+    si.Pt() = si.P();
+    si.P() = p;
+    si.N() = n;
+  }
+  ~WarpedTexture() { si_.Pt() = pt_; }
+
+ private:
+  trShadingInterface& si_;
+  const trVector pt_;
+};
+
+}  // namespace
+
+WarpInputShader::WarpInputShader() { Param(warper_, "warper", ""); }
+
+long WarpInputShader::Displace(trShadingInterface& si) {
+  trShader* const input = InputShader();
+  if (!input) return 1;
+  if (!IsEnabled()) return input->DisplaceTS(si), 1;
+  const WarpedTexture warped(si, warper_);
+  input->DisplaceTS(si);
+  return 1;
+}
+
+long WarpInputShader::Shade(trShadingInterface& si) {
+  trShader* const input = InputShader();
+  if (!input) return 1;
+  if (!IsEnabled()) return input->ShadeTS(si), 1;
+  const WarpedTexture warped(si, warper_);
+  input->ShadeTS(si);
+  return 1;
+}
+
+WarpShader::WarpShader() {
+  Param(warper_, "warper", "");
+  Param(shader_, "shader", "");
+}
+
+long WarpShader::Displace(trShadingInterface& si) {
+  DisplaceInput(si);
+  trShader* const shader = IsEnabled() ? WarpedShader() : nullptr;
+  if (!shader) return 1;
+  const WarpedTexture warped(si, warper_);
+  shader->DisplaceTS(si);
+  return 1;
+}
+
+long WarpShader::Shade(trShadingInterface& si) {
+  ShadeInput(si);
+  trShader* const shader = IsEnabled() ? WarpedShader() : nullptr;
+  if (!shader) return 1;
+  const WarpedTexture warped(si, warper_);
+  shader->ShadeTS(si);
+  return 1;
+}
+
+unsigned char WarpShader::HasDisplacement() {
+  trShader* const shader = WarpedShader();
+  return shader && shader->HasDisplacementTS();
+}
+unsigned char WarpShader::HasShade() {
+  trShader* const shader = WarpedShader();
+  return shader && shader->HasShadeTS();
+}

@@ -1,0 +1,48 @@
+// planet: a ball with a surface network, and its atmosphere.
+#pragma once
+
+#include "core/scene_maker.h"
+
+class Planet : public juSubSceneMaker, public juPreviewHandler {
+ public:
+  Planet();
+  ~Planet() override;
+
+  void PreDestroy() override;
+  long OnCreate() override;
+  long OnFirstCreate() override;
+  trPreviewHandler* PreviewHandler() override { return this; }
+  using juSubSceneMaker::SetParamFromString;
+  long SetParamFromString(const char* name, const trString& value, trBase* who) override;
+
+  long MakePlanetSurface(trScene& scene) override;
+  bool MakeNonSurface(trScene& scene) override;
+  void BindPlanetMaterials(trScene& scene) override;
+  void PushPlanetParamsToChildren() override;
+
+  // The preview is in world space: its transform is the identity.
+  unsigned char IsPreviewEnabled() override { return showBox_; }
+  trBoundingBox BoundingBoxL() override;
+  void MoveHandlePositionT(const trVector& delta) override;
+  void MoveHandleRotationT(const trVector& deltaDegrees) override;
+  trVector HandleRotation() override { return rotation_; }
+
+ private:
+  void CreateSurfaceNetwork();
+  void CreateAtmosphere();
+  void PushTextureTransform();
+  /// Turns directions of the unturned planet to where `rotation` takes them.
+  trTransform<double> Turn() const;
+  trShader* SurfaceShader() const { return static_cast<trShader*>(surfaceShader_.LinkedNode(true)); }
+  trShader* AtmosphereShader() const { return static_cast<trShader*>(atmosphereShader_.LinkedNode(true)); }
+
+  unsigned char showBox_ = 1, renderSurface_ = 1, renderAtmosphere_ = 1;
+  unsigned char translateTextures_ = 0, rotateTextures_ = 0;
+  tr2Vector latLongAtApex_;  ///< of the point above the centre along +y; georeferenced nodes read it
+  trVector centre_, rotation_;
+  double radius_ = 6.378e6, displacementTolerance_ = 1;
+  trShaderLink surfaceShader_, atmosphereShader_;
+  trDoubleHint radiusHint_, toleranceHint_;
+  trBase* sphereGeometry_ = nullptr;    ///< owned
+  trBase* textureTransform_ = nullptr;  ///< owned
+};
