@@ -1,9 +1,7 @@
-// Picture files through OpenImageIO. Its writers' word on full discs can't be relied on, so they write to
-// memory and the bytes are put on disc here.
+// Picture files: display values, and bytes that go beside their target, to disc and into place.
 #include "host/image/picture.h"
 
-#include <OpenImageIO/filesystem.h>
-#include <OpenImageIO/imageio.h>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -11,7 +9,9 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
-#include <memory>
+#include <filesystem>
+
+#include "host/image/codec/encoder.h"
 
 namespace ovhost {
 namespace {
@@ -40,6 +40,19 @@ std::vector<float> DisplayPixels(const Picture& picture, int channels, const Vie
 }
 
 std::string ErrorText() { return std::strerror(errno); }
+
+/// The encoder, loaded with the first picture; null with the reason in `problem`.
+PictureEncoder* Encoder(std::string& problem) {
+  Dl_info self;
+  std::error_code error;
+  std::filesystem::path folder;
+  if (dladdr(reinterpret_cast<const void*>(&IsPicturePath), &self) && self.dli_fname)
+    folder = std::filesystem::canonical(self.dli_fname, error).parent_path();
+  void* library = dlopen((folder / "libovimage.so").c_str(), RTLD_NOW | RTLD_LOCAL);
+  void* encoder = library ? dlsym(library, "ovEncodePicture") : nullptr;
+  if (!encoder) problem = std::string("the picture formats can't be loaded: ") + dlerror();
+  return reinterpret_cast<PictureEncoder*>(encoder);
+}
 
 }  // namespace
 
@@ -84,50 +97,23 @@ std::string WriteFileAtomically(const std::string& path, const void* data, std::
 
 std::string WritePicture(const std::string& path, const Picture& picture, const ViewTransform& view,
                          bool fullFloat) {
-  using namespace OIIO;
+  static std::string missing;
+  static PictureEncoder* const encode = Encoder(missing);
+  if (!encode) return path + ": " + missing;
   const std::string extension = Extension(path);
   const bool isExr = extension == "exr", isJpeg = extension == "jpg" || extension == "jpeg";
-  auto out = ImageOutput::create(path);
-  if (!out) return path + ": no writer for pictures of this kind";
-
-  const int channels = isExr    ? static_cast<int>(picture.channels.size())
-                       : isJpeg ? 3
-                                : std::min<int>(4, static_cast<int>(picture.channels.size()));
-  const TypeDesc format = isExr                 ? (fullFloat ? TypeDesc::FLOAT : TypeDesc::HALF)
-                          : extension[0] == 't' ? TypeDesc::UINT16
-                                                : TypeDesc::UINT8;
-  ImageSpec spec(picture.width, picture.height, channels, format);
-  spec.channelnames.assign(picture.channels.begin(), picture.channels.begin() + channels);
-  spec.alpha_channel = channels > 3 ? 3 : -1;
-  if (isExr) {
-    spec.x = picture.originX;
-    spec.y = picture.originY;
-    spec.full_width = picture.fullWidth ? picture.fullWidth : picture.width;
-    spec.full_height = picture.fullHeight ? picture.fullHeight : picture.height;
-    spec.attribute("compression", "zip");
-    // Positions and depths are metres at planet scale: halves would overflow.
-    if (!fullFloat) {
-      spec.channelformats.clear();
-      for (const std::string& name : spec.channelnames)
-        spec.channelformats.push_back(
-            name.rfind("position", 0) == 0 || name.rfind("depth", 0) == 0 || name == "Z" ? TypeDesc::FLOAT
-                                                                                         : TypeDesc::HALF);
-    }
-  }
-  spec.attribute("oiio:ColorSpace", isExr ? "Linear" : "sRGB");
-  if (isJpeg) spec.attribute("Compression", "jpeg:95");
-  if (!isExr) spec.attribute("oiio:UnassociatedAlpha", 1);
-  for (const auto& [name, text] : picture.metadata) spec.attribute(name, text);
-
-  Filesystem::IOVecOutput memory;
-  if (!out->supports("ioproxy")) return path + ": the writer can't be kept from the disc";
-  out->set_ioproxy(&memory);
-  if (!out->open(path, spec)) return path + ": " + out->geterror();
-  const std::vector<float> display = isExr ? std::vector<float>() : DisplayPixels(picture, channels, view);
-  if (!out->write_image(TypeDesc::FLOAT, isExr ? picture.pixels.data() : display.data()) || !out->close())
-    return path + ": " + out->geterror();
-  if (out->has_error()) return path + ": " + out->geterror();
-  return WriteFileAtomically(path, memory.buffer().data(), memory.buffer().size());
+  EncodeJob job;
+  job.path = &path;
+  job.picture = &picture;
+  job.isScene = isExr;
+  job.fullFloat = fullFloat;
+  job.channels = static_cast<int>(picture.channels.size());
+  if (!isExr) job.channels = std::min(isJpeg ? 3 : 4, job.channels);
+  const std::vector<float> display =
+      isExr ? std::vector<float>() : DisplayPixels(picture, job.channels, view);
+  job.pixels = isExr ? picture.pixels.data() : display.data();
+  if (!encode(job)) return path + ": " + job.problem;
+  return WriteFileAtomically(path, job.bytes.data(), job.bytes.size());
 }
 
 }  // namespace ovhost

@@ -1,0 +1,75 @@
+// Encodes pictures with OpenImageIO. Its writers' word on full discs can't be relied on, so they write to
+// memory.
+#include "host/image/codec/encoder.h"
+
+#include <OpenImageIO/filesystem.h>
+#include <OpenImageIO/imageio.h>
+
+#include <algorithm>
+#include <exception>
+
+using ovhost::EncodeJob;
+using ovhost::Picture;
+
+namespace {
+
+/// Positions and depths are metres at planet scale: halves would overflow.
+OIIO::TypeDesc SceneFormat(const std::string& channel) {
+  const bool isMetres = channel.rfind("position", 0) == 0 || channel.rfind("depth", 0) == 0 || channel == "Z";
+  return isMetres ? OIIO::TypeDesc::FLOAT : OIIO::TypeDesc::HALF;
+}
+
+OIIO::ImageSpec SceneSpec(const EncodeJob& job) {
+  const Picture& picture = *job.picture;
+  OIIO::ImageSpec spec(picture.width, picture.height, job.channels,
+                       job.fullFloat ? OIIO::TypeDesc::FLOAT : OIIO::TypeDesc::HALF);
+  spec.x = picture.originX;
+  spec.y = picture.originY;
+  spec.full_width = picture.fullWidth ? picture.fullWidth : picture.width;
+  spec.full_height = picture.fullHeight ? picture.fullHeight : picture.height;
+  if (!job.fullFloat)
+    for (const std::string& name : picture.channels) spec.channelformats.push_back(SceneFormat(name));
+  spec.attribute("compression", "zip");
+  spec.attribute("oiio:ColorSpace", "Linear");
+  return spec;
+}
+
+OIIO::ImageSpec DisplaySpec(const EncodeJob& job, const std::string& format) {
+  const bool isTiff = format == "tiff";
+  OIIO::ImageSpec spec(job.picture->width, job.picture->height, job.channels,
+                       isTiff ? OIIO::TypeDesc::UINT16 : OIIO::TypeDesc::UINT8);
+  spec.attribute("oiio:ColorSpace", "sRGB");
+  spec.attribute("oiio:UnassociatedAlpha", 1);
+  if (format == "jpeg") spec.attribute("Compression", "jpeg:95");
+  return spec;
+}
+
+bool Encode(EncodeJob& job) {
+  const auto out = OIIO::ImageOutput::create(*job.path);
+  if (!out) return job.problem = "no writer for pictures of this kind", false;
+  if (!out->supports("ioproxy")) return job.problem = "the writer can't be kept from the disc", false;
+
+  OIIO::ImageSpec spec = job.isScene ? SceneSpec(job) : DisplaySpec(job, out->format_name());
+  spec.channelnames.assign(job.picture->channels.begin(), job.picture->channels.begin() + job.channels);
+  spec.alpha_channel = job.channels > 3 ? 3 : -1;
+  for (const auto& [name, text] : job.picture->metadata) spec.attribute(name, text);
+
+  OIIO::Filesystem::IOVecOutput memory;
+  out->set_ioproxy(&memory);
+  if (!out->open(*job.path, spec) || !out->write_image(OIIO::TypeDesc::FLOAT, job.pixels) || !out->close() ||
+      out->has_error())
+    return job.problem = out->geterror(), false;
+  job.bytes = memory.buffer();
+  return true;
+}
+
+}  // namespace
+
+extern "C" OV_API bool ovEncodePicture(EncodeJob& job) {
+  try {
+    return Encode(job);
+  } catch (const std::exception& error) {
+    job.problem = error.what();
+    return false;
+  }
+}
