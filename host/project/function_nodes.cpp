@@ -1,0 +1,77 @@
+// The value nodes' arithmetic.
+#include "host/project/function_nodes.h"
+
+#include <algorithm>
+
+#include "core/guarded.h"
+#include "core/project.h"
+
+namespace ovhost {
+
+long GetAltitude::StartRender(trRenderingInterface& rendering) {
+  hasPlanet_ = false;
+  const juProject* project = juProject::Of(this);
+  const trBase* object = project ? project->PActiveShadableObject() : nullptr;
+  if (object && object->IsTrue("is_planet"))
+    hasPlanet_ = object->GetParam("centre", centre_) && object->GetParam("radius", radius_);
+  return trFloatFunction::StartRender(rendering);
+}
+
+float GetAltitude::FloatValue(trShadingInterface& si) {
+  return static_cast<float>(hasPlanet_ ? (si.P() - centre_).Length() - radius_ : si.P().y);
+}
+
+float GetSlope::FloatValue(trShadingInterface& si) {
+  const double cosine = std::clamp(Dot(Normalised(si.N()), Normalised(si.Ng())), -1.0, 1.0);
+  return static_cast<float>(std::acos(cosine) * kRadiansToDegrees);
+}
+
+AddFunction::AddFunction() {
+  a_.Declare(this, "input_a", "constant_a", 0);
+  b_.Declare(this, "input_b", "constant_b", 0);
+}
+
+MultiplyFunction::MultiplyFunction() {
+  a_.Declare(this, "input_a", "constant_a", 1);
+  b_.Declare(this, "input_b", "constant_b", 1);
+}
+
+MixFunction::MixFunction() {
+  a_.Declare(this, "input_a", "constant_a", 0);
+  b_.Declare(this, "input_b", "constant_b", 1);
+  mix_.Declare(this, "mix", "constant_mix", 0.5);
+}
+
+float MixFunction::FloatValue(trShadingInterface& si) {
+  const float a = a_.Value(si), t = std::clamp(mix_.Value(si), 0.0f, 1.0f);
+  return a + (b_.Value(si) - a) * t;
+}
+
+trFCol MixFunction::FColValue(trShadingInterface& si) {
+  const trFCol a = a_.Colour(si);
+  const float t = std::clamp(mix_.Value(si), 0.0f, 1.0f);
+  return a + (b_.Colour(si) - a) * t;
+}
+
+ClampFunction::ClampFunction() {
+  input_.Declare(this, "input", "constant", 0);
+  Param(low_, "low", 0.0);
+  Param(high_, "high", 1.0);
+}
+
+float ClampFunction::FloatValue(trShadingInterface& si) {
+  return static_cast<float>(
+      std::clamp(static_cast<double>(input_.Value(si)), std::min(low_, high_), std::max(low_, high_)));
+}
+
+SmoothStepFunction::SmoothStepFunction() {
+  input_.Declare(this, "input", "constant", 0);
+  Param(edgeLow_, "edge_low", 0.0);
+  Param(edgeHigh_, "edge_high", 1.0);
+}
+
+float SmoothStepFunction::FloatValue(trShadingInterface& si) {
+  return static_cast<float>(SmoothStep(GuardedDivide(input_.Value(si) - edgeLow_, edgeHigh_ - edgeLow_)));
+}
+
+}  // namespace ovhost

@@ -1,0 +1,52 @@
+// Registration of the host's own node classes.
+#include "core/plugin.h"
+#include "core/project.h"
+#include "host/node/class_pool.h"
+#include "host/project/camera.h"
+#include "host/project/enviro_light.h"
+#include "host/project/function_nodes.h"
+#include "host/project/project_file.h"
+#include "host/project/render_node.h"
+#include "host/project/sunlight.h"
+
+namespace ovhost {
+namespace {
+
+/// Holds other nodes, and nothing else.
+class GroupNode : public trBase {};
+
+}  // namespace
+
+void RegisterHostClasses() {
+  struct Row {
+    const char* category;
+    const char* name;
+    trBase* (*create)();
+  };
+  static const Row kRows[] = {
+      {"hidden", "ombrivex_project", trCreateNode<juProject>},
+      {"camera", "camera", trCreateNode<trCameraNode>},
+      {"render", "render", trCreateNode<trRenderNode>},
+      {"light", "sunlight", trCreateNode<trSunlightNode>},
+      {"light", "enviro_light", trCreateNode<trEnviroLightNode>},
+      {"group", "group", trCreateNode<GroupNode>},
+      {"function/constant", "constant_scalar", trCreateNode<ConstantScalar>},
+      {"function/constant", "constant_colour", trCreateNode<ConstantColour>},
+      {"function/get", "get_position", trCreateNode<GetPosition>},
+      {"function/get", "get_altitude", trCreateNode<GetAltitude>},
+      {"function/get", "get_slope", trCreateNode<GetSlope>},
+      {"function/get", "get_normal", trCreateNode<GetNormal>},
+      {"function/get", "get_camera_distance", trCreateNode<GetCameraDistance>},
+      {"function/math", "add", trCreateNode<AddFunction>},
+      {"function/math", "multiply", trCreateNode<MultiplyFunction>},
+      {"function/math", "mix", trCreateNode<MixFunction>},
+      {"function/math", "clamp", trCreateNode<ClampFunction>},
+      {"function/math", "smooth_step", trCreateNode<SmoothStepFunction>},
+  };
+  static bool isDone = false;
+  if (isDone) return;
+  isDone = true;
+  for (const Row& row : kRows) RegisterHostClass(row.category, row.name, row.create, trDestroyNode);
+}
+
+}  // namespace ovhost
