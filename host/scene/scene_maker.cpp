@@ -2,6 +2,7 @@
 #include "core/scene_maker.h"
 
 #include "core/project.h"
+#include "host/project/camera.h"
 #include "host/scene/scene_tables.h"
 
 trSceneMaker::trSceneMaker() { DeclareTrue("is_object"); }
@@ -43,12 +44,10 @@ trVector juSceneMaker::RecommendedStartPosition(double radius) const {
   constexpr double kPlanetRadius = 1e5;
   if (radius >= kPlanetRadius) return {0, -radius, 0};
   const juProject* project = juProject::Of(this);
-  const trBase* camera = project ? project->PActiveCameraNode() : nullptr;
-  trVector eye, rotation;
-  if (!camera || !camera->GetParam("position", eye)) return {};
-  // A camera without rotation looks along -z.
-  camera->GetParam("rotation", rotation);
-  return eye + trRotation{rotation}.GetTransform().Direction({0, 0, -4 * radius});
+  const auto* camera = project ? dynamic_cast<const trCameraNode*>(project->PActiveCameraNode()) : nullptr;
+  if (!camera) return {};
+  const trView view = camera->View(1, 1);
+  return view.eye + view.forward * (4 * radius);
 }
 
 void juSceneMaker::SetTransformFromParams(trTransform<double>& transform, trScene* scene, trBoundingBox* box,
