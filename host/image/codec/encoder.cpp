@@ -4,6 +4,8 @@
 
 #include <OpenImageIO/filesystem.h>
 #include <OpenImageIO/imageio.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <exception>
@@ -35,30 +37,67 @@ OIIO::ImageSpec SceneSpec(const EncodeJob& job) {
 }
 
 OIIO::ImageSpec DisplaySpec(const EncodeJob& job, const std::string& format) {
-  const bool isTiff = format == "tiff";
   OIIO::ImageSpec spec(job.picture->width, job.picture->height, job.channels,
-                       isTiff ? OIIO::TypeDesc::UINT16 : OIIO::TypeDesc::UINT8);
+                       format == "tiff" ? OIIO::TypeDesc::UINT16 : OIIO::TypeDesc::UINT8);
   spec.attribute("oiio:ColorSpace", "sRGB");
   spec.attribute("oiio:UnassociatedAlpha", 1);
   if (format == "jpeg") spec.attribute("Compression", "jpeg:95");
   return spec;
 }
 
+/// Opens, fills and closes the writer; false where any of it fails.
+bool Write(OIIO::ImageOutput& out, const std::string& name, const OIIO::ImageSpec& spec,
+           const float* pixels) {
+  return out.open(name, spec) && out.write_image(OIIO::TypeDesc::FLOAT, pixels) && out.close() &&
+         !out.has_error();
+}
+
+/// A file in memory, for the TIFF writer: it reads back what it wrote, which the library's own buffers don't
+/// allow.
+class MemoryFile {
+ public:
+  MemoryFile() : file_(memfd_create("picture", MFD_CLOEXEC)) {}
+  ~MemoryFile() {
+    if (file_ >= 0) close(file_);
+  }
+  MemoryFile(const MemoryFile&) = delete;
+  MemoryFile& operator=(const MemoryFile&) = delete;
+
+  std::string Name() const { return "/proc/self/fd/" + std::to_string(file_); }
+  bool ReadAll(std::vector<unsigned char>& bytes) const {
+    const off_t size = lseek(file_, 0, SEEK_END);
+    if (size < 0) return false;
+    bytes.resize(static_cast<size_t>(size));
+    for (size_t done = 0; done < bytes.size();) {
+      const ssize_t got = pread(file_, bytes.data() + done, bytes.size() - done, static_cast<off_t>(done));
+      if (got <= 0) return false;
+      done += static_cast<size_t>(got);
+    }
+    return true;
+  }
+
+ private:
+  int file_;
+};
+
 bool Encode(EncodeJob& job) {
   const auto out = OIIO::ImageOutput::create(*job.path);
   if (!out) return job.problem = "no writer for pictures of this kind", false;
-  if (!out->supports("ioproxy")) return job.problem = "the writer can't be kept from the disc", false;
 
   OIIO::ImageSpec spec = job.isScene ? SceneSpec(job) : DisplaySpec(job, out->format_name());
   spec.channelnames.assign(job.picture->channels.begin(), job.picture->channels.begin() + job.channels);
   spec.alpha_channel = job.channels > 3 ? 3 : -1;
   for (const auto& [name, text] : job.picture->metadata) spec.attribute(name, text);
 
+  if (std::string(out->format_name()) == "tiff") {
+    const MemoryFile file;
+    if (!Write(*out, file.Name(), spec, job.pixels)) return job.problem = out->geterror(), false;
+    return file.ReadAll(job.bytes) || (job.problem = "the encoded picture can't be read back", false);
+  }
+  if (!out->supports("ioproxy")) return job.problem = "the writer can't be kept from the disc", false;
   OIIO::Filesystem::IOVecOutput memory;
   out->set_ioproxy(&memory);
-  if (!out->open(*job.path, spec) || !out->write_image(OIIO::TypeDesc::FLOAT, job.pixels) || !out->close() ||
-      out->has_error())
-    return job.problem = out->geterror(), false;
+  if (!Write(*out, *job.path, spec, job.pixels)) return job.problem = out->geterror(), false;
   job.bytes = memory.buffer();
   return true;
 }
