@@ -48,8 +48,7 @@ struct trNoiseBatch {
   int count;
 };
 
-/// out[i] = Noise3 of each entry, to the bit what the single form gives; `out` holds `count` and may be one
-/// of the inputs.
+/// out[i] = Noise3 of each entry, to the bit what the single form gives; `out` holds `count`.
 OV_API void trNoise3Batch(const trNoiseBatch& batch, double* out);
 /// The 4D form of trNoise3Batch.
 OV_API void trNoise4Batch(const trNoiseBatch& batch, double* out);

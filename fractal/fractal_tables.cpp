@@ -53,8 +53,8 @@ void FillOctaveTables(const FractalSettings& s, FractalDerived& d) {
     d.ampTable[i] = amplitude;
     d.colourAmpTable[i] = colour;
     d.flatColourAmpTable[i] = flatColour;
-    d.primaryOffset[i] = trNoff3(static_cast<int>(s.seed + kPrimarySeed + i));
-    d.secondaryOffset[i] = trNoff3(static_cast<int>(s.seed + kSecondarySeed + i));
+    d.primaryOffset[i] = trNoff3(static_cast<int>(FirstSeed(s, kPrimarySeed) + i));
+    d.secondaryOffset[i] = trNoff3(static_cast<int>(FirstSeed(s, kSecondarySeed) + i));
     wavelength *= kInverseLacunarity;
     frequency *= kLacunarity;
     // The lead-in octaves, above the feature scale, are all of one height.

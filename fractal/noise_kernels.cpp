@@ -23,7 +23,7 @@ inline constexpr double kSmallestFootprint = 1.9999999949504854e-06;
 inline trVector LeadInWarp(const FractalSettings& s, trShadingInterface& si, const trVector& p) {
   const double x[3] = {p.x, p.x, p.x}, y[3] = {p.y, p.y, p.y}, z[3] = {p.z, p.z, p.z};
   double noise[3];
-  trNoise3Batch({x, y, z, nullptr, static_cast<std::uint32_t>(s.seed + kWarpSeed), kWarpSeedStep, 3}, noise);
+  trNoise3Batch({x, y, z, nullptr, FirstSeed(s, kWarpSeed), kWarpSeedStep, 3}, noise);
   trVector warp = trVector(noise[0], noise[1], noise[2]) * s.leadInWarpAmount;
   if (!s.allowVerticalWarp) warp -= Dot(warp, si.Ng()) * si.Ng();
   return warp;
@@ -69,7 +69,8 @@ inline bool PlanOctaves(const FractalSettings& s, const FractalDerived& d, trSha
 
   const double footprint = s.obeySmoothingFilter ? si.SmoothSize() : 0.0;
   const bool better = colour ? s.betterColourContinuity : s.betterDisplacementContinuity;
-  run.selector = s.noiseFlavour + (footprint > kSmallestFootprint ? 100 : 0) + (better ? 1000 : 0);
+  run.selector = std::clamp(s.noiseFlavour, -10000L, 10000L) + (footprint > kSmallestFootprint ? 100 : 0) +
+                 (better ? 1000 : 0);
   run.filter = footprint * (s.noiseFlavour < 5 ? 0.4 : 0.5);
 
   const double limit = OctaveLimit(s, d, q, footprint, colour);
@@ -104,10 +105,11 @@ struct OctaveValues {
 inline void EvaluateOctaves(const FractalSettings& s, const FractalDerived& derived, const OctaveRun& run,
                             OctaveValues& values) {
   const Kernel kernel = ChooseKernel(run.selector, derived);
-  OctaveNoise(kernel, derived, run, s.seed + kPrimarySeed, derived.primaryOffset, values.a);
+  OctaveNoise(kernel, derived, run, FirstSeed(s, kPrimarySeed), derived.primaryOffset, values.a);
   const bool modulated = s.variationMethod == kMultiScaleModulator;
   if (modulated)
-    OctaveNoise(kernel, derived, run, s.seed + kSecondarySeed, derived.secondaryOffset, values.contribution);
+    OctaveNoise(kernel, derived, run, FirstSeed(s, kSecondarySeed), derived.secondaryOffset,
+                values.contribution);
   const Lanes d;
   for (int i = 0; i < run.count; i += static_cast<int>(hn::Lanes(d))) {
     const V variation = hn::LoadU(d, derived.varTable + i);

@@ -96,9 +96,13 @@ struct FractalDerived {
 
 /// Seeds of the noises of octave 0; octave i adds i. That the primary noise of octave i + 10 has the seed of
 /// the secondary one of octave i is part of every existing landscape's shape.
-inline constexpr long kPrimarySeed = 65536, kSecondarySeed = 65546;
+inline constexpr std::uint32_t kPrimarySeed = 65536, kSecondarySeed = 65546;
 /// The lead-in warp's noises along x, y and z start here, 10 apart.
-inline constexpr long kWarpSeed = 65556, kWarpSeedStep = 10;
+inline constexpr std::uint32_t kWarpSeed = 65556, kWarpSeedStep = 10;
+/// The seed that a noise of `settings` starts at; seeds wrap at 2^32.
+inline std::uint32_t FirstSeed(const FractalSettings& settings, std::uint32_t base) {
+  return static_cast<std::uint32_t>(settings.seed) + base;
+}
 
 /// The wavelength of the first octave, metres: at least twice the feature scale, at least 2e-6.
 double LeadInWavelength(const FractalSettings& settings);

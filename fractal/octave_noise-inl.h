@@ -45,6 +45,12 @@ struct OctaveRun {
   bool fourD;
   double x[kMaxOctaves], y[kMaxOctaves], z[kMaxOctaves], w[kMaxOctaves];
 
+  /// The count rounded up to whole vectors.
+  HWY_INLINE int Padded() const {
+    const int lanes = static_cast<int>(hn::Lanes(Lanes()));
+    return (count + lanes - 1) / lanes * lanes;
+  }
+
   /// Octaves of one texture point; `shift` is the same distance in every octave's own units.
   HWY_INLINE void SetAll(const trVector& q, double time, const trVector& shift) {
     const Lanes d;
@@ -197,6 +203,7 @@ inline void FoldNoise(const Kernel& k, const FractalDerived& derived, const Octa
 /// The Voronoi flavours, an octave after the other.
 inline void CellularNoise(const Kernel& k, const FractalDerived& derived, const OctaveRun& run,
                           const trVector* offset, double* noise) {
+  std::fill(noise + run.count, noise + run.Padded(), 0.0);
   for (int i = 0; i < run.count; ++i) {
     const trVector p = trVector(run.x[i], run.y[i], run.z[i]) + offset[i];
     if (k.form == Kernel::kSmoothNearest) {
@@ -220,13 +227,11 @@ inline void CellularNoise(const Kernel& k, const FractalDerived& derived, const 
 
 /// The kernel's value for every octave. `firstSeed` is that of octave 0, `offset` the Voronoi offsets that go
 /// with it.
-inline void OctaveNoise(const Kernel& k, const FractalDerived& derived, const OctaveRun& run, long firstSeed,
-                        const trVector* offset, double* noise) {
-  // What the vectors read past the last octave is defined, and small.
-  for (int i = run.count; i < std::min(run.count + 7, kMaxOctaves); ++i) noise[i] = 0.0;
+inline void OctaveNoise(const Kernel& k, const FractalDerived& derived, const OctaveRun& run,
+                        std::uint32_t firstSeed, const trVector* offset, double* noise) {
   if (k.form >= Kernel::kNearest) return CellularNoise(k, derived, run, offset, noise);
-  const trNoiseBatch batch = {run.x, run.y,    run.z, run.w, static_cast<std::uint32_t>(firstSeed),
-                              1,     run.count};
+  // Whole vectors: the positions past the last octave are those of octaves that could follow.
+  const trNoiseBatch batch = {run.x, run.y, run.z, run.w, firstSeed, 1, run.Padded()};
   if (run.fourD)
     trNoise4Batch(batch, noise);
   else

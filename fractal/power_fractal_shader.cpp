@@ -17,7 +17,7 @@ long PowerFractalShaderV3Base::SetParamFromString(const char* name, const trStri
 void PowerFractalShaderV3Base::OnParamChanged(long index, trBase* who) {
   trShader::OnParamChanged(index, who);
   UpdateEnabling();
-  FollowScales(index);
+  FollowScales(index, who);
   mask_.OnParamChanged(this, index, who);
   if (isCloud_) settings_.colourOffset = coverageAdjust_ - 0.5;
   derived_ = DeriveFractal(settings_);
@@ -31,10 +31,13 @@ void PowerFractalShaderV3Base::UpdateEnabling() {
   SetParamGuiEnabled("buoyancy_from_variation", settings_.variationMethod == kMultiScaleModulator);
 }
 
-void PowerFractalShaderV3Base::FollowScales(long index) {
+void PowerFractalShaderV3Base::FollowScales(long index, trBase* who) {
   FractalSettings& s = settings_;
   const double w = LeadInWavelength(s);
-  if (IsParam(index, &s.featureScale) || IsParam(index, &s.leadInScale) || IsParam(index, &s.smallestScale)) {
+  // The smallest scale that this node set itself came from the octaves, which may reach below the finest
+  // scale that the other way round takes into account.
+  const bool smallestScaleChanged = IsParam(index, &s.smallestScale) && who != this;
+  if (IsParam(index, &s.featureScale) || IsParam(index, &s.leadInScale) || smallestScaleChanged) {
     const long octaves = OctavesForSmallestScale(w, s.smallestScale);
     if (octaves != s.noiseOctaves) SetParam("noise_octaves", octaves, this);
   }

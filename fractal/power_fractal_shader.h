@@ -60,7 +60,7 @@ class PowerFractalShaderV3Base : public trSurfaceShader {
   void SetMenus();
 
   /// The couplings of octaves and scales: they follow each other both ways.
-  void FollowScales(long index);
+  void FollowScales(long index, trBase* who);
   void UpdateEnabling();
   trVector DisplacementDirection(const trVector& n, const trVector& ng) const;
 

@@ -1,5 +1,7 @@
 // Gradient noise in three and four dimensions (after Perlin 2002, with hashed continuous gradients), one
 // lookup a SIMD lane.
+#include <algorithm>
+
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "host/noise/gradient_noise.cpp"
 #include <hwy/foreach_target.h>
@@ -129,50 +131,50 @@ HWY_INLINE V Noise4(D d, V px, V py, V pz, V pw, const SeedState<D>& seed) {
   return hn::Mul(Lerp(fade[3], cube[0], cube[1]), hn::Set(d, kScale4));
 }
 
-/// Calls `lookup(seedState, load, store)` for every vector of a batch, the last one masked. With one seed for
-/// all entries its state is made once.
-template <class D, class Lookup>
-HWY_INLINE void ForEachVector(D d, const trNoiseBatch& b, double* out, const Lookup& lookup) {
-  const Bits<D> du;
-  const int lanes = static_cast<int>(hn::Lanes(d));
-  const auto iota = hn::Iota(du, 0);
-  const auto stepOfLane = MulLow32(iota, hn::Set(du, uint64_t{b.seedStep}));
-  SeedState<D> state = MakeSeedState(d, hn::Add(hn::Set(du, uint64_t{b.firstSeed}), stepOfLane));
-  for (int i = 0; i < b.count; i += lanes) {
-    if (b.seedStep != 0 && i != 0)
-      state = MakeSeedState(
-          d, hn::Add(hn::Set(du, uint64_t{b.firstSeed + b.seedStep * static_cast<uint32_t>(i)}), stepOfLane));
-    if (i + lanes <= b.count) {
-      hn::StoreU(lookup(state, [&](const double* p) HWY_ATTR { return hn::LoadU(d, p + i); }), d, out + i);
-    } else {
-      const auto mask = hn::FirstN(d, static_cast<size_t>(b.count - i));
-      const auto v = lookup(state, [&](const double* p) HWY_ATTR { return hn::MaskedLoad(mask, d, p + i); });
-      hn::BlendedStore(v, mask, d, out + i);
-    }
-  }
+/// Looks up the vector of entries from `begin` on.
+template <int kDimensions, class D>
+HWY_INLINE hn::Vec<D> Lookup(D d, const double* const (&p)[4], int begin, const SeedState<D>& seed) {
+  const auto x = hn::LoadU(d, p[0] + begin), y = hn::LoadU(d, p[1] + begin), z = hn::LoadU(d, p[2] + begin);
+  if constexpr (kDimensions == 3)
+    return Noise3(d, x, y, z, seed);
+  else
+    return Noise4(d, x, y, z, hn::LoadU(d, p[3] + begin), seed);
 }
 
-template <class D>
-HWY_INLINE void Run3(D d, const trNoiseBatch& b, double* out) {
-  ForEachVector(d, b, out, [&](const SeedState<D>& seed, const auto& load) HWY_ATTR {
-    return Noise3(d, load(b.x), load(b.y), load(b.z), seed);
-  });
-}
-template <class D>
-HWY_INLINE void Run4(D d, const trNoiseBatch& b, double* out) {
-  ForEachVector(d, b, out, [&](const SeedState<D>& seed, const auto& load) HWY_ATTR {
-    return Noise4(d, load(b.x), load(b.y), load(b.z), load(b.w), seed);
-  });
+template <int kDimensions, class D>
+HWY_INLINE void Run(D d, const trNoiseBatch& b, double* out) {
+  const Bits<D> du;
+  const int lanes = static_cast<int>(hn::Lanes(d));
+  const auto stepOfLane = MulLow32(hn::Iota(du, 0), hn::Set(du, uint64_t{b.seedStep}));
+  const auto seedAt = [&](int i) HWY_ATTR {
+    const uint32_t first = b.firstSeed + b.seedStep * static_cast<uint32_t>(i);
+    return MakeSeedState(d, hn::Add(hn::Set(du, uint64_t{first}), stepOfLane));
+  };
+  const double* const inputs[4] = {b.x, b.y, b.z, b.w};
+  SeedState<D> state = seedAt(0);
+  int i = 0;
+  for (; i + lanes <= b.count; i += lanes) {
+    if (b.seedStep != 0 && i != 0) state = seedAt(i);
+    hn::StoreU(Lookup<kDimensions>(d, inputs, i, state), d, out + i);
+  }
+  if (i == b.count) return;
+  // What is left over goes through a vector of its own.
+  HWY_ALIGN double rest[5][hn::MaxLanes(d)] = {};
+  const double* const restInputs[4] = {rest[0], rest[1], rest[2], rest[3]};
+  for (int axis = 0; axis < kDimensions; ++axis)
+    std::copy(inputs[axis] + i, inputs[axis] + b.count, rest[axis]);
+  hn::StoreU(Lookup<kDimensions>(d, restInputs, 0, seedAt(i)), d, rest[4]);
+  std::copy(rest[4], rest[4] + (b.count - i), out + i);
 }
 
 // A single lookup runs in the narrowest vectors, which have the shortest latency.
 void Batch3(const trNoiseBatch& b, double* out) {
-  if (b.count == 1) return Run3(hn::CappedTag<double, 1>(), b, out);
-  Run3(hn::ScalableTag<double>(), b, out);
+  if (b.count == 1) return Run<3>(hn::CappedTag<double, 1>(), b, out);
+  Run<3>(hn::ScalableTag<double>(), b, out);
 }
 void Batch4(const trNoiseBatch& b, double* out) {
-  if (b.count == 1) return Run4(hn::CappedTag<double, 1>(), b, out);
-  Run4(hn::ScalableTag<double>(), b, out);
+  if (b.count == 1) return Run<4>(hn::CappedTag<double, 1>(), b, out);
+  Run<4>(hn::ScalableTag<double>(), b, out);
 }
 
 }  // namespace HWY_NAMESPACE
