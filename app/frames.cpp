@@ -1,0 +1,147 @@
+// Frame ranges, picture names with frame numbers, amounts with units.
+#include "app/frames.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <set>
+
+#include "app/app.h"
+
+namespace ovapp {
+namespace {
+
+constexpr size_t kMaxFrames = 1000000;
+constexpr long kMaxFrame = 100000000;
+
+/// Reads a whole number at `at` and steps over it; false where there is none.
+bool TakeNumber(const char*& at, const char* end, long& value) {
+  const auto [next, error] = std::from_chars(at, end, value);
+  if (error != std::errc() || std::abs(value) > kMaxFrame) return false;
+  at = next;
+  return true;
+}
+
+/// One item, FIRST, FIRST-LAST or FIRST-LASTxSTEP, onto `frames`.
+bool AddFrames(const std::string& item, std::vector<long>& frames) {
+  const char* at = item.data();
+  const char* const end = at + item.size();
+  long first = 0, last = 0, step = 1;
+  if (!TakeNumber(at, end, first)) return false;
+  last = first;
+  if (at < end && *at == '-' && !TakeNumber(++at, end, last)) return false;
+  if (at < end && *at == 'x' && (!TakeNumber(++at, end, step) || step < 1)) return false;
+  if (at != end || static_cast<size_t>(std::abs(last - first) / step) >= kMaxFrames - frames.size())
+    return false;
+  if (last >= first)
+    for (long frame = first; frame <= last; frame += step) frames.push_back(frame);
+  else
+    for (long frame = first; frame >= last; frame -= step) frames.push_back(frame);
+  return true;
+}
+
+struct Place {
+  size_t begin = 0, length = 0;
+  int digits = 0;
+};
+
+/// The first place for a frame number from `from` on; length 0 where there is none.
+Place FindPlace(const std::string& path, size_t from) {
+  for (size_t i = from; i < path.size(); ++i) {
+    if (path[i] == '#') {
+      size_t end = path.find_first_not_of('#', i);
+      if (end == std::string::npos) end = path.size();
+      return {i, end - i, static_cast<int>(end - i)};
+    }
+    if (path[i] != '%') continue;
+    size_t at = i + 1;
+    int digits = 0;
+    while (at < path.size() && path[at] >= '0' && path[at] <= '9' && digits < 10)
+      digits = digits * 10 + (path[at++] - '0');
+    if (at < path.size() && path[at] == 'd' && digits <= 20) return {i, at + 1 - i, digits};
+  }
+  return {};
+}
+
+size_t FileNameBegin(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  return slash == std::string::npos ? 0 : slash + 1;
+}
+
+/// A positive number and its suffix, or a Failure that names what the text ought to be.
+double NumberWithUnit(const std::string& text, std::string& unit, const char* what) {
+  double value = 0;
+  const char* const end = text.data() + text.size();
+  const auto [next, error] = std::from_chars(text.data(), end, value);
+  if (error != std::errc() || !std::isfinite(value) || value <= 0)
+    throw Failure{kBadUsage, "\"" + text + "\" is not " + what};
+  unit.assign(next, end);
+  return value;
+}
+
+}  // namespace
+
+std::vector<long> ParseFrames(const std::string& text) {
+  std::vector<long> frames;
+  for (size_t begin = 0; begin <= text.size();) {
+    const size_t end = std::min(text.find(',', begin), text.size());
+    if (!AddFrames(text.substr(begin, end - begin), frames))
+      throw Failure{kBadUsage, "\"" + text + "\" is not a list of frames such as 1-10,20-40x5"};
+    begin = end + 1;
+  }
+  std::set<long> seen;
+  std::erase_if(frames, [&seen](long frame) { return !seen.insert(frame).second; });
+  return frames;
+}
+
+bool HasFramePlace(const std::string& path) { return FindPlace(path, FileNameBegin(path)).length > 0; }
+
+std::string FramePath(const std::string& path, long frame) {
+  std::string out = path;
+  size_t from = FileNameBegin(path);
+  for (Place place = FindPlace(out, from); place.length > 0; place = FindPlace(out, from)) {
+    char number[48];
+    std::snprintf(number, sizeof number, "%0*ld", place.digits, frame);
+    out.replace(place.begin, place.length, number);
+    from = place.begin + std::string(number).size();
+  }
+  return out;
+}
+
+unsigned long long ParseBytes(const std::string& text) {
+  constexpr const char* kWhat = "an amount of memory such as 800M or 4G";
+  std::string unit;
+  const double value = NumberWithUnit(text, unit, kWhat);
+  static constexpr const char* kUnits[] = {"", "K", "M", "G", "T"};
+  if (unit.size() == 2 && unit[1] == 'B') unit.pop_back();
+  for (int i = 0; i < 5; ++i) {
+    const double bytes = std::ldexp(value, 10 * i);
+    if (unit == kUnits[i] && bytes >= 1 && bytes < 1e18) return static_cast<unsigned long long>(bytes);
+  }
+  throw Failure{kBadUsage, "\"" + text + "\" is not " + kWhat};
+}
+
+double ParseSeconds(const std::string& text) {
+  constexpr const char* kWhat = "a time such as 90, 90s, 5m or 2h";
+  std::string unit;
+  const double value = NumberWithUnit(text, unit, kWhat);
+  if (unit.empty() || unit == "s") return value;
+  if (unit == "m") return value * 60;
+  if (unit == "h") return value * 3600;
+  throw Failure{kBadUsage, "\"" + text + "\" is not " + kWhat};
+}
+
+std::string DurationText(double seconds) {
+  const long whole = seconds > 0 && seconds < 1e9 ? std::lround(seconds) : 0;
+  char text[64];
+  if (whole < 60)
+    std::snprintf(text, sizeof text, "%ld s", whole);
+  else if (whole < 3600)
+    std::snprintf(text, sizeof text, "%ld min %02ld s", whole / 60, whole % 60);
+  else
+    std::snprintf(text, sizeof text, "%ld h %02ld min", whole / 3600, whole / 60 % 60);
+  return text;
+}
+
+}  // namespace ovapp

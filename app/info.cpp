@@ -1,0 +1,66 @@
+// `ov info`: prints what a project holds.
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "app/app.h"
+#include "app/session.h"
+#include "host/node/node_data.h"
+
+namespace ovapp {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+struct Options {
+  ProjectOptions project;
+  bool json = false, values = false;
+};
+
+Json Values(trBase& node) {
+  Json values = Json::object();
+  for (long i = 0; i < node.NumParams(); ++i) {
+    trString text;
+    if (node.GetStringFromParam(i, text, trWhoSystem)) values[node.ParamName(i)] = text;
+  }
+  return values;
+}
+
+int Depth(const trBase& node) {
+  int depth = 0;
+  for (const trBase* parent = node.Parent(); parent; parent = parent->Parent()) ++depth;
+  return depth;
+}
+
+int Run(Program&, const Options& options) {
+  Session session(options.project);
+  Json list = Json::array();
+  std::string text;
+  for (trBase* node : ovhost::AllNodes(&session.Project())) {
+    Json entry = {{"path", node->NameAndPath()}, {"class", node->ClassName()}};
+    text += std::string(static_cast<size_t>(2 * Depth(*node)), ' ') + node->Name() + "  (" +
+            node->ClassName() + ")\n";
+    if (options.values) {
+      entry["params"] = Values(*node);
+      for (const auto& [name, value] : entry["params"].items())
+        text += std::string(static_cast<size_t>(2 * Depth(*node) + 4), ' ') + name + " = " +
+                value.get<std::string>() + "\n";
+    }
+    list.push_back(entry);
+  }
+  if (options.json) text = list.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  return kDone;
+}
+
+}  // namespace
+
+void AddInfo(Program& program) {
+  auto options = std::make_shared<Options>();
+  CLI::App* command =
+      program.Add("info", "List the nodes of a project", "ov info scene.ovd --values", options, Run);
+  AddProjectOptions(*command, options->project);
+  command->add_flag("--values", options->values, "List the values of all parameters too");
+  command->add_flag("--json", options->json, "Print JSON");
+}
+
+}  // namespace ovapp

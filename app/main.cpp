@@ -1,0 +1,100 @@
+// The program `ov`: reads the command line, runs the chosen subcommand, turns its end into an exit code.
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "app/app.h"
+#include "core/random.h"
+#include "host/base/log.h"
+
+namespace {
+
+using namespace ovapp;
+
+void AddCommonOptions(Program& program) {
+  CommonOptions& common = program.common;
+  program.cli.add_flag("-q,--quiet", common.quiet, "Print only warnings, errors and results");
+  program.cli.add_flag("-v,--verbose", common.verbosity, "Print more of what is going on");
+  program.cli.add_option("--log", common.log, "Form of the messages on stderr")
+      ->check(CLI::IsMember({"text", "json"}))
+      ->capture_default_str();
+  program.cli.add_option("--progress", common.progress, "Form of the progress on stderr")
+      ->check(CLI::IsMember({"auto", "bar", "lines", "json", "none"}))
+      ->capture_default_str();
+  program.cli.add_option("--seed", common.seed, "Seed of everything random, so that a run can be repeated");
+  program.cli.add_option("--threads", common.threads, "Number of threads; all cores by default")
+      ->check(CLI::Range(1, 4096));
+}
+
+void ApplyCommonOptions(const CommonOptions& common) {
+  using ovhost::LogLevel;
+  ovhost::SetLogFormat(common.log == "json" ? ovhost::LogFormat::kJson : ovhost::LogFormat::kText);
+  ovhost::SetLogLevel(common.quiet           ? LogLevel::kWarning
+                      : common.verbosity > 0 ? LogLevel::kDebug
+                                             : LogLevel::kMessage);
+  if (common.seed) trFixGlobalSeed(static_cast<unsigned long>(*common.seed));
+  if (common.threads) ovhost::SetNumThreads(*common.threads);
+}
+
+/// The command line without numbers such as "-.5", which the option parser takes for flags: they become
+/// "-0.5".
+std::vector<std::string> Arguments(int argc, char** argv) {
+  std::vector<std::string> arguments;
+  for (int i = argc - 1; i > 0; --i) {
+    std::string text = argv[i];
+    if (text.size() > 2 && text[0] == '-' && text[1] == '.' && text[2] >= '0' && text[2] <= '9')
+      text.insert(1, "0");
+    arguments.push_back(text);
+  }
+  return arguments;  // last first, as the parser wants it
+}
+
+int ReportFailure(const Failure& failure) {
+  if (!failure.text.empty()) trError(failure.text);
+  return failure.code;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Program program;
+  program.cli.name("ov");
+  program.cli.description("Renders planetary landscapes, and looks into what they are made of.");
+  program.cli.footer(
+      "Example:\n  ov render scenes/first_light.ovd -o first_light.png\n\n`ov COMMAND --help` tells more.");
+  program.cli.require_subcommand(1);
+  program.cli.fallthrough();
+  AddCommonOptions(program);
+  AddRender(program);
+  AddCheck(program);
+  AddNew(program);
+  AddNodes(program);
+  AddDescribe(program);
+  AddEval(program);
+  AddPress(program);
+  AddInfo(program);
+  AddVersion(program);
+  AddTest(program);
+
+  try {
+    program.cli.parse(Arguments(argc, argv));
+  } catch (const CLI::ParseError& error) {
+    if (error.get_exit_code() == 0) return program.cli.exit(error);
+    program.cli.exit(error);
+    return kBadUsage;
+  }
+
+  try {
+    ApplyCommonOptions(program.common);
+    const int code = program.run();
+    if (std::fflush(stdout) != 0) throw Failure{kOutputFailed, "standard output can't be written"};
+    return code;
+  } catch (const Failure& failure) {
+    return ReportFailure(failure);
+  } catch (const std::bad_alloc&) {
+    return ReportFailure({kLimitReached, "out of memory"});
+  } catch (const std::exception& error) {
+    return ReportFailure({kFailed, error.what()});
+  }
+}

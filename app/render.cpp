@@ -1,0 +1,288 @@
+// `ov render`: renders frames of a project to picture files.
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+
+#include "app/app.h"
+#include "app/frames.h"
+#include "app/progress.h"
+#include "app/session.h"
+#include "app/signals.h"
+#include "core/messages.h"
+#include "host/image/picture.h"
+#include "host/node/node_data.h"
+#include "host/project/project_file.h"
+#include "host/render/render.h"
+
+namespace ovapp {
+namespace {
+
+struct Options {
+  ProjectOptions project;
+  std::string output, renderNode, camera, frames, tile, memory, time, resume = "auto";
+  std::vector<int> crop;
+  std::optional<int> width, height, samples;
+  std::vector<std::string> layers;
+  double noise = 0;
+  bool overwrite = false, skipExisting = false, dryRun = false;
+};
+
+/// One picture to make.
+struct Job {
+  long frame = 0;
+  std::string path;
+};
+
+// --- From the command line to jobs and settings
+// -----------------------------------------------------------------
+
+std::vector<Job> PlanJobs(const Options& options, juProject& project) {
+  std::vector<long> frames = {std::lround(project.GetCurrentFrame())};
+  if (!options.frames.empty()) frames = ParseFrames(options.frames);
+  if (frames.size() > 1 && !HasFramePlace(options.output))
+    throw Failure{kBadUsage,
+                  options.output + ": several frames need a place for their number, such as out_####.png"};
+  std::vector<Job> jobs;
+  for (const long frame : frames) jobs.push_back({frame, FramePath(options.output, frame)});
+  return jobs;
+}
+
+/// Finds out before hours of work what can't be written after them.
+void CheckOutputs(const std::vector<Job>& jobs) {
+  for (const Job& job : jobs) {
+    if (!ovhost::IsPicturePath(job.path))
+      throw Failure{kBadUsage, job.path + ": pictures are exr, png, tif, tiff, jpg or jpeg"};
+    std::filesystem::path folder = std::filesystem::path(job.path).parent_path();
+    if (folder.empty()) folder = ".";
+    std::error_code error;
+    if (!std::filesystem::is_directory(folder, error))
+      throw Failure{kOutputFailed, job.path + ": can't be written: there is no folder " + folder.string()};
+    if (access(folder.c_str(), W_OK | X_OK) != 0)
+      throw Failure{kOutputFailed, job.path + ": can't be written: no permission in " + folder.string()};
+    if (std::filesystem::is_directory(job.path, error))
+      throw Failure{kOutputFailed, job.path + ": can't be written: it is a folder"};
+  }
+}
+
+/// The rows of tile i of n, from the top, within `whole`.
+ovhost::PixelRect TileRows(const std::string& text, ovhost::PixelRect whole) {
+  int tile = 0, count = 0, read = 0;
+  if (std::sscanf(text.c_str(), "%d/%d%n", &tile, &count, &read) != 2 ||
+      read != static_cast<int>(text.size()) || tile < 1 || tile > count)
+    throw Failure{kBadUsage, "\"" + text + "\" is not a tile such as 2/4"};
+  const long rows = whole.y1 - whole.y0;
+  if (count > rows) throw Failure{kBadUsage, "--tile: more tiles than rows of pixels"};
+  const int top = whole.y0;
+  whole.y0 = top + static_cast<int>(rows * (tile - 1) / count);
+  whole.y1 = top + static_cast<int>(rows * tile / count);
+  return whole;
+}
+
+trBase* RenderNode(juProject& project, const Options& options, const Session& session) {
+  if (!options.renderNode.empty()) return &session.Find(options.renderNode);
+  const std::vector<trBase*> nodes = NodesWithFact(project, "is_render");
+  return nodes.empty() ? nullptr : nodes[0];
+}
+
+/// Size of the full picture: the command line's, else the render node's.
+void PictureSize(const trBase* renderNode, const Options& options, int& width, int& height) {
+  long nodeWidth = 0, nodeHeight = 0;
+  if (renderNode) {
+    renderNode->GetParam("image_width", nodeWidth);
+    renderNode->GetParam("image_height", nodeHeight);
+  }
+  width = options.width.value_or(static_cast<int>(nodeWidth));
+  height = options.height.value_or(static_cast<int>(nodeHeight));
+}
+
+std::optional<ovhost::PixelRect> Crop(const trBase* renderNode, const Options& options) {
+  if (options.crop.empty() && options.tile.empty()) return std::nullopt;
+  ovhost::PixelRect rect;
+  PictureSize(renderNode, options, rect.x1, rect.y1);
+  if (!options.crop.empty()) {
+    const std::vector<int>& c = options.crop;
+    if (c[0] < 0 || c[1] < 0 || c[2] <= c[0] || c[3] <= c[1] || c[2] > rect.x1 || c[3] > rect.y1)
+      throw Failure{kBadUsage, "--crop: x0 y0 x1 y1 must be a rectangle within the picture's " +
+                                   std::to_string(rect.x1) + " x " + std::to_string(rect.y1) + " pixels"};
+    rect = {c[0], c[1], c[2], c[3]};
+  }
+  return options.tile.empty() ? rect : TileRows(options.tile, rect);
+}
+
+ovhost::RenderSettings Settings(Program& program, const Options& options, Session& session) {
+  ovhost::RenderSettings settings;
+  settings.renderNode = options.renderNode;
+  settings.camera = options.camera;
+  settings.width = options.width;
+  settings.height = options.height;
+  settings.samples = options.samples;
+  settings.crop = Crop(RenderNode(session.Project(), options, session), options);
+  settings.seed = program.common.seed.value_or(0);
+  settings.threads = program.common.threads.value_or(0);
+  if (!options.memory.empty()) settings.memoryBytes = ParseBytes(options.memory);
+  if (!options.time.empty()) settings.timeLimitSeconds = ParseSeconds(options.time);
+  settings.noiseLimit = options.noise;
+  settings.resume = options.resume == "never"     ? ovhost::ResumeMode::kNever
+                    : options.resume == "require" ? ovhost::ResumeMode::kRequire
+                                                  : ovhost::ResumeMode::kAuto;
+  settings.sceneName = std::filesystem::path(options.project.path).filename().string();
+  settings.layers = options.layers;
+  for (const std::string& layer : options.layers) {
+    const auto& known = ovhost::LayerNames();
+    if (layer != "all" && std::find(known.begin(), known.end(), layer) == known.end()) {
+      std::string names = "all";
+      for (const std::string& name : known) names += ", " + name;
+      throw Failure{kBadUsage, "--layers: there is no layer \"" + layer + "\"; there are " + names};
+    }
+  }
+  return settings;
+}
+
+// --- Rendering
+// --------------------------------------------------------------------------------------------------
+
+int CodeOf(ovhost::RenderOutcome outcome) {
+  switch (outcome) {
+    case ovhost::RenderOutcome::kDone:
+      return kDone;
+    case ovhost::RenderOutcome::kFailed:
+      return kFailed;
+    case ovhost::RenderOutcome::kOutputFailed:
+      return kOutputFailed;
+    case ovhost::RenderOutcome::kMemoryLimit:
+    case ovhost::RenderOutcome::kTimeLimit:
+      return kLimitReached;
+    case ovhost::RenderOutcome::kStopped:
+      return kResumable;
+  }
+  return kFailed;
+}
+
+void Report(const Job& job, ovhost::RenderOutcome outcome, const ovhost::RenderStatistics& statistics) {
+  if (outcome == ovhost::RenderOutcome::kStopped) {
+    trPrintMessage(job.path + ": stopped; the same command goes on from here");
+    return;
+  }
+  if (outcome == ovhost::RenderOutcome::kTimeLimit)
+    trWarning(job.path + ": the time limit ended the frame early");
+  if (outcome != ovhost::RenderOutcome::kDone && outcome != ovhost::RenderOutcome::kTimeLimit) return;
+  trPrintMessage(job.path + ": " + std::to_string(statistics.samplesDone) + " samples a pixel in " +
+                 DurationText(statistics.seconds) + ", " + std::to_string(statistics.peakBytes >> 20) +
+                 " MB");
+  const auto rate = [&statistics](std::uint64_t count) {
+    return std::to_string(count) + " (" +
+           std::to_string(
+               static_cast<std::uint64_t>(static_cast<double>(count) / std::max(statistics.seconds, 1e-3))) +
+           "/s)";
+  };
+  trPrintDebugMessage("first picture after " + DurationText(statistics.firstPictureSeconds) + ", dicing " +
+                      DurationText(statistics.diceSeconds) + ", " +
+                      std::to_string(statistics.gridBytes >> 20) + " MB of grids");
+  trPrintDebugMessage("vertices " + std::to_string(statistics.vertices) + ", displacements " +
+                      std::to_string(statistics.displacements) + ", camera rays " +
+                      rate(statistics.cameraRays) + ", shadow rays " + rate(statistics.shadowRays) +
+                      ", bounces " + rate(statistics.bounceRays) + ", volume samples " +
+                      rate(statistics.volumeSamples));
+}
+
+void PrintPlan(const std::vector<Job>& jobs, const Options& options, const trBase* renderNode,
+               const ovhost::RenderSettings& settings) {
+  int width = 0, height = 0;
+  PictureSize(renderNode, options, width, height);
+  const ovhost::PixelRect rect = settings.crop.value_or(ovhost::PixelRect{0, 0, width, height});
+  for (const Job& job : jobs) {
+    std::error_code error;
+    const bool isSkipped = options.skipExisting && std::filesystem::exists(job.path, error);
+    std::printf("frame %ld -> %s, %d x %d pixels, rows %d to %d, columns %d to %d%s\n", job.frame,
+                job.path.c_str(), width, height, rect.y0, rect.y1, rect.x0, rect.x1,
+                isSkipped ? ", skipped" : "");
+  }
+}
+
+int Run(Program& program, const Options& options) {
+  Session session(options.project);
+  juProject& project = session.Project();
+  const std::vector<Job> jobs = PlanJobs(options, project);
+  ovhost::RenderSettings settings = Settings(program, options, session);
+  CheckOutputs(jobs);
+  if (options.dryRun) {
+    PrintPlan(jobs, options, RenderNode(project, options, session), settings);
+    return kDone;
+  }
+  settings.projectHash = session.Hash();
+
+  ovhost::RenderControl control;
+  const RenderSignals signals(control);
+  Progress progress(program.common, &control.stop);
+  int code = kDone;
+  for (size_t i = 0; i < jobs.size(); ++i) {
+    const Job& job = jobs[i];
+    std::error_code error;
+    if (options.skipExisting && std::filesystem::exists(job.path, error)) {
+      trPrintMessage(job.path + ": exists, skipped");
+      continue;
+    }
+    progress.SetPart(jobs.size() > 1 ? "frame " + std::to_string(job.frame) : "", i, jobs.size());
+    project.SetParam("current_frame", job.frame, trWhoSystem);
+    ovhost::UpdateAnimation(&project, static_cast<double>(job.frame));
+    settings.output = job.path;
+    settings.frame = static_cast<double>(job.frame);
+    ovhost::RenderStatistics statistics;
+    const ovhost::RenderOutcome outcome = ovhost::RenderFrame(project, settings, control, &statistics);
+    progress.Pause();
+    Report(job, outcome, statistics);
+    // A frame that failed doesn't keep the others from being made, but the end tells of it; a stop ends them
+    // all.
+    if (outcome != ovhost::RenderOutcome::kDone && code == kDone) code = CodeOf(outcome);
+    if (outcome == ovhost::RenderOutcome::kStopped || control.stop) return kResumable;
+  }
+  return code;
+}
+
+}  // namespace
+
+void AddRender(Program& program) {
+  auto options = std::make_shared<Options>();
+  CLI::App* command = program.Add(
+      "render", "Render frames of a project to picture files",
+      "ov render scene.ovd -o out_####.png --frames 1-48x2 --set \"Camera 01.fov=40\"", options, Run);
+  AddProjectOptions(*command, options->project);
+  command
+      ->add_option("-o,--output", options->output, "Picture file; #### or %04d stands for the frame number")
+      ->required();
+  command->add_option("-f,--frames", options->frames,
+                      "Frames, such as 1-10,20-40x5; the project's current one by default");
+  command->add_option("--render-node", options->renderNode,
+                      "Name or path of the render node; the first by default");
+  command->add_option("--camera", options->camera,
+                      "Name or path of the camera; the render node's by default");
+  command->add_option("--width", options->width, "Width in pixels")->check(CLI::Range(1, 1 << 20));
+  command->add_option("--height", options->height, "Height in pixels")->check(CLI::Range(1, 1 << 20));
+  command->add_option("-s,--samples", options->samples, "Samples a pixel")->check(CLI::Range(1, 1 << 20));
+  command
+      ->add_option("--crop", options->crop, "Render only the pixels x0 y0 x1 y1, counted from the top left")
+      ->expected(4);
+  command->add_option("--tile", options->tile, "Render only the i-th of n bands of rows: i/n");
+  command->add_option("--layers", options->layers, "Further layers of an EXR, with commas between, or all")
+      ->delimiter(',');
+  command->add_option("--memory", options->memory,
+                      "Memory budget, such as 4G; three quarters of what is free by default");
+  command->add_option("--time", options->time,
+                      "Longest time for a frame, such as 90s or 5m; what is done then is written");
+  command->add_option("--noise", options->noise, "Stop when the estimated relative error is below this")
+      ->check(CLI::Range(0.0, 1e6));
+  auto* overwrite =
+      command->add_flag("--overwrite", options->overwrite, "Write over pictures that exist (the default)");
+  command->add_flag("--skip-existing", options->skipExisting, "Leave out frames whose picture exists")
+      ->excludes(overwrite);
+  command
+      ->add_option("--resume", options->resume,
+                   "Go on from a checkpoint: if there is one, never, or only then")
+      ->check(CLI::IsMember({"auto", "never", "require"}))
+      ->capture_default_str();
+  command->add_flag("--dry-run", options->dryRun, "Check everything and list the pictures without rendering");
+}
+
+}  // namespace ovapp

@@ -1,0 +1,18 @@
+// What signals mean while a picture is rendered.
+#pragma once
+
+#include "host/render/render.h"
+
+namespace ovapp {
+
+/// While it lives, USR1 asks `control` for the picture so far, INT and TERM ask it to stop; a second INT or
+/// TERM ends the program at once. One at a time; main thread only.
+class RenderSignals {
+ public:
+  explicit RenderSignals(ovhost::RenderControl& control);
+  ~RenderSignals();
+  RenderSignals(const RenderSignals&) = delete;
+  RenderSignals& operator=(const RenderSignals&) = delete;
+};
+
+}  // namespace ovapp
