@@ -1,7 +1,6 @@
 // Volumes along a ray: collects the samples of all of them, puts them in order of depth and composites front
 // to back.
 #include <algorithm>
-#include <cfloat>
 #include <cmath>
 
 #include "core/atmosphere.h"
@@ -15,8 +14,12 @@ constexpr float kOpaque = 1e-4f;
 
 float Opacity(float o) { return o > 0.0f ? std::min(o, 1.0f) : 0.0f; }
 
-trFCol Finite(const trFCol& c) {
-  return std::fabs(c.r) + std::fabs(c.g) + std::fabs(c.b) <= FLT_MAX ? c : trFCol();
+/// A colour that sums stay finite with.
+trFCol Finite(trFCol c) {
+  constexpr float kBrightest = 1e30f;
+  if (std::fabs(c.r) + std::fabs(c.g) + std::fabs(c.b) <= kBrightest) return c;
+  for (int i = 0; i < 3; ++i) c[i] = std::isnan(c[i]) ? 0.0f : std::clamp(c[i], -kBrightest, kBrightest);
+  return c;
 }
 
 /// Dims `left` by the part that a sample covers.
