@@ -1,4 +1,4 @@
-// The host's noises: gradient noise in three and four dimensions, value noise, Voronoi and the fast
+// The host's noises: gradient noise in three and four dimensions, cell noise, Voronoi and the fast
 // exponential. All are pure functions of point and seed (hashing, no tables), of lattice scale 1 (one cell a
 // unit), and do not repeat within 2^31 cells. Every operation is thread-safe and gives the same bits on every
 // machine and instruction set. None returns NaN or infinity: a coordinate that has no cell (2^51 or more,
@@ -56,7 +56,7 @@ OV_API void trNoise4Batch(const trNoiseBatch& batch, double* out);
 /// A fixed offset a seed, to decorrelate lookups of one noise: each component within plus and minus 1000.
 OV_API trVector trNoff3(int seed);
 
-/// Value noise of a fixed seed: random values at the lattice's corners under a quintic fade; -1 to 1, twice
+/// Smooth noise of a fixed seed, on a lattice that lies along the axes; the range of trNoiseInst3, twice
 /// continuously differentiable. `point` is three doubles.
 OV_API double trLerpNoise3(const double* point);
 /// trLerpNoise3 averaged over a box about the point. `filter` is two doubles, the box's widths in cells along

@@ -16,20 +16,24 @@ constexpr int kNoiseSeed = 104, kSharpSeed = 105;
 /// -1 to 1 from a corner's summed hash.
 double SignedValue(uint64_t sum) { return OneToTwo(MixCorner(sum)) * 2.0 - 3.0; }
 
-/// Weights of up to four lattice corners about a point on one axis.
+/// Up to four lattice corners about a point on one axis: what each weighs, by itself and times the way from
+/// the corner to the point (which a gradient's component multiplies).
 struct AxisWeights {
   int count;
   uint64_t hash[4];
-  double weight[4];
+  double weight[4], moment[4];
 };
 
 AxisWeights PointWeights(int64_t cell, double fraction, int axis) {
   const double fade = Fade(fraction);
-  return {2, {HashAxis(cell, axis), HashAxis(cell + 1, axis)}, {1.0 - fade, fade}};
+  return {2,
+          {HashAxis(cell, axis), HashAxis(cell + 1, axis)},
+          {1.0 - fade, fade},
+          {(1.0 - fade) * fraction, fade * (fraction - 1.0)}};
 }
 
 /// Integral, from -1 to t, of the weight that a corner has at distance t: 1 - Fade(|t|).
-double CornerIntegral(double t) {
+double WeightIntegral(double t) {
   if (t <= -1.0) return 0.0;
   if (t >= 1.0) return 1.0;
   const double s = t < 0.0 ? t + 1.0 : 1.0 - t;
@@ -37,29 +41,40 @@ double CornerIntegral(double t) {
   return t < 0.0 ? tail : 1.0 - tail;
 }
 
+/// Integral, from 0 to t, of t times that weight.
+double MomentIntegral(double t) {
+  const double s = std::min(std::fabs(t), 1.0), s2 = s * s;
+  return s2 * 0.5 - s2 * s2 * s * ((s * (6.0 / 7.0) - 2.5) * s + 2.0);
+}
+
 /// Corner weights averaged over `width` cells about the point; widths to 2 reach four corners.
 AxisWeights BoxWeights(int64_t cell, double fraction, double width, int axis) {
   const double low = fraction - 0.5 * width, high = fraction + 0.5 * width;
   const int first = static_cast<int>(std::floor(low)), last = static_cast<int>(std::floor(high)) + 1;
-  AxisWeights w{last - first + 1, {}, {}};
+  AxisWeights w{last - first + 1, {}, {}, {}};
   for (int i = 0; i < w.count; ++i) {
     const int corner = first + i;
     w.hash[i] = HashAxis(cell + corner, axis);
-    w.weight[i] = (CornerIntegral(high - corner) - CornerIntegral(low - corner)) / width;
+    w.weight[i] = (WeightIntegral(high - corner) - WeightIntegral(low - corner)) / width;
+    w.moment[i] = (MomentIntegral(high - corner) - MomentIntegral(low - corner)) / width;
   }
   return w;
 }
 
+/// Gradient noise of the corners' weights; with `kPoint` each axis has two, which the loops then unroll to.
+template <bool kPoint>
 double WeightedSum(const AxisWeights& x, const AxisWeights& y, const AxisWeights& z) {
   double sum = 0;
-  for (int k = 0; k < z.count; ++k)
-    for (int j = 0; j < y.count; ++j) {
-      double row = 0;
-      for (int i = 0; i < x.count; ++i)
-        row += x.weight[i] * SignedValue(x.hash[i] + y.hash[j] + z.hash[k] + kLerpSeed);
-      sum += row * y.weight[j] * z.weight[k];
-    }
-  return sum;
+  for (int k = 0; k < (kPoint ? 2 : z.count); ++k)
+    for (int j = 0; j < (kPoint ? 2 : y.count); ++j)
+      for (int i = 0; i < (kPoint ? 2 : x.count); ++i) {
+        const uint64_t hash = MixCorner(x.hash[i] + y.hash[j] + z.hash[k] + kLerpSeed);
+        const double gx = OneToTwo(hash) - 1.5, gy = OneToTwo(hash << 17) - 1.5,
+                     gz = OneToTwo(hash << 34) - 1.5;
+        const double across = gx * x.moment[i] * y.weight[j] + gy * x.weight[i] * y.moment[j];
+        sum += across * z.weight[k] + gz * x.weight[i] * y.weight[j] * z.moment[k];
+      }
+  return sum * kScale3;
 }
 
 // Below this width the box average's difference of integrals loses more digits than the average changes.
@@ -75,8 +90,9 @@ double BoxFade(double width) {
 
 double trLerpNoise3(const double* point) {
   const CellPoint p(point);
-  return WeightedSum(PointWeights(p.cell[0], p.fraction[0], 0), PointWeights(p.cell[1], p.fraction[1], 1),
-                     PointWeights(p.cell[2], p.fraction[2], 2));
+  return WeightedSum<true>(PointWeights(p.cell[0], p.fraction[0], 0),
+                           PointWeights(p.cell[1], p.fraction[1], 1),
+                           PointWeights(p.cell[2], p.fraction[2], 2));
 }
 
 double trLerpNoise3_SmoothXY(const double* point, const double* filter) {
@@ -90,7 +106,7 @@ double trLerpNoise3_SmoothXY(const double* point, const double* filter) {
                                : PointWeights(p.cell[i], p.fraction[i], i);
     fade *= BoxFade(width);
   }
-  return fade * WeightedSum(w[0], w[1], PointWeights(p.cell[2], p.fraction[2], 2));
+  return fade * WeightedSum<false>(w[0], w[1], PointWeights(p.cell[2], p.fraction[2], 2));
 }
 
 double trNoise3(const trVector& p) {
