@@ -24,6 +24,15 @@ const trParticleInflator* InflatorOf(const trShadingObject& object) {
   return object.particle && object.particleScene ? object.particleScene->GetParticleInflator() : nullptr;
 }
 
+/// The particle's position as its compact form keeps it, in single precision. Volatile, as GCC 12's
+/// straight-line vectoriser drops a narrowing of neighbours that is widened at once.
+trVector InstanceAnchor(const trShadingObject& object) {
+  if (!object.particle) return {};
+  const trVector& p = object.particle->position;
+  const volatile float x = static_cast<float>(p.x), y = static_cast<float>(p.y), z = static_cast<float>(p.z);
+  return {x, y, z};
+}
+
 trVector InstancePosition(trShadingInterface& si) {
   const trShadingObject& object = si.Object();
   if (!object.scene) return si.P();
@@ -57,7 +66,7 @@ trVector PointInSpace(trShadingInterface& si, long space) {
     case kTexWorldSticky:
       return si.Ph();
     case kTexInstanceAnchor:
-      return si.Object().particle ? trVector(trFVector(si.Object().particle->position)) : trVector();
+      return InstanceAnchor(si.Object());
     case kTexInstancePosition:
       return InstancePosition(si);
     case kTexInstanceCentre:

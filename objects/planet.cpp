@@ -170,8 +170,8 @@ void Planet::PushPlanetParamsToChildren() {
 }
 
 void Planet::PushTextureTransform() {
-  // Turning textures without moving them keeps the point of texture space at the world's origin fixed there,
-  // although the planet turns about its own centre.
+  // The transform shader turns about the world's origin and the planet about its own centre: where the
+  // textures turn but don't move along, a shift makes the two agree, with the centre as the fixed point.
   trVector translateBy;
   if (translateTextures_)
     translateBy = centre_;

@@ -1,0 +1,246 @@
+// Scenes: closed and outward primitives, tables and groups, bounds, the steps of scene makers.
+#include <fstream>
+#include <map>
+
+#include "core/scene_maker.h"
+#include "tests/shading_fixture.h"
+
+namespace {
+
+/// Volume inside the triangles (divergence theorem), and whether every edge is run once each way.
+struct Solid {
+  double volume = 0;
+  bool isClosed = true;
+  size_t edges = 0;
+
+  explicit Solid(const trScene& scene) {
+    std::map<std::pair<int, int>, int> runs;
+    for (long i = 1; i <= scene.NumTris(); ++i) {
+      const trTri& tri = *scene.GetPTri(i);
+      trVector p[3];
+      EXPECT_EQ(scene.GetPointVecs(tri.point, p, 3), 3);
+      volume += Dot(p[0], Cross(p[1], p[2])) / 6;
+      for (int k = 0; k < 3; ++k) ++runs[{tri.point[k], tri.point[(k + 1) % 3]}];
+    }
+    for (const auto& [edge, count] : runs)
+      isClosed &= count == 1 && runs.count({edge.second, edge.first}) == 1;
+    edges = runs.size() / 2;
+  }
+};
+
+TEST(Scene, SpheresAreClosedOutwardAndShareTheirPoints) {
+  for (const long n : {1L, 2L, 3L, 4L, 7L}) {
+    trScene scene;
+    ASSERT_TRUE(scene.Init());
+    const long material = scene.AddMaterial(trMaterial());
+    ASSERT_EQ(scene.AddPolySphere({0, 0, 0}, {1, 1, 1}, 2 * n, n, material), 1);
+    EXPECT_EQ(scene.NumTris(), 12 * n * n);
+    EXPECT_EQ(scene.NumPts(), 6 * n * n + 2);
+    for (long i = 1; i <= scene.NumPts(); ++i) EXPECT_NEAR(scene.GetPPoint(i)->position.Length(), 1, 1e-15);
+    const Solid solid(scene);
+    EXPECT_TRUE(solid.isClosed) << n;
+    EXPECT_EQ(scene.NumPts() + scene.NumTris() - static_cast<long>(solid.edges), 2) << "Euler";
+    for (long i = 1; i <= scene.NumTris(); i += 2) {
+      const trTri &a = *scene.GetPTri(i), &b = *scene.GetPTri(i + 1);
+      EXPECT_TRUE(a.point[0] == b.point[0] && a.point[2] == b.point[1]) << "a quad's two halves";
+      trVector p[3];
+      scene.GetPointVecs(a.point, p, 3);
+      EXPECT_GT(Dot(Cross(p[1] - p[0], p[2] - p[0]), p[0] + p[1] + p[2]), 0) << "faces outward";
+    }
+  }
+  trScene scene;
+  EXPECT_EQ(scene.AddPolySphere({0, 0, 0}, {1, 1, 1}, 8, 4097, 0), 0);
+  EXPECT_GT(scene.AddPolySphere({0, 0, 0}, {1, 1, 1}, 8, -5, 0), 0) << "at least one quad a face";
+  EXPECT_EQ(scene.NumTris(), 12);
+}
+
+TEST(Scene, OtherPrimitives) {
+  trScene cylinder;
+  ASSERT_TRUE(cylinder.AddPolyCylinder({1, 2, 3}, {1, 6, 3}, 2, 64, 0));
+  const Solid solid(cylinder);
+  EXPECT_TRUE(solid.isClosed);
+  EXPECT_NEAR(solid.volume, 4 * 64 / 2.0 * 4 * std::sin(2 * M_PI / 64), 1e-9) << "a prism of 64 sides";
+
+  trScene plane;
+  ASSERT_TRUE(plane.AddPolyPlane({0, 0, 0}, {0, 0, 2}, {3, 0, 0}, true, 0));
+  EXPECT_EQ(plane.NumPts(), 4);
+  EXPECT_EQ(plane.NumTris(), 4);
+  trVector p[3];
+  plane.GetPointVecs(plane.GetPTri(1)->point, p, 3);
+  EXPECT_NEAR(Cross(p[1] - p[0], p[2] - p[0]).y, 6, 1e-12) << "faces along a x b";
+  EXPECT_NEAR(Solid(plane).volume, 0, 1e-12);
+
+  trScene disc;
+  EXPECT_EQ(disc.AddPolyDisc({0, 0, 0}, {1, 0, 0}, {0, 0, 1}, 2, 0), 0);
+  EXPECT_TRUE(disc.AddPolyDisc({0, 0, 0}, {1, 0, 0}, {0, 0, 1}, 16, 0));
+}
+
+TEST(Scene, TablesGroupsAndBounds) {
+  trScene scene;
+  EXPECT_EQ(scene.GetPPoint(0), nullptr);
+  EXPECT_EQ(scene.GetPPoint(1), nullptr);
+  trTri tri;
+  EXPECT_EQ(scene.AddTri(tri), 0) << "no points";
+  EXPECT_EQ(scene.AddAtmosphere(nullptr), 0);
+  EXPECT_EQ(scene.AddMaterial(trMaterial()), 1);
+  EXPECT_EQ(scene.AddPoint({{-1, 0, 0}}), 1);
+  EXPECT_EQ(scene.EndGroup(), 0) << "none open";
+
+  ASSERT_EQ(scene.BeginGroup("outer"), 1);
+  EXPECT_EQ(scene.NumPts(), 0) << "a group counts its own";
+  EXPECT_EQ(scene.AddMaterial(trMaterial()), 1);
+  ASSERT_EQ(scene.BeginGroup("inner"), 1);
+  EXPECT_EQ(scene.AddMaterial(trMaterial()), 1);
+  for (const trVector& p : {trVector(0, 0, 0), trVector(4, 0, 0), trVector(0, 2, 1)}) scene.AddPoint({p});
+  for (int i = 0; i < 3; ++i) tri.point[i] = i + 1;
+  EXPECT_EQ(scene.AddTri(tri), 1);
+  tri.normal[1] = 7;
+  EXPECT_EQ(scene.AddTri(tri), 0) << "no such normal";
+  EXPECT_TRUE(scene.EndGroup());
+  EXPECT_TRUE(scene.EndGroup());
+  EXPECT_EQ(scene.NumPts(), 1);
+
+  scene.SetTransform(trTranslate({10, 0, 0}) * trRotateZ(M_PI / 2));
+  scene.SetCastsShadows(false);
+  scene.PrepForRender();
+  EXPECT_EQ(scene.TotalNumTrisAtPrep(), 1);
+  const trScene& outer = *scene.GetPGroup(1)->Subscene();
+  const trScene& inner = *outer.GetPGroup(1)->Subscene();
+  EXPECT_FALSE(outer.GetPGroup(1)->CastsShadows());
+  EXPECT_EQ(scene.GetPersistentMaterialIndex(1), 1);
+  EXPECT_EQ(outer.GetPersistentMaterialIndex(1), 2);
+  EXPECT_EQ(inner.GetPersistentMaterialIndex(1), 3);
+  ExpectNear(inner.GetTransform().Point({1, 0, 0}), {10, 1, 0}, 1e-12);
+  ExpectNear(scene.BoundingBoxR().min, {-1, 0, 0}, 1e-12);
+  ExpectNear(scene.BoundingBoxR().max, {4, 2, 1}, 1e-12);
+  ExpectNear(scene.BoundingBoxT().min, {8, -1, 0}, 1e-12);
+  ExpectNear(scene.BoundingBoxT().max, {10, 4, 1}, 1e-12);
+}
+
+TEST(Scene, ElementsSortAlongADirectionOfTheWorld) {
+  trScene scene;
+  for (const double x : {3.0, 1.0, 2.0}) scene.AddParticle({{x, 0, 0}, 0});
+  scene.SetTransform(trRotateY(M_PI));  // +x turns to -x
+  scene.SortElements({1, 0, 0}, true);
+  ASSERT_EQ(scene.NumSortedElements(), 3);
+  const long expected[] = {2, 3, 1};
+  for (long i = 1; i <= 3; ++i) EXPECT_EQ(scene.GetSortedElementInfoReversed(i)->index, expected[i - 1]);
+  EXPECT_EQ(scene.GetSortedElementInfoReversed(4), nullptr);
+}
+
+/// Notes the steps of Make, and fails at one.
+class Steps : public juSubSceneMaker {
+ public:
+  Steps() : juSubSceneMaker("", "", "position") {
+    Param(position_, "position", trVector(0, 0, -5));
+    DeclareVisibilityParams(1, 1, 1, 0);
+    DeclareAdvancedVisibilityParams();
+    DeclareAngularPositionParams();
+    DeclareImportMotionFileParams(false);
+  }
+  long MakePlanetSurface(trScene& scene) override {
+    ApplyVisibilityParams(scene);
+    return log += "surface ", failAt != 1;
+  }
+  void BindPlanetMaterials(trScene&) override { log += "bind "; }
+  bool MakeNonSurface(trScene&) override { return log += "other ", failAt != 2; }
+  void PushPlanetParamsToChildren() override { log += "push "; }
+  using juSubSceneMaker::OnImportMotion;
+  std::string log;
+  int failAt = 0;
+
+ private:
+  trVector position_;
+};
+
+TEST(SceneMaker, StepsComeInOrderAndVisibilityIsCarriedOver) {
+  const struct {
+    int failAt;
+    long result;
+    const char* log;
+  } rows[] = {
+      {0, 1, "push surface bind other "}, {1, 0, "push surface "}, {2, 0, "push surface bind other "}};
+  for (const auto& row : rows) {
+    Steps maker;
+    trScene scene;
+    maker.failAt = row.failAt;
+    EXPECT_EQ(maker.Make(scene, trSceneMaker::kRender), row.result);
+    EXPECT_EQ(maker.log, row.log);
+    EXPECT_FALSE(scene.AllowsTriSubdivision());
+    EXPECT_EQ(scene.VisibilityMode(), trSceneVisibilityMode::kVisible);
+  }
+  Steps maker;
+  trScene scene;
+  maker.SetParam("holdout", 1, trWhoUser);
+  maker.Make(scene, trSceneMaker::kRender);
+  EXPECT_EQ(scene.VisibilityMode(), trSceneVisibilityMode::kHoldout);
+  maker.SetParam("visible", 0, trWhoUser);
+  maker.Make(scene, trSceneMaker::kRender);
+  EXPECT_FALSE(scene.IsVisibleOrHoldout());
+}
+
+TEST(SceneMaker, AngularPositionFollowsThePositionAndBack) {
+  Steps maker;
+  maker.OnCreate();
+  EXPECT_NEAR(DoubleParam(maker, "angular_distance"), 5, 1e-12);
+  EXPECT_NEAR(DoubleParam(maker, "angular_heading"), 0, 1e-12);
+  maker.SetParam("angular_heading", 90, trWhoUser);
+  ExpectNear(VectorParam(maker, "position"), {5, 0, 0}, 1e-12);
+  maker.SetParam("angular_elevation", 30, trWhoUser);
+  ExpectNear(VectorParam(maker, "position"), {5 * std::sqrt(0.75), 2.5, 0}, 1e-12);
+  maker.SetParam("position", trVector(0, -7, 0), trWhoUser);
+  EXPECT_NEAR(DoubleParam(maker, "angular_elevation"), -90, 1e-12);
+  ExpectNear(VectorParam(maker, "position"), {0, -7, 0}, 0);
+}
+
+TEST(SceneMaker, MotionFilesAreKeyedWholeOrNotAtAll) {
+  const std::string path = testing::TempDir() + "/motion.txt";
+  Steps maker;
+  long position;
+  ASSERT_TRUE(maker.FindParam(position, "position"));
+  for (const char* bad : {"1 0 0\n", "1 0 0 0\n2 1 x 0\n", "1 0 0 0\n2 inf 0 0\n", "# nothing\n"}) {
+    std::ofstream(path) << bad;
+    maker.SetParam("motion_file", path, trWhoUser);
+    EXPECT_FALSE(maker.OnImportMotion()) << bad;
+    EXPECT_FALSE(maker.IsParamAnimated(position)) << bad;
+  }
+  std::ofstream(path) << "# frame x y z\n1 0 10 0\n\n11, 5, 20, 0\r\n";
+  ASSERT_TRUE(maker.OnImportMotion());
+  ASSERT_TRUE(maker.UpdateParamFromAnim(position, 6));
+  ExpectNear(VectorParam(maker, "position"), {2.5, 15, 0}, 1e-9);
+}
+
+/// A ball made by code, displaced by a linked shader.
+class Ball : public juObjectGenerator {
+ public:
+  Ball() { DeclareObjectGeneratorTabbedParams(); }
+  long GenerateMesh(trScene& scene, long material) override {
+    if (!scene.AddPolySphere({0, 0, 0}, {1, 1, 1}, 8, 4, material)) return 0;
+    if (auto* shader = static_cast<trShader*>(meshDisplacer_.LinkedNode()))
+      MovePointsWithMeshDisplacer(scene, true, *shader);
+    return 1;
+  }
+};
+
+TEST(SceneMaker, GeneratorsPlaceAndDisplaceTheirMesh) {
+  Graph graph;
+  auto& ball = graph.Add<Ball>("Ball");
+  auto& probe = graph.Add<ProbeShader>("Push");
+  probe.onDisplace = [](trShadingInterface& si) { si.P() += si.N() * 3; };
+  Graph::Link(ball, "mesh_displacer", probe);
+  ball.SetParam("translate", trVector(100, 0, 0), trWhoUser);
+  ball.SetParam("scale", trVector(2, 2, 2), trWhoUser);
+  trScene scene;
+  ASSERT_TRUE(ball.Make(scene, trSceneMaker::kInstance));
+  scene.PrepForRender();
+  const trScene& mesh = *scene.GetPGroup(1)->Subscene();
+  EXPECT_EQ(probe.displaced, mesh.NumPts());
+  for (long i = 1; i <= mesh.NumPts(); ++i)
+    EXPECT_NEAR((mesh.GetTransform().Point(mesh.GetPPoint(i)->position) - trVector(100, 0, 0)).Length(), 5,
+                0.05);
+  trVector normals[3];
+  ASSERT_EQ(mesh.GetNormals(mesh.GetPTri(1)->normal, normals, 3), 3);
+  EXPECT_GT(Dot(normals[0], mesh.GetPPoint(mesh.GetPTri(1)->point[0])->position), 0);
+}
+
+}  // namespace
