@@ -98,6 +98,28 @@ TEST_F(SimdLevels, SameBitsEverywhereAndAlwaysFinite) {
   }
 }
 
+TEST_F(SimdLevels, SameVoronoiEverywhere) {
+  const Batch points = DifficultPoints();
+  std::vector<double> expected;
+  for (const std::string& level : NoiseSimdLevels()) {
+    SetNoiseSimdLevel(level);
+    std::vector<double> values;
+    for (size_t i = 0; i < points.x.size(); ++i) {
+      const double p[3] = {points.x[i], points.y[i], points.z[i]};
+      trVector nearest, second;
+      double value, smooth;
+      trVoronoi3(value, nearest, second, p);
+      trDEV_SmoothVoronoi3(smooth, p, 0.3, 1.0 / 0.3);
+      for (const double v : {value, nearest.x, nearest.z, second.y, second.z, smooth}) {
+        ASSERT_TRUE(std::isfinite(v));
+        values.push_back(v);
+      }
+    }
+    if (expected.empty()) expected = values;
+    EXPECT_EQ(values, expected) << level;
+  }
+}
+
 TEST(Noise, ScaleIsThatOfClassicGradientNoise) {
   const std::pair<const char*, std::function<double(const trVector&)>> noises[] = {
       {"3D", [](const trVector& p) { return Noise3(p, 5); }},

@@ -1,81 +1,114 @@
-// Voronoi distances over one feature a lattice cell (Worley, A Cellular Texture Basis Function, 1996).
+// Voronoi distances over one feature a lattice cell (Worley, A Cellular Texture Basis Function, 1996). The 27
+// cells about a point are looked at in SIMD lanes.
 #include <algorithm>
 #include <limits>
 
 #include "core/noise.h"
-#include "host/noise/lattice.h"
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "host/noise/voronoi.cpp"
+#include <hwy/foreach_target.h>
+#include <hwy/highway.h>
+
+#include "host/noise/feature_cells.h"
+#include "host/noise/lattice-inl.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace ovnoise {
+namespace HWY_NAMESPACE {
+
+using FeatureLanes = hn::CappedTag<double, 8>;
+
+/// Squared distances to the features of a vector of cells, from `begin` on; those past the 27th are out of
+/// reach.
+HWY_INLINE hn::Vec<FeatureLanes> SquaredDistances(const FeatureCells& cells, int begin) {
+  const FeatureLanes d;
+  const Bits<FeatureLanes> du;
+  const auto sum = hn::LoadU(du, cells.sum + begin);
+  const auto hash = MixCorner(sum);
+  const auto along = [&](const double* offset, double fraction, auto bits) HWY_ATTR {
+    const auto corner = hn::Sub(hn::Set(d, fraction), hn::LoadU(d, offset + begin));
+    return hn::Sub(corner, hn::Sub(OneToTwo(d, bits), hn::Set(d, 1.0)));
+  };
+  const auto x = along(kCellOffsets.axis[0], cells.point.fraction[0], hash);
+  const auto y = along(kCellOffsets.axis[1], cells.point.fraction[1], hn::ShiftLeft<17>(hash));
+  const auto z = along(kCellOffsets.axis[2], cells.point.fraction[2], hn::ShiftLeft<34>(hash));
+  return hn::Add(hn::Add(hn::Mul(x, x), hn::Mul(y, y)), hn::Mul(z, z));
+}
+
+/// All 27 squared distances.
+void AllDistances(const FeatureCells& cells, double* squared) {
+  const FeatureLanes d;
+  for (int c = 0; c < kPaddedCells; c += static_cast<int>(hn::Lanes(d)))
+    hn::StoreU(SquaredDistances(cells, c), d, squared + c);
+}
+
+/// The cells of the nearest two features. The cell's number takes the lowest bits of its squared distance, so
+/// that the two smallest are the same in whatever order they are found.
+void NearestCells(const FeatureCells& cells, int& first, int& second) {
+  const FeatureLanes d;
+  const Bits<FeatureLanes> du;
+  const auto cellBits = hn::Set(du, uint64_t{kPaddedCells - 1});
+  auto smallest = hn::Set(d, std::numeric_limits<double>::max()), next = smallest;
+  for (int c = 0; c < kPaddedCells; c += static_cast<int>(hn::Lanes(d))) {
+    const auto distance = hn::BitCast(du, SquaredDistances(cells, c));
+    const auto number = hn::Iota(du, static_cast<uint64_t>(c));
+    const auto key = hn::BitCast(d, hn::Or(hn::AndNot(cellBits, distance), number));
+    next = hn::Min(next, hn::Max(smallest, key));
+    smallest = hn::Min(smallest, key);
+  }
+  double firsts[8], seconds[8];
+  hn::StoreU(smallest, d, firsts);
+  hn::StoreU(next, d, seconds);
+  double s1 = firsts[0], s2 = seconds[0];
+  for (size_t i = 1; i < hn::Lanes(d); ++i) {
+    s2 = std::min({std::max(s1, firsts[i]), s2, seconds[i]});
+    s1 = std::min(s1, firsts[i]);
+  }
+  first = static_cast<int>(std::bit_cast<uint64_t>(s1) & (kPaddedCells - 1));
+  second = static_cast<int>(std::bit_cast<uint64_t>(s2) & (kPaddedCells - 1));
+}
+
+}  // namespace HWY_NAMESPACE
+}  // namespace ovnoise
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace ovnoise {
+HWY_EXPORT(AllDistances);
+HWY_EXPORT(NearestCells);
+}  // namespace ovnoise
 
 using namespace ovnoise;
 
 namespace {
 
-constexpr uint64_t kFeatureSeed = HashSeed(106), kValueSeed = HashSeed(107);
-
-/// The vectors to a point from the features of the cells about it, found in a fixed order.
-class FeatureSearch {
- public:
-  explicit FeatureSearch(const double* point) : p_(point) {
-    for (int axis = 0; axis < 3; ++axis)
-      for (int i = -2; i <= 2; ++i) hash_[axis][i + 2] = HashAxis(p_.cell[axis] + i, axis);
-  }
-
-  /// Point less the feature of the cell at offset (i, j, k), each -2 to 2.
-  trVector ToFeature(int i, int j, int k) const {
-    const uint64_t hash = MixCorner(CellSum(i, j, k) + kFeatureSeed);
-    return {p_.fraction[0] - i - (OneToTwo(hash) - 1.0), p_.fraction[1] - j - (OneToTwo(hash << 17) - 1.0),
-            p_.fraction[2] - k - (OneToTwo(hash << 34) - 1.0)};
-  }
-
-  /// -0.5 to 0.5, the random number of a cell.
-  double Value(int i, int j, int k) const { return OneToTwo(MixCorner(CellSum(i, j, k) + kValueSeed)) - 1.5; }
-
-  /// Distance from the point to the cell at an offset along one axis, 0 for its own.
-  double Gap(int offset, int axis) const {
-    if (offset == 0) return 0.0;
-    return offset > 0 ? offset - p_.fraction[axis] : p_.fraction[axis] - (offset + 1);
-  }
-
-  /// Distance from the point to the nearest cell that isn't one of the 27 about it; at least 1.
-  double DistanceToOuterCells() const {
-    double d = 2.0;
-    for (int axis = 0; axis < 3; ++axis) d = std::min({d, Gap(2, axis), Gap(-2, axis)});
-    return d;
-  }
-
- private:
-  uint64_t CellSum(int i, int j, int k) const { return hash_[0][i + 2] + hash_[1][j + 2] + hash_[2][k + 2]; }
-
-  CellPoint p_;
-  uint64_t hash_[3][5];
-};
-
 /// The nearest two so far.
 struct NearestTwo {
-  double d1 = std::numeric_limits<double>::max(), d2 = d1;  // squared
+  double d1, d2;  // squared
   trVector to1, to2;
-  int cell[3] = {0, 0, 0};
-
-  void Add(const FeatureSearch& search, int i, int j, int k) {
-    const trVector to = search.ToFeature(i, j, k);
-    const double d = to.LengthSquared();
-    if (d < d1) {
-      d2 = d1, to2 = to1;
-      d1 = d, to1 = to;
-      cell[0] = i, cell[1] = j, cell[2] = k;
-    } else if (d < d2) {
-      d2 = d, to2 = to;
-    }
-  }
+  double value;
 };
 
+int CellOffset(int cell, int axis) { return static_cast<int>(kCellOffsets.axis[axis][cell]); }
+
 /// The ring of cells two away, where only a second feature, rarely a first, can lie nearer than those found.
-void SearchOuterCells(const FeatureSearch& search, NearestTwo& nearest) {
+void SearchOuterCells(const FeatureCells& cells, NearestTwo& nearest) {
   for (int k = -2; k <= 2; ++k)
     for (int j = -2; j <= 2; ++j)
       for (int i = -2; i <= 2; ++i) {
         if (std::max({std::abs(i), std::abs(j), std::abs(k)}) < 2) continue;
-        const double gx = search.Gap(i, 0), gy = search.Gap(j, 1), gz = search.Gap(k, 2);
-        if (gx * gx + gy * gy + gz * gz < nearest.d2) nearest.Add(search, i, j, k);
+        const double gx = cells.Gap(i, 0), gy = cells.Gap(j, 1), gz = cells.Gap(k, 2);
+        if (gx * gx + gy * gy + gz * gz >= nearest.d2) continue;
+        const trVector to = cells.ToFeature(i, j, k);
+        const double d = to.LengthSquared();
+        if (d < nearest.d1) {
+          nearest.d2 = nearest.d1, nearest.to2 = nearest.to1;
+          nearest.d1 = d, nearest.to1 = to;
+          nearest.value = cells.Value(i, j, k);
+        } else if (d < nearest.d2) {
+          nearest.d2 = d, nearest.to2 = to;
+        }
       }
 }
 
@@ -83,14 +116,21 @@ void SearchOuterCells(const FeatureSearch& search, NearestTwo& nearest) {
 
 template <>
 void trVoronoi3<double>(double& value, trVector& toNearest, trVector& toSecond, const double* point) {
-  const FeatureSearch search(point);
+  const FeatureCells cells(point);
+  int first, second;
+  HWY_DYNAMIC_DISPATCH(NearestCells)(cells, first, second);
+  const auto toFeature = [&](int cell) {
+    return cells.ToFeature(CellOffset(cell, 0), CellOffset(cell, 1), CellOffset(cell, 2));
+  };
   NearestTwo nearest;
-  for (int k = -1; k <= 1; ++k)
-    for (int j = -1; j <= 1; ++j)
-      for (int i = -1; i <= 1; ++i) nearest.Add(search, i, j, k);
-  const double outer = search.DistanceToOuterCells();
-  if (nearest.d2 > outer * outer) SearchOuterCells(search, nearest);
-  value = search.Value(nearest.cell[0], nearest.cell[1], nearest.cell[2]);
+  nearest.to1 = toFeature(first);
+  nearest.to2 = toFeature(second);
+  nearest.d1 = nearest.to1.LengthSquared();
+  nearest.d2 = nearest.to2.LengthSquared();
+  nearest.value = cells.Value(CellOffset(first, 0), CellOffset(first, 1), CellOffset(first, 2));
+  const double outer = cells.DistanceToOuterCells();
+  if (nearest.d2 > outer * outer) SearchOuterCells(cells, nearest);
+  value = nearest.value;
   toNearest = nearest.to1;
   toSecond = nearest.to2;
 }
@@ -101,18 +141,16 @@ void trDEV_SmoothVoronoi3(double& result, const double* point, const double& siz
   constexpr double kFarWeight = 0.02;
   // Weights fall by e within half the filter's size.
   const double falloff = size > 1e-9 ? 2.0 * invSize : 2e9;
-  const FeatureSearch search(point);
+  double squared[kPaddedCells];
+  HWY_DYNAMIC_DISPATCH(AllDistances)(FeatureCells(point), squared);
   double distance[27];
   int count = 0;
   double nearest = 1.0;
-  for (int k = -1; k <= 1; ++k)
-    for (int j = -1; j <= 1; ++j)
-      for (int i = -1; i <= 1; ++i) {
-        const double squared = search.ToFeature(i, j, k).LengthSquared();
-        if (squared >= 1.0) continue;
-        distance[count] = std::sqrt(squared);
-        nearest = std::min(nearest, distance[count++]);
-      }
+  for (int c = 0; c < 27; ++c) {
+    if (squared[c] >= 1.0) continue;
+    distance[count] = std::sqrt(squared[c]);
+    nearest = std::min(nearest, distance[count++]);
+  }
   const trFastExp fastExp;
   double weight = kFarWeight * fastExp((nearest - 1.0) * falloff);
   double sum = weight;
@@ -124,3 +162,4 @@ void trDEV_SmoothVoronoi3(double& result, const double* point, const double& siz
   }
   result = sum / weight;
 }
+#endif  // HWY_ONCE
