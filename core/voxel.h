@@ -142,8 +142,8 @@ class OV_API trVoxelCache : public trVoxelBuffer {
   trString name_;
 };
 
-extern template class trVoxelCache<trFCol>;
-extern template class trVoxelCache<trF4Col>;
+extern template class OV_API trVoxelCache<trFCol>;
+extern template class OV_API trVoxelCache<trF4Col>;
 
 /// Light that reaches points of the air from the scene's background: sky, clouds, lit surfaces. A renderer
 /// derives from it and gives BackgroundFunction. Thread-safe.

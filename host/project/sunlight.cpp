@@ -15,7 +15,7 @@ trSunlightNode::trSunlightNode() {
   Param(heading_, "heading", 135.0, &headingHint_);
   Param(elevation_, "elevation", 30.0, &elevationHint_);
   Param(colour_, "colour", trRgbLinear709(1.0f));
-  Param(strength_, "strength", 5.0, &strengthHint_);
+  Param(strength_, "strength", 2.0, &strengthHint_);
   // The sun from the earth's mean distance: 0.533 degrees.
   Param(angularDiameter_, "angular_diameter", 0.533, &diameterHint_);
   Param(castShadows_, "cast_shadows", 1);
