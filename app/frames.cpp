@@ -135,7 +135,9 @@ double ParseSeconds(const std::string& text) {
 std::string DurationText(double seconds) {
   const long whole = seconds > 0 && seconds < 1e9 ? std::lround(seconds) : 0;
   char text[64];
-  if (whole < 60)
+  if (whole < 10)
+    std::snprintf(text, sizeof text, "%.1f s", std::max(seconds, 0.0));
+  else if (whole < 60)
     std::snprintf(text, sizeof text, "%ld s", whole);
   else if (whole < 3600)
     std::snprintf(text, sizeof text, "%ld min %02ld s", whole / 60, whole % 60);

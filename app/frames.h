@@ -22,7 +22,7 @@ unsigned long long ParseBytes(const std::string& text);
 /// A number of seconds with an optional suffix s, m or h. Throws a Failure.
 double ParseSeconds(const std::string& text);
 
-/// Seconds for people: "7 s", "3 min 20 s", "2 h 05 min".
+/// Seconds for people: "0.7 s", "15 s", "3 min 20 s", "2 h 05 min".
 std::string DurationText(double seconds);
 
 }  // namespace ovapp

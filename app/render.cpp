@@ -168,9 +168,10 @@ void Report(const Job& job, ovhost::RenderOutcome outcome, const ovhost::RenderS
   if (outcome == ovhost::RenderOutcome::kTimeLimit)
     trWarning(job.path + ": the time limit ended the frame early");
   if (outcome != ovhost::RenderOutcome::kDone && outcome != ovhost::RenderOutcome::kTimeLimit) return;
-  trPrintMessage(job.path + ": " + std::to_string(statistics.samplesDone) + " samples a pixel in " +
-                 DurationText(statistics.seconds) + ", " + std::to_string(statistics.peakBytes >> 20) +
-                 " MB");
+  std::string text = job.path + ": " + std::to_string(statistics.samplesDone) + " samples a pixel in " +
+                     DurationText(statistics.seconds);
+  if (statistics.peakBytes) text += ", " + std::to_string(statistics.peakBytes >> 20) + " MB";
+  trPrintMessage(text);
   const auto rate = [&statistics](std::uint64_t count) {
     return std::to_string(count) + " (" +
            std::to_string(

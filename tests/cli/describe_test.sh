@@ -1,0 +1,43 @@
+# What a program reads off `ov nodes` and `ov describe`.
+expect 0 "$OV" nodes --json
+prints '"class": "planet"'
+expect 0 "$OV" nodes --missing
+prints glass_shader
+! grep -q '^planet ' out || fail "a built class is listed as missing"
+! grep -q '^lambert_shader ' out || fail "a built class is listed as missing"
+
+# Built and missing rows together are the whole catalogue of the module.
+missing=$(grep -c . out)
+expect 0 "$OV" nodes
+built=$(sed -n '/^lambert_shader/,$p' out | grep -c .)
+[ $((built + missing)) = 106 ] || fail "$built built and $missing missing classes"
+
+expect 0 "$OV" describe --json lambert_shader compute_terrain
+[ "$(grep -c '"implementation"' out)" = 2 ] || fail "not two classes"
+prints '"implementation": "LambertShader"'
+prints '"shader": true'
+prints '"type": "colour"'
+for field in class implementation categories facts shader params name type default value display_name saved hidden tab hint menu buttons; do
+  prints "\"$field\": "
+done
+
+# Every default can be given back to --set: a project with all of them spelled out is the same project.
+expect 0 "$OV" new scene.ovd --seed 3
+expect 0 "$OV" describe camera
+sed -n 's/^  \([a-z_]*\) : [a-z0-9]* = \([^|"]*\) |.*/Camera.\1=\2/p' out >assignments
+grep -q 'Camera.film_aperture=36' assignments || fail "the camera's defaults aren't listed"
+set --
+while read -r line; do set -- "$@" --set "$line"; done <assignments
+expect 0 "$OV" check scene.ovd "$@"
+
+# A drawn default has no value that a reference could tell.
+expect 0 "$OV" describe power_fractal_shader_v3
+prints "seed : int = random"
+# What a user gets is another matter than what a project that says nothing gets.
+cp out stored
+expect 0 "$OV" describe --as-new power_fractal_shader_v3
+! cmp -s out stored || fail "--as-new shows the constructor's values"
+
+expect 1 "$OV" describe no_such_class
+shows 'no class "no_such_class"'
+expect 2 "$OV" describe
