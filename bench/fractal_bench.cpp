@@ -17,6 +17,7 @@ struct Case {
   const char* name;
   bool colour;
   std::vector<Setting> settings;
+  double footprint = 0.0;  ///< metres
 };
 
 const std::vector<Case>& Cases() {
@@ -35,7 +36,10 @@ const std::vector<Case>& Cases() {
       {"coastline", false, {{"variation_method", 1}, {"adjust_coastline", 1}}},
       {"warped", false, {{"variation_method", 1}, {"lead-in_warp_effect", 1}}},
       {"4d", false, {{"variation_method", 1}, {"four-d_noise", 1}}},
+      {"filtered", false, {{"variation_method", 1}}, 0.02},
+      {"filtered_ridges", false, {{"variation_method", 1}, {"noise_flavour", 2}}, 0.02},
       {"voronoi", false, {{"variation_method", 1}, {"noise_flavour", 5}}},
+      {"filtered_voronoi", false, {{"variation_method", 1}, {"noise_flavour", 5}}, 0.02},
       {"colour_unclamped", true, {{"variation_method", 1}}},
       {"colour_modulator", true, {{"variation_method", 2}}},
   };
@@ -50,6 +54,7 @@ void Fractal(benchmark::State& state, const std::string& level, const Case& what
   for (const auto& [name, value] : what.settings) fractal.SetParam(name, value, trWhoUser);
   trShadingInterface si;
   si.SetSample({100.3, 20.7, -50.1}, {0, 1, 0});
+  si.SmoothSize() = what.footprint;
   for (auto _ : state) {
     si.Pt() += trVector(1.37, 0.73, -0.9);
     benchmark::DoNotOptimize(what.colour

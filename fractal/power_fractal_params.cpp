@@ -66,7 +66,7 @@ void PowerFractalShaderV3Base::DeclareScale(const Defaults& defaults) {
 
 void PowerFractalShaderV3Base::DeclareColour() {
   Gui(trGuiRule);
-  GuiTab(isCloud_ ? "Density" : "Colour", isCloud_ ? "density_tab" : "colour_tab");
+  GuiTab(isCloud_ ? "Density" : "Colour", "colour_tab");
   if (isCloud_) Gui(trGuiHiddenOpen);
   Param(applyHighColour_, "apply_high_colour", 1);
   Gui(trGuiRowOpen);

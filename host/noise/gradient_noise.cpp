@@ -157,7 +157,7 @@ HWY_INLINE void Run(D d, const trNoiseBatch& b, double* out) {
     if (b.seedStep != 0 && i != 0) state = seedAt(i);
     hn::StoreU(Lookup<kDimensions>(d, inputs, i, state), d, out + i);
   }
-  if (i == b.count) return;
+  if (i >= b.count) return;
   // What is left over goes through a vector of its own.
   HWY_ALIGN double rest[5][hn::MaxLanes(d)] = {};
   const double* const restInputs[4] = {rest[0], rest[1], rest[2], rest[3]};
