@@ -25,7 +25,9 @@ class StripesShader : public trSurfaceShader {
   }
 
  private:
-  bool IsRaised(trShadingInterface& si) const { return std::fmod(std::floor(si.Pt().y / spacing_), 2.0) != 0; }
+  bool IsRaised(trShadingInterface& si) const {
+    return std::fmod(std::floor(si.Pt().y / spacing_), 2.0) != 0;
+  }
 
   double spacing_, height_;
   trManRgb colour_;

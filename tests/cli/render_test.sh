@@ -1,0 +1,68 @@
+# `ov render` from project to file: formats, frames, threads, stopping and going on.
+expect 0 "$OV" new scene.ovd --seed 1
+size="--width 64 --height 36"
+
+for kind in png jpg tif exr; do
+  # shellcheck disable=SC2086
+  expect 0 "$OV" render scene.ovd -o picture.$kind $size -s 1
+  [ -s picture.$kind ] || fail "no picture.$kind"
+done
+# shellcheck disable=SC2086
+{
+  expect 0 "$OV" render scene.ovd -o one.png $size -s 2 --threads 1
+  expect 0 "$OV" render scene.ovd -o seven.png $size -s 2 --threads 7
+  cmp -s one.png seven.png || fail "the picture depends on the number of threads"
+  expect 0 "$OV" render scene.ovd -o other.png $size -s 2 --seed 9
+  ! cmp -s one.png other.png || fail "the seed changes nothing"
+  expect 0 "$OV" render scene.ovd -o f##.png $size -s 1 -f 2-6x2
+  [ "$(echo f*.png)" = "f02.png f04.png f06.png" ] || fail "wrong frames: $(echo f*.png)"
+}
+
+# A disc that takes no more costs a message and leaves the old picture whole; a limit on file sizes stands for it.
+cp one.png kept.png
+code=0
+# shellcheck disable=SC2086
+(trap '' XFSZ && ulimit -f 1 && "$OV" render scene.ovd -o kept.png $size -s 1 --resume never) >out 2>err || code=$?
+[ $code = 4 ] || fail "exit code $code when the disc is full"
+shows "kept.png: "
+cmp -s one.png kept.png || fail "the old picture is lost"
+[ "$(echo kept.png*)" = kept.png ] || fail "files left behind: $(echo kept.png*)"
+
+# No camera, no light, no object: a picture and words about it.
+echo '<ombrivex_project><render name="Render"/></ombrivex_project>' >empty.ovd
+# shellcheck disable=SC2086
+expect 0 "$OV" render empty.ovd -o empty.png $size -s 1
+for what in camera light object; do shows "no $what"; done
+[ -s empty.png ] || fail "no picture of an empty project"
+
+# A render that is stopped goes on to the picture that it would have been. A machine that is done before it can be stopped
+# gets more to do.
+stopped=
+for samples in 64 512 4096; do
+  rm -f part.png
+  # shellcheck disable=SC2086
+  "$OV" render scene.ovd -o part.png $size -s $samples --quiet 2>err &
+  job=$!
+  while [ ! -e part.png ] && kill -0 $job 2>/dev/null; do sleep 0.02; done
+  kill -USR1 $job 2>/dev/null || true
+  kill -INT $job 2>/dev/null || true
+  code=0
+  wait $job || code=$?
+  [ $code = 0 ] || { stopped=yes; break; }
+done
+[ -n "$stopped" ] || fail "no render could be stopped"
+[ $code = 75 ] || fail "exit code $code of a stopped render"
+[ -e part.png.ovcheckpoint ] || fail "no checkpoint"
+# Another project's checkpoint is left alone.
+# shellcheck disable=SC2086
+{
+  expect 1 "$OV" render scene.ovd -o part.png $size -s $samples --resume require --set "Sun.strength=1"
+  [ -e part.png.ovcheckpoint ] || fail "the checkpoint is gone"
+  [ $samples = 4096 ] || {
+    expect 0 "$OV" render scene.ovd -o part.png $size -s $samples --resume require
+    expect 0 "$OV" render scene.ovd -o whole.png $size -s $samples
+    cmp -s part.png whole.png || fail "a resumed picture differs"
+    [ ! -e part.png.ovcheckpoint ] || fail "the checkpoint of a finished picture is left"
+    expect 1 "$OV" render scene.ovd -o part.png $size -s $samples --resume require
+  }
+}
