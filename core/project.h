@@ -7,6 +7,7 @@
 class OV_API juProject : public trBase {
  public:
   juProject();
+  ~juProject() override;
 
   /// The project that `node` belongs to, or null.
   static juProject* Of(const trBase* node);

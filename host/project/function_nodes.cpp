@@ -8,21 +8,28 @@
 
 namespace ovhost {
 
-long GetAltitude::StartRender(trRenderingInterface& rendering) {
+void GroundReference::Prepare(const trBase* node) {
   hasPlanet_ = false;
-  const juProject* project = juProject::Of(this);
+  const juProject* project = juProject::Of(node);
   const trBase* object = project ? project->PActiveShadableObject() : nullptr;
   if (object && object->IsTrue("is_planet"))
     hasPlanet_ = object->GetParam("centre", centre_) && object->GetParam("radius", radius_);
+}
+
+long GetAltitude::StartRender(trRenderingInterface& rendering) {
+  ground_.Prepare(this);
   return trFloatFunction::StartRender(rendering);
 }
 
-float GetAltitude::FloatValue(trShadingInterface& si) {
-  return static_cast<float>(hasPlanet_ ? (si.P() - centre_).Length() - radius_ : si.P().y);
+float GetAltitude::FloatValue(trShadingInterface& si) { return ToFloat(ground_.Altitude(si.P())); }
+
+long GetSlope::StartRender(trRenderingInterface& rendering) {
+  ground_.Prepare(this);
+  return trFloatFunction::StartRender(rendering);
 }
 
 float GetSlope::FloatValue(trShadingInterface& si) {
-  const double cosine = std::clamp(Dot(Normalised(si.N()), Normalised(si.Ng())), -1.0, 1.0);
+  const double cosine = std::clamp(Dot(Normalised(si.N()), ground_.Up(si.P())), -1.0, 1.0);
   return static_cast<float>(std::acos(cosine) * kRadiansToDegrees);
 }
 
@@ -53,6 +60,12 @@ trFCol MixFunction::FColValue(trShadingInterface& si) {
   return a + (b_.Colour(si) - a) * t;
 }
 
+trVector MixFunction::VectorValue(trShadingInterface& si) {
+  const trVector a = a_.Vector(si);
+  const double t = std::clamp(mix_.Value(si), 0.0f, 1.0f);
+  return a + (b_.Vector(si) - a) * t;
+}
+
 ClampFunction::ClampFunction() {
   input_.Declare(this, "input", "constant", 0);
   Param(low_, "low", 0.0);
@@ -60,7 +73,7 @@ ClampFunction::ClampFunction() {
 }
 
 float ClampFunction::FloatValue(trShadingInterface& si) {
-  return static_cast<float>(
+  return ToFloat(
       std::clamp(static_cast<double>(input_.Value(si)), std::min(low_, high_), std::max(low_, high_)));
 }
 

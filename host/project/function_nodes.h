@@ -3,9 +3,37 @@
 // is linked.
 #pragma once
 
+#include <algorithm>
+#include <limits>
+
 #include "core/shader.h"
 
 namespace ovhost {
+
+/// A user's number in single precision; what is too large is the largest there is.
+inline float ToFloat(double value) {
+  constexpr double kMax = std::numeric_limits<float>::max();
+  return static_cast<float>(std::clamp(value, -kMax, kMax));
+}
+
+/// The project's planet as readers of a sample see it; the plane y = 0 where there is none.
+class GroundReference {
+ public:
+  /// Reads the planet. Main thread only, before rendering.
+  void Prepare(const trBase* node);
+  double Altitude(const trVector& point) const {
+    return hasPlanet_ ? (point - centre_).Length() - radius_ : point.y;
+  }
+  /// Unit vector away from the ground.
+  trVector Up(const trVector& point) const {
+    return hasPlanet_ ? Normalised(point - centre_) : trVector(0, 1, 0);
+  }
+
+ private:
+  bool hasPlanet_ = false;
+  trVector centre_;
+  double radius_ = 0;
+};
 
 /// An input of a function: a link and the constant that stands in for it.
 class FunctionInput {
@@ -16,11 +44,15 @@ class FunctionInput {
   }
   float Value(trShadingInterface& si) const {
     auto* shader = static_cast<trShader*>(link_.LinkedNode(true));
-    return shader ? shader->FloatValueTS(si) : static_cast<float>(constant_);
+    return shader ? shader->FloatValueTS(si) : ToFloat(constant_);
   }
   trFCol Colour(trShadingInterface& si) const {
     auto* shader = static_cast<trShader*>(link_.LinkedNode(true));
-    return shader ? shader->FColValueTS(si) : trFCol(static_cast<float>(constant_));
+    return shader ? shader->FColValueTS(si) : trFCol(ToFloat(constant_));
+  }
+  trVector Vector(trShadingInterface& si) const {
+    auto* shader = static_cast<trShader*>(link_.LinkedNode(true));
+    return shader ? shader->VectorValueTS(si) : trVector(constant_, constant_, constant_);
   }
 
  private:
@@ -32,7 +64,7 @@ class FunctionInput {
 class ConstantScalar : public trFloatFunction {
  public:
   ConstantScalar() { Param(value_, "value", 1.0); }
-  float FloatValue(trShadingInterface&) override { return static_cast<float>(value_); }
+  float FloatValue(trShadingInterface&) override { return ToFloat(value_); }
 
  private:
   double value_;
@@ -74,15 +106,18 @@ class GetAltitude : public trFloatFunction {
   float FloatValue(trShadingInterface& si) override;
 
  private:
-  bool hasPlanet_ = false;
-  trVector centre_;
-  double radius_ = 0;
+  GroundReference ground_;
 };
 
-/// Angle between the sample's normal and the undisplaced surface's, degrees: 0 is level ground.
+/// Angle between the sample's normal and the vertical, degrees: 0 is level ground, 90 a cliff. Reads the
+/// planet at StartRender.
 class GetSlope : public trFloatFunction {
  public:
+  long StartRender(trRenderingInterface& rendering) override;
   float FloatValue(trShadingInterface& si) override;
+
+ private:
+  GroundReference ground_;
 };
 
 /// Distance to the camera, metres.
@@ -99,6 +134,7 @@ class AddFunction : public trFunction {
   AddFunction();
   float FloatValue(trShadingInterface& si) override { return a_.Value(si) + b_.Value(si); }
   trFCol FColValue(trShadingInterface& si) override { return a_.Colour(si) + b_.Colour(si); }
+  trVector VectorValue(trShadingInterface& si) override { return a_.Vector(si) + b_.Vector(si); }
 
  private:
   FunctionInput a_, b_;
@@ -109,6 +145,7 @@ class MultiplyFunction : public trFunction {
   MultiplyFunction();
   float FloatValue(trShadingInterface& si) override { return a_.Value(si) * b_.Value(si); }
   trFCol FColValue(trShadingInterface& si) override { return a_.Colour(si) * b_.Colour(si); }
+  trVector VectorValue(trShadingInterface& si) override { return a_.Vector(si) * b_.Vector(si); }
 
  private:
   FunctionInput a_, b_;
@@ -120,6 +157,7 @@ class MixFunction : public trFunction {
   MixFunction();
   float FloatValue(trShadingInterface& si) override;
   trFCol FColValue(trShadingInterface& si) override;
+  trVector VectorValue(trShadingInterface& si) override;
 
  private:
   FunctionInput a_, b_, mix_;

@@ -14,6 +14,11 @@ juProject::juProject() {
   Data().className = "ombrivex_project";
 }
 
+// Nodes below may look at the project while they end, so they go while it still is one.
+juProject::~juProject() {
+  while (NumChildren() > 0) ovhost::DestroyNode(Child(NumChildren() - 1));
+}
+
 juProject* juProject::Of(const trBase* node) {
   return node ? dynamic_cast<juProject*>(node->Root()) : nullptr;
 }

@@ -2,9 +2,13 @@
 #include <expat.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <charconv>
+#include <cmath>
 #include <cstring>
 #include <fstream>
+#include <map>
 
 #include "core/xml.h"
 #include "host/base/log.h"
@@ -18,38 +22,68 @@ namespace {
 constexpr int kMaxDepth = 256;
 constexpr int kMaxAttributes = 65536;
 constexpr std::int64_t kMaxFileBytes = 512ll << 20;
+constexpr const char* kProjectElement = "ombrivex_project";
+constexpr const char* kClipElement = "ombrivex_clip";
+
+bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+
+/// A value as messages show it.
+std::string Shortened(const std::string& text) {
+  return text.size() > 80 ? text.substr(0, 80) + "..." : text;
+}
+
+/// Reads a finite number and the blanks after it.
+bool ReadNumber(const char*& at, const char* end, double& out) {
+  const auto [to, error] = std::from_chars(at, end, out);
+  if (error != std::errc() || !std::isfinite(out) || (to < end && !IsBlank(*to))) return false;
+  for (at = to; at < end && IsBlank(*at);) ++at;
+  return true;
+}
 
 /// Reads one document into a tree.
 class Reader {
  public:
   Reader(const std::string& text, const std::string& source) : text_(text), source_(source) {}
 
-  /// The document's root element must be `rootElement`; its attributes and children go to `root`.
+  /// The document's root element must be `rootElement`; its children go below `root`, and a project's
+  /// attributes to `root` itself.
   bool Read(trBase* root, const std::string& rootElement) {
     root_ = root;
     rootElement_ = rootElement;
+    isClip_ = rootElement == kClipElement;
     const QuietDependents quiet;
-    const long errorsBefore = NumErrors();
     Parse();
-    if (!failed_) FinishNodes();
-    return !failed_ && NumErrors() == errorsBefore;
+    if (failed_) return false;
+    if (isClip_) FollowRenamedNodes();
+    FinishNodes();
+    return !failed_;
   }
   const std::vector<trBase*>& TopNodes() const { return topNodes_; }
 
  private:
   struct Element {
-    enum Kind { kNode, kAnimation, kCurve, kCustom, kCustomInner, kUnknown, kUnknownInner } kind;
+    enum Kind { kNode, kClip, kAnimation, kCurve, kCustom, kCustomInner, kUnknown, kUnknownInner } kind;
     trBase* node;
-    long start;  ///< byte of the opening tag
+    size_t start;  ///< byte of the opening tag
   };
+  /// An attribute whose parameter the node doesn't have yet.
   struct Pending {
     trBase* node;
     std::string name, value;
     long line;
   };
+  struct PendingCurve {
+    trBase* node;
+    std::string param, verbatim;
+    long component;
+    trAnimationCurve curve;
+    long line;
+  };
 
   void Parse() {
-    XML_Parser parser = XML_ParserCreate(nullptr);
+    if (text_.size() > static_cast<size_t>(kMaxFileBytes))
+      return Fail("is larger than " + std::to_string(kMaxFileBytes >> 20) + " MiB");
+    XML_Parser parser = XML_ParserCreate("UTF-8");
     if (!parser) return Fail("there is no memory to read it");
     parser_ = parser;
     XML_SetUserData(parser, this);
@@ -66,30 +100,64 @@ class Reader {
       static_cast<Reader*>(self)->Fail("document type declarations are not allowed");
     });
     const auto status = XML_Parse(parser, text_.data(), static_cast<int>(text_.size()), 1);
-    if (status == XML_STATUS_ERROR && !failed_) Fail(XML_ErrorString(XML_GetErrorCode(parser)));
+    if (status == XML_STATUS_ERROR && !stopped_) Fail(XML_ErrorString(XML_GetErrorCode(parser)));
     XML_ParserFree(parser);
     parser_ = nullptr;
   }
 
-  long Line() const { return parser_ ? static_cast<long>(XML_GetCurrentLineNumber(parser_)) : 0; }
+  long Line() const { return parser_ ? static_cast<long>(XML_GetCurrentLineNumber(parser_)) : 1; }
   std::string Place(long line) const { return source_ + ":" + std::to_string(line) + ": "; }
 
+  /// Lines of an opening tag's attributes, asked for in their order: writers give each its own.
+  class AttributeLines {
+   public:
+    AttributeLines(const std::string& text, size_t tag, long line) : text_(text), at_(tag), line_(line) {}
+    long Of(int index) {
+      for (; at_ < text_.size() && seen_ <= index; ++at_) {
+        const char c = text_[at_];
+        if (c == '\n') ++line_;
+        if (quote_) {
+          if (c == quote_) quote_ = 0;
+        } else if (c == '"' || c == '\'') {
+          quote_ = c;
+        } else if (c == '=') {
+          ++seen_;
+        }
+      }
+      return line_;
+    }
+
+   private:
+    const std::string& text_;
+    size_t at_;
+    long line_;
+    int seen_ = 0;
+    char quote_ = 0;
+  };
+
+  /// Ends the reading: the document is not to be understood.
   void Fail(const std::string& why) {
-    if (failed_) return;
-    failed_ = true;
+    if (stopped_) return;
+    failed_ = stopped_ = true;
     trError(Place(Line()) + why);
     if (parser_) XML_StopParser(parser_, XML_FALSE);
   }
+  /// The document is refused, but read on, so that all that is wrong is told at once.
+  void Refuse(long line, trBase* node, const std::string& param, const std::string& why) {
+    failed_ = true;
+    const trScopedErrorsWarningsContext context(node, &param);
+    trError(Place(line) + why);
+  }
 
   void Open(const char* name, const char** attributes) {
-    if (failed_) return;
+    if (stopped_) return;
     if (static_cast<int>(stack_.size()) >= kMaxDepth)
       return Fail("elements are nested more than " + std::to_string(kMaxDepth) + " deep");
     int count = 0;
     while (attributes[2 * count]) ++count;
     if (count > kMaxAttributes)
       return Fail("an element has more than " + std::to_string(kMaxAttributes) + " attributes");
-    const long at = static_cast<long>(XML_GetCurrentByteIndex(parser_));
+    const auto at = static_cast<size_t>(XML_GetCurrentByteIndex(parser_));
     if (stack_.empty()) return OpenRoot(name, attributes, at);
 
     const Element above = stack_.back();
@@ -105,10 +173,12 @@ class Reader {
         return;
       case Element::kAnimation:
         stack_.push_back({Element::kCurve, above.node, at});
-        ReadCurve(above.node, name, attributes);
+        ReadCurve(above.node, name, attributes, at);
         return;
       case Element::kCurve:
         return Fail("a curve has no elements");
+      case Element::kClip:
+        return OpenNode(name, attributes, above.node, at);
       case Element::kNode:
         break;
     }
@@ -122,112 +192,182 @@ class Reader {
     }
   }
 
-  void OpenRoot(const std::string& name, const char** attributes, long at) {
-    if (name != rootElement_) return Fail("the document is a '" + name + "', not a '" + rootElement_ + "'");
-    stack_.push_back({Element::kNode, root_, at});
+  void OpenRoot(const std::string& name, const char** attributes, size_t at) {
+    if (name != rootElement_)
+      return Fail("the document is a '" + Shortened(name) + "', not a '" + rootElement_ + "'");
+    stack_.push_back({isClip_ ? Element::kClip : Element::kNode, root_, at});
+    if (isClip_) return;
     nodes_.push_back(root_);
-    SetAttributes(root_, attributes);
+    root_->Data().name = NameAttribute(attributes);
+    SetAttributes(root_, attributes, at);
   }
 
-  void OpenNode(const std::string& className, const char** attributes, trBase* parent, long at) {
-    std::string name;
+  static std::string NameAttribute(const char** attributes) {
     for (int i = 0; attributes[i]; i += 2)
-      if (std::strcmp(attributes[i], "name") == 0) name = attributes[i + 1];
-    const CatalogueEntry* entry = FindClass(className);
-    trBase* node = entry && entry->className != rootElement_ ? CreateNode(className, parent, name) : nullptr;
+      if (std::strcmp(attributes[i], "name") == 0) return attributes[i + 1];
+    return {};
+  }
+
+  void OpenNode(const std::string& className, const char** attributes, trBase* parent, size_t at) {
+    const std::string name = NameAttribute(attributes);
+    const bool isProject = className == kProjectElement;
+    trBase* node = isProject ? nullptr : CreateNode(className, parent, name);
     if (!node) {
-      trWarning(Place(Line()) + "the class '" + className + "' is unknown; its node is kept as it is");
+      const trScopedErrorsWarningsContext context(parent);
+      trWarning(Place(Line()) + "the class '" + Shortened(className) +
+                (isProject ? "' can't be inside another node" : "' is unknown") +
+                "; its node is kept as it is");
       stack_.push_back({Element::kUnknown, parent, at});
       return;
     }
-    if (!name.empty() && node->Name() != name)
-      trWarning(Place(Line()) + "the name '" + name + "' can't be had; the node is called '" + node->Name() +
-                "'");
+    if (isClip_ && parent == root_) {
+      topNodes_.push_back(node);
+      if (!name.empty()) renamed_.emplace(name, node);
+    } else if (!name.empty() && node->Name() != name) {
+      trWarning(Place(Line()) + "the name '" + Shortened(name) + "' can't be had; the node is called '" +
+                Shortened(node->Name()) + "'");
+    }
     stack_.push_back({Element::kNode, node, at});
     nodes_.push_back(node);
-    if (parent == root_) topNodes_.push_back(node);
-    SetAttributes(node, attributes);
+    SetAttributes(node, attributes, at);
   }
 
-  void SetAttributes(trBase* node, const char** attributes) {
+  void SetAttributes(trBase* node, const char** attributes, size_t tag) {
+    AttributeLines lines(text_, tag, Line());
     for (int i = 0; attributes[i]; i += 2) {
       if (std::strcmp(attributes[i], "name") == 0) continue;
-      if (!TrySet(node, attributes[i], attributes[i + 1]))
-        pending_.push_back({node, attributes[i], attributes[i + 1], Line()});
+      Pending value{node, attributes[i], attributes[i + 1], lines.Of(i / 2)};
+      if (!TrySet(value)) pending_.push_back(std::move(value));
     }
   }
 
-  /// False where the node has no such parameter; a bad value is reported by the node.
-  bool TrySet(trBase* node, const std::string& name, const std::string& value) {
+  /// False where the node has no such parameter; a value that isn't one is told here.
+  bool TrySet(const Pending& value) {
+    long param = -1;
+    trParamValue parsed(0L);
+    if (value.node->FindParam(param, value.name.c_str()) &&
+        !TextToValue(value.value, value.node->ParamType(param), parsed)) {
+      Refuse(value.line, value.node, value.name,
+             "'" + Shortened(value.value) + "' is not a value of type " +
+                 TypeName(value.node->ParamType(param)));
+      return true;
+    }
     const long errorsBefore = NumErrors();
-    return node->SetParamFromString(name.c_str(), value, trWhoSystem) || NumErrors() != errorsBefore;
+    if (value.node->SetParamFromString(value.name.c_str(), value.value, trWhoSystem)) return true;
+    if (NumErrors() == errorsBefore && param < 0) return false;
+    Refuse(value.line, value.node, value.name, "the value '" + Shortened(value.value) + "' was refused");
+    return true;
   }
 
-  void ReadCurve(trBase* node, const std::string& element, const char** attributes) {
+  void ReadCurve(trBase* node, const std::string& element, const char** attributes, size_t at) {
     if (element != "curve") return Fail("an animation holds curves only");
-    std::string param, component = "0", mode = "smooth", keys;
+    std::string component = "0", mode = "smooth", keys;
+    PendingCurve read{node, "", "", 0, {}, Line()};
+    const std::pair<const char*, std::string*> known[] = {
+        {"param", &read.param}, {"component", &component}, {"mode", &mode}, {"keys", &keys}};
     for (int i = 0; attributes[i]; i += 2) {
-      const std::string name = attributes[i];
-      (name == "param"       ? param
-       : name == "component" ? component
-       : name == "mode"      ? mode
-                             : keys) = attributes[i + 1];
+      std::string* target = nullptr;
+      for (const auto& [name, text] : known)
+        if (std::strcmp(attributes[i], name) == 0) target = text;
+      if (!target)
+        return Refuse(Line(), node, read.param,
+                      "a curve has no attribute '" + Shortened(attributes[i]) + "'");
+      *target = attributes[i + 1];
     }
+    const auto wrong = [&](const std::string& why) { Refuse(Line(), node, read.param, why); };
+
+    const char* const componentEnd = component.data() + component.size();
+    const auto [parsed, error] = std::from_chars(component.data(), componentEnd, read.component);
+    if (error != std::errc() || parsed != componentEnd || read.component < 0 || read.component > 2)
+      return wrong("'" + Shortened(component) + "' is no component of a curve");
+    if (mode == "linear")
+      read.curve.mode = trAnimationInterpolationMode::kLinear;
+    else if (mode == "stepped")
+      read.curve.mode = trAnimationInterpolationMode::kStepped;
+    else if (mode != "smooth")
+      return wrong("'" + Shortened(mode) + "' is no interpolation mode");
+
+    const char* key = keys.data();
+    const char* const end = key + keys.size();
+    while (key < end && IsBlank(*key)) ++key;
+    while (key < end) {
+      trAnimationKey next;
+      if (!ReadNumber(key, end, next.frame) || !ReadNumber(key, end, next.value))
+        return wrong("the keys of a curve are not pairs of numbers");
+      if (!read.curve.keys.empty() && next.frame <= read.curve.keys.back().frame)
+        return wrong("the keys of a curve are not in rising order of frames");
+      read.curve.keys.push_back(next);
+    }
+    size_t stop = at;
+    for (char quote = 0; stop < text_.size(); ++stop) {
+      const char c = text_[stop];
+      if (quote ? c == quote : c == '"' || c == '\'') quote = quote ? 0 : c;
+      if (!quote && c == '>') break;
+    }
+    read.verbatim = text_.substr(at, stop - at);
+    if (!read.verbatim.empty() && read.verbatim.back() == '/') read.verbatim.pop_back();
+    read.verbatim = "<animation>" + read.verbatim + "/></animation>";
+    curves_.push_back(std::move(read));
+  }
+
+  /// Gives the parameter its curve; a curve of an unknown parameter is kept as it is.
+  void PlaceCurve(PendingCurve& read) {
     long index = -1;
-    int number = -1;
-    std::from_chars(component.data(), component.data() + component.size(), number);
-    if (!node->FindParam(index, param.c_str()) || number < 0 ||
-        number >= NumComponents(node->ParamType(index)))
-      return Fail("there is no parameter '" + param + "' component " + component + " to animate");
-    trParamInfo& info = node->Data().params[index];
-    if (info.curves.empty()) info.curves.resize(NumComponents(info.type));
-    trAnimationCurve& curve = info.curves[number];
-    if (mode != "linear" && mode != "smooth" && mode != "stepped")
-      return Fail("'" + mode + "' is no interpolation mode");
-    curve.mode = mode == "linear"   ? trAnimationInterpolationMode::kLinear
-                 : mode == "smooth" ? trAnimationInterpolationMode::kSmooth
-                                    : trAnimationInterpolationMode::kStepped;
-    curve.keys.clear();
-    const char* at = keys.data();
-    const char* const end = at + keys.size();
-    const auto next = [&](double& out) {
-      while (at < end && (*at == ' ' || *at == '\n' || *at == '\t')) ++at;
-      const auto [to, error] = std::from_chars(at, end, out);
-      const bool fine = error == std::errc() && out - out == 0;
-      at = to;
-      return fine;
-    };
-    while (at < end) {
-      trAnimationKey key;
-      if (!next(key.frame) || !next(key.value))
-        return Fail("the keys of '" + param + "' are not pairs of numbers");
-      if (!curve.keys.empty() && key.frame <= curve.keys.back().frame)
-        return Fail("the keys of '" + param + "' are not in rising order");
-      curve.keys.push_back(key);
-      while (at < end && (*at == ' ' || *at == '\n' || *at == '\t')) ++at;
+    if (!read.node->FindParam(index, read.param.c_str())) {
+      const trScopedErrorsWarningsContext context(read.node);
+      trWarning(Place(read.line) + "the animated parameter '" + Shortened(read.param) +
+                "' is unknown; its curve is kept as it is");
+      read.node->Data().unknownBlocks.push_back(read.verbatim);
+      return;
     }
+    trParamInfo& info = read.node->Data().params[index];
+    const int components = NumComponents(info.type);
+    if (read.component >= components)
+      return Refuse(read.line, read.node, read.param,
+                    "there is no component " + std::to_string(read.component) + " to animate");
+    if (info.curves.empty()) info.curves.resize(components);
+    info.curves[read.component] = std::move(read.curve);
   }
 
   void Close(const char* name) {
-    if (failed_ || stack_.empty()) return;
+    if (stopped_ || stack_.empty()) return;
     const Element element = stack_.back();
     stack_.pop_back();
     if (element.kind == Element::kCustom) element.node->ExitedXMLCustomData();
     if (element.kind == Element::kCustomInner) element.node->HandleXMLCustomElementClosed(name);
     if (element.kind == Element::kUnknown) {
-      const long end = static_cast<long>(XML_GetCurrentByteIndex(parser_)) + XML_GetCurrentByteCount(parser_);
-      // An empty element's closing event has no bytes of its own on some paths; take it up to its bracket.
-      long stop = std::max(end, element.start);
-      while (stop < static_cast<long>(text_.size()) && text_[stop - 1] != '>') ++stop;
-      element.node->Data().unknownBlocks.push_back(text_.substr(element.start, stop - element.start));
+      const auto end =
+          static_cast<size_t>(XML_GetCurrentByteIndex(parser_) + XML_GetCurrentByteCount(parser_));
+      element.node->Data().unknownBlocks.push_back(text_.substr(element.start, end - element.start));
     }
   }
 
   void Characters(const char* data, int length) {
-    if (failed_ || stack_.empty()) return;
+    if (stopped_ || stack_.empty()) return;
     const Element& element = stack_.back();
-    if (element.kind == Element::kCustomInner || element.kind == Element::kCustom)
+    if (element.kind == Element::kCustomInner || element.kind == Element::kCustom) {
       element.node->HandleXMLCustomCharacterData(trString(data, static_cast<size_t>(length)));
+    } else if (element.kind == Element::kNode && !toldOfText_ && !std::all_of(data, data + length, IsBlank)) {
+      toldOfText_ = true;
+      trWarning(Place(Line()) + "text between elements means nothing here and is not kept");
+    }
+  }
+
+  /// Links among the nodes of a clip lead to the clip's own nodes, whatever those are called now.
+  void FollowRenamedNodes() {
+    const std::string path = root_->NameAndPath();
+    const std::string above = path == "/" ? path : path + "/";
+    for (trBase* node : nodes_)
+      for (const trParamInfo& param : node->Data().params) {
+        if (param.type < trParamType::kNodeLink) continue;
+        auto* link = static_cast<trFile*>(param.member);
+        const std::string& text = link->FileStringR();
+        const size_t begin = text.rfind(above, 0) == 0 ? above.size() : 0;
+        const size_t end = std::min(text.find('/', begin), text.size());
+        const auto found = renamed_.find(text.substr(begin, end - begin));
+        if (found == renamed_.end() || found->second->Name() == found->first) continue;
+        link->SetText(text.substr(0, begin) + found->second->Name() + text.substr(end));
+      }
   }
 
   /// OnCreate for every node, parents first, then the values that only now have a parameter.
@@ -235,15 +375,16 @@ class Reader {
     size_t next = 0;
     for (trBase* node : nodes_) {
       if (node != root_) node->OnCreate();
-      for (; next < pending_.size() && pending_[next].node == node; ++next) Place(pending_[next]);
+      for (; next < pending_.size() && pending_[next].node == node; ++next) PlaceValue(pending_[next]);
     }
-    for (; next < pending_.size(); ++next) Place(pending_[next]);
+    for (PendingCurve& curve : curves_) PlaceCurve(curve);
   }
 
-  void Place(const Pending& value) {
-    if (TrySet(value.node, value.name, value.value)) return;
+  void PlaceValue(const Pending& value) {
+    if (TrySet(value)) return;
     const trScopedErrorsWarningsContext context(value.node);
-    trWarning(Place(value.line) + "the attribute '" + value.name + "' is unknown and is kept as it is");
+    trWarning(Place(value.line) + "the attribute '" + Shortened(value.name) +
+              "' is unknown and is kept as it is");
     value.node->Data().unknownAttributes.push_back({value.name, value.value});
   }
 
@@ -254,35 +395,40 @@ class Reader {
   std::string rootElement_;
   std::vector<Element> stack_;
   std::vector<trBase*> nodes_, topNodes_;
+  std::map<std::string, trBase*> renamed_;  ///< a clip's top nodes by the name they had in it
   std::vector<Pending> pending_;
-  bool failed_ = false;
+  std::vector<PendingCurve> curves_;
+  bool isClip_ = false;
+  bool failed_ = false;   ///< something is wrong with the document
+  bool stopped_ = false;  ///< and it isn't read on
+  bool toldOfText_ = false;
 };
 
 }  // namespace
 
 std::unique_ptr<juProject> ProjectFromText(const std::string& text, const std::string& source) {
+  RegisterHostClasses();
   auto project = std::make_unique<juProject>();
-  if (text.size() > static_cast<size_t>(kMaxFileBytes)) {
-    trError(source + ": is too large for a project");
-    return nullptr;
-  }
   Reader reader(text, source);
-  if (!reader.Read(project.get(), project->ClassName())) return nullptr;
+  if (!reader.Read(project.get(), kProjectElement)) return nullptr;
   return project;
 }
 
 std::unique_ptr<juProject> LoadProject(const std::string& path) {
   struct stat info;
-  if (stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) {
-    trError(path + ": " + (errno == ENOENT ? "there is no such file" : "is not a file that can be read"));
+  const auto unreadable = [&](const std::string& why) {
+    trError(path + ": " + why);
     return nullptr;
-  }
+  };
+  if (stat(path.c_str(), &info) != 0) return unreadable(std::strerror(errno));
+  if (!S_ISREG(info.st_mode)) return unreadable("is not a file");
+  if (info.st_size > kMaxFileBytes)
+    return unreadable("is larger than " + std::to_string(kMaxFileBytes >> 20) + " MiB");
+  errno = 0;
   std::ifstream in(path, std::ios::binary);
-  std::string text(static_cast<size_t>(std::min<std::int64_t>(info.st_size, kMaxFileBytes + 1)), '\0');
-  if (!in.read(text.data(), static_cast<std::streamsize>(text.size()))) {
-    trError(path + ": can't be read");
-    return nullptr;
-  }
+  std::string text(static_cast<size_t>(info.st_size), '\0');
+  if (!in.read(text.data(), static_cast<std::streamsize>(text.size())))
+    return unreadable(errno ? std::strerror(errno) : "can't be read");
   std::unique_ptr<juProject> project = ProjectFromText(text, path);
   const size_t slash = path.find_last_of('/');
   if (project) project->SetFolder(slash == std::string::npos ? "." : path.substr(0, slash));
@@ -296,7 +442,7 @@ long trBaseXML::ReadBuffer(trBase* parent, const trString& text) {
   static const std::string source = "clip";
   PreNodePaste(parent);
   ovhost::Reader reader(text, source);
-  const bool isRead = reader.Read(parent, "ombrivex_clip");
+  const bool isRead = reader.Read(parent, ovhost::kClipElement);
   if (!isRead)
     for (trBase* node : reader.TopNodes()) ovhost::DestroyNode(node);
   PostNodePaste(parent);
