@@ -22,6 +22,7 @@ Seen SeenBy(ProbeShader& probe, trShader& shader, Sample& sample) {
   EXPECT_EQ(sample.si.Pt(), pt);
   EXPECT_EQ(sample.si.P(), p);
   EXPECT_EQ(sample.si.SmoothSize(), smooth);
+  probe.onDisplace = nullptr;
   shader.ShadeTS(sample.si);
   EXPECT_EQ(probe.seenPt, seen.pt) << "Shade and Displace agree";
   return seen;
