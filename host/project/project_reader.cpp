@@ -83,6 +83,8 @@ class Reader {
   void Parse() {
     if (text_.size() > static_cast<size_t>(kMaxFileBytes))
       return Fail("is larger than " + std::to_string(kMaxFileBytes >> 20) + " MiB");
+    // The parser would take UTF-16 for what it is, and what is kept verbatim would be in two encodings.
+    if (text_.substr(0, 4).find('\0') != std::string::npos) return Fail("the document is not UTF-8 text");
     XML_Parser parser = XML_ParserCreate("UTF-8");
     if (!parser) return Fail("there is no memory to read it");
     parser_ = parser;
