@@ -14,6 +14,7 @@ struct AtmosphereSegment {
   double lightSpot, enviroSpot;  ///< extents over which lighting may be shared, metres, the same on all axes
   trFCol blueskyExtinction, hazeExtinction;
   trFCol blueskyDirect, blueskyEnviro, hazeDirect, hazeEnviro;
+  trFCol opticalDepth, opacity;  ///< of all that takes light away
   double length;
 };
 
@@ -30,11 +31,7 @@ struct AtmosphereRayData {
   trVector rayDirectionScaled;
   std::vector<AtmosphereSegment> segments;
 
-  /// The far boundary of the sample evaluated last, which is the near one of the next.
-  struct Boundary {
-    int index = -2;
-    double height = 0;
-    bool hasBluesky = false, hasHaze = false;
-    double blueskyExp = 0, hazeExp = 0;
-  } boundary;
+  int segmentCount = 0;
+  /// Media are worked out for a block of samples at a time, from the one asked for on.
+  int blockSize = 1, blockFirst = 0, blockEnd = 0;
 };

@@ -80,8 +80,10 @@ class PlanetAtmosphere final : public trAtmosShader {
                    AtmosphereRayData& data);
 
   // Evaluation (planet_atmosphere_samples.cpp)
-  struct Depths;
-  Depths OpticalDepths(AtmosphereRayData& data, int index) const;
+  static constexpr int kMediaBlock = 8;
+  void EvaluateMedia(AtmosphereRayData& data, int first) const;
+  void MeanDensities(const double* height, const double* lit, int count, double scaleHeight, double inverse,
+                     double* density) const;
   double ShadowFactor(trRenderState& state, const trVector& point) const;
   void AddLights(trRenderState& state, const trAtmosSample& sample, const AtmosphereRayData& data,
                  AtmosphereSegment& segment, double stateQuality) const;

@@ -161,7 +161,7 @@ void PlanetAtmosphere::AddSegments(trRenderState& state, trAtomicIntegrator& int
   data.wantsEnviro = false;
   data.enviroValid = 0;
   data.lightCount = 0;
-  data.boundary.index = -2;
+  data.blockFirst = data.blockEnd = 0;
   const trRenderState::Ray& ray = state.CurrentRay();
   if (ray.wantsColour) {
     data.blueskyHorizon = blueskyHorizonColour_.ToRender();
@@ -178,6 +178,9 @@ void PlanetAtmosphere::AddSegments(trRenderState& state, trAtomicIntegrator& int
   const int last = span.last;
   const double inverse = 1.0 / last, even = state.Random();
   if (data.segments.size() < static_cast<size_t>(last) + 1) data.segments.resize(last + 1);
+  data.segmentCount = last + 1;
+  const int blocks = (data.segmentCount + kMediaBlock - 1) / kMediaBlock;
+  data.blockSize = (data.segmentCount + blocks - 1) / blocks;
   trVector start = span.entry;
   for (int k = 0; k <= last; ++k) {
     double high = k + even, low = high - 1.0, within = 0.5;

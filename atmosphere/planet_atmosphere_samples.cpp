@@ -31,14 +31,14 @@ class RayGuard {
   const double quality;
 };
 
-/// Mean density over a stretch between two heights (metres above the radius) of a medium of scale height
-/// `scale`.
-double MeanDensity(double expStart, double expEnd, double scale, double rise) {
-  return std::max(0.0, GuardedDivide((expStart - expEnd) * scale, rise));
-}
-
 /// An optical depth that arithmetic can go on with.
 float Bounded(double depth) { return depth > 0.0 ? static_cast<float>(std::min(depth, 1e6)) : 0.0f; }
+
+atmosphere::Pair Load(const double* p) { return atmosphere::Pair{p[0], p[1]}; }
+void Store(atmosphere::Pair value, double* p) {
+  p[0] = value[0];
+  p[1] = value[1];
+}
 
 trFCol Bounded(const trFCol& c, double scale) {
   return {Bounded(c.r * scale), Bounded(c.g * scale), Bounded(c.b * scale)};
@@ -48,11 +48,6 @@ bool IsFinite(const trFCol& c) { return std::fabs(c.r) + std::fabs(c.g) + std::f
 
 }  // namespace
 
-/// Of one stretch: what each part takes away.
-struct PlanetAtmosphere::Depths {
-  trFCol bluesky, haze, tau, opacity;
-};
-
 long PlanetAtmosphere::EvaluateRaySample(trRenderState& state, trAtmosSample& sample) {
   sample.colourDirect = sample.colourEnviro = trFCol();
   sample.opacityDirect = sample.opacityEnviro = trFCol(1.0f);
@@ -61,18 +56,16 @@ long PlanetAtmosphere::EvaluateRaySample(trRenderState& state, trAtmosSample& sa
   trRenderState::Ray& ray = state.CurrentRay();
   AtmosphereRayData& data = *static_cast<AtmosphereRayData*>(sample.rayData);
   AtmosphereSegment& segment = data.segments[sample.index];
-  const Depths depths = OpticalDepths(data, sample.index);
-  sample.opacityDirect = sample.opacityEnviro = depths.opacity;
+  if (sample.index < data.blockFirst || sample.index >= data.blockEnd) EvaluateMedia(data, sample.index);
+  sample.opacityDirect = sample.opacityEnviro = segment.opacity;
   if (!ray.wantsColour) return 1;
 
-  segment.blueskyExtinction = depths.bluesky;
-  segment.hazeExtinction = depths.haze;
   segment.blueskyDirect = segment.blueskyEnviro = segment.hazeDirect = segment.hazeEnviro = trFCol();
   {
     const RayGuard guard(ray);
     ray.tracesShadows = ray.tracesShadows && enableRayTracedShadows_;
     // A sample that hardly shows isn't worth good light.
-    const float contribution = (depths.opacity * sample.throughput).MaxChannel();
+    const float contribution = (segment.opacity * sample.throughput).MaxChannel();
     ray.quality = std::sqrt(std::max(1e-6f, contribution)) * guard.quality;
     if (data.lightCount > 0) AddLights(state, sample, data, segment, guard.quality);
     AddEnviro(state, sample.index, data, segment);
@@ -84,9 +77,10 @@ long PlanetAtmosphere::EvaluateRaySample(trRenderState& state, trAtmosSample& sa
   // Each medium shows its horizon colour by its share of the stretch.
   trFCol blueskyShare, hazeShare;
   for (int c = 0; c < 3; ++c) {
-    const float scale = depths.tau[c] != 0.0f ? depths.opacity[c] / depths.tau[c] : depths.opacity[c];
-    blueskyShare[c] = scale * depths.bluesky[c] * data.blueskyHorizon[c];
-    hazeShare[c] = scale * depths.haze[c] * data.hazeHorizon[c];
+    const float tau = segment.opticalDepth[c];
+    const float scale = segment.opacity[c] / (tau != 0.0f ? tau : 1.0f);
+    blueskyShare[c] = scale * segment.blueskyExtinction[c] * data.blueskyHorizon[c];
+    hazeShare[c] = scale * segment.hazeExtinction[c] * data.hazeHorizon[c];
   }
   const trFCol direct = blueskyShare * segment.blueskyDirect + hazeShare * segment.hazeDirect;
   const trFCol enviro = blueskyShare * segment.blueskyEnviro + hazeShare * segment.hazeEnviro;
@@ -95,59 +89,74 @@ long PlanetAtmosphere::EvaluateRaySample(trRenderState& state, trAtmosSample& sa
   return 1;
 }
 
-PlanetAtmosphere::Depths PlanetAtmosphere::OpticalDepths(AtmosphereRayData& data, int index) const {
-  const AtmosphereSegment& segment = data.segments[index];
+void PlanetAtmosphere::MeanDensities(const double* height, const double* lit, int count, double scaleHeight,
+                                     double inverse, double* density) const {
+  // The arrays are padded: what a pair has too much is computed and not used.
+  double boundary[kMediaBlock + 2], level[kMediaBlock];
+  for (int i = 0; i <= count; i += 2)
+    Store(atmosphere::DensityExp(Load(height + i) * -inverse), boundary + i);
+  for (int i = 0; i < count; i += 2) Store(atmosphere::CoarseExp(Load(lit + i) * -inverse), level + i);
+  // The mean over a stretch that climbs; for one nearly level, the density at its lit point.
+  const double least = scaleHeight * derived_.invSamples * 0.1;
+  for (int i = 0; i < count; ++i) {
+    const double rise = height[i + 1] - height[i];
+    density[i] = std::fabs(rise) > least ? GuardedDivide((boundary[i] - boundary[i + 1]) * scaleHeight, rise)
+                                         : level[i];
+  }
+}
+
+void PlanetAtmosphere::EvaluateMedia(AtmosphereRayData& data, int first) const {
+  const int count = std::min(data.blockSize, data.segmentCount - first);
+  data.blockFirst = first;
+  data.blockEnd = first + count;
+  AtmosphereSegment* segments = &data.segments[first];
+
+  // Heights of the boundaries and of the lit points, not below the floor.
   const auto heightOf = [this](const trVector& p) { return (p - centre_).Length() - radius_; };
-
-  // Samples are evaluated in order as a rule: this one's near boundary is the far one of the last.
-  AtmosphereRayData::Boundary near = data.boundary;
-  if (near.index != index - 1)
-    near = {index - 1, std::max(floor_, heightOf(segment.start)), false, false, 0, 0};
-  AtmosphereRayData::Boundary far{index, std::max(floor_, heightOf(segment.end)), false, false, 0, 0};
-  const double lit = heightOf(segment.jittered);
-  const double rise = far.height - near.height;
-  const double level = std::fabs(rise) * 10.0;
-
-  double bluesky, haze;
-  if (level > blueskyExpHeight_ * derived_.invSamples) {
-    if (!near.hasBluesky) near.blueskyExp = atmosphere::DensityExp(-near.height * derived_.invBlueskyHeight);
-    far.blueskyExp = atmosphere::DensityExp(-far.height * derived_.invBlueskyHeight);
-    far.hasBluesky = true;
-    bluesky = MeanDensity(near.blueskyExp, far.blueskyExp, blueskyExpHeight_, rise);
-  } else {
-    bluesky = atmosphere::CoarseExp(-std::max(floor_, lit) * derived_.invBlueskyHeight);
+  double height[kMediaBlock + 2], lit[kMediaBlock], litAboveFloor[kMediaBlock + 1];
+  height[0] = std::max(floor_, heightOf(segments[0].start));
+  for (int i = 0; i < count; ++i) {
+    height[i + 1] = std::max(floor_, heightOf(segments[i].end));
+    lit[i] = heightOf(segments[i].jittered);
+    litAboveFloor[i] = std::max(floor_, lit[i]);
   }
-  if (level > hazeExpHeight_ * derived_.invSamples) {
-    if (!near.hasHaze) near.hazeExp = atmosphere::DensityExp(-near.height * derived_.invHazeHeight);
-    far.hazeExp = atmosphere::DensityExp(-far.height * derived_.invHazeHeight);
-    far.hasHaze = true;
-    haze = MeanDensity(near.hazeExp, far.hazeExp, hazeExpHeight_, rise);
-  } else {
-    haze = atmosphere::CoarseExp(-std::max(floor_, lit) * derived_.invHazeHeight);
-  }
-  data.boundary = far;
 
-  Depths depths;
+  height[count + 1] = litAboveFloor[count] = 0;
+
+  // Optical depths of the media and the ozone band, per channel.
+  double bluesky[kMediaBlock] = {}, haze[kMediaBlock] = {};
+  MeanDensities(height, litAboveFloor, count, blueskyExpHeight_, derived_.invBlueskyHeight, bluesky);
+  MeanDensities(height, litAboveFloor, count, hazeExpHeight_, derived_.invHazeHeight, haze);
   const double grey = std::clamp(hazeGreyFraction_, 0.0, 1.0);
-  const double unit = segment.length * kPerMetre;
-  const double blueskyAmount = bluesky * blueskyDensity_ * unit, hazeAmount = haze * hazeDensity_ * unit;
-  depths.bluesky = Bounded(data.blueskyDensityColour, blueskyAmount + hazeAmount * (1.0 - grey));
-  depths.haze = trFCol(Bounded(hazeAmount * grey));
-  depths.tau = depths.bluesky + depths.haze;
-
-  if (ozoneFactor_ != 0) {
-    const double profile = atmosphere::OzoneProfile(lit * derived_.invBlueskyHeight * 8000.0);
-    if (profile != 0) {
-      // The band's colour is that of a red sky with red and green drawn half way together.
-      const trManRgb& c = redskyDecayColour_;
-      const double mean = (c.r + c.g) / 2.0, scale = ozoneFactor_ * profile * blueskyAmount * 0.5;
-      depths.tau += trFCol(Bounded(scale * ((c.r - mean) * 0.5 + mean)),
-                           Bounded(scale * ((c.g - mean) * 0.5 + mean)), Bounded(scale * c.b));
+  const trManRgb& decay = redskyDecayColour_;
+  const double mean = (decay.r + decay.g) / 2.0;
+  double tau[3 * kMediaBlock + 1];
+  for (int i = 0; i < count; ++i) {
+    AtmosphereSegment& segment = segments[i];
+    const double unit = segment.length * kPerMetre;
+    const double blueskyAmount = bluesky[i] * blueskyDensity_ * unit,
+                 hazeAmount = haze[i] * hazeDensity_ * unit;
+    segment.blueskyExtinction = Bounded(data.blueskyDensityColour, blueskyAmount + hazeAmount * (1.0 - grey));
+    segment.hazeExtinction = trFCol(Bounded(hazeAmount * grey));
+    segment.opticalDepth = segment.blueskyExtinction + segment.hazeExtinction;
+    if (ozoneFactor_ != 0) {
+      const double profile = atmosphere::OzoneProfile(lit[i] * derived_.invBlueskyHeight * 8000.0);
+      if (profile != 0) {
+        // The band's colour is that of a red sky with red and green drawn half way together.
+        const double scale = ozoneFactor_ * profile * blueskyAmount * 0.5;
+        segment.opticalDepth +=
+            trFCol(Bounded(scale * ((decay.r - mean) * 0.5 + mean)),
+                   Bounded(scale * ((decay.g - mean) * 0.5 + mean)), Bounded(scale * decay.b));
+      }
     }
+    for (int c = 0; c < 3; ++c) tau[3 * i + c] = segment.opticalDepth[c];
   }
-  for (int c = 0; c < 3; ++c)
-    depths.opacity[c] = static_cast<float>(1.0 - atmosphere::Transmit(depths.tau[c]));
-  return depths;
+
+  tau[3 * count] = 0;
+  for (int i = 0; i < 3 * count; i += 2) Store(1.0 - atmosphere::Transmit(Load(tau + i)), tau + i);
+  for (int i = 0; i < count; ++i)
+    segments[i].opacity = trFCol(static_cast<float>(tau[3 * i]), static_cast<float>(tau[3 * i + 1]),
+                                 static_cast<float>(tau[3 * i + 2]));
 }
 
 double PlanetAtmosphere::ShadowFactor(trRenderState& state, const trVector& point) const {

@@ -28,6 +28,7 @@ void Samples(benchmark::State& bench, const Case& c) {
   PlanetAtmosphere atmosphere;
   atmosphere.OnFirstCreate();
   FakeRender render;
+  render.sun.keepsRay = false;
   trAtomicIntegrator integrator;
   const std::vector<trAtmosShader*> volumes = {&atmosphere};
   const trVector direction = Normalised(c.direction);

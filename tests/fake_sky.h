@@ -7,7 +7,7 @@
 struct FakeSun : trLightState {
   trVector direction{0, 1, 0};
   trFCol colour{1.0f};
-  bool isEnviro = false, shadows = true;
+  bool isEnviro = false, shadows = true, keepsRay = true;
   mutable int asked = 0;
   mutable trRenderState::Ray rayWhenAsked;
 
@@ -21,7 +21,7 @@ struct FakeSun : trLightState {
   double SoftShadowAngularRadiusInRadians() const override { return 0.00465; }
   trFCol Intensity(trRenderState& state, const trVector&, const trVector&) const override {
     ++asked;
-    rayWhenAsked = state.CurrentRay();
+    if (keepsRay) rayWhenAsked = state.CurrentRay();
     return colour;
   }
   trFCol DEV_IntensityOptimised(trRenderState& state, const trVector& point, const trVector& spot,
