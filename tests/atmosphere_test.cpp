@@ -630,6 +630,7 @@ TEST(AtomicIntegrator, CompositesAllVolumesByDepth) {
   Sheets many(std::vector<double>(100, 1.0), 0);
   EXPECT_TRUE(integrator.Integrate(render.state, {&many}).transmittance.IsBlack());
   EXPECT_EQ(many.throughputs.size(), 14u) << "stops where nothing behind could show";
+  integrator.FreeRayData();
 }
 
 }  // namespace
