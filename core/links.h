@@ -56,7 +56,8 @@ class OV_API trFile {
   trBase* owner_ = nullptr;
   trString text_, acceptedText_;
   const trBase* acceptedNode_ = nullptr;
-  mutable std::atomic<trBase*> cachedNode_{nullptr};
+  mutable std::atomic<trBase*> cachedNode_{nullptr};        ///< whatever the text names
+  mutable std::atomic<trBase*> cachedNodeOfKind_{nullptr};  ///< the same, null where it is of the wrong kind
   mutable std::atomic<std::uint32_t> cachedGeneration_{0};
   bool isInternal_ = false, isHidden_ = false;
 };

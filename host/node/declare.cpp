@@ -134,5 +134,8 @@ void trBase::AddGuiAction(const std::vector<trString>& triggers, const std::vect
   data_->guiActions.push_back({triggers, targets, preset});
 }
 
-void trBase::DeclareTrue(const trString& fact) { data_->facts.insert(fact); }
+void trBase::DeclareTrue(const trString& fact) {
+  data_->facts.insert(fact);
+  ovhost::BumpGraphGeneration();
+}
 bool trBase::IsTrue(const trString& fact) const { return data_->facts.count(fact) != 0; }

@@ -38,12 +38,12 @@ trBase* trFile::LinkedNode(bool checkKind) const {
   const std::uint32_t now = ovhost::GraphGeneration();
   if (cachedGeneration_.load(std::memory_order_acquire) != now) {
     trBase* found = text_.empty() || !owner_ ? nullptr : owner_->NodeByPath(text_);
+    const bool isRightKind = found && (!*RequiredFact() || found->IsTrue(RequiredFact()));
     cachedNode_.store(found, std::memory_order_relaxed);
+    cachedNodeOfKind_.store(isRightKind ? found : nullptr, std::memory_order_relaxed);
     cachedGeneration_.store(now, std::memory_order_release);
   }
-  trBase* node = cachedNode_.load(std::memory_order_relaxed);
-  if (node && checkKind && *RequiredFact() && !node->IsTrue(RequiredFact())) return nullptr;
-  return node;
+  return (checkKind ? cachedNodeOfKind_ : cachedNode_).load(std::memory_order_relaxed);
 }
 
 trString trFile::LinkString() const { return LinkedNode(false) ? text_ : trString(); }

@@ -18,7 +18,7 @@ trRenderNode::trRenderNode() {
   Param(engine_, "engine", 1, &engineHint_);
   Param(samples_, "samples", 16, &samplesHint_).Display("Samples per pixel");
   Param(detail_, "detail", 1.0, &detailHint_);
-  Param(maxBounces_, "max_bounces", 2, &bouncesHint_);
+  Param(maxBounces_, "max_bounces", 1, &bouncesHint_);
   Param(clampIndirect_, "clamp_indirect", 4.0);
   GuiTab("Film", "film_tab");
   Param(exposure_, "exposure", 0.0, &exposureHint_).Display("Exposure in stops");

@@ -13,6 +13,12 @@ constexpr double kPi = 3.14159265358979;
 /// hemisphere.
 constexpr double kBounceFootprint = 0.02;
 
+/// Share of the open sky taken to be seen from the end of a path: the tabulated light knows no terrain.
+constexpr float kDeepVisibility = 0.7f;
+/// Two samples of a pixel whose surfaces are this close, as a share of the distance, have the same air before
+/// them.
+constexpr double kSharedAirTolerance = 0.02;
+
 /// A cosine-weighted direction about `normal` (Malley's method on concentric discs, Shirley and Chiu 1997).
 trVector CosineDirection(const trVector& normal, const tr2Vector& draw) {
   const double a = 2 * draw.x - 1, b = 2 * draw.y - 1;
@@ -73,6 +79,23 @@ trAtomicIntegrator::Result PathTracer::Air(const trVector& origin, const trVecto
   const trAtomicIntegrator::Result result = integrator_.Integrate(state_, world_.Volumes());
   counters_.volumeSamples += integrator_.NumSamples();
   return result;
+}
+
+trAtomicIntegrator::Result PathTracer::CameraAir(int x, int y, std::uint32_t index, const trVector& direction,
+                                                 double distance) {
+  const std::uint32_t group = index == 0 ? ~0u : index / kSamplesSharingAir;
+  if (x != sharedX_ || y != sharedY_ || group != sharedGroup_) {
+    sharedCount_ = 0;
+    sharedX_ = x;
+    sharedY_ = y;
+    sharedGroup_ = group;
+  }
+  for (int i = 0; i < sharedCount_; ++i)
+    if (std::fabs(sharedAir_[i].distance - distance) <= kSharedAirTolerance * distance)
+      return sharedAir_[i].air;
+  SharedAir& entry = sharedAir_[sharedCount_++];
+  entry = {distance, Air(world_.View().eye, direction, distance, 1)};
+  return entry.air;
 }
 
 void PathTracer::ShadeHit(const SurfaceHit& hit, const trVector& origin, const trVector& direction,
@@ -183,7 +206,8 @@ CameraSample PathTracer::Sample(int x, int y, std::uint32_t index) {
     const bool isHit = !world_.Rays().IsEmpty() &&
                        world_.Rays().Intersect(origin, direction, nearest, world_.FarDistance(), hit);
     const double distance = isHit ? hit.distance : world_.FarDistance();
-    const trAtomicIntegrator::Result air = Air(origin + view.eye, direction, distance, depth);
+    const trAtomicIntegrator::Result air = depth == 1 ? CameraAir(x, y, index, direction, distance)
+                                                      : Air(origin + view.eye, direction, distance, depth);
     const auto addIndirect = [&](const trFCol& light) {
       const trFCol added = Clamped(FiniteOrBlack(light), settings_.clampIndirect);
       result.beauty += added;
@@ -227,9 +251,15 @@ CameraSample PathTracer::Sample(int x, int y, std::uint32_t index) {
     } else {
       addIndirect(throughput * direct);
     }
+    const bool isLast = depth > settings_.maxBounces;
+    if (isLast && !isDirectlySeen) {
+      // What deeper bounces would bring, from the tabulated sky.
+      addIndirect(throughput * surface.diffuse *
+                  world_.IndirectDiffuse(state_, surface.world, surface.normal) * kDeepVisibility);
+    }
 
     // Go on by a diffuse bounce; beyond the first, roulette by what the path still carries.
-    if (depth > settings_.maxBounces || world_.SkyOnSurfaces().IsBlack()) break;
+    if (isLast || world_.SkyOnSurfaces().IsBlack()) break;
     throughput *= surface.diffuse;
     if (isDirectlySeen) throughput *= world_.SkyOnSurfaces();
     const tr2Vector bounce = sampler.Next();

@@ -7,9 +7,13 @@
 
 namespace ovhost {
 
+/// Samples of a pixel, numbered from a multiple of this on, that share the integrals of the air in front of
+/// them.
+constexpr std::uint32_t kSamplesSharingAir = 4;
+
 struct PathSettings {
-  int maxBounces = 2;
-  float clampIndirect = 10;  ///< largest luminance an indirect path may add; 0 for no limit
+  int maxBounces = 1;
+  float clampIndirect = 4;  ///< largest luminance an indirect path may add; 0 for no limit
 };
 
 struct PathCounters {
@@ -41,6 +45,9 @@ class PathTracer {
   void ShadeHit(const SurfaceHit& hit, const trVector& origin, const trVector& direction,
                 double footprintAngle, Surface& surface);
   trFCol DirectLight(const Surface& surface, const tr2Vector& draw);
+  /// The air along a camera ray, taken over from an earlier sample of the pixel where that saw as far.
+  trAtomicIntegrator::Result CameraAir(int x, int y, std::uint32_t index, const trVector& direction,
+                                       double distance);
   trAtomicIntegrator::Result Air(const trVector& origin, const trVector& direction, double distance,
                                  int depth);
 
@@ -50,6 +57,14 @@ class PathTracer {
   trRenderState state_;
   trAtomicIntegrator integrator_;
   PathCounters counters_;
+
+  struct SharedAir {
+    double distance;
+    trAtomicIntegrator::Result air;
+  };
+  std::array<SharedAir, kSamplesSharingAir> sharedAir_;
+  int sharedCount_ = 0, sharedX_ = -1, sharedY_ = -1;
+  std::uint32_t sharedGroup_ = 0;
 };
 
 }  // namespace ovhost

@@ -24,6 +24,9 @@ namespace {
 constexpr double kMaxPixels = 4e8;
 /// Seconds between pictures written while a render goes on.
 constexpr double kSecondsBetweenWrites = 3;
+/// Longest edge of a micropolygon at detail 1, pixels. Patches are cut in halves, so edges measure 0.9
+/// to 1.8.
+constexpr double kEdgePixels = 1.8;
 
 double Seconds() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
@@ -47,12 +50,29 @@ struct Plan {
   int width = 0, height = 0, samples = 0;
   PixelRect area;
   trView view;
-  double edgePixels = 1.4;
+  double edgePixels = 0;
   PathSettings path;
   ViewTransform transform;
   std::vector<std::string> layers;
   const trBase* context = nullptr;
 };
+
+/// Samples that a tile takes at one go.
+struct Pass {
+  std::uint32_t begin, end;
+};
+
+/// One sample for the first picture, then as many at a time as share the air in front of a pixel.
+std::vector<Pass> Passes(int samples) {
+  std::vector<Pass> passes;
+  const auto end = static_cast<std::uint32_t>(samples);
+  for (std::uint32_t i = 0; i < end;) {
+    const std::uint32_t next = i == 0 ? 1 : std::min(end, (i / kSamplesSharingAir + 1) * kSamplesSharingAir);
+    passes.push_back({i, next});
+    i = next;
+  }
+  return passes;
+}
 
 /// The render in hand.
 class FrameRender {
@@ -82,7 +102,7 @@ class FrameRender {
   bool MakePlan();
   bool MakeLayers();
   RenderOutcome RunInArena(int threads);
-  void RunPass(std::uint32_t pass, Film& film, World& world);
+  void RunPass(Pass pass, Film& film, World& world);
   bool Report(double fraction);
   bool TimeIsUp() const {
     return settings_.timeLimitSeconds > 0 && Seconds() - start_ > settings_.timeLimitSeconds;
@@ -97,7 +117,7 @@ class FrameRender {
   double start_;
   Plan plan_;
   CheckpointKey key_;
-  std::atomic<int> tilesDone_{0};
+  std::atomic<std::uint64_t> tileSamplesDone_{0};
   unsigned long progressState_ = 0;
   double lastReport_ = 0, lastWrite_ = 0;
   std::thread::id mainThread_ = std::this_thread::get_id();
@@ -132,7 +152,7 @@ bool FrameRender::MakePlan() {
     trError("The crop leaves no pixel of the picture.");
     return false;
   }
-  plan_.edgePixels = 1.4 / std::clamp(render->Detail(), 0.01, 16.0);
+  plan_.edgePixels = kEdgePixels / std::clamp(render->Detail(), 0.01, 16.0);
   plan_.path.maxBounces = static_cast<int>(std::clamp<long>(render->MaxBounces(), 0, 64));
   plan_.path.clampIndirect = static_cast<float>(render->ClampIndirect());
   plan_.transform = {render->Exposure(), render->SoftClip()};
@@ -180,31 +200,32 @@ bool FrameRender::Report(double fraction) {
   return node->ReportProgress(progressState_, "Rendering", static_cast<float>(fraction), remaining) != 0;
 }
 
-void FrameRender::RunPass(std::uint32_t pass, Film& film, World& world) {
+void FrameRender::RunPass(Pass pass, Film& film, World& world) {
   tbb::parallel_for(
       tbb::blocked_range<int>(0, film.NumTiles(), 1), [&](const tbb::blocked_range<int>& range) {
         std::unique_ptr<PathTracer> tracer;
         for (int tile = range.begin(); tile < range.end(); ++tile) {
-          if (film.TileSamples(tile) > pass) continue;
+          if (film.TileSamples(tile) >= pass.end) continue;
           if (control_.stop || control_.writeNow || outOfTime_) return;
           if (!tracer) tracer = std::make_unique<PathTracer>(world, plan_.path);
           const PathCounters before = tracer->Counters();
           const PixelRect rect = film.TileRect(tile);
           for (int y = rect.y0; y < rect.y1; ++y)
-            for (int x = rect.x0; x < rect.x1; ++x) film.Add(x, y, tracer->Sample(x, y, pass));
-          film.TileSamples(tile) = pass + 1;
+            for (int x = rect.x0; x < rect.x1; ++x)
+              for (std::uint32_t i = pass.begin; i < pass.end; ++i) film.Add(x, y, tracer->Sample(x, y, i));
+          film.TileSamples(tile) = pass.end;
           const PathCounters& after = tracer->Counters();
           std::atomic_ref(statistics_.cameraRays) += after.cameraRays - before.cameraRays;
           std::atomic_ref(statistics_.shadowRays) += after.shadowRays - before.shadowRays;
           std::atomic_ref(statistics_.bounceRays) += after.bounceRays - before.bounceRays;
           std::atomic_ref(statistics_.volumeSamples) += after.volumeSamples - before.volumeSamples;
-          ++tilesDone_;
+          tileSamplesDone_ += pass.end - pass.begin;
           // The main thread renders too, and speaks for all.
           if (std::this_thread::get_id() != mainThread_) continue;
-          if (TimeIsUp() && pass > 0) outOfTime_ = true;
+          if (TimeIsUp() && pass.begin > 0) outOfTime_ = true;
           if (Seconds() - lastReport_ > 0.2) {
             lastReport_ = Seconds();
-            if (!Report(static_cast<double>(tilesDone_) /
+            if (!Report(static_cast<double>(tileSamplesDone_) /
                         (static_cast<double>(film.NumTiles()) * plan_.samples)))
               control_.stop = true;
           }
@@ -272,32 +293,28 @@ RenderOutcome FrameRender::RunInArena(int threads) {
   statistics_.diceSeconds = world.DiceSeconds();
   statistics_.gridBytes = world.Dicing().vertices * sizeof(GridVertex);
 
-  for (int pass = 0; pass < plan_.samples; ++pass) {
+  for (const Pass& pass : Passes(plan_.samples)) {
     bool isPassDone = false;
     while (!isPassDone) {
-      RunPass(static_cast<std::uint32_t>(pass), film, world);
+      RunPass(pass, film, world);
       const auto& counts = film.AllTileSamples();
-      isPassDone = *std::min_element(counts.begin(), counts.end()) > static_cast<std::uint32_t>(pass);
+      isPassDone = *std::min_element(counts.begin(), counts.end()) >= pass.end;
       if (control_.stop || outOfTime_) break;
       if (control_.writeNow.exchange(false))
         if (const std::string problem = WriteOutput(film); !problem.empty()) trWarning(problem);
     }
     if (control_.stop) return Stop(film);
     if (outOfTime_) break;
-    statistics_.samplesDone = pass + 1;
-    const bool isLast = pass + 1 == plan_.samples;
-    const bool isGoodEnough =
-        settings_.noiseLimit > 0 && pass >= 3 && film.RelativeError() < settings_.noiseLimit;
-    const bool wantsPicture = settings_.writeEveryPass && !isLast && !isGoodEnough &&
-                              (pass == 0 || Seconds() - lastWrite_ > kSecondsBetweenWrites);
-    if (wantsPicture) {
-      if (const std::string problem = WriteOutput(film); !problem.empty()) {
-        trError(problem);
-        return RenderOutcome::kOutputFailed;
-      }
-      if (pass == 0) statistics_.firstPictureSeconds = Seconds() - start_;
+    statistics_.samplesDone = static_cast<int>(pass.end);
+    if (settings_.noiseLimit > 0 && pass.end >= 4 && film.RelativeError() < settings_.noiseLimit) break;
+    const bool isFirst = pass.begin == 0, isLast = statistics_.samplesDone == plan_.samples;
+    if (!settings_.writeEveryPass || isLast || !(isFirst || Seconds() - lastWrite_ > kSecondsBetweenWrites))
+      continue;
+    if (const std::string problem = WriteOutput(film); !problem.empty()) {
+      trError(problem);
+      return RenderOutcome::kOutputFailed;
     }
-    if (isGoodEnough) break;
+    if (isFirst) statistics_.firstPictureSeconds = Seconds() - start_;
   }
   if (const std::string problem = WriteOutput(film); !problem.empty()) {
     trError(problem);

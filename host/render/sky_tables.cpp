@@ -54,6 +54,7 @@ void SkyTables::BuildTransmittance(const std::vector<trAtmosShader*>& volumes, t
   }
   if (volumes.empty() || !std::isfinite(outer_)) return;
   symmetric_ = true;
+  horizon_ = SafeSqrt(outer_ * outer_ - inner_ * inner_);
 
   transmittance_.assign(kHeights * kAngles, trFCol(1.0f));
   tbb::parallel_for(0, kHeights, [&](int row) {
@@ -89,32 +90,31 @@ void SkyTables::BuildTransmittance(const std::vector<trAtmosShader*>& volumes, t
 
 trFCol SkyTables::Transmittance(const trVector& point, const trVector& direction, double radius) const {
   const trVector fromCentre = point - centre_;
-  double r = fromCentre.Length();
-  double mu = Dot(fromCentre, direction) / std::fmax(r, 1.0);
-  if (r > outer_) {
+  double r2 = fromCentre.LengthSquared();
+  double along = Dot(fromCentre, direction);  // r cos(angle)
+  if (r2 > outer_ * outer_) {
     // From outside: start where the ray enters, or leave it clear.
-    const double b = r * mu, discriminant = b * b - r * r + outer_ * outer_;
-    if (b >= 0 || discriminant <= 0) return trFCol(1.0f);
-    const double enter = -b - std::sqrt(discriminant);
-    mu = (r * mu + enter) / outer_;
-    r = outer_;
+    const double discriminant = along * along - r2 + outer_ * outer_;
+    if (along >= 0 || discriminant <= 0) return trFCol(1.0f);
+    along = -std::sqrt(discriminant);
+    r2 = outer_ * outer_;
   }
-  r = std::fmax(r, inner_);
+  r2 = std::fmax(r2, inner_ * inner_);
+  const double rho = std::sqrt(r2 - inner_ * inner_);  // to the ball's horizon
 
-  // The part of the disc above the ball's horizon.
-  const double horizonCosine = -SafeSqrt(1 - (inner_ / r) * (inner_ / r));
-  const double above =
-      (mu - horizonCosine) / std::fmax(radius, 1e-4) / std::sqrt(1 - horizonCosine * horizonCosine + 1e-9);
-  if (above <= -1) return {};
-  const float visible = static_cast<float>(SmoothStep(0.5 * (above + 1)));
-  mu = std::fmax(mu, horizonCosine);
-
-  const double horizon = SafeSqrt(outer_ * outer_ - inner_ * inner_), rho = SafeSqrt(r * r - inner_ * inner_);
-  const double d = std::fmax(0.0, -r * mu + SafeSqrt(r * r * (mu * mu - 1) + outer_ * outer_));
-  const double shortest = outer_ - r, longest = rho + horizon;
+  // The part of the disc above that horizon: the angle over it, as a share of the disc's radius.
+  float visible = 1;
+  const double over = (along + rho) / (std::fmax(radius, 1e-4) * inner_);
+  if (over < 1) {
+    if (over <= -1) return {};
+    visible = static_cast<float>(SmoothStep(0.5 * (over + 1)));
+    along = std::fmax(along, -rho);
+  }
+  const double d = std::fmax(0.0, SafeSqrt(along * along - r2 + outer_ * outer_) - along);
+  const double shortest = outer_ - std::sqrt(r2), longest = rho + horizon_;
   float tr, ta;
-  const int row = Locate(rho / horizon, kHeights, tr);
-  const int column = Locate((d - shortest) / std::fmax(longest - shortest, 1e-6), kAngles, ta);
+  const int row = Locate(rho / horizon_, kHeights, tr);
+  const int column = Locate((d - shortest) / (longest - shortest + 1e-6), kAngles, ta);
   const trFCol* t = &transmittance_[row * kAngles + column];
   return Mix(Mix(t[0], t[1], ta), Mix(t[kAngles], t[kAngles + 1], ta), tr) * visible;
 }

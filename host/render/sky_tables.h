@@ -30,6 +30,10 @@ class OV_API SkyTables {
   /// What of a light in `direction`, of angular radius `radius`, reaches `point`; the ball inside the volumes
   /// blocks it. Only for symmetric volumes. Thread-safe.
   trFCol Transmittance(const trVector& point, const trVector& direction, double radius) const;
+  /// Away from the volumes' centre; +y where there is none.
+  trVector Up(const trVector& point) const {
+    return symmetric_ ? Normalised(point - centre_) : trVector(0, 1, 0);
+  }
   /// Twice the mean sky radiance from above and from below. Thread-safe.
   void Enviro(const trVector& point, trFCol& above, trFCol& below) const;
 
@@ -39,7 +43,8 @@ class OV_API SkyTables {
 
   bool symmetric_ = false;
   trVector centre_;
-  double inner_ = 0, outer_ = 0;
+  double inner_ = 0, outer_ = 0;  ///< radii, metres
+  double horizon_ = 0;            ///< longest way from the inner ball's surface to the outer's, metres
   std::vector<trFCol> transmittance_;
   trVector sunAxis_{0, 1, 0}, sideAxis_{1, 0, 0};
   int skyTurns_ = 1;

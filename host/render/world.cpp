@@ -291,7 +291,7 @@ trFCol World::IndirectDiffuse(trRenderState&, const trVector& point, const trVec
   trFCol above, below;
   sky_.Enviro(point, above, below);
   // Half the table's doubled means, by how much of each half space the surface faces.
-  const double up = 0.5 + 0.5 * normal.y;
+  const double up = 0.5 + 0.5 * Dot(normal, sky_.Up(point));
   return (above * static_cast<float>(up) + below * static_cast<float>(1 - up)) * 0.5f * skyOnSurfaces_;
 }
 
