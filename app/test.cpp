@@ -35,7 +35,7 @@ void AddTest(Program& program) {
   auto options = std::make_shared<Options>();
   CLI::App* command = program.Add("test", "Run the tests of this build; arguments go to ctest",
                                   "ov test -R noise", options, Run);
-  command->prefix_command();
+  command->prefix_command()->fallthrough(false);
   command->callback([&program, options, command] {
     options->arguments = command->remaining();
     program.run = [&program, options] { return Run(program, *options); };

@@ -102,3 +102,8 @@ expect 0 "$OV" press scene.ovd "$node" "Random Seed" -o again.ovd --seed 2
 cmp -s pressed.ovd again.ovd || fail "one seed gives two results"
 [ "$(diff scene.ovd pressed.ovd | grep -c '^>')" = 1 ] || fail "the button changed more or less than the seed"
 cmp -s scene.ovd before.ovd || fail "-o left the project changed"
+
+# Arguments of `ov test` go to ctest as they are.
+expect 0 "$OV" test -N -R "^usage_test$" --output-log log
+prints "Total Tests: 1"
+[ -s log ] || fail "no log of ctest"
