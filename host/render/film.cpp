@@ -48,6 +48,13 @@ const std::vector<std::string>& LayerNames() {
   return names;
 }
 
+std::uint64_t Film::BytesFor(const PixelRect& area, const std::vector<std::string>& layers) {
+  std::uint64_t stride = kFixedChannels;
+  for (const LayerKind& kind : kLayerKinds)
+    if (std::find(layers.begin(), layers.end(), kind.name) != layers.end()) stride += kind.channels;
+  return static_cast<std::uint64_t>(area.x1 - area.x0) * (area.y1 - area.y0) * stride * sizeof(float);
+}
+
 Film::Film(const PixelRect& area, int fullWidth, int fullHeight, const std::vector<std::string>& layers)
     : area_(area), fullWidth_(fullWidth), fullHeight_(fullHeight) {
   tilesX_ = (area.x1 - area.x0 + kTileSize - 1) / kTileSize;

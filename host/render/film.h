@@ -32,6 +32,9 @@ class OV_API Film {
   /// `layers` are names of LayerNames().
   Film(const PixelRect& area, int fullWidth, int fullHeight, const std::vector<std::string>& layers);
 
+  /// What the sums of such a film take.
+  static std::uint64_t BytesFor(const PixelRect& area, const std::vector<std::string>& layers);
+
   const PixelRect& Area() const { return area_; }
   int NumTiles() const { return tilesX_ * tilesY_; }
   PixelRect TileRect(int tile) const;

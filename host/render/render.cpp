@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <fstream>
 #include <thread>
 
 #include "host/base/log.h"
@@ -32,7 +33,11 @@ double Seconds() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
+/// Memory that programs may still take. What the system's file cache would give back counts.
 std::uint64_t FreeMemory() {
+  std::ifstream in("/proc/meminfo");
+  for (std::string word; in >> word;)
+    if (std::uint64_t kib = 0; word == "MemAvailable:" && in >> kib) return kib << 10;
   return static_cast<std::uint64_t>(sysconf(_SC_AVPHYS_PAGES)) *
          static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
 }
@@ -144,7 +149,7 @@ bool FrameRender::MakePlan() {
   plan_.width = static_cast<int>(width);
   plan_.height = static_cast<int>(height);
   plan_.samples = static_cast<int>(
-      std::clamp<long>(settings_.samples.value_or(static_cast<int>(render->Samples())), 1, 1 << 20));
+      std::clamp<long>(settings_.samples ? *settings_.samples : render->Samples(), 1, 1 << 20));
   plan_.area = settings_.crop.value_or(PixelRect{0, 0, plan_.width, plan_.height});
   plan_.area = {std::max(plan_.area.x0, 0), std::max(plan_.area.y0, 0), std::min(plan_.area.x1, plan_.width),
                 std::min(plan_.area.y1, plan_.height)};
@@ -257,6 +262,13 @@ RenderOutcome FrameRender::RunInArena(int threads) {
   key_ = {settings_.projectHash, settings_.seed,
           settings_.frame,       {plan_.area.x0, plan_.area.y0, plan_.area.x1, plan_.area.y1},
           plan_.width,           plan_.height};
+  // The sums, and about twice as much to make a picture of them.
+  const std::uint64_t budget = settings_.memoryBytes ? settings_.memoryBytes : FreeMemory() / 4 * 3;
+  const std::uint64_t filmBytes = Film::BytesFor(plan_.area, plan_.layers) * 3;
+  if (filmBytes > budget) {
+    trError("The memory limit is too small for the picture's size.");
+    return RenderOutcome::kMemoryLimit;
+  }
   Film film(plan_.area, plan_.width, plan_.height, plan_.layers);
   const std::string checkpoint = CheckpointPath(settings_.output);
   if (settings_.resume != ResumeMode::kNever) {
@@ -277,12 +289,6 @@ RenderOutcome FrameRender::RunInArena(int threads) {
   worldSettings.frame = settings_.frame;
   worldSettings.seed = settings_.seed;
   worldSettings.threads = threads;
-  const std::uint64_t budget = settings_.memoryBytes ? settings_.memoryBytes : FreeMemory() / 4 * 3;
-  const std::uint64_t filmBytes = film.Sums().size() * sizeof(float) * 3;
-  if (filmBytes > budget) {
-    trError("The memory limit is too small for the picture's size.");
-    return RenderOutcome::kMemoryLimit;
-  }
   worldSettings.memoryBytes = budget - filmBytes;
   World world(project_, worldSettings, control_.stop);
   if (!world.Build()) return control_.stop ? Stop(film) : RenderOutcome::kFailed;

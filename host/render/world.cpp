@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <chrono>
 
+#include "host/node/graph_check.h"
 #include "host/node/node_data.h"
 #include "host/project/enviro_light.h"
 #include "host/project/sunlight.h"
@@ -106,6 +107,8 @@ World::~World() { FinishShaders(); }
 
 bool World::Build() {
   ResolveAllLinks(&project_);
+  ReportBrokenLinks(&project_, trWarning);
+  if (ReportShaderRings(&project_) > 0) return false;
   if (!MakeScenes()) return false;
   CollectLights();
   for (const auto& scene : scenes_) CollectVolumes(*scene);
