@@ -164,3 +164,5 @@ void CameraRaysEmbreeAlone(benchmark::State& state) {
 BENCHMARK(CameraRaysEmbreeAlone);
 
 }  // namespace
+
+BENCHMARK_MAIN();

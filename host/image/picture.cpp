@@ -101,14 +101,15 @@ std::string WritePicture(const std::string& path, const Picture& picture, const 
   static PictureEncoder* const encode = Encoder(missing);
   if (!encode) return path + ": " + missing;
   const std::string extension = Extension(path);
-  const bool isExr = extension == "exr", isJpeg = extension == "jpg" || extension == "jpeg";
+  const bool isExr = extension == "exr", isTiff = extension == "tif" || extension == "tiff";
   EncodeJob job;
   job.path = &path;
   job.picture = &picture;
   job.isScene = isExr;
   job.fullFloat = fullFloat;
   job.channels = static_cast<int>(picture.channels.size());
-  if (!isExr) job.channels = std::min(isJpeg ? 3 : 4, job.channels);
+  // Viewers blend transparent pixels with paper white; only TIFF, for compositing, keeps the alpha.
+  if (!isExr) job.channels = std::min(isTiff ? 4 : 3, job.channels);
   const std::vector<float> display =
       isExr ? std::vector<float>() : DisplayPixels(picture, job.channels, view);
   job.pixels = isExr ? picture.pixels.data() : display.data();

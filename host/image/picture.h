@@ -31,7 +31,8 @@ struct ViewTransform {
 OV_API bool IsPicturePath(const std::string& path);
 
 /// Writes atomically. EXR keeps linear values of all channels, half or (`fullFloat`) float; PNG has 8 bits,
-/// TIFF 16, JPEG 8, of the first three or four channels through the view transform and the sRGB curve.
+/// TIFF 16, JPEG 8, of the first three channels through the view transform and the sRGB curve; TIFF
+/// keeps alpha.
 /// Returns an empty text, or why it failed.
 OV_API std::string WritePicture(const std::string& path, const Picture& picture, const ViewTransform& view,
                                 bool fullFloat = false);

@@ -20,6 +20,9 @@ namespace {
 
 constexpr int kMaxLevel = 40;
 constexpr int kLeavesPerTask = 4;
+/// Filter footprint of displacement, as a share of a micropolygon's longest edge. Fractals fade their last
+/// octaves out well before the footprint, and edges are shorter than the longest.
+constexpr double kFootprint = 0.5;
 
 /// A base point as a key: its bits, mixed. 64 bits over some ten million points: a clash has a chance near
 /// 1e-6 and would only split a patch too many.
@@ -61,8 +64,8 @@ struct Displacer {
     si_.Random() = {KeyOf(base) ^ settings_.seed};
     // The footprint depends on the undisplaced point alone, so every patch that shares a vertex gives it the
     // same one.
-    si_.SmoothSize() = FootprintAt(settings_.view, settings_.edgePixels,
-                                   (SurfacePoint(world) - settings_.view.eye).Length());
+    si_.SmoothSize() = kFootprint * FootprintAt(settings_.view, settings_.edgePixels,
+                                                (SurfacePoint(world) - settings_.view.eye).Length());
     mesh_.material->GeometryDisplace(state_);
     if (!std::isfinite(si_.P().LengthSquared())) si_.P() = world;
     return si_;

@@ -9,6 +9,8 @@ namespace ovhost {
 namespace {
 
 constexpr double kPi = 3.14159265358979;
+/// Filter footprint of a camera sample, in pixels: the samples of a pixel average what is finer than it.
+constexpr double kPixelFootprint = 0.5;
 /// Footprint of a diffuse bounce, as a share of the distance: detail finer than this averages out over the
 /// hemisphere.
 constexpr double kBounceFootprint = 0.02;
@@ -136,7 +138,9 @@ void PathTracer::ShadeHit(const SurfaceHit& hit, const trVector& origin, const t
   if (mesh.material->geometryShader) mesh.material->geometryShader->DisplaceTS(si_);
 
   si_.Eye() = origin + world_.View().eye;
-  si_.P() = si_.Ph() = surface.world;
+  si_.Ph() = si_.Pg();
+  si_.Ptg() = si_.Pt();
+  si_.P() = surface.world;
   si_.Pt() = texture + patch.textureOrigin;
   si_.N() = si_.Ni() = normal;
   si_.Nt() = Normalised(textureNormal);
@@ -195,7 +199,7 @@ CameraSample PathTracer::Sample(int x, int y, std::uint32_t index) {
   trVector direction = Normalised(view.forward + view.right * (sx * view.tanHalfHorizontal) +
                                   view.up * (sy * view.tanHalfVertical));
   trVector origin;
-  double nearest = view.nearClip, footprintAngle = view.PixelAngularSize();
+  double nearest = view.nearClip, footprintAngle = kPixelFootprint * view.PixelAngularSize();
 
   CameraSample result;
   trFCol throughput(1.0f);

@@ -40,7 +40,6 @@ OIIO::ImageSpec DisplaySpec(const EncodeJob& job, const std::string& format) {
   OIIO::ImageSpec spec(job.picture->width, job.picture->height, job.channels,
                        format == "tiff" ? OIIO::TypeDesc::UINT16 : OIIO::TypeDesc::UINT8);
   spec.attribute("oiio:ColorSpace", "sRGB");
-  spec.attribute("oiio:UnassociatedAlpha", 1);
   if (format == "jpeg") spec.attribute("Compression", "jpeg:95");
   return spec;
 }
