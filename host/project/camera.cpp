@@ -30,6 +30,10 @@ void trCameraNode::OnParamChanged(long index, trBase* who) {
   SetParamGuiEnabled("film_aperture", lensMode_ == 1);
 }
 
+bool trCameraNode::IsAtItsTarget() const {
+  return useTarget_ && (target_ - position_).LengthSquared() < 1e-18;
+}
+
 trView trCameraNode::View(int width, int height) const {
   trView view;
   view.eye = position_;
@@ -43,7 +47,7 @@ trView trCameraNode::View(int width, int height) const {
   view.tanHalfVertical = view.tanHalfHorizontal * height / width;
 
   const trVector towards = target_ - position_;
-  if (useTarget_ && towards.Length() > 1e-9) {
+  if (useTarget_ && !IsAtItsTarget()) {
     view.forward = Normalised(towards);
     const trVector vertical = std::fabs(view.forward.y) < 0.999999 ? trVector(0, 1, 0) : trVector(0, 0, -1);
     view.right = Normalised(Cross(view.forward, vertical));

@@ -14,6 +14,8 @@ class OV_API trCameraNode : public trBase {
   /// The view of a picture of this size, pixels square. A target at the camera's own place, or straight above
   /// or below, still gives a proper frame.
   trView View(int width, int height) const;
+  /// Whether it should look at a point that is its own place, and so can't.
+  bool IsAtItsTarget() const;
   const trVector& Position() const { return position_; }
 
  private:

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <new>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -20,9 +21,15 @@ namespace {
 
 constexpr int kMaxLevel = 40;
 constexpr int kLeavesPerTask = 4;
+constexpr int kMaxCoarsenings = 16;
 /// Filter footprint of displacement, as a share of a micropolygon's longest edge. Fractals fade their last
 /// octaves out well before the footprint, and edges are shorter than the longest.
 constexpr double kFootprint = 0.5;
+
+/// What lies outside the view only throws shadows and light into it: as many times coarser than what is seen,
+/// and never finer than the second figure, radians a pixel, however long the lens.
+constexpr double kCoarserOutOfView = 12;
+constexpr double kFinestOutOfView = 0.003;
 
 /// A base point as a key: its bits, mixed. 64 bits over some ten million points: a clash has a chance near
 /// 1e-6 and would only split a patch too many.
@@ -95,8 +102,11 @@ class Refiner {
     frustum_ = FrustumPlanes(settings.view);
   }
 
-  std::vector<Node> Leaves(double edgePixels, std::uint64_t& displacements) {
-    std::vector<Node> front, leaves;
+  /// False where there would be more than `maxLeaves`.
+  bool FindLeaves(double edgePixels, std::uint64_t maxLeaves, std::vector<Node>& leaves,
+                  std::uint64_t& displacements) {
+    leaves.clear();
+    std::vector<Node> front;
     for (std::uint32_t quad = 0; quad < mesh_.quadCorners.size() / 4; ++quad) {
       front.push_back({quad, 0, 0, 1, 0, {}});
       EvaluateNode(front.back());
@@ -105,10 +115,11 @@ class Refiner {
     while (!front.empty() && !Stopped()) {
       std::vector<Node> next;
       for (const Node& node : front) (NeedsSplit(node, edgePixels) ? next : leaves).push_back(node);
+      if (leaves.size() + next.size() * 4 > maxLeaves) return false;
       front = Split(next, displacements);
     }
     Balance(leaves, displacements);
-    return leaves;
+    return leaves.size() <= maxLeaves;
   }
 
  private:
@@ -167,14 +178,15 @@ class Refiner {
     for (int i = 0; i < 4; ++i) distance = std::fmin(distance, (d[i] - eye).Length());
     const double radius = edge * 0.75;
     const double nearest = std::fmax(distance - radius * 0.5, settings_.view.nearClip + 0.25 * radius);
-    double pixels = edge / kPatchSide / (nearest * settings_.view.PixelAngularSize());
+    const double pixelAngle = settings_.view.PixelAngularSize();
+    double pixels = edge / kPatchSide / (nearest * pixelAngle);
 
     // Seen along the surface an edge is foreshortened; relief makes up for some of that.
     const trVector normal = Normalised(Cross(d[2] - d[0], d[3] - d[1]));
     const double facing = std::fabs(Dot(normal, Normalised(d[4] - eye)));
     pixels *= std::clamp(std::sqrt(facing) * 1.3, 0.35, 1.0);
     if (distance > radius && !InView(d[4], radius * 1.5))
-      pixels /= 12;
+      pixels *= pixelAngle / std::fmax(kCoarserOutOfView * pixelAngle, kFinestOutOfView);
     else if (IsBehindHorizon(d[4], radius))
       pixels /= 8;
     return pixels > edgePixels;
@@ -379,13 +391,14 @@ bool Dice(GridMesh& mesh, const DiceSettings& settings, trRenderServices& servic
           DiceStatistics& statistics) {
   Refiner refiner(mesh, settings, services);
   double edgePixels = settings.edgePixels;
-  std::vector<Node> leaves = refiner.Leaves(edgePixels, statistics.displacements);
-  while (settings.maxVertices && leaves.size() * kPatchVertices > settings.maxVertices &&
-         statistics.coarsened < 16) {
+  const std::uint64_t maxLeaves = settings.maxVertices ? settings.maxVertices / kPatchVertices : ~0ull;
+  int coarsened = 0;
+  std::vector<Node> leaves;
+  while (!refiner.FindLeaves(edgePixels, maxLeaves, leaves, statistics.displacements)) {
+    if (++coarsened > kMaxCoarsenings) throw std::bad_alloc();
     edgePixels *= 2;
-    ++statistics.coarsened;
-    leaves = refiner.Leaves(edgePixels, statistics.displacements);
   }
+  statistics.coarsened = std::max(statistics.coarsened, coarsened);
   mesh.patches.reserve(leaves.size());
   for (const Node& leaf : leaves) mesh.patches.push_back({leaf.quad, leaf.u, leaf.v, leaf.size, {}});
   leaves = {};

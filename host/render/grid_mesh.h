@@ -66,12 +66,12 @@ struct DiceSettings {
 
 struct DiceStatistics {
   std::uint64_t vertices = 0, displacements = 0, patches = 0;
-  int coarsened = 0;  ///< how often the edge length was doubled to stay under maxVertices
+  int coarsened = 0;  ///< how often a mesh's edge length was doubled to stay under maxVertices
 };
 
 /// Cuts the scene's surface into patches for the view, displaces every vertex, and smooths the normals. False
 /// when it was stopped. Uses all workers of the caller's TBB arena; the result doesn't depend on how many
-/// there are.
+/// there are. Throws std::bad_alloc where even the coarsest surface has more vertices than allowed.
 OV_API bool Dice(GridMesh& mesh, const DiceSettings& settings, trRenderServices& services,
                  DiceStatistics& statistics);
 

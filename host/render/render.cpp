@@ -178,6 +178,10 @@ bool FrameRender::MakePlan() {
     plan_.view.tanHalfVertical = plan_.view.tanHalfHorizontal * plan_.height / plan_.width;
   } else {
     plan_.view = camera->View(plan_.width, plan_.height);
+    if (camera->IsAtItsTarget()) {
+      const trScopedErrorsWarningsContext cameraContext(camera);
+      trWarning("The camera stands at its target; it looks along its rotation instead.");
+    }
   }
   return MakeLayers();
 }
@@ -294,6 +298,8 @@ RenderOutcome FrameRender::RunInArena(int threads) {
   if (!world.Build()) return control_.stop ? Stop(film) : RenderOutcome::kFailed;
   if (world.Meshes().empty()) trWarning("The project has no object to render; only the sky will show.");
   if (world.Suns().empty()) trWarning("The project has no light.");
+  if (const trBase* object = world.ObjectAroundEye())
+    trWarning("The camera is inside " + object->NameAndPath() + ", below its surface.");
   statistics_.vertices = world.Dicing().vertices;
   statistics_.displacements = world.Dicing().displacements;
   statistics_.diceSeconds = world.DiceSeconds();

@@ -240,6 +240,19 @@ void World::FinishShaders() {
   started_.clear();
 }
 
+const trBase* World::ObjectAroundEye() const {
+  if (accel_->IsEmpty()) return nullptr;
+  for (const auto& mesh : meshes_) {
+    const trVector up = View().eye - mesh->scene->GetTransform().forward.Translation();
+    const trVector direction = up.Length() > 0 ? Normalised(up) : trVector(0, 1, 0);
+    SurfaceHit hit;
+    if (accel_->Intersect({}, direction, 0, FarDistance(), hit) && hit.mesh == mesh.get() &&
+        Dot(hit.faceNormal, direction) > 0)
+      return mesh->node;
+  }
+  return nullptr;
+}
+
 // --- Services
 // -------------------------------------------------------------------------------------------------------
 

@@ -91,6 +91,8 @@ class World final : public trRenderServices {
   const trFCol& SkyOnSurfaces() const { return skyOnSurfaces_; }
   const DiceStatistics& Dicing() const { return dicing_; }
   const std::vector<std::unique_ptr<GridMesh>>& Meshes() const { return meshes_; }
+  /// The object that the eye is inside of, below its displaced surface, or null.
+  const trBase* ObjectAroundEye() const;
   double DiceSeconds() const { return diceSeconds_; }
   /// Where a ray that hits nothing ends: past every volume.
   double FarDistance() const { return 1e9; }
