@@ -15,6 +15,8 @@ constexpr double kPixelFootprint = 0.5;
 /// hemisphere.
 constexpr double kBounceFootprint = 0.02;
 
+/// Smallest chance of a path to go on.
+constexpr double kLeastSurvival = 0.3;
 /// Share of the open sky taken to be seen from the end of a path: the tabulated light knows no terrain.
 constexpr float kDeepVisibility = 0.7f;
 /// Two samples of a pixel whose surfaces are this close, as a share of the distance, have the same air before
@@ -76,6 +78,8 @@ trAtomicIntegrator::Result PathTracer::Air(const trVector& origin, const trVecto
   ray.origin = origin;
   ray.end = origin + direction * distance;
   ray.depth = depth;
+  // What a diffuse bounce sees is averaged over the hemisphere: few samples do.
+  ray.quality = depth == 1 ? 1.0 : 0.0;
   ray.pixelAngularSize = world_.View().PixelAngularSize();
   integrator_.Begin(state_);
   const trAtomicIntegrator::Result result = integrator_.Integrate(state_, world_.Volumes());
@@ -262,16 +266,14 @@ CameraSample PathTracer::Sample(int x, int y, std::uint32_t index) {
                   world_.IndirectDiffuse(state_, surface.world, surface.normal) * kDeepVisibility);
     }
 
-    // Go on by a diffuse bounce; beyond the first, roulette by what the path still carries.
+    // Go on by a diffuse bounce; roulette by what the path still carries, so that dark ground costs less.
     if (isLast || world_.SkyOnSurfaces().IsBlack()) break;
     throughput *= surface.diffuse;
     if (isDirectlySeen) throughput *= world_.SkyOnSurfaces();
     const tr2Vector bounce = sampler.Next();
-    if (depth > 1) {
-      const double survive = std::min(0.95, static_cast<double>(throughput.MaxChannel()) * 2);
-      if (survive <= 0 || sampler.Next().x >= survive) break;
-      throughput *= static_cast<float>(1 / survive);
-    }
+    const double survive = std::clamp(3.0 * throughput.MaxChannel(), kLeastSurvival, 1.0);
+    if (survive < 1 && sampler.Next().x >= survive) break;
+    throughput *= static_cast<float>(1 / survive);
     if (throughput.MaxChannel() <= 0) break;
     direction = CosineDirection(surface.normal, bounce);
     if (Dot(direction, surface.face) <= 0) break;

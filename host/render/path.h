@@ -9,7 +9,7 @@ namespace ovhost {
 
 /// Samples of a pixel, numbered from a multiple of this on, that share the integrals of the air in front of
 /// them.
-constexpr std::uint32_t kSamplesSharingAir = 4;
+constexpr std::uint32_t kSamplesSharingAir = 8;
 
 struct PathSettings {
   int maxBounces = 1;

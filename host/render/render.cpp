@@ -120,6 +120,7 @@ class FrameRender {
   RenderControl& control_;
   RenderStatistics& statistics_;
   double start_;
+  trRenderNode defaults_;
   Plan plan_;
   CheckpointKey key_;
   std::atomic<std::uint64_t> tileSamplesDone_{0};
@@ -130,11 +131,14 @@ class FrameRender {
 };
 
 bool FrameRender::MakePlan() {
-  const auto* render = FindNode<trRenderNode>(project_, settings_.renderNode);
-  if (!render) {
-    trError(settings_.renderNode.empty() ? "The project has no render node."
-                                         : "There is no render node '" + settings_.renderNode + "'.");
+  const trRenderNode* render = FindNode<trRenderNode>(project_, settings_.renderNode);
+  if (!render && !settings_.renderNode.empty()) {
+    trError("There is no render node '" + settings_.renderNode + "'.");
     return false;
+  }
+  if (!render) {
+    trWarning("The project has no render node; the defaults of a new one hold.");
+    render = &defaults_;
   }
   plan_.context = render;
   const trScopedErrorsWarningsContext context(render);
