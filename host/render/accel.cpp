@@ -32,6 +32,13 @@ RTCRay MakeRay(const trVector& origin, const trVector& direction, double nearest
   return ray;
 }
 
+/// Embree takes finite rays within single precision only.
+bool CanBeTraced(const trVector& origin, const trVector& direction) {
+  constexpr double kFarthest = 1e15;
+  return std::fabs(origin.x) + std::fabs(origin.y) + std::fabs(origin.z) < kFarthest &&
+         direction.LengthSquared() < kFarthest;
+}
+
 }  // namespace
 
 struct Accel::Impl {
@@ -87,6 +94,7 @@ bool Accel::IsEmpty() const { return impl_->meshes.empty(); }
 
 bool Accel::Intersect(const trVector& origin, const trVector& direction, double nearest, double farthest,
                       SurfaceHit& hit) const {
+  if (!CanBeTraced(origin, direction)) return false;
   RTCRayHit query{};
   query.ray = MakeRay(origin, direction, nearest, farthest, kVisible);
   query.hit.geomID = RTC_INVALID_GEOMETRY_ID;
@@ -105,6 +113,7 @@ bool Accel::Intersect(const trVector& origin, const trVector& direction, double 
 
 bool Accel::Occluded(const trVector& origin, const trVector& direction, double nearest,
                      double farthest) const {
+  if (!CanBeTraced(origin, direction)) return false;
   RTCRay ray = MakeRay(origin, direction, nearest, farthest, kShadow);
   RTCIntersectContext context;
   rtcInitIntersectContext(&context);

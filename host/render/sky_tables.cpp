@@ -14,6 +14,8 @@ namespace {
 /// Rays averaged for one entry: the volumes place their samples at random.
 constexpr int kTransmittanceDraws = 6;
 constexpr int kSkyDirections = 24;
+/// Air that reaches further isn't tabulated, metres.
+constexpr double kFarthest = 1e12;
 
 unsigned ThreadIndex() {
   return static_cast<unsigned>(std::max(0, tbb::this_task_arena::current_thread_index()));
@@ -23,7 +25,7 @@ double SafeSqrt(double x) { return std::sqrt(std::fmax(x, 0)); }
 
 /// Splits a coordinate of a table of n entries into an index and a weight of the next.
 int Locate(double x, int n, float& weight) {
-  const double at = std::clamp(x, 0.0, 1.0) * (n - 1);
+  const double at = x > 0 ? std::fmin(x, 1.0) * (n - 1) : 0.0;
   const int index = std::min(static_cast<int>(at), n - 2);
   weight = static_cast<float>(at - index);
   return index;
@@ -52,7 +54,7 @@ void SkyTables::BuildTransmittance(const std::vector<trAtmosShader*>& volumes, t
     inner_ = i ? std::fmin(inner_, inner) : inner;
     outer_ = i ? std::fmax(outer_, outer) : outer;
   }
-  if (volumes.empty() || !std::isfinite(outer_)) return;
+  if (volumes.empty() || !(std::fabs(outer_) + centre_.Length() < kFarthest)) return;
   symmetric_ = true;
   horizon_ = SafeSqrt(outer_ * outer_ - inner_ * inner_);
 

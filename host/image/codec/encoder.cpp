@@ -36,6 +36,19 @@ OIIO::ImageSpec SceneSpec(const EncodeJob& job) {
   return spec;
 }
 
+/// The scene's pixels with what a half can't hold cut to its greatest value: infinities spoil every filter
+/// that compositing puts over them.
+std::vector<float> ScenePixels(const EncodeJob& job, const OIIO::ImageSpec& spec) {
+  constexpr float kGreatestHalf = 65504.0f;
+  const size_t count = static_cast<size_t>(spec.width) * spec.height * job.channels;
+  std::vector<float> pixels(job.pixels, job.pixels + count);
+  for (int c = 0; c < job.channels; ++c)
+    if (spec.channelformat(c) == OIIO::TypeDesc::HALF)
+      for (size_t i = c; i < count; i += job.channels)
+        pixels[i] = std::clamp(pixels[i], -kGreatestHalf, kGreatestHalf);
+  return pixels;
+}
+
 OIIO::ImageSpec DisplaySpec(const EncodeJob& job, const std::string& format) {
   OIIO::ImageSpec spec(job.picture->width, job.picture->height, job.channels,
                        format == "tiff" ? OIIO::TypeDesc::UINT16 : OIIO::TypeDesc::UINT8);
@@ -96,7 +109,9 @@ bool Encode(EncodeJob& job) {
   if (!out->supports("ioproxy")) return job.problem = "the writer can't be kept from the disc", false;
   OIIO::Filesystem::IOVecOutput memory;
   out->set_ioproxy(&memory);
-  if (!Write(*out, *job.path, spec, job.pixels)) return job.problem = out->geterror(), false;
+  const std::vector<float> scene = job.isScene ? ScenePixels(job, spec) : std::vector<float>();
+  if (!Write(*out, *job.path, spec, job.isScene ? scene.data() : job.pixels))
+    return job.problem = out->geterror(), false;
   job.bytes = memory.buffer();
   return true;
 }
