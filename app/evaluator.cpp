@@ -12,29 +12,12 @@
 namespace ovapp {
 namespace {
 
-/// The dark: nothing shines, nothing is hit.
-class DarkServices : public trRenderServices {
- public:
-  int NumLights() const override { return 0; }
-  const trLightState* Light(int) const override { return nullptr; }
-  trFCol Trace(trRenderState&, const trVector&, const trVector&, bool) override { return {}; }
-  trFCol TraceOpacity(trRenderState&, const trVector&, const trVector&) override { return {}; }
-  trFCol DirectDiffuse(trRenderState&, const trVector&, const trVector&) override { return {}; }
-  trFCol IndirectDiffuse(trRenderState&, const trVector&, const trVector&) override { return {}; }
-  void EnviroInAtmosphere(trRenderState&, const trVector&, const trVector&, trFCol& above,
-                          trFCol& below) override {
-    above = below = trFCol();
-  }
-  double SpotSize(const trVector&) const override { return 0; }
-  bool IsPausingOrAborting() const override { return false; }
-};
-
 constexpr size_t kChunk = 256;  // points a thread takes at a time
 
 }  // namespace
 
 struct Evaluator::Worker {
-  DarkServices services;
+  trNoRenderServices services;
   trShadingInterface shading;
   trRenderState state{services, shading};
 };

@@ -1,8 +1,10 @@
 // `ov render`: renders frames of a project to picture files.
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <ctime>
 #include <filesystem>
 
 #include "app/app.h"
@@ -111,6 +113,15 @@ std::optional<ovhost::PixelRect> Crop(const trBase* renderNode, const Options& o
   return options.tile.empty() ? rect : TileRows(options.tile, rect);
 }
 
+/// When a file was last written, as pictures' metadata has it; `otherwise` where that can't be told.
+std::string TimeOfChange(const std::string& path, const std::string& otherwise) {
+  struct stat info;
+  std::tm date;
+  char text[32];
+  if (stat(path.c_str(), &info) != 0 || !gmtime_r(&info.st_mtime, &date)) return otherwise;
+  return std::string(text, std::strftime(text, sizeof text, "%Y:%m:%d %H:%M:%S", &date));
+}
+
 ovhost::RenderSettings Settings(Program& program, const Options& options, Session& session) {
   ovhost::RenderSettings settings;
   settings.renderNode = options.renderNode;
@@ -128,6 +139,7 @@ ovhost::RenderSettings Settings(Program& program, const Options& options, Sessio
                     : options.resume == "require" ? ovhost::ResumeMode::kRequire
                                                   : ovhost::ResumeMode::kAuto;
   settings.sceneName = std::filesystem::path(options.project.path).filename().string();
+  settings.sceneTime = TimeOfChange(options.project.path, settings.sceneTime);
   settings.layers = options.layers;
   for (const std::string& layer : options.layers) {
     const auto& known = ovhost::LayerNames();

@@ -11,19 +11,6 @@
 
 namespace {
 
-class NoServices : public trRenderServices {
- public:
-  int NumLights() const override { return 0; }
-  const trLightState* Light(int) const override { return nullptr; }
-  trFCol Trace(trRenderState&, const trVector&, const trVector&, bool) override { return {}; }
-  trFCol TraceOpacity(trRenderState&, const trVector&, const trVector&) override { return {}; }
-  trFCol DirectDiffuse(trRenderState&, const trVector&, const trVector&) override { return {}; }
-  trFCol IndirectDiffuse(trRenderState&, const trVector&, const trVector&) override { return {}; }
-  void EnviroInAtmosphere(trRenderState&, const trVector&, const trVector&, trFCol&, trFCol&) override {}
-  double SpotSize(const trVector&) const override { return 1; }
-  bool IsPausingOrAborting() const override { return false; }
-};
-
 /// A planet of true size under a 16-octave power fractal, the eye 1500 m up.
 struct Ground {
   Ground() {
@@ -75,7 +62,7 @@ struct Ground {
   ovhost::GridMesh mesh;
   ovhost::DiceSettings settings;
   ovhost::DiceStatistics statistics;
-  NoServices services;
+  trNoRenderServices services;
 };
 
 Ground& DicedGround() {

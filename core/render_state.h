@@ -68,6 +68,23 @@ class OV_API trRenderServices {
   virtual trVoxelLightingSystem* VoxelLighting() { return nullptr; }
 };
 
+/// Services where nothing is rendered: no lights, nothing to hit, nothing between two points. Thread-safe.
+class OV_API trNoRenderServices : public trRenderServices {
+ public:
+  int NumLights() const override { return 0; }
+  const trLightState* Light(int) const override { return nullptr; }
+  trFCol Trace(trRenderState&, const trVector&, const trVector&, bool) override { return {}; }
+  trFCol TraceOpacity(trRenderState&, const trVector&, const trVector&) override { return {}; }
+  trFCol DirectDiffuse(trRenderState&, const trVector&, const trVector&) override { return {}; }
+  trFCol IndirectDiffuse(trRenderState&, const trVector&, const trVector&) override { return {}; }
+  void EnviroInAtmosphere(trRenderState&, const trVector&, const trVector&, trFCol& above,
+                          trFCol& below) override {
+    above = below = trFCol();
+  }
+  double SpotSize(const trVector&) const override { return 0; }
+  bool IsPausingOrAborting() const override { return false; }
+};
+
 /// A thread's ray and shader services. Per-thread state.
 class OV_API trRenderState {
  public:

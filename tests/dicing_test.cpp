@@ -34,19 +34,6 @@ class Ball : public trGeometryShader {
   }
 };
 
-class NoServices : public trRenderServices {
- public:
-  int NumLights() const override { return 0; }
-  const trLightState* Light(int) const override { return nullptr; }
-  trFCol Trace(trRenderState&, const trVector&, const trVector&, bool) override { return {}; }
-  trFCol TraceOpacity(trRenderState&, const trVector&, const trVector&) override { return {}; }
-  trFCol DirectDiffuse(trRenderState&, const trVector&, const trVector&) override { return {}; }
-  trFCol IndirectDiffuse(trRenderState&, const trVector&, const trVector&) override { return {}; }
-  void EnviroInAtmosphere(trRenderState&, const trVector&, const trVector&, trFCol&, trFCol&) override {}
-  double SpotSize(const trVector&) const override { return 1; }
-  bool IsPausingOrAborting() const override { return false; }
-};
-
 struct Planet {
   explicit Planet(double altitude) {
     scene.Init();
@@ -86,7 +73,7 @@ struct Planet {
   ovhost::GridMesh mesh;
   ovhost::DiceSettings settings;
   ovhost::DiceStatistics statistics;
-  NoServices services;
+  trNoRenderServices services;
 };
 
 using PointBits = std::array<std::uint32_t, 3>;

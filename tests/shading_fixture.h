@@ -11,26 +11,13 @@
 #include "host/node/class_pool.h"
 #include "host/node/node_data.h"
 
-class NoRenderServices : public trRenderServices {
- public:
-  int NumLights() const override { return 0; }
-  const trLightState* Light(int) const override { return nullptr; }
-  trFCol Trace(trRenderState&, const trVector&, const trVector&, bool) override { return {}; }
-  trFCol TraceOpacity(trRenderState&, const trVector&, const trVector&) override { return {}; }
-  trFCol DirectDiffuse(trRenderState&, const trVector&, const trVector&) override { return {}; }
-  trFCol IndirectDiffuse(trRenderState&, const trVector&, const trVector&) override { return {}; }
-  void EnviroInAtmosphere(trRenderState&, const trVector&, const trVector&, trFCol&, trFCol&) override {}
-  double SpotSize(const trVector&) const override { return 1; }
-  bool IsPausingOrAborting() const override { return false; }
-};
-
 /// A shading state at `point` with a renderer that has nothing.
 struct Sample {
   explicit Sample(const trVector& point, const trVector& normal = {0, 1, 0}) : state(services, si) {
     si.SetWants(trShadingInterface::kCd | trShadingInterface::kCo);
     si.SetSample(point, normal);
   }
-  NoRenderServices services;
+  trNoRenderServices services;
   trShadingInterface si;
   trRenderState state;
 };

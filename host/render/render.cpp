@@ -1,6 +1,7 @@
 // One frame, from project to picture file.
 #include "host/render/render.h"
 
+#include <sys/resource.h>
 #include <tbb/global_control.h>
 #include <tbb/parallel_for.h>
 #include <tbb/task_arena.h>
@@ -100,6 +101,9 @@ class FrameRender {
     RenderOutcome outcome = RenderOutcome::kFailed;
     arena.execute([&] { outcome = RunInArena(threads); });
     statistics_.seconds = Seconds() - start_;
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    statistics_.peakBytes = static_cast<std::uint64_t>(usage.ru_maxrss) << 10;
     return outcome;
   }
 
@@ -249,6 +253,7 @@ void FrameRender::RunPass(Pass pass, Film& film, World& world) {
 std::string FrameRender::WriteOutput(const Film& film) {
   Picture picture = film.MakePicture();
   picture.metadata = {{"Software", std::string("ovstd ") + OV_VERSION},
+                      {"DateTime", settings_.sceneTime},
                       {"ov:scene", settings_.sceneName},
                       {"ov:frame", ValueToText(trParamValue(settings_.frame))},
                       {"ov:samples", std::to_string(statistics_.samplesDone)},

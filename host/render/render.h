@@ -33,8 +33,11 @@ struct RenderSettings {
   double noiseLimit = 0;          ///< 0: none; stop when the estimated relative error of the picture is below
   bool writeEveryPass = true;     ///< a usable file after each pass
   ResumeMode resume = ResumeMode::kAuto;
-  std::uint64_t projectHash = 0;    ///< of the project as loaded and overridden; ties checkpoints to it
-  std::string sceneName;            ///< for the picture's metadata
+  std::uint64_t projectHash = 0;  ///< of the project as loaded and overridden; ties checkpoints to it
+  std::string sceneName;          ///< for the picture's metadata
+  /// When the scene was last changed, "YYYY:MM:DD hh:mm:ss" in UTC: the picture's date. The time of rendering
+  /// would give the same picture other bytes.
+  std::string sceneTime = "1970:01:01 00:00:00";
   std::vector<std::string> layers;  ///< AOVs written besides beauty and alpha, EXR only; {"all"} for all
 };
 

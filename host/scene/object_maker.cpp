@@ -3,23 +3,6 @@
 
 namespace {
 
-/// Stands in for the renderer where shaders run outside a render: no lights, nothing to hit.
-class NoRender : public trRenderServices {
- public:
-  int NumLights() const override { return 0; }
-  const trLightState* Light(int) const override { return nullptr; }
-  trFCol Trace(trRenderState&, const trVector&, const trVector&, bool) override { return {}; }
-  trFCol TraceOpacity(trRenderState&, const trVector&, const trVector&) override { return {}; }
-  trFCol DirectDiffuse(trRenderState&, const trVector&, const trVector&) override { return {}; }
-  trFCol IndirectDiffuse(trRenderState&, const trVector&, const trVector&) override { return {}; }
-  void EnviroInAtmosphere(trRenderState&, const trVector&, const trVector&, trFCol& above,
-                          trFCol& below) override {
-    above = below = trFCol();
-  }
-  double SpotSize(const trVector&) const override { return 0; }
-  bool IsPausingOrAborting() const override { return false; }
-};
-
 /// Normals of the points: those of the triangles about each, weighted by area. Unit, or zero.
 std::vector<trVector> PointNormals(const trScene& scene) {
   std::vector<trVector> normals(scene.NumPts());
@@ -56,7 +39,7 @@ long juObjectGeneratorOrReader::Make(trScene& scene, Context context) {
 
 void juObjectGeneratorOrReader::MovePointsWithMeshDisplacer(trScene& scene, bool recalculateNormals,
                                                             trShader& shader) {
-  NoRender services;
+  trNoRenderServices services;
   trShadingInterface si;
   trRenderState state(services, si);
   si.SetRenderState(&state);
