@@ -21,7 +21,7 @@ struct PathCounters {
 };
 
 /// One thread's path tracer. Per-thread state.
-class PathTracer {
+class OV_API PathTracer {
  public:
   PathTracer(World& world, const PathSettings& settings);
   ~PathTracer();

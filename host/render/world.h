@@ -62,7 +62,7 @@ struct WorldSettings {
 };
 
 /// Built on one thread inside the render's arena; then read by all.
-class World final : public trRenderServices {
+class OV_API World final : public trRenderServices {
  public:
   World(juProject& project, const WorldSettings& settings, const std::atomic<bool>& stop);
   ~World() override;

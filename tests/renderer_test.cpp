@@ -1,0 +1,221 @@
+// Rendering: the same bytes for any number of threads and after a stop, crops, and light against its formula.
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "host/project/camera.h"
+#include "host/project/project_file.h"
+#include "host/render/path.h"
+#include "host/render/render.h"
+#include "tests/shading_fixture.h"
+
+namespace {
+
+using ovhost::RenderOutcome;
+
+/// Leaves everything to its input, and asks for a stop after so many shadings.
+class StopAfter : public trSurfaceShader {
+ public:
+  long Shade(trShadingInterface& si) override {
+    if (--left == 0 && control) control->stop = true;
+    return trSurfaceShader::Shade(si);
+  }
+  std::atomic<long> left{0};
+  ovhost::RenderControl* control = nullptr;
+};
+
+/// The default project, small.
+class Render : public testing::Test {
+ protected:
+  Render() {
+    if (!ovhost::FindClass("planet")) ovhost::LoadPlugins();
+    project_ = ovhost::NewDefaultProject();
+    folder_ = testing::TempDir() + "/render_test";
+    std::filesystem::remove_all(folder_);
+    std::filesystem::create_directories(folder_);
+    Set("Render", "image_width", 96);
+    Set("Render", "image_height", 64);
+    Set("Render", "samples", 3);
+    Set("Render", "detail", 0.5);
+  }
+  ~Render() override { std::filesystem::remove_all(folder_); }
+
+  void Set(const char* node, const char* param, const trParamValue& value) {
+    trBase* found = project_->NodeByPath(node);
+    ASSERT_TRUE(found && found->SetParam(param, value, trWhoSystem)) << node << "." << param;
+  }
+  /// Lambert ground under a black sky.
+  void MakeBare(float albedo) {
+    trBase* planet = project_->NodeByPath("Planet 01");
+    trBase* ground = planet->CreateChild("lambert_shader");
+    ASSERT_TRUE(ground->SetParam("diffuse_colour", trRgbLinear709(albedo), trWhoSystem));
+    Graph::Link(*planet, "surface_shader", *ground);
+    ASSERT_TRUE(planet->SetParam("atmosphere_shader", "", trWhoSystem));
+    Set("Camera", "position", trVector(0, 2000, 0));
+    Set("Camera", "rotation", trVector(-90, 0, 0));
+    Set("Camera", "field_of_view", 1.0);
+    Set("Render", "max_bounces", 0);
+  }
+
+  ovhost::RenderSettings Settings(const std::string& name) const {
+    ovhost::RenderSettings settings;
+    settings.output = folder_ + "/" + name;
+    settings.projectHash = 7;
+    settings.threads = 2;
+    return settings;
+  }
+  RenderOutcome Run(const ovhost::RenderSettings& settings) {
+    ovhost::RenderControl control;
+    return ovhost::RenderFrame(*project_, settings, control);
+  }
+  static std::string Bytes(const std::string& path) {
+    std::stringstream bytes;
+    bytes << std::ifstream(path, std::ios::binary).rdbuf();
+    return bytes.str();
+  }
+  /// The samples of a picture's pixels, without files.
+  std::vector<ovhost::CameraSample> Trace(int width, int height, int samples = 1) {
+    std::atomic<bool> stop{false};
+    ovhost::WorldSettings settings;
+    settings.view = dynamic_cast<trCameraNode&>(*project_->NodeByPath("Camera")).View(width, height);
+    ovhost::World world(*project_, settings, stop);
+    std::vector<ovhost::CameraSample> result;
+    EXPECT_TRUE(world.Build());
+    ovhost::PathSettings path;
+    path.maxBounces = 1;
+    ovhost::PathTracer tracer(world, path);
+    for (int y = 0; y < height; ++y)
+      for (int x = 0; x < width; ++x)
+        for (int i = 0; i < samples; ++i) result.push_back(tracer.Sample(x, y, i));
+    return result;
+  }
+
+  std::unique_ptr<juProject> project_;
+  std::string folder_;
+};
+
+TEST_F(Render, SameBytesForAnyNumberOfThreads) {
+  std::string first;
+  for (const int threads : {1, 2, 7}) {
+    ovhost::RenderSettings settings = Settings("threads.exr");
+    settings.threads = threads;
+    settings.layers = {"all"};
+    ASSERT_EQ(Run(settings), RenderOutcome::kDone);
+    const std::string bytes = Bytes(settings.output);
+    ASSERT_GT(bytes.size(), 10000u);
+    if (first.empty()) first = bytes;
+    EXPECT_TRUE(bytes == first) << threads << " threads";
+  }
+}
+
+TEST_F(Render, GoesOnAfterAStopToTheSamePicture) {
+  trBase& planet = *project_->NodeByPath("Planet 01");
+  auto* stopper = new StopAfter;
+  ovhost::AttachChild(&planet, stopper, "Stopper");
+  Graph::Link(*stopper, "input_node", *project_->NodeByPath("Planet 01/Compute terrain 01"));
+  Graph::Link(planet, "surface_shader", *stopper);
+  ASSERT_EQ(Run(Settings("whole.exr")), RenderOutcome::kDone);
+
+  const ovhost::RenderSettings settings = Settings("stopped.exr");
+  const std::string checkpoint = settings.output + ".ovcheckpoint";
+  ovhost::RenderControl control;
+  stopper->control = &control;
+  stopper->left = 9000;  // of some 3 times 5000, and as many bounces
+  ASSERT_EQ(ovhost::RenderFrame(*project_, settings, control), RenderOutcome::kStopped);
+  stopper->control = nullptr;
+  ASSERT_TRUE(std::filesystem::exists(checkpoint));
+
+  // Another project's checkpoint, and a damaged one, are of no use.
+  const std::string kept = Bytes(checkpoint);
+  ovhost::RenderSettings other = settings;
+  other.projectHash = 8;
+  other.resume = ovhost::ResumeMode::kRequire;
+  EXPECT_EQ(Run(other), RenderOutcome::kFailed);
+  std::string damaged = kept;
+  damaged[damaged.size() / 2] ^= 1;
+  std::ofstream(checkpoint, std::ios::binary) << damaged;
+  other.projectHash = settings.projectHash;
+  EXPECT_EQ(Run(other), RenderOutcome::kFailed);
+  EXPECT_TRUE(Bytes(checkpoint) == damaged);
+
+  std::ofstream(checkpoint, std::ios::binary) << kept;
+  EXPECT_EQ(Run(other), RenderOutcome::kDone);
+  EXPECT_TRUE(Bytes(settings.output) == Bytes(folder_ + "/whole.exr"));
+  EXPECT_FALSE(std::filesystem::exists(checkpoint));
+}
+
+TEST_F(Render, LambertGroundUnderASun) {
+  const struct {
+    double elevation, strength;
+    float albedo;
+  } rows[] = {{90, 2, 0.5f}, {30, 2, 0.5f}, {60, 3, 0.2f}, {5, 1, 0.8f}, {-5, 2, 0.5f}};
+  for (const auto& row : rows) {
+    MakeBare(row.albedo);
+    Set("Sun", "elevation", row.elevation);
+    Set("Sun", "strength", row.strength);
+    Set("Sun", "angular_diameter", 0.0);
+    Set("Sky light", "enable", 0);
+    const ovhost::CameraSample centre = Trace(3, 3)[4];
+    const double cosine = std::max(0.0, std::sin(row.elevation * 3.14159265358979 / 180));
+    EXPECT_NEAR(centre.beauty.g, row.albedo * row.strength * cosine, 2e-3 * row.strength) << row.elevation;
+    EXPECT_NEAR(centre.depth, 2000, 1);
+    EXPECT_NEAR(centre.albedo.r, row.albedo, 1e-6);
+    // A black sky has nothing to give, however bright the sky light is.
+    Set("Sky light", "enable", 1);
+    const ovhost::CameraSample lit = Trace(3, 3)[4];
+    EXPECT_EQ(lit.beauty.g, lit.direct.g);
+    EXPECT_EQ(lit.direct.g, centre.direct.g);
+  }
+}
+
+TEST_F(Render, FollowsTheSunsCurve) {
+  MakeBare(0.5f);
+  trBase& sun = *project_->NodeByPath("Sun");
+  long elevation = -1;
+  ASSERT_TRUE(sun.FindParam(elevation, "elevation"));
+  sun.Data().params[elevation].curves = {{trAnimationInterpolationMode::kLinear, {{1, 10}, {3, 50}}}};
+  std::string bytes[3];
+  for (const double frame : {1.0, 2.0}) {
+    ovhost::RenderSettings settings = Settings("frame.png");
+    settings.frame = frame;
+    ASSERT_EQ(Run(settings), RenderOutcome::kDone);
+    double value = 0;
+    ASSERT_TRUE(sun.GetParam("elevation", value));
+    EXPECT_DOUBLE_EQ(value, 20 * frame - 10);
+    bytes[static_cast<int>(frame)] = Bytes(settings.output);
+  }
+  EXPECT_FALSE(bytes[1] == bytes[2]);
+}
+
+TEST_F(Render, NeverGivesNonsense) {
+  const struct {
+    const char *node, *param;
+    double value;
+  } rows[] = {{"Planet 01/Atmosphere 01", "haze_exp_height", 0},
+              {"Planet 01/Atmosphere 01", "ceiling", -16000},
+              {"Planet 01/Atmosphere 01", "haze_exp_height", 1e300},
+              {"Planet 01/Atmosphere 01", "enviro_light", 1e9},
+              {"Planet 01/Power fractal shader v3 01", "feature_scale", 0},
+              {"Planet 01/Power fractal shader v3 01", "displacement_amplitude", 1e300},
+              {"Planet 01/Compute terrain 01", "gradient_patch_size", 0}};
+  for (const auto& row : rows) {
+    double before = 0;
+    trBase* node = project_->NodeByPath(row.node);
+    ASSERT_TRUE(node && node->GetParam(row.param, before)) << row.node << row.param;
+    Set(row.node, row.param, row.value);
+    for (const auto& sample : Trace(12, 8)) {
+      const float sum = sample.beauty.r + sample.beauty.g + sample.beauty.b + sample.alpha;
+      ASSERT_TRUE(std::isfinite(sum)) << row.node << " " << row.param << " " << row.value;
+    }
+    Set(row.node, row.param, before);
+  }
+}
+
+TEST_F(Render, RefusesShadersThatFeedThemselves) {
+  Graph::Link(*project_->NodeByPath("Planet 01/Power fractal shader v3 01"), "input_node",
+              *project_->NodeByPath("Planet 01/Compute terrain 01"));
+  EXPECT_EQ(Run(Settings("ring.exr")), RenderOutcome::kFailed);
+  EXPECT_FALSE(std::filesystem::exists(folder_ + "/ring.exr"));
+}
+
+}  // namespace
