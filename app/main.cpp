@@ -88,7 +88,8 @@ int main(int argc, char** argv) {
   try {
     ApplyCommonOptions(program.common);
     const int code = program.run();
-    if (std::fflush(stdout) != 0) throw Failure{kOutputFailed, "standard output can't be written"};
+    if (std::fflush(stdout) != 0 || std::ferror(stdout))
+      throw Failure{kOutputFailed, "standard output can't be written"};
     return code;
   } catch (const Failure& failure) {
     return ReportFailure(failure);

@@ -131,10 +131,13 @@ TEST_F(Render, GoesOnAfterAStopToTheSamePicture) {
   other.projectHash = 8;
   other.resume = ovhost::ResumeMode::kRequire;
   EXPECT_EQ(Run(other), RenderOutcome::kFailed);
+  other.projectHash = settings.projectHash;
+  other.camera = "Camera";
+  EXPECT_EQ(Run(other), RenderOutcome::kFailed);
+  other.camera.clear();
   std::string damaged = kept;
   damaged[damaged.size() / 2] ^= 1;
   std::ofstream(checkpoint, std::ios::binary) << damaged;
-  other.projectHash = settings.projectHash;
   EXPECT_EQ(Run(other), RenderOutcome::kFailed);
   EXPECT_TRUE(Bytes(checkpoint) == damaged);
 

@@ -110,6 +110,8 @@ class FrameRender {
  private:
   bool MakePlan();
   bool MakeLayers();
+  /// What makes the sums of two renders differ, besides size, seed and frame.
+  std::uint64_t SceneKey() const;
   RenderOutcome RunInArena(int threads);
   void RunPass(Pass pass, Film& film, World& world);
   bool Report(double fraction);
@@ -270,11 +272,24 @@ RenderOutcome FrameRender::Stop(const Film& film) {
   return RenderOutcome::kOutputFailed;
 }
 
+std::uint64_t FrameRender::SceneKey() const {
+  // FNV-1a over the names, with an end to each.
+  std::uint64_t key = settings_.projectHash;
+  const auto add = [&key](const std::string& name) {
+    for (size_t i = 0; i <= name.size(); ++i)
+      key = (key ^ static_cast<unsigned char>(name.c_str()[i])) * 0x100000001b3ull;
+  };
+  add(settings_.renderNode);
+  add(settings_.camera);
+  for (const std::string& layer : plan_.layers) add(layer);
+  return key;
+}
+
 RenderOutcome FrameRender::RunInArena(int threads) {
   const trScopedErrorsWarningsContext context(plan_.context);
-  key_ = {settings_.projectHash, settings_.seed,
-          settings_.frame,       {plan_.area.x0, plan_.area.y0, plan_.area.x1, plan_.area.y1},
-          plan_.width,           plan_.height};
+  key_ = {SceneKey(),      settings_.seed,
+          settings_.frame, {plan_.area.x0, plan_.area.y0, plan_.area.x1, plan_.area.y1},
+          plan_.width,     plan_.height};
   // The sums, and about twice as much to make a picture of them.
   const std::uint64_t budget = settings_.memoryBytes ? settings_.memoryBytes : FreeMemory() / 4 * 3;
   const std::uint64_t filmBytes = Film::BytesFor(plan_.area, plan_.layers) * 3;
