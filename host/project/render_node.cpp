@@ -19,7 +19,7 @@ trRenderNode::trRenderNode() {
   Param(samples_, "samples", 16, &samplesHint_).Display("Samples per pixel");
   Param(detail_, "detail", 1.0, &detailHint_);
   Param(maxBounces_, "max_bounces", 1, &bouncesHint_);
-  Param(clampIndirect_, "clamp_indirect", 4.0);
+  Param(clampIndirect_, "clamp_indirect", 1.5);
   GuiTab("Film", "film_tab");
   Param(exposure_, "exposure", 0.0, &exposureHint_).Display("Exposure in stops");
   Param(softClip_, "soft_clip", 1).Display("Roll off highlights");
