@@ -13,7 +13,7 @@ constexpr std::uint32_t kSamplesSharingAir = 8;
 
 struct PathSettings {
   int maxBounces = 1;
-  float clampIndirect = 4;  ///< largest luminance an indirect path may add; 0 for no limit
+  float clampIndirect = 1.5f;  ///< largest luminance an indirect path may add; 0 for no limit
 };
 
 struct PathCounters {
