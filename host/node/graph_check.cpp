@@ -92,7 +92,7 @@ long ReportBrokenLinks(trBase* root, void (*report)(const trString&)) {
       const trScopedErrorsWarningsContext context(node, &name);
       if (const trBase* other = link.LinkedNode(false))
         report("the link to " + other->NameAndPath() + " is of the wrong kind: " + link.RequiredFact() +
-                " isn't true of it");
+               " isn't true of it");
       else
         report("the link \"" + link.FileStringR() + "\" leads to no node");
     }
