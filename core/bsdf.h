@@ -23,7 +23,10 @@ class trBsdf {
   int NumLobes() const { return count_; }
   const trLobe& Lobe(int i) const { return lobes_[i]; }
 
-  void Clear() { *this = trBsdf(); }
+  void Clear() {
+    emission_ = trFCol();
+    count_ = 0;
+  }
   void ClearLobes() { count_ = 0; }
   /// Adds a lobe; one of a kind that is present adds its colour there. Past kMaxLobes kinds it is dropped: 0.
   long AddLobe(const trLobe& lobe) {

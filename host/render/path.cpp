@@ -13,7 +13,7 @@ constexpr double kPi = 3.14159265358979;
 constexpr double kPixelFootprint = 0.5;
 /// Footprint of a diffuse bounce, as a share of the distance: detail finer than this averages out over the
 /// hemisphere.
-constexpr double kBounceFootprint = 0.02;
+constexpr double kBounceFootprint = 0.05;
 
 /// Smallest chance of a path to go on.
 constexpr double kLeastSurvival = 0.3;
@@ -21,7 +21,7 @@ constexpr double kLeastSurvival = 0.3;
 constexpr float kDeepVisibility = 0.7f;
 /// Two samples of a pixel whose surfaces are this close, as a share of the distance, have the same air before
 /// them.
-constexpr double kSharedAirTolerance = 0.02;
+constexpr double kSharedAirTolerance = 0.04;
 
 /// A cosine-weighted direction about `normal` (Malley's method on concentric discs, Shirley and Chiu 1997).
 trVector CosineDirection(const trVector& normal, const tr2Vector& draw) {

@@ -40,12 +40,15 @@ inline std::uint32_t OwenScramble(std::uint32_t x, std::uint32_t seed) {
   return ReverseBits(x);
 }
 
-/// The second Sobol dimension (the first is the bit reversal).
+/// The second Sobol dimension (the first is the bit reversal). Its generator matrix is Pascal's triangle
+/// modulo 2, which factors into five exclusive ors over the reversed bits.
 inline std::uint32_t Sobol1(std::uint32_t index) {
-  std::uint32_t result = 0;
-  for (std::uint32_t v = 1u << 31; index; index >>= 1, v ^= v >> 1)
-    if (index & 1u) result ^= v;
-  return result;
+  std::uint32_t x = ReverseBits(index);
+  x ^= x << 16;
+  x ^= (x & 0x00ff00ffu) << 8;
+  x ^= (x & 0x0f0f0f0fu) << 4;
+  x ^= (x & 0x33333333u) << 2;
+  return x ^ (x & 0x55555555u) << 1;
 }
 
 /// Sample `index` of a pixel; draws pairs for one use after another. Per-thread state.
