@@ -16,7 +16,7 @@ constexpr double kPixelFootprint = 0.5;
 constexpr double kBounceFootprint = 0.05;
 
 /// Smallest chance of a path to go on.
-constexpr double kLeastSurvival = 0.3;
+constexpr double kLeastSurvival = 0.25;
 /// Share of the open sky taken to be seen from the end of a path: the tabulated light knows no terrain.
 constexpr float kDeepVisibility = 0.7f;
 /// Two samples of a pixel whose surfaces are this close, as a share of the distance, have the same air before
@@ -87,15 +87,16 @@ trAtomicIntegrator::Result PathTracer::Air(const trVector& origin, const trVecto
   return result;
 }
 
-trAtomicIntegrator::Result PathTracer::CameraAir(int x, int y, std::uint32_t index, const trVector& direction,
-                                                 double distance) {
-  const std::uint32_t group = index == 0 ? ~0u : index / kSamplesSharingAir;
-  if (x != sharedX_ || y != sharedY_ || group != sharedGroup_) {
-    sharedCount_ = 0;
-    sharedX_ = x;
-    sharedY_ = y;
-    sharedGroup_ = group;
-  }
+void PathTracer::BeginSample(int x, int y, std::uint32_t index) {
+  const std::uint32_t group = index == 0 ? ~0u : index / kSamplesSharing;
+  if (x == sharedX_ && y == sharedY_ && group == sharedGroup_) return;
+  sharedCount_ = cellCount_ = 0;
+  sharedX_ = x;
+  sharedY_ = y;
+  sharedGroup_ = group;
+}
+
+trAtomicIntegrator::Result PathTracer::CameraAir(const trVector& direction, double distance) {
   for (int i = 0; i < sharedCount_; ++i)
     if (std::fabs(sharedAir_[i].distance - distance) <= kSharedAirTolerance * distance)
       return sharedAir_[i].air;
@@ -105,7 +106,7 @@ trAtomicIntegrator::Result PathTracer::CameraAir(int x, int y, std::uint32_t ind
 }
 
 void PathTracer::ShadeHit(const SurfaceHit& hit, const trVector& origin, const trVector& direction,
-                          double footprintAngle, Surface& surface) {
+                          double footprintAngle, bool isCamera, Surface& surface) {
   const GridMesh& mesh = *hit.mesh;
   const Patch& patch = mesh.patches[hit.patch];
   const GridVertex* vertices = &mesh.vertices[static_cast<size_t>(hit.patch) * kPatchVertices];
@@ -120,12 +121,8 @@ void PathTracer::ShadeHit(const SurfaceHit& hit, const trVector& origin, const t
                                vertices + (j + 1) * kPatchStride + i,
                                vertices + (j + 1) * kPatchStride + i + 1};
   const double weights[4] = {(1 - s) * (1 - t), s * (1 - t), (1 - s) * t, s * t};
-  trVector normal, texture, textureNormal;
-  for (int k = 0; k < 4; ++k) {
-    normal += cell[k]->normal.Unpack() * weights[k];
-    texture += trVector(cell[k]->texture) * weights[k];
-    textureNormal += cell[k]->textureNormal.Unpack() * weights[k];
-  }
+  trVector normal;
+  for (int k = 0; k < 4; ++k) normal += cell[k]->normal.Unpack() * weights[k];
   normal = Normalised(normal);
 
   surface.mesh = &mesh;
@@ -133,21 +130,57 @@ void PathTracer::ShadeHit(const SurfaceHit& hit, const trVector& origin, const t
   surface.world = surface.relative + world_.View().eye;
   surface.face = Dot(hit.faceNormal, direction) <= 0 ? hit.faceNormal : -hit.faceNormal;
   surface.footprint = hit.distance * footprintAngle;
+  surface.normal = normal;
+
+  const ShadedCell key{&mesh, hit.patch, j * kPatchStride + i, {}, {}, {}};
+  if (!isCamera || !TakeShadedCell(key, surface)) {
+    trVector texture, textureNormal;
+    for (int k = 0; k < 4; ++k) {
+      texture += trVector(cell[k]->texture) * weights[k];
+      textureNormal += cell[k]->textureNormal.Unpack() * weights[k];
+    }
+    RunShaders(hit, origin, texture + patch.textureOrigin, Normalised(textureNormal), surface);
+    const bool keepsNormal = si_.N() == normal;
+    surface.normal = Normalised(si_.N());
+    if (isCamera && keepsNormal && cellCount_ < static_cast<int>(shadedCells_.size()))
+      shadedCells_[cellCount_++] = {key.mesh,         key.patch,       key.cell,
+                                    surface.emission, surface.diffuse, surface.transmission};
+  }
+  if (!(surface.normal.LengthSquared() > 0.5)) surface.normal = surface.face;
+  if (Dot(surface.normal, surface.face) < 0) surface.normal = -surface.normal;
+}
+
+bool PathTracer::TakeShadedCell(const ShadedCell& key, Surface& surface) const {
+  for (int k = 0; k < cellCount_; ++k) {
+    const ShadedCell& known = shadedCells_[k];
+    if (known.mesh != key.mesh || known.patch != key.patch || known.cell != key.cell) continue;
+    surface.emission = known.emission;
+    surface.diffuse = known.diffuse;
+    surface.transmission = known.transmission;
+    return true;
+  }
+  return false;
+}
+
+void PathTracer::RunShaders(const SurfaceHit& hit, const trVector& origin, const trVector& texture,
+                            const trVector& textureNormal, Surface& surface) {
+  const GridMesh& mesh = *hit.mesh;
+  const Patch& patch = mesh.patches[hit.patch];
 
   // The undisplaced surface under the point.
   const trTransform<double>& transform = mesh.scene->GetTransform();
   const trVector base = transform.Point(
       mesh.BasePoint(patch.quad, patch.u0 + patch.size * hit.u, patch.v0 + patch.size * hit.v));
-  si_.SetSample(base, normal);
+  si_.SetSample(base, surface.normal);
   if (mesh.material->geometryShader) mesh.material->geometryShader->DisplaceTS(si_);
 
   si_.Eye() = origin + world_.View().eye;
   si_.Ph() = si_.Pg();
   si_.Ptg() = si_.Pt();
   si_.P() = surface.world;
-  si_.Pt() = texture + patch.textureOrigin;
-  si_.N() = si_.Ni() = normal;
-  si_.Nt() = Normalised(textureNormal);
+  si_.Pt() = texture;
+  si_.N() = si_.Ni() = surface.normal;
+  si_.Nt() = textureNormal;
   si_.SmoothSize() = surface.footprint;
   si_.Object() = {&mesh.scene->GetTransformForShaders(), mesh.scene};
   si_.SetWants(trShadingInterface::kCd | trShadingInterface::kCo | trShadingInterface::kCe |
@@ -159,9 +192,6 @@ void PathTracer::ShadeHit(const SurfaceHit& hit, const trVector& origin, const t
   surface.emission = FiniteOrBlack(bsdf.Emission());
   surface.diffuse = FiniteOrBlack(bsdf.ColourOf(trLobe::kDiffuseReflection));
   surface.transmission = FiniteOrBlack(bsdf.ColourOf(trLobe::kDiffuseTransmission));
-  surface.normal = Normalised(si_.N());
-  if (!(surface.normal.LengthSquared() > 0.5)) surface.normal = surface.face;
-  if (Dot(surface.normal, surface.face) < 0) surface.normal = -surface.normal;
 }
 
 trFCol PathTracer::DirectLight(const Surface& surface, const tr2Vector& draw) {
@@ -189,6 +219,7 @@ trFCol PathTracer::DirectLight(const Surface& surface, const tr2Vector& draw) {
 }
 
 CameraSample PathTracer::Sample(int x, int y, std::uint32_t index) {
+  BeginSample(x, y, index);
   const trView& view = world_.View();
   const std::uint64_t pixelKey =
       MixBits64(static_cast<std::uint64_t>(y) << 32 | static_cast<std::uint32_t>(x)) ^ world_.Settings().seed;
@@ -214,8 +245,8 @@ CameraSample PathTracer::Sample(int x, int y, std::uint32_t index) {
     const bool isHit = !world_.Rays().IsEmpty() &&
                        world_.Rays().Intersect(origin, direction, nearest, world_.FarDistance(), hit);
     const double distance = isHit ? hit.distance : world_.FarDistance();
-    const trAtomicIntegrator::Result air = depth == 1 ? CameraAir(x, y, index, direction, distance)
-                                                      : Air(origin + view.eye, direction, distance, depth);
+    const trAtomicIntegrator::Result air =
+        depth == 1 ? CameraAir(direction, distance) : Air(origin + view.eye, direction, distance, depth);
     const auto addIndirect = [&](const trFCol& light) {
       const trFCol added = Clamped(FiniteOrBlack(light), settings_.clampIndirect);
       result.beauty += added;
@@ -244,7 +275,7 @@ CameraSample PathTracer::Sample(int x, int y, std::uint32_t index) {
     }
 
     Surface surface;
-    ShadeHit(hit, origin, direction, footprintAngle, surface);
+    ShadeHit(hit, origin, direction, footprintAngle, isDirectlySeen, surface);
     const trFCol direct = surface.emission + DirectLight(surface, sampler.Next());
     if (isDirectlySeen) {
       result.alpha = 1;
@@ -271,7 +302,7 @@ CameraSample PathTracer::Sample(int x, int y, std::uint32_t index) {
     throughput *= surface.diffuse;
     if (isDirectlySeen) throughput *= world_.SkyOnSurfaces();
     const tr2Vector bounce = sampler.Next();
-    const double survive = std::clamp(3.0 * throughput.MaxChannel(), kLeastSurvival, 1.0);
+    const double survive = std::clamp(2.5 * throughput.MaxChannel(), kLeastSurvival, 1.0);
     if (survive < 1 && sampler.Next().x >= survive) break;
     throughput *= static_cast<float>(1 / survive);
     if (throughput.MaxChannel() <= 0) break;

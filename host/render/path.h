@@ -8,8 +8,8 @@
 namespace ovhost {
 
 /// Samples of a pixel, numbered from a multiple of this on, that share the integrals of the air in front of
-/// them.
-constexpr std::uint32_t kSamplesSharingAir = 8;
+/// them and the shading of a micropolygon.
+constexpr std::uint32_t kSamplesSharing = 8;
 
 struct PathSettings {
   int maxBounces = 1;
@@ -42,12 +42,16 @@ class OV_API PathTracer {
   };
 
  private:
+  /// Forgets what samples share, unless this one goes on with the last one's.
+  void BeginSample(int x, int y, std::uint32_t index);
   void ShadeHit(const SurfaceHit& hit, const trVector& origin, const trVector& direction,
-                double footprintAngle, Surface& surface);
+                double footprintAngle, bool isCamera, Surface& surface);
+  /// Runs the surface's network at a hit; `texture` and `textureNormal` are what displacement left.
+  void RunShaders(const SurfaceHit& hit, const trVector& origin, const trVector& texture,
+                  const trVector& textureNormal, Surface& surface);
   trFCol DirectLight(const Surface& surface, const tr2Vector& draw);
   /// The air along a camera ray, taken over from an earlier sample of the pixel where that saw as far.
-  trAtomicIntegrator::Result CameraAir(int x, int y, std::uint32_t index, const trVector& direction,
-                                       double distance);
+  trAtomicIntegrator::Result CameraAir(const trVector& direction, double distance);
   trAtomicIntegrator::Result Air(const trVector& origin, const trVector& direction, double distance,
                                  int depth);
 
@@ -62,8 +66,18 @@ class OV_API PathTracer {
     double distance;
     trAtomicIntegrator::Result air;
   };
-  std::array<SharedAir, kSamplesSharingAir> sharedAir_;
-  int sharedCount_ = 0, sharedX_ = -1, sharedY_ = -1;
+  /// The colours of a micropolygon that an earlier sample of the pixel met.
+  struct ShadedCell {
+    const GridMesh* mesh;
+    std::uint32_t patch;
+    int cell;
+    trFCol emission, diffuse, transmission;
+  };
+  bool TakeShadedCell(const ShadedCell& key, Surface& surface) const;
+
+  std::array<SharedAir, kSamplesSharing> sharedAir_;
+  std::array<ShadedCell, kSamplesSharing> shadedCells_;
+  int sharedCount_ = 0, cellCount_ = 0, sharedX_ = -1, sharedY_ = -1;
   std::uint32_t sharedGroup_ = 0;
 };
 

@@ -28,7 +28,7 @@ constexpr double kMaxPixels = 4e8;
 constexpr double kSecondsBetweenWrites = 3;
 /// Longest edge of a micropolygon at detail 1, pixels. Patches are cut in halves, so edges measure 0.9
 /// to 1.8.
-constexpr double kEdgePixels = 1.8;
+constexpr double kEdgePixels = 2.0;
 
 double Seconds() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
@@ -68,12 +68,12 @@ struct Pass {
   std::uint32_t begin, end;
 };
 
-/// One sample for the first picture, then as many at a time as share the air in front of a pixel.
+/// One sample for the first picture, then as many at a time as share work.
 std::vector<Pass> Passes(int samples) {
   std::vector<Pass> passes;
   const auto end = static_cast<std::uint32_t>(samples);
   for (std::uint32_t i = 0; i < end;) {
-    const std::uint32_t next = i == 0 ? 1 : std::min(end, (i / kSamplesSharingAir + 1) * kSamplesSharingAir);
+    const std::uint32_t next = i == 0 ? 1 : std::min(end, (i / kSamplesSharing + 1) * kSamplesSharing);
     passes.push_back({i, next});
     i = next;
   }
