@@ -138,6 +138,11 @@ class OV_API trRenderState {
   bool IsAProgressiveRenderer() const { return services_.IsProgressiveRenderer(); }
   trVoxelLightingSystem* VoxelLightingSystem() { return services_.VoxelLighting(); }
 
+  /// Tints a diffuse colour, or an emission, as the particle in hand is tinted by whoever placed it; no
+  /// particle, no tint.
+  void ApplyTintToCd(trFCol& colour) const;
+  void ApplyTintToSurfEmit(trFCol& colour) const;
+
   // --- The ray in hand
   // -----------------------------------------------------------------------------------------
   struct Ray {

@@ -1,6 +1,8 @@
 // Nested shader calls of a render state.
 #include "core/render_state.h"
 
+#include "core/scene.h"
+
 namespace {
 
 /// Keeps a thread's shading state and puts it back, on every way out. What a nested call drew, and whether it
@@ -61,4 +63,18 @@ trFCol trRenderState::CallShaderCd(trShader* shader, bool moveTexture, const trV
   const ShadingStateGuard guard(shading_);
   MoveSample(shading_, moveTexture, point, normal);
   return shader->FColValueTS(shading_);
+}
+
+void trRenderState::ApplyTintToCd(trFCol& colour) const {
+  const trShadingObject& object = shading_.Object();
+  if (!object.particle || !object.particleScene) return;
+  if (const trParticleInflator* inflator = object.particleScene->GetParticleInflator())
+    inflator->ApplyTintToCd(*object.particle, colour);
+}
+
+void trRenderState::ApplyTintToSurfEmit(trFCol& colour) const {
+  const trShadingObject& object = shading_.Object();
+  if (!object.particle || !object.particleScene) return;
+  if (const trParticleInflator* inflator = object.particleScene->GetParticleInflator())
+    inflator->ApplyTintToSurfEmit(*object.particle, colour);
 }
