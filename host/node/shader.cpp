@@ -3,6 +3,7 @@
 
 #include <set>
 
+#include "core/idioms.h"
 #include "core/render_state.h"
 #include "host/node/node_data.h"
 
@@ -19,17 +20,11 @@ struct QueryDepth {
 
 /// Runs the shader for its colour only, from black, and puts the state back.
 trFCol ColourOnly(trShader& shader, trShadingInterface& si) {
-  const trShadingInterface saved = si;
+  const trShadingGuard guard(si);
   si.SetWants(trShadingInterface::kCd);
   si.Cutil() = trFCol();
   shader.Shade(si);
-  const trFCol colour = si.Cutil();
-  const trRandomStream random = si.Random();
-  const bool tripped = si.DepthTripped();
-  si = saved;
-  si.Random() = random;
-  if (tripped) si.KeepDepthTripped();
-  return colour;
+  return si.Cutil();
 }
 
 }  // namespace

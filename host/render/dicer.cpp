@@ -64,7 +64,7 @@ struct Displacer {
   }
 
   /// Leaves the displaced sample in the state.
-  const trShadingInterface& Evaluate(std::uint32_t quad, double u, double v) {
+  trShadingInterface& Evaluate(std::uint32_t quad, double u, double v) {
     const trVector base = mesh_.BasePoint(quad, u, v);
     const trVector world = mesh_.scene->GetTransform().Point(base);
     si_.SetSample(world, Normalised(world - mesh_.scene->GetTransform().forward.Translation()));
@@ -318,15 +318,13 @@ void DisplacePatches(GridMesh& mesh, const DiceSettings& settings, trRenderServi
       GridVertex* vertices = &mesh.vertices[i * kPatchVertices];
       for (int row = 0; row < kPatchStride; ++row)
         for (int column = 0; column < kPatchStride; ++column) {
-          const trShadingInterface& si =
-              displacer.Evaluate(patch.quad, patch.u0 + patch.size * column / kPatchSide,
-                                 patch.v0 + patch.size * row / kPatchSide);
-          auto& state = const_cast<trShadingInterface&>(si);
-          if (row == 0 && column == 0) patch.textureOrigin = state.Pt();
+          trShadingInterface& si = displacer.Evaluate(patch.quad, patch.u0 + patch.size * column / kPatchSide,
+                                                      patch.v0 + patch.size * row / kPatchSide);
+          if (row == 0 && column == 0) patch.textureOrigin = si.Pt();
           GridVertex& vertex = vertices[row * kPatchStride + column];
           vertex.point = trFVector(si.P() - settings.view.eye);
-          vertex.texture = trFVector(state.Pt() - patch.textureOrigin);
-          vertex.textureNormal = PackedNormal(state.Nt());
+          vertex.texture = trFVector(si.Pt() - patch.textureOrigin);
+          vertex.textureNormal = PackedNormal(si.Nt());
         }
       ForSnappedVertices(edges[i], [&](int vertex, int onto) { vertices[vertex] = vertices[onto]; });
     }

@@ -1,29 +1,10 @@
 // Nested shader calls of a render state.
 #include "core/render_state.h"
 
+#include "core/idioms.h"
 #include "core/scene.h"
 
 namespace {
-
-/// Keeps a thread's shading state and puts it back, on every way out. What a nested call drew, and whether it
-/// tripped the depth guard, stays.
-class ShadingStateGuard {
- public:
-  explicit ShadingStateGuard(trShadingInterface& si) : si_(si), saved_(si) {}
-  ~ShadingStateGuard() {
-    const trRandomStream random = si_.Random();
-    const bool tripped = si_.DepthTripped();
-    si_ = saved_;
-    si_.Random() = random;
-    if (tripped) si_.KeepDepthTripped();
-  }
-  ShadingStateGuard(const ShadingStateGuard&) = delete;
-  ShadingStateGuard& operator=(const ShadingStateGuard&) = delete;
-
- private:
-  trShadingInterface& si_;
-  const trShadingInterface saved_;
-};
 
 void MoveSample(trShadingInterface& si, bool moveTexture, const trVector* point, const trVector* normal) {
   if (point) {
@@ -43,7 +24,7 @@ trRenderState::trRenderState(trRenderServices& services, trShadingInterface& sha
 trVector trRenderState::CallDisplacement(trShader* shader, bool moveTexture, const trVector* point,
                                          const trVector* normal) {
   if (!shader) return point ? *point : shading_.P();
-  const ShadingStateGuard guard(shading_);
+  const trShadingGuard guard(shading_);
   MoveSample(shading_, moveTexture, point, normal);
   shader->DisplaceTS(shading_);
   return shading_.P();
@@ -60,7 +41,7 @@ trVector trRenderState::CallDisplacementOnPlane(trShader* shader, bool moveTextu
 trFCol trRenderState::CallShaderCd(trShader* shader, bool moveTexture, const trVector* point,
                                    const trVector* normal) {
   if (!shader) return {};
-  const ShadingStateGuard guard(shading_);
+  const trShadingGuard guard(shading_);
   MoveSample(shading_, moveTexture, point, normal);
   return shader->FColValueTS(shading_);
 }
