@@ -4,48 +4,120 @@
 #include "core/colour.h"
 #include "core/vector.h"
 
-/// One lobe. Kind 2 is Lambert reflection, 3 Lambert transmission; the numbers are part of the shaders'
-/// contract.
-struct trLobe {
-  enum Kind : int { kDiffuseReflection = 2, kDiffuseTransmission = 3 };
-  int kind = kDiffuseReflection;
-  trFCol colour;
+class trGeomGroup;
+class trShader;
+
+/// What fills the inside of a transparent surface.
+struct trMedium {
+  double decayDistance = -1;  ///< metres after which white light has the decay tint; negative: no absorption
+  trFCol decayTint{1.0f};
+  double volumeDensity = 0;
+  trFCol volumeColour;
+  trShader* volumeColourFunction = nullptr;  ///< evaluated inside the volume, where not null
+  int method = 0;  ///< 0 hard surface, 1 scatter towards the normal, 2 scatter in all directions
+  const trGeomGroup* group = nullptr;
+  trVector point, textureNormal, eye;  ///< where the surface was met, and from where
 };
 
-/// Emission (radiance) and lobes. A value type: saving, scaling and restoring one is a copy of a few words.
-/// Lobes of one kind and shape are summed, so that a stack of layers doesn't grow the list.
+/// One lobe. The kinds' numbers are part of the shaders' contract.
+struct trLobe {
+  enum Kind : int {
+    kDiffuseReflection = 2,
+    kDiffuseTransmission = 3,
+    kSpecularReflection = 4,
+    kSpecularTransmission = 5,
+    kLight = 1000  ///< light already gathered: `colour` is radiance
+  };
+  int kind = kDiffuseReflection;
+  trFCol colour;  ///< weight of the whole lobe
+
+  // Kinds 4 and 5. Reflectance is base + (edge - base) * Fresnel, per channel.
+  trFCol base, edge;
+  trVector normal;         ///< reflecting normal, on the viewer's side
+  float roughness = 0;     ///< of the microfacets
+  float roughness2 = 0;    ///< square of the highlight roughness
+  float fresnelScale = 0;  ///< (ior - 1) / (ior + 1)
+  float invTweak = 2;
+  float index = 1;          ///< relative index of the far side as met
+  float outerIndex = 1;     ///< the same, 1 or more
+  signed char model = -1;   ///< 0 Blinn, 1 Beckmann OV 2, 2 Beckmann OV 4.5, 3 GGX; -1 for transmission
+  signed char medium = -1;  ///< index of the medium beyond (transmission) or before (reflection); -1 for air
+  unsigned char thin = 0;
+};
+
+/// Emission (radiance) and lobes. A value type: a copy moves only the lobes there are.
 class trBsdf {
  public:
-  static constexpr int kMaxLobes = 8;
+  static constexpr int kMaxLobes = 16, kMaxMedia = 4;
+
+  trBsdf() = default;
+  trBsdf(const trBsdf& other) { *this = other; }
+  trBsdf& operator=(const trBsdf& other) {
+    emission_ = other.emission_;
+    count_ = other.count_;
+    mediaCount_ = other.mediaCount_;
+    for (int i = 0; i < count_; ++i) lobes_[i] = other.lobes_[i];
+    for (int i = 0; i < mediaCount_; ++i) media_[i] = other.media_[i];
+    return *this;
+  }
 
   trFCol& Emission() { return emission_; }
   const trFCol& Emission() const { return emission_; }
   int NumLobes() const { return count_; }
   const trLobe& Lobe(int i) const { return lobes_[i]; }
+  trLobe& Lobe(int i) { return lobes_[i]; }
+  /// The medium of a lobe, or null for air.
+  const trMedium* Medium(const trLobe& lobe) const {
+    return lobe.medium >= 0 && lobe.medium < mediaCount_ ? &media_[static_cast<int>(lobe.medium)] : nullptr;
+  }
 
   void Clear() {
     emission_ = trFCol();
-    count_ = 0;
+    ClearLobes();
   }
-  void ClearLobes() { count_ = 0; }
-  /// Adds a lobe; one of a kind that is present adds its colour there. Past kMaxLobes kinds it is dropped: 0.
-  long AddLobe(const trLobe& lobe) {
-    for (int i = 0; i < count_; ++i)
-      if (lobes_[i].kind == lobe.kind) return lobes_[i].colour += lobe.colour, 1;
-    if (count_ == kMaxLobes) return 0;
-    lobes_[count_++] = lobe;
-    return 1;
+  void ClearLobes() { count_ = mediaCount_ = 0; }
+  /// Appends a lobe. In a full list it is added to the first of its kind, or to the last where there is none.
+  void AddLobe(const trLobe& lobe) {
+    if (count_ < kMaxLobes) {
+      lobes_[count_++] = lobe;
+      return;
+    }
+    int i = 0;
+    while (i < count_ - 1 && lobes_[i].kind != lobe.kind) ++i;
+    lobes_[i].colour += lobe.colour;
   }
-  void AddLambert(const trFCol& colour) { AddLobe({trLobe::kDiffuseReflection, colour}); }
+  /// Keeps a medium for lobes to name; -1 (air) when there is no room.
+  int AddMedium(const trMedium& medium) {
+    if (mediaCount_ == kMaxMedia) return -1;
+    media_[mediaCount_] = medium;
+    return mediaCount_++;
+  }
+  void AddLambert(const trFCol& colour) { AddLobe(Lambert(trLobe::kDiffuseReflection, colour)); }
+  static trLobe Lambert(int kind, const trFCol& colour) {
+    trLobe lobe;
+    lobe.kind = kind;
+    lobe.colour = colour;
+    return lobe;
+  }
   /// Multiplies emission and every lobe, per channel.
   void Scale(const trFCol& factor) {
     emission_ *= factor;
     for (int i = 0; i < count_; ++i) lobes_[i].colour *= factor;
   }
-  /// Adds the emission and lobes of another.
+  /// Adds the emission, and appends the lobes, of another; black lobes are left behind.
   void Add(const trBsdf& other) {
     emission_ += other.emission_;
-    for (int i = 0; i < other.count_; ++i) AddLobe(other.lobes_[i]);
+    int mediumAt[kMaxMedia] = {-1, -1, -1, -1};
+    for (int i = 0; i < other.count_; ++i) {
+      trLobe lobe = other.lobes_[i];
+      if (lobe.colour.IsBlack()) continue;
+      if (const trMedium* medium = other.Medium(lobe)) {
+        int& at = mediumAt[static_cast<int>(lobe.medium)];
+        if (at < 0) at = AddMedium(*medium);
+        lobe.medium = static_cast<signed char>(at);
+      }
+      AddLobe(lobe);
+    }
   }
   /// Sum of the colours of one kind of lobe.
   trFCol ColourOf(int kind) const {
@@ -57,6 +129,7 @@ class trBsdf {
 
  private:
   trFCol emission_;
-  int count_ = 0;
+  int count_ = 0, mediaCount_ = 0;
   trLobe lobes_[kMaxLobes];
+  trMedium media_[kMaxMedia];
 };

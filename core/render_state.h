@@ -16,6 +16,16 @@ struct trView {
   int width = 1, height = 1;
   double nearClip = 0.01;
 
+  /// Where a point of the world lies on the screen: x 0 to 1 from left to right, y 0 to 1 from top to bottom,
+  /// z metres along the view. Points behind the eye lie far off the screen.
+  trVector WPos2SPos(const trVector& point) const {
+    const trVector relative = point - eye;
+    const double depth = Dot(relative, forward);
+    if (!(depth > 1e-12)) return {-1e12, -1e12, depth};
+    return {0.5 + 0.5 * Dot(relative, right) / (depth * tanHalfHorizontal),
+            0.5 - 0.5 * Dot(relative, up) / (depth * tanHalfVertical), depth};
+  }
+
   /// Angle that one pixel subtends at the picture's centre, radians.
   double PixelAngularSize() const { return 2.0 * tanHalfHorizontal / width; }
 };
@@ -65,6 +75,14 @@ class OV_API trRenderServices {
   virtual double SpotSize(const trVector& point) const = 0;
   virtual bool IsPausingOrAborting() const = 0;
   virtual bool IsProgressiveRenderer() const { return false; }
+  virtual bool IsDeferred() const { return true; }
+  virtual int MaxRayDepth() const { return 1; }
+  /// Radiance along a ray inside a surface, and the distance to where it leaves, metres.
+  virtual trFCol TraceInside(trRenderState& state, const trVector& origin, const trVector& direction,
+                             double& distance) {
+    distance = 0;
+    return Trace(state, origin, direction, false);
+  }
   virtual trVoxelLightingSystem* VoxelLighting() { return nullptr; }
 };
 
@@ -104,7 +122,10 @@ class OV_API trRenderState {
                                    const trVector* normal);
   trFCol CallShaderCd(trShader* shader, bool moveTexture, const trVector* point, const trVector* normal);
   /// Clears colour, opacity and alpha results ahead of a nested call.
-  void ResetShadeAttributesCOA() { shading_.ResetResults(); }
+  void ResetShadeAttributesCOA() {
+    shading_.ResetResults();
+    outputs_ = Outputs();
+  }
 
   // --- Light
   // ------------------------------------------------------------------------------------------------------
@@ -155,9 +176,47 @@ class OV_API trRenderState {
     double quality = 1.0;         ///< 0 to 1: how much of the budget this ray deserves
     double pixelAngularSize = 0;  ///< radians
     double pixelFactor = 1.0;
+
+    double spread = 0;                      ///< half angle of the ray's cone, radians
+    double importance = 1;                  ///< 0 to 1: the ray's share in the pixel
+    bool specularOnSurfaces = true;         ///< whether surfaces met reflect at all
+    bool highlights = true;                 ///< whether lights make highlights on surfaces met
+    bool groupCastsShadows = true;          ///< of the geometry group met
+    trVector corners[3];                    ///< corners of the ray's footprint where it met the surface
+    unsigned char flags[4] = {0, 0, 0, 0};  ///< the renderer's own marks of a surface; water clears them
   };
   Ray& CurrentRay() { return ray_; }
   const Ray& CurrentRay() const { return ray_; }
+
+  /// Softens the shadow line of coarse meshes: `reference` is the normal whose lit side counts.
+  struct Terminator {
+    bool enabled = false;
+    float amount = 0;
+    trVector reference;
+  };
+  Terminator& TerminatorInfo() { return terminator_; }
+
+  /// Light that shaders gather themselves, beside the reflection that they leave to the renderer: radiance
+  /// towards the eye.
+  struct Outputs {
+    trFCol highlight, reflection, transmission;
+    void Blend(const trFCol& weight, const Outputs& other, const trFCol& otherWeight) {
+      highlight = highlight * weight + other.highlight * otherWeight;
+      reflection = reflection * weight + other.reflection * otherWeight;
+      transmission = transmission * weight + other.transmission * otherWeight;
+    }
+    trFCol Sum() const { return highlight + reflection + transmission; }
+  };
+  Outputs& ShadeOutputs() { return outputs_; }
+
+  /// Whether a path-tracing integrator follows the lobes that surfaces append; otherwise surfaces trace rays.
+  bool IsDeferred() const { return services_.IsDeferred(); }
+  /// Greatest depth of rays that surfaces may trace.
+  int MaxRayDepth() const { return services_.MaxRayDepth(); }
+  /// Traces a ray inside a surface as TraceColor does, and tells the distance to where it left.
+  trFCol TraceInside(const trVector& origin, const trVector& direction, double& distance) {
+    return services_.TraceInside(*this, origin, direction, distance);
+  }
   /// A unit draw of the render, both ends included.
   double Random() { return shading_.RandDouble(); }
 
@@ -165,6 +224,8 @@ class OV_API trRenderState {
   trRenderServices& services_;
   trShadingInterface& shading_;
   Ray ray_;
+  Terminator terminator_;
+  Outputs outputs_;
 };
 
 /// Settings of global illumination that shaders ask for.

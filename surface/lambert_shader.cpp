@@ -34,6 +34,6 @@ long LambertShader::Shade(trShadingInterface& si) {
   if (translucent_)
     transmitted = translucencyTint_.ToRender() * static_cast<float>(translucencyAmount_) * si.Cutil();
   si.SetShadingToLambert(si.Cutil());
-  si.Bsdf().AddLobe({trLobe::kDiffuseTransmission, transmitted});
+  si.Bsdf().AddLobe(trBsdf::Lambert(trLobe::kDiffuseTransmission, transmitted));
   return 1;
 }
