@@ -78,7 +78,8 @@ struct trParticle {
   long index = 0;  ///< meaningful to the inflator
 };
 
-enum class trSceneVisibilityMode { kVisible = 0, kHoldout = 1, kInvisible = 2 };
+/// What the camera sees of a scene. A holdout hides what is behind it and leaves the picture empty there.
+enum class trSceneVisibilityMode { kInvisible = 0, kVisible = 1, kHoldout = 2 };
 
 /// Mixed into a scene maker that owns particles; tells what stands at each. Thread-safe.
 class OV_API trParticleInflator {

@@ -10,8 +10,6 @@
 namespace ovhost {
 namespace {
 
-constexpr unsigned kVisible = 1, kShadow = 2;
-
 float ToRange(double distance) {
   return distance < std::numeric_limits<float>::max() ? static_cast<float>(distance)
                                                       : std::numeric_limits<float>::infinity();
@@ -44,7 +42,7 @@ bool CanBeTraced(const trVector& origin, const trVector& direction) {
 struct Accel::Impl {
   RTCDevice device = nullptr;
   RTCScene scene = nullptr;
-  std::vector<const GridMesh*> meshes;
+  std::vector<const SurfacePart*> parts;
 };
 
 Accel::Accel() : impl_(std::make_unique<Impl>()) {
@@ -70,11 +68,11 @@ void Accel::Add(const GridMesh& mesh) {
   if (grids)
     for (size_t i = 0; i < mesh.patches.size(); ++i)
       grids[i] = {static_cast<unsigned>(i * kPatchVertices), kPatchStride, kPatchStride, kPatchStride};
-  rtcSetGeometryMask(geometry, kVisible | (mesh.castsShadows ? kShadow : 0));
+  rtcSetGeometryMask(geometry, mesh.rayKinds);
   rtcCommitGeometry(geometry);
-  rtcAttachGeometryByID(impl_->scene, geometry, static_cast<unsigned>(impl_->meshes.size()));
+  rtcAttachGeometryByID(impl_->scene, geometry, static_cast<unsigned>(impl_->parts.size()));
   rtcReleaseGeometry(geometry);
-  impl_->meshes.push_back(&mesh);
+  impl_->parts.push_back(&mesh);
 }
 
 bool Accel::Build() {
@@ -90,20 +88,20 @@ bool Accel::Build() {
   return true;
 }
 
-bool Accel::IsEmpty() const { return impl_->meshes.empty(); }
+bool Accel::IsEmpty() const { return impl_->parts.empty(); }
 
 bool Accel::Intersect(const trVector& origin, const trVector& direction, double nearest, double farthest,
-                      SurfaceHit& hit) const {
+                      SurfaceHit& hit, RayKind kind) const {
   if (!CanBeTraced(origin, direction)) return false;
   RTCRayHit query{};
-  query.ray = MakeRay(origin, direction, nearest, farthest, kVisible);
+  query.ray = MakeRay(origin, direction, nearest, farthest, kind);
   query.hit.geomID = RTC_INVALID_GEOMETRY_ID;
   RTCIntersectContext context;
   rtcInitIntersectContext(&context);
   rtcIntersect1(impl_->scene, &context, &query);
   if (query.hit.geomID == RTC_INVALID_GEOMETRY_ID) return false;
-  hit.mesh = impl_->meshes[query.hit.geomID];
-  hit.patch = query.hit.primID;
+  hit.part = impl_->parts[query.hit.geomID];
+  hit.primitive = query.hit.primID;
   hit.u = query.hit.u;
   hit.v = query.hit.v;
   hit.distance = query.ray.tfar;
@@ -114,7 +112,7 @@ bool Accel::Intersect(const trVector& origin, const trVector& direction, double 
 bool Accel::Occluded(const trVector& origin, const trVector& direction, double nearest,
                      double farthest) const {
   if (!CanBeTraced(origin, direction)) return false;
-  RTCRay ray = MakeRay(origin, direction, nearest, farthest, kShadow);
+  RTCRay ray = MakeRay(origin, direction, nearest, farthest, kShadowRays);
   RTCIntersectContext context;
   rtcInitIntersectContext(&context);
   rtcOccluded1(impl_->scene, &context, &ray);

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "core/scene.h"
+#include "host/render/surface_part.h"
 
 namespace ovhost {
 
@@ -40,14 +40,13 @@ struct Patch {
 };
 
 /// One object's diced surface.
-struct OV_API GridMesh {
-  const trScene* scene = nullptr;
+struct OV_API GridMesh : SurfacePart {
+  GridMesh() : SurfacePart(Kind::kGrid) {}
+
   const trMaterial* material = nullptr;
-  const trBase* node = nullptr;
   std::vector<trVector> quadCorners;  ///< four a root quad, object space: (0,0), (1,0), (1,1), (0,1)
   std::vector<Patch> patches;
   std::vector<GridVertex> vertices;  ///< kPatchVertices a patch, rows of rising v
-  bool castsShadows = true;
 
   /// Point of the base mesh, object space: the bilinear blend of the quad's corners, which on an edge depends
   /// on that edge's ends alone, to the bit and from either side.

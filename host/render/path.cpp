@@ -43,15 +43,12 @@ trVector CosineDirection(const trVector& normal, const tr2Vector& draw) {
          normal * std::sqrt(std::fmax(0, 1 - r * r));
 }
 
-/// Far enough off a micropolygon that a ray doesn't meet it again: single precision of points relative to the
-/// eye.
-double RayOffset(const trVector& relative) {
-  return 1e-4 + 4e-7 * (std::fabs(relative.x) + std::fabs(relative.y) + std::fabs(relative.z));
-}
-
 trFCol FiniteOrBlack(const trFCol& c) {
   return std::isfinite(c.r) && std::isfinite(c.g) && std::isfinite(c.b) ? c : trFCol();
 }
+
+/// How much of what is behind something is hidden by it, of what it lets through.
+float Opacity(const trFCol& transmittance) { return 1 - Luminance(transmittance) / Luminance(trFCol(1.0f)); }
 
 trFCol Clamped(const trFCol& c, float limit) {
   const float luminance = Luminance(c);
@@ -61,7 +58,7 @@ trFCol Clamped(const trFCol& c, float limit) {
 }  // namespace
 
 PathTracer::PathTracer(World& world, const PathSettings& settings)
-    : world_(world), settings_(settings), state_(world, si_) {
+    : world_(world), settings_(settings), hits_(world.View()), state_(world, si_) {
   si_.SetFrame(static_cast<float>(world.Settings().frame));
   si_.SetMainView(&world.View());
   si_.SetThread(static_cast<unsigned>(std::max(0, tbb::this_task_arena::current_thread_index())));
@@ -107,43 +104,15 @@ trAtomicIntegrator::Result PathTracer::CameraAir(const trVector& direction, doub
 
 void PathTracer::ShadeHit(const SurfaceHit& hit, const trVector& origin, const trVector& direction,
                           double footprintAngle, bool isCamera, Surface& surface) {
-  const GridMesh& mesh = *hit.mesh;
-  const Patch& patch = mesh.patches[hit.patch];
-  const GridVertex* vertices = &mesh.vertices[static_cast<size_t>(hit.patch) * kPatchVertices];
-
-  // Blend the vertices of the cell.
-  const double column = std::clamp(hit.u, 0.0, 1.0) * kPatchSide,
-               row = std::clamp(hit.v, 0.0, 1.0) * kPatchSide;
-  const int i = std::min(static_cast<int>(column), kPatchSide - 1),
-            j = std::min(static_cast<int>(row), kPatchSide - 1);
-  const double s = column - i, t = row - j;
-  const GridVertex* cell[4] = {vertices + j * kPatchStride + i, vertices + j * kPatchStride + i + 1,
-                               vertices + (j + 1) * kPatchStride + i,
-                               vertices + (j + 1) * kPatchStride + i + 1};
-  const double weights[4] = {(1 - s) * (1 - t), s * (1 - t), (1 - s) * t, s * t};
-  trVector normal;
-  for (int k = 0; k < 4; ++k) normal += cell[k]->normal.Unpack() * weights[k];
-  normal = Normalised(normal);
-
-  surface.mesh = &mesh;
-  surface.relative = origin + direction * hit.distance;
-  surface.world = surface.relative + world_.View().eye;
-  surface.face = Dot(hit.faceNormal, direction) <= 0 ? hit.faceNormal : -hit.faceNormal;
-  surface.footprint = hit.distance * footprintAngle;
-  surface.normal = normal;
-
-  const ShadedCell key{&mesh, hit.patch, j * kPatchStride + i, {}, {}, {}};
+  hits_.Locate(hit, origin, direction, footprintAngle, surface);
+  const trVector normal = surface.normal;
+  const ShadedCell key{hit.part, hit.primitive, CellOf(hit), {}, {}, {}};
   if (!isCamera || !TakeShadedCell(key, surface)) {
-    trVector texture, textureNormal;
-    for (int k = 0; k < 4; ++k) {
-      texture += trVector(cell[k]->texture) * weights[k];
-      textureNormal += cell[k]->textureNormal.Unpack() * weights[k];
-    }
-    RunShaders(hit, origin, texture + patch.textureOrigin, Normalised(textureNormal), surface);
+    RunShaders(hit, origin, surface);
     const bool keepsNormal = si_.N() == normal;
     surface.normal = Normalised(si_.N());
     if (isCamera && keepsNormal && cellCount_ < static_cast<int>(shadedCells_.size()))
-      shadedCells_[cellCount_++] = {key.mesh,         key.patch,       key.cell,
+      shadedCells_[cellCount_++] = {key.part,         key.patch,       key.cell,
                                     surface.emission, surface.diffuse, surface.transmission};
   }
   if (!(surface.normal.LengthSquared() > 0.5)) surface.normal = surface.face;
@@ -153,7 +122,7 @@ void PathTracer::ShadeHit(const SurfaceHit& hit, const trVector& origin, const t
 bool PathTracer::TakeShadedCell(const ShadedCell& key, Surface& surface) const {
   for (int k = 0; k < cellCount_; ++k) {
     const ShadedCell& known = shadedCells_[k];
-    if (known.mesh != key.mesh || known.patch != key.patch || known.cell != key.cell) continue;
+    if (known.part != key.part || known.patch != key.patch || known.cell != key.cell) continue;
     surface.emission = known.emission;
     surface.diffuse = known.diffuse;
     surface.transmission = known.transmission;
@@ -162,31 +131,11 @@ bool PathTracer::TakeShadedCell(const ShadedCell& key, Surface& surface) const {
   return false;
 }
 
-void PathTracer::RunShaders(const SurfaceHit& hit, const trVector& origin, const trVector& texture,
-                            const trVector& textureNormal, Surface& surface) {
-  const GridMesh& mesh = *hit.mesh;
-  const Patch& patch = mesh.patches[hit.patch];
-
-  // The undisplaced surface under the point.
-  const trTransform<double>& transform = mesh.scene->GetTransform();
-  const trVector base = transform.Point(
-      mesh.BasePoint(patch.quad, patch.u0 + patch.size * hit.u, patch.v0 + patch.size * hit.v));
-  si_.SetSample(base, surface.normal);
-  if (mesh.material->geometryShader) mesh.material->geometryShader->DisplaceTS(si_);
-
-  si_.Eye() = origin + world_.View().eye;
-  si_.Ph() = si_.Pg();
-  si_.Ptg() = si_.Pt();
-  si_.P() = surface.world;
-  si_.Pt() = texture;
-  si_.N() = si_.Ni() = surface.normal;
-  si_.Nt() = textureNormal;
-  si_.SmoothSize() = surface.footprint;
-  si_.Object() = {&mesh.scene->GetTransformForShaders(), mesh.scene};
+void PathTracer::RunShaders(const SurfaceHit& hit, const trVector& origin, Surface& surface) {
+  hits_.FillState(hit, origin, surface, si_);
   si_.SetWants(trShadingInterface::kCd | trShadingInterface::kCo | trShadingInterface::kCe |
                trShadingInterface::kOo);
-  si_.ResetResults();
-  if (mesh.material->surfaceShader) mesh.material->surfaceShader->ShadeTS(si_);
+  if (surface.material->surfaceShader) surface.material->surfaceShader->ShadeTS(si_);
 
   const trBsdf& bsdf = si_.Bsdf();
   surface.emission = FiniteOrBlack(bsdf.Emission());
@@ -205,7 +154,7 @@ trFCol PathTracer::DirectLight(const Surface& surface, const tr2Vector& draw) {
     const bool faces = Dot(face, direction) > 0;
     // A lit shading normal over a turned-away face is the face's own shadow.
     if (cosine > 0 && !faces) continue;
-    const double offset = RayOffset(surface.relative);
+    const double offset = surface.rayOffset;
     const trVector origin = surface.relative + face * (faces ? offset : -offset);
     if (sun->DoShadowsFromSurfaces()) {
       ++counters_.shadowRays;
@@ -243,7 +192,8 @@ CameraSample PathTracer::Sample(int x, int y, std::uint32_t index) {
     SurfaceHit hit;
     ++(depth == 1 ? counters_.cameraRays : counters_.bounceRays);
     const bool isHit = !world_.Rays().IsEmpty() &&
-                       world_.Rays().Intersect(origin, direction, nearest, world_.FarDistance(), hit);
+                       world_.Rays().Intersect(origin, direction, nearest, world_.FarDistance(), hit,
+                                               isDirectlySeen ? kCameraRays : kIndirectRays);
     const double distance = isHit ? hit.distance : world_.FarDistance();
     const trAtomicIntegrator::Result air =
         depth == 1 ? CameraAir(direction, distance) : Air(origin + view.eye, direction, distance, depth);
@@ -259,6 +209,10 @@ CameraSample PathTracer::Sample(int x, int y, std::uint32_t index) {
       addIndirect(throughput * air.Colour());
     }
     throughput *= air.transmittance;
+    if (isHit && isDirectlySeen && hit.part->isHoldout) {
+      result.alpha = Opacity(throughput);
+      break;
+    }
     if (!isHit) {
       if (isDirectlySeen) {
         for (const auto& sun : world_.Suns())
@@ -269,7 +223,7 @@ CameraSample PathTracer::Sample(int x, int y, std::uint32_t index) {
             const double radius = sun->AngularRadiusInRadians(origin);
             result.beauty += throughput * sun->Radiance() * static_cast<float>(1 / (radius * radius));
           }
-        result.alpha = 1 - Luminance(throughput) / Luminance(trFCol(1.0f));
+        result.alpha = Opacity(throughput);
       }
       break;
     }
@@ -283,8 +237,7 @@ CameraSample PathTracer::Sample(int x, int y, std::uint32_t index) {
       result.position = surface.world;
       result.normal = surface.normal;
       result.albedo = surface.diffuse;
-      for (size_t m = 0; m < world_.Meshes().size(); ++m)
-        if (world_.Meshes()[m].get() == surface.mesh) result.nodeId = static_cast<float>(m + 1);
+      result.nodeId = static_cast<float>(surface.part->nodeId);
       result.direct = FiniteOrBlack(throughput * direct);
       result.beauty += result.direct;
     } else {
@@ -308,7 +261,7 @@ CameraSample PathTracer::Sample(int x, int y, std::uint32_t index) {
     if (throughput.MaxChannel() <= 0) break;
     direction = CosineDirection(surface.normal, bounce);
     if (Dot(direction, surface.face) <= 0) break;
-    const double offset = RayOffset(surface.relative);
+    const double offset = surface.rayOffset;
     origin = surface.relative + surface.face * offset;
     nearest = offset;
     footprintAngle = kBounceFootprint;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "host/render/film.h"
+#include "host/render/hit_shading.h"
 #include "host/render/sampler.h"
 #include "host/render/world.h"
 
@@ -31,14 +32,8 @@ class OV_API PathTracer {
   const PathCounters& Counters() const { return counters_; }
 
   /// A shaded point.
-  struct Surface {
-    trVector relative;  ///< relative to the eye
-    trVector world;
-    trVector normal;  ///< shading normal, on the ray's side of the face
-    trVector face;    ///< face normal, on the ray's side
+  struct Surface : SurfacePoint {
     trFCol emission, diffuse, transmission;
-    double footprint = 0;
-    const GridMesh* mesh = nullptr;
   };
 
  private:
@@ -46,9 +41,8 @@ class OV_API PathTracer {
   void BeginSample(int x, int y, std::uint32_t index);
   void ShadeHit(const SurfaceHit& hit, const trVector& origin, const trVector& direction,
                 double footprintAngle, bool isCamera, Surface& surface);
-  /// Runs the surface's network at a hit; `texture` and `textureNormal` are what displacement left.
-  void RunShaders(const SurfaceHit& hit, const trVector& origin, const trVector& texture,
-                  const trVector& textureNormal, Surface& surface);
+  /// Runs the surface's network at a hit.
+  void RunShaders(const SurfaceHit& hit, const trVector& origin, Surface& surface);
   trFCol DirectLight(const Surface& surface, const tr2Vector& draw);
   /// The air along a camera ray, taken over from an earlier sample of the pixel where that saw as far.
   trAtomicIntegrator::Result CameraAir(const trVector& direction, double distance);
@@ -57,6 +51,7 @@ class OV_API PathTracer {
 
   World& world_;
   PathSettings settings_;
+  HitShading hits_;
   trShadingInterface si_;
   trRenderState state_;
   trAtomicIntegrator integrator_;
@@ -68,7 +63,7 @@ class OV_API PathTracer {
   };
   /// The colours of a micropolygon that an earlier sample of the pixel met.
   struct ShadedCell {
-    const GridMesh* mesh;
+    const SurfacePart* part;
     std::uint32_t patch;
     int cell;
     trFCol emission, diffuse, transmission;

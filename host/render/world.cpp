@@ -33,7 +33,7 @@ trFCol GroundRadiance(trRenderServices& services, const trVector& origin, const 
   const auto& world = static_cast<const World&>(services);
   SurfaceHit hit;
   if (world.Rays().IsEmpty() ||
-      !world.Rays().Intersect(origin - world.View().eye, direction, 1e-3, distance, hit))
+      !world.Rays().Intersect(origin - world.View().eye, direction, 1e-3, distance, hit, kIndirectRays))
     return {};
   distance = hit.distance;
   const trVector normal = Dot(hit.faceNormal, direction) <= 0 ? hit.faceNormal : -hit.faceNormal;
@@ -160,7 +160,7 @@ bool World::MakeScenes() {
 }
 
 void World::CollectMesh(const trScene& scene, const trBase* node) {
-  if (!scene.IsVisibleOrHoldout()) return;
+  if (RayKindsOf(scene) == 0) return;
   // Pairs of triangles (a, b, c), (a, c, d) are quads; a single one has its last corner twice.
   for (long i = 1; i <= scene.NumTris(); ++i) {
     const trTri& tri = *scene.GetPTri(i);
@@ -183,7 +183,9 @@ void World::CollectMesh(const trScene& scene, const trBase* node) {
       mesh->scene = &scene;
       mesh->material = material;
       mesh->node = node;
-      mesh->castsShadows = scene.CastsShadows();
+      mesh->rayKinds = RayKindsOf(scene);
+      mesh->isHoldout = scene.VisibilityMode() == trSceneVisibilityMode::kHoldout;
+      mesh->nodeId = static_cast<int>(scenes_.size()) + 1;
     }
     for (const std::int32_t corner : corners) mesh->quadCorners.push_back(scene.GetPPoint(corner)->position);
   }
@@ -246,7 +248,7 @@ const trBase* World::ObjectAroundEye() const {
     const trVector up = View().eye - mesh->scene->GetTransform().forward.Translation();
     const trVector direction = up.Length() > 0 ? Normalised(up) : trVector(0, 1, 0);
     SurfaceHit hit;
-    if (accel_->Intersect({}, direction, 0, FarDistance(), hit) && hit.mesh == mesh.get() &&
+    if (accel_->Intersect({}, direction, 0, FarDistance(), hit) && hit.part == mesh.get() &&
         Dot(hit.faceNormal, direction) > 0)
       return mesh->node;
   }

@@ -1,0 +1,40 @@
+// From a ray's hit to a shading state, the same for every engine.
+#pragma once
+
+#include "host/render/accel.h"
+
+namespace ovhost {
+
+/// A point of a surface that a ray met.
+struct SurfacePoint {
+  trVector relative;  ///< relative to the eye, metres
+  trVector world;
+  trVector normal;       ///< shading normal, unit, as the surface has it: on either side of the face
+  trVector face;         ///< normal of the face that was met, unit, on the ray's side
+  double footprint = 0;  ///< filter footprint, metres
+  double rayOffset = 0;  ///< how far off the face a ray starts so that it doesn't meet the face again
+  const SurfacePart* part = nullptr;
+  const trMaterial* material = nullptr;
+};
+
+/// Number of the micropolygon of a diced surface that was met, within its patch.
+int CellOf(const SurfaceHit& hit);
+
+/// Locates hits and fills shading states from them. Per-thread state.
+class OV_API HitShading {
+ public:
+  explicit HitShading(const trView& view) : view_(view) {}
+
+  /// Where a ray from `origin` (relative to the eye) met a surface; `footprintAngle` in radians.
+  void Locate(const SurfaceHit& hit, const trVector& origin, const trVector& direction, double footprintAngle,
+              SurfacePoint& point) const;
+  /// Everything of the state that the sample says, ready for the surface shader: points, normals, footprint,
+  /// eye and object. Results are cleared.
+  void FillState(const SurfaceHit& hit, const trVector& origin, const SurfacePoint& point,
+                 trShadingInterface& si) const;
+
+ private:
+  const trView& view_;
+};
+
+}  // namespace ovhost
