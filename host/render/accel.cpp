@@ -3,6 +3,8 @@
 
 #include <embree3/rtcore.h>
 
+#include <algorithm>
+#include <cstring>
 #include <limits>
 
 #include "core/messages.h"
@@ -37,7 +39,44 @@ bool CanBeTraced(const trVector& origin, const trVector& direction) {
          direction.LengthSquared() < kFarthest;
 }
 
+/// Embree's form of a bundle.
+void FillRays(const RayBundle& bundle, double farthest, unsigned mask, int* valid, RTCRay16& rays) {
+  constexpr int n = RayBundle::kSize;
+  for (int i = 0; i < n; ++i) valid[i] = i < bundle.count ? bundle.valid[i] : 0;
+  std::memcpy(rays.org_x, bundle.originX, sizeof(rays.org_x));
+  std::memcpy(rays.org_y, bundle.originY, sizeof(rays.org_y));
+  std::memcpy(rays.org_z, bundle.originZ, sizeof(rays.org_z));
+  std::memcpy(rays.dir_x, bundle.directionX, sizeof(rays.dir_x));
+  std::memcpy(rays.dir_y, bundle.directionY, sizeof(rays.dir_y));
+  std::memcpy(rays.dir_z, bundle.directionZ, sizeof(rays.dir_z));
+  std::memcpy(rays.tnear, bundle.nearest, sizeof(rays.tnear));
+  std::fill_n(rays.time, n, 0.0f);
+  std::fill_n(rays.tfar, n, ToRange(farthest));
+  std::fill_n(rays.mask, n, mask);
+  std::fill_n(rays.id, n, 0u);
+  std::fill_n(rays.flags, n, 0u);
+}
+
+RTCIntersectContext CoherentContext() {
+  RTCIntersectContext context;
+  rtcInitIntersectContext(&context);
+  context.flags = RTC_INTERSECT_CONTEXT_FLAG_COHERENT;
+  return context;
+}
+
 }  // namespace
+
+void RayBundle::Add(const trVector& origin, const trVector& direction, double from) {
+  const int i = count++;
+  valid[i] = CanBeTraced(origin, direction) ? -1 : 0;
+  originX[i] = static_cast<float>(origin.x);
+  originY[i] = static_cast<float>(origin.y);
+  originZ[i] = static_cast<float>(origin.z);
+  directionX[i] = static_cast<float>(direction.x);
+  directionY[i] = static_cast<float>(direction.y);
+  directionZ[i] = static_cast<float>(direction.z);
+  nearest[i] = static_cast<float>(from);
+}
 
 struct Accel::Impl {
   RTCDevice device = nullptr;
@@ -107,6 +146,39 @@ bool Accel::Intersect(const trVector& origin, const trVector& direction, double 
   hit.distance = query.ray.tfar;
   hit.faceNormal = Normalised({query.hit.Ng_x, query.hit.Ng_y, query.hit.Ng_z});
   return true;
+}
+
+void Accel::Intersect(const RayBundle& rays, double farthest, SurfaceHit* hits) const {
+  alignas(64) int valid[RayBundle::kSize];
+  RTCRayHit16 query;
+  FillRays(rays, farthest, kCameraRays, valid, query.ray);
+  std::fill_n(query.hit.geomID, RayBundle::kSize, RTC_INVALID_GEOMETRY_ID);
+  RTCIntersectContext context = CoherentContext();
+  rtcIntersect16(valid, impl_->scene, &context, &query);
+  for (int i = 0; i < rays.count; ++i) {
+    SurfaceHit& hit = hits[i];
+    if (!valid[i] || query.hit.geomID[i] == RTC_INVALID_GEOMETRY_ID) {
+      hit.part = nullptr;
+      continue;
+    }
+    hit.part = impl_->parts[query.hit.geomID[i]];
+    hit.primitive = query.hit.primID[i];
+    hit.u = query.hit.u[i];
+    hit.v = query.hit.v[i];
+    hit.distance = query.ray.tfar[i];
+    hit.faceNormal = Normalised({query.hit.Ng_x[i], query.hit.Ng_y[i], query.hit.Ng_z[i]});
+  }
+}
+
+std::uint32_t Accel::Occluded(const RayBundle& rays, double farthest) const {
+  alignas(64) int valid[RayBundle::kSize];
+  RTCRay16 query;
+  FillRays(rays, farthest, kShadowRays, valid, query);
+  RTCIntersectContext context = CoherentContext();
+  rtcOccluded16(valid, impl_->scene, &context, &query);
+  std::uint32_t occluded = 0;
+  for (int i = 0; i < rays.count; ++i) occluded |= (valid[i] && query.tfar[i] < 0 ? 1u : 0u) << i;
+  return occluded;
 }
 
 bool Accel::Occluded(const trVector& origin, const trVector& direction, double nearest,

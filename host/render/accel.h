@@ -17,6 +17,20 @@ struct SurfaceHit {
   trVector faceNormal;          ///< of the micropolygon, outward, unit
 };
 
+/// Rays that start near one another and point much the same way, as those of a pixel: traced together they
+/// cost less than half. Unit directions, origins relative to the eye.
+struct OV_API RayBundle {
+  static constexpr int kSize = 16;
+  /// Takes a ray's place in the bundle; the caller adds no more than kSize.
+  void Add(const trVector& origin, const trVector& direction, double nearest);
+  void Clear() { count = 0; }
+
+  alignas(64) float originX[kSize], originY[kSize], originZ[kSize];
+  alignas(64) float directionX[kSize], directionY[kSize], directionZ[kSize], nearest[kSize];
+  alignas(64) int valid[kSize];  ///< -1 for a ray that can be traced, else 0
+  int count = 0;
+};
+
 /// Ray tracing over a set of meshes, which must outlive it. Points and origins are relative to the eye.
 /// Queries are thread-safe.
 class OV_API Accel {
@@ -32,6 +46,10 @@ class OV_API Accel {
   /// The nearest part that rays of a kind meet.
   bool Intersect(const trVector& origin, const trVector& direction, double nearest, double farthest,
                  SurfaceHit& hit, RayKind kind = kCameraRays) const;
+  /// Traces a bundle of camera rays: `hits[i]` for each ray; its part is null where nothing was met.
+  void Intersect(const RayBundle& rays, double farthest, SurfaceHit* hits) const;
+  /// One bit a ray: set where anything that casts shadows stands between.
+  std::uint32_t Occluded(const RayBundle& rays, double farthest) const;
   /// Whether anything that casts shadows stands between.
   bool Occluded(const trVector& origin, const trVector& direction, double nearest, double farthest) const;
   bool IsEmpty() const;
