@@ -1,5 +1,5 @@
-// Rays and dicing: our tracing beside Embree alone on the same diced grid, over a view most of whose rays hit,
-// and vertices a second.
+// Rays and dicing: our tracing beside Embree alone on the same diced grid, over a view most of whose rays
+// hit, and vertices a second.
 #include <benchmark/benchmark.h>
 #include <embree3/rtcore.h>
 #include <tbb/task_arena.h>

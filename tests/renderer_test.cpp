@@ -85,8 +85,11 @@ class Render : public testing::Test {
     path.maxBounces = 1;
     ovhost::PathTracer tracer(world, path);
     for (int y = 0; y < height; ++y)
-      for (int x = 0; x < width; ++x)
-        for (int i = 0; i < samples; ++i) result.push_back(tracer.Sample(x, y, i));
+      for (int x = 0; x < width; ++x) {
+        std::vector<ovhost::CameraSample> pixel(samples);
+        tracer.SamplePixel(x, y, 0, samples, pixel.data());
+        result.insert(result.end(), pixel.begin(), pixel.end());
+      }
     return result;
   }
 
@@ -120,7 +123,7 @@ TEST_F(Render, GoesOnAfterAStopToTheSamePicture) {
   const std::string checkpoint = settings.output + ".ovcheckpoint";
   ovhost::RenderControl control;
   stopper->control = &control;
-  stopper->left = 9000;  // of some 3 times 5000, and as many bounces
+  stopper->left = -stopper->left / 2;  // half way through the whole one
   ASSERT_EQ(ovhost::RenderFrame(*project_, settings, control), RenderOutcome::kStopped);
   stopper->control = nullptr;
   ASSERT_TRUE(std::filesystem::exists(checkpoint));

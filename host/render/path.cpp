@@ -84,15 +84,6 @@ trAtomicIntegrator::Result PathTracer::Air(const trVector& origin, const trVecto
   return result;
 }
 
-void PathTracer::BeginSample(int x, int y, std::uint32_t index) {
-  const std::uint32_t group = index == 0 ? ~0u : index / kSamplesSharing;
-  if (x == sharedX_ && y == sharedY_ && group == sharedGroup_) return;
-  sharedCount_ = cellCount_ = 0;
-  sharedX_ = x;
-  sharedY_ = y;
-  sharedGroup_ = group;
-}
-
 trAtomicIntegrator::Result PathTracer::CameraAir(const trVector& direction, double distance) {
   for (int i = 0; i < sharedCount_; ++i)
     if (std::fabs(sharedAir_[i].distance - distance) <= kSharedAirTolerance * distance)
@@ -105,30 +96,48 @@ trAtomicIntegrator::Result PathTracer::CameraAir(const trVector& direction, doub
 void PathTracer::ShadeHit(const SurfaceHit& hit, const trVector& origin, const trVector& direction,
                           double footprintAngle, bool isCamera, Surface& surface) {
   hits_.Locate(hit, origin, direction, footprintAngle, surface);
-  const trVector normal = surface.normal;
-  const ShadedCell key{hit.part, hit.primitive, CellOf(hit), {}, {}, {}};
-  if (!isCamera || !TakeShadedCell(key, surface)) {
+  if (!TakePiece(hit, isCamera, surface)) {
     RunShaders(hit, origin, surface);
-    const bool keepsNormal = si_.N() == normal;
     surface.normal = Normalised(si_.N());
-    if (isCamera && keepsNormal && cellCount_ < static_cast<int>(shadedCells_.size()))
-      shadedCells_[cellCount_++] = {key.part,         key.patch,       key.cell,
-                                    surface.emission, surface.diffuse, surface.transmission};
   }
   if (!(surface.normal.LengthSquared() > 0.5)) surface.normal = surface.face;
   if (Dot(surface.normal, surface.face) < 0) surface.normal = -surface.normal;
 }
 
-bool PathTracer::TakeShadedCell(const ShadedCell& key, Surface& surface) const {
-  for (int k = 0; k < cellCount_; ++k) {
-    const ShadedCell& known = shadedCells_[k];
-    if (known.part != key.part || known.patch != key.patch || known.cell != key.cell) continue;
-    surface.emission = known.emission;
-    surface.diffuse = known.diffuse;
-    surface.transmission = known.transmission;
-    return true;
+bool PathTracer::TakePiece(const SurfaceHit& hit, bool isCamera, Surface& surface) {
+  if (hit.part->kind != SurfacePart::Kind::kGrid) return false;
+  const auto& mesh = static_cast<const GridMesh&>(*hit.part);
+  ShadePiece piece;
+  if (!isCamera)
+    PieceForBounce(mesh, hit, surface.footprint, piece);
+  else if (!PieceForCamera(mesh, hit, world_.View().PixelAngularSize(), piece))
+    return false;
+
+  bool isNew;
+  ShadeCache::Entry& entry = (isCamera ? seenPieces_ : bouncePieces_).Find(piece, isNew);
+  if (isNew) {
+    SurfaceHit middle = hit;
+    middle.u = piece.u;
+    middle.v = piece.v;
+    middle.distance = 0;
+    Surface shaded;
+    hits_.Locate(middle, piece.middle, -hit.faceNormal, 0, shaded);
+    shaded.footprint =
+        isCamera ? kPixelFootprint * world_.View().PixelAngularSize() * piece.middle.Length() : piece.size;
+    const trRandomStream random = si_.Random();
+    si_.Random() = {MixBits64(static_cast<std::uint64_t>(piece.patch) << 32 | piece.number)};
+    RunShaders(middle, {}, shaded);
+    si_.Random() = random;
+    entry.isShared = si_.N() == shaded.normal;
+    entry.emission = shaded.emission;
+    entry.diffuse = shaded.diffuse;
+    entry.transmission = shaded.transmission;
   }
-  return false;
+  if (!entry.isShared) return false;
+  surface.emission = entry.emission;
+  surface.diffuse = entry.diffuse;
+  surface.transmission = entry.transmission;
+  return true;
 }
 
 void PathTracer::RunShaders(const SurfaceHit& hit, const trVector& origin, Surface& surface) {
@@ -143,131 +152,187 @@ void PathTracer::RunShaders(const SurfaceHit& hit, const trVector& origin, Surfa
   surface.transmission = FiniteOrBlack(bsdf.ColourOf(trLobe::kDiffuseTransmission));
 }
 
+bool PathTracer::TowardsSun(const Surface& surface, const SunLight& sun, const tr2Vector& draw,
+                            SunRay& ray) const {
+  ray.direction = sun.SampleDisc(draw);
+  const double cosine = Dot(surface.normal, ray.direction);
+  const trFCol& colour = cosine > 0 ? surface.diffuse : surface.transmission;
+  if (colour.IsBlack() || cosine == 0) return false;
+  const bool faces = Dot(surface.face, ray.direction) > 0;
+  // A lit shading normal over a turned-away face is the face's own shadow.
+  if (cosine > 0 && !faces) return false;
+  ray.nearest = surface.rayOffset;
+  ray.origin = surface.relative + surface.face * (faces ? ray.nearest : -ray.nearest);
+  ray.light = colour * sun.Radiance() * static_cast<float>(std::fabs(cosine));
+  return true;
+}
+
 trFCol PathTracer::DirectLight(const Surface& surface, const tr2Vector& draw) {
   trFCol light;
+  SunRay ray;
   for (const auto& sun : world_.Suns()) {
-    const trVector direction = sun->SampleDisc(draw);
-    const double cosine = Dot(surface.normal, direction);
-    const trFCol& colour = cosine > 0 ? surface.diffuse : surface.transmission;
-    if (colour.IsBlack() || cosine == 0) continue;
-    const trVector& face = surface.face;
-    const bool faces = Dot(face, direction) > 0;
-    // A lit shading normal over a turned-away face is the face's own shadow.
-    if (cosine > 0 && !faces) continue;
-    const double offset = surface.rayOffset;
-    const trVector origin = surface.relative + face * (faces ? offset : -offset);
+    if (!TowardsSun(surface, *sun, draw, ray)) continue;
     if (sun->DoShadowsFromSurfaces()) {
       ++counters_.shadowRays;
-      if (world_.Rays().Occluded(origin, direction, offset, world_.FarDistance())) continue;
+      if (world_.Rays().Occluded(ray.origin, ray.direction, ray.nearest, world_.FarDistance())) continue;
     }
     state_.CurrentRay().depth = 1;
-    light += colour * sun->Radiance() * sun->ThroughVolumes(state_, surface.world) *
-             static_cast<float>(std::fabs(cosine));
+    light += ray.light * sun->ThroughVolumes(state_, surface.world);
   }
   return light;
 }
 
-CameraSample PathTracer::Sample(int x, int y, std::uint32_t index) {
-  BeginSample(x, y, index);
+void PathTracer::SamplePixel(int x, int y, std::uint32_t begin, std::uint32_t end, CameraSample* results) {
+  sharedCount_ = litCount_ = 0;
+  pathCount_ = static_cast<int>(end - begin);
+  bundle_.Clear();
+  for (int i = 0; i < pathCount_; ++i) {
+    StartPath(x, y, begin + i, paths_[i]);
+    bundle_.Add(paths_[i].origin, paths_[i].direction, paths_[i].nearest);
+    hitsOfBundle_[i].part = nullptr;
+  }
+  if (!world_.Rays().IsEmpty()) world_.Rays().Intersect(bundle_, world_.FarDistance(), hitsOfBundle_.data());
+  counters_.cameraRays += pathCount_;
+  for (int i = 0; i < pathCount_; ++i) {
+    paths_[i].hit = hitsOfBundle_[i];
+    if (ShadeCameraRay(paths_[i])) lit_[litCount_++] = i;
+  }
+  LightCameraHits();
+  for (int i = 0; i < litCount_; ++i) Follow(paths_[lit_[i]]);
+  for (int i = 0; i < pathCount_; ++i) results[i] = paths_[i].result;
+}
+
+void PathTracer::StartPath(int x, int y, std::uint32_t index, Path& path) const {
   const trView& view = world_.View();
   const std::uint64_t pixelKey =
       MixBits64(static_cast<std::uint64_t>(y) << 32 | static_cast<std::uint32_t>(x)) ^ world_.Settings().seed;
-  PixelSampler sampler(pixelKey, index);
-  si_.Random() = {MixBits64(pixelKey + index)};
+  path.sampler = PixelSampler(pixelKey, index);
+  path.random = MixBits64(pixelKey + index);
+  path.throughput = trFCol(1.0f);
+  path.result = CameraSample();
 
   // A tent filter over two pixels, by importance.
   const auto tent = [](double u) { return u < 0.5 ? std::sqrt(2 * u) - 1 : 1 - std::sqrt(2 - 2 * u); };
-  const tr2Vector jitter = sampler.Next();
+  const tr2Vector jitter = path.sampler.Next();
   const double sx = (x + 0.5 + tent(jitter.x)) / view.width * 2 - 1,
                sy = 1 - (y + 0.5 + tent(jitter.y)) / view.height * 2;
-  trVector direction = Normalised(view.forward + view.right * (sx * view.tanHalfHorizontal) +
-                                  view.up * (sy * view.tanHalfVertical));
-  trVector origin;
-  double nearest = view.nearClip, footprintAngle = kPixelFootprint * view.PixelAngularSize();
+  path.origin = trVector();
+  path.direction = Normalised(view.forward + view.right * (sx * view.tanHalfHorizontal) +
+                              view.up * (sy * view.tanHalfVertical));
+  path.nearest = view.nearClip;
+}
 
-  CameraSample result;
-  trFCol throughput(1.0f);
-  bool isDirectlySeen = true;
-  for (int depth = 1;; ++depth) {
-    SurfaceHit hit;
-    ++(depth == 1 ? counters_.cameraRays : counters_.bounceRays);
-    const bool isHit = !world_.Rays().IsEmpty() &&
-                       world_.Rays().Intersect(origin, direction, nearest, world_.FarDistance(), hit,
-                                               isDirectlySeen ? kCameraRays : kIndirectRays);
-    const double distance = isHit ? hit.distance : world_.FarDistance();
-    const trAtomicIntegrator::Result air =
-        depth == 1 ? CameraAir(direction, distance) : Air(origin + view.eye, direction, distance, depth);
-    const auto addIndirect = [&](const trFCol& light) {
-      const trFCol added = Clamped(FiniteOrBlack(light), settings_.clampIndirect);
-      result.beauty += added;
-      result.indirect += added;
-    };
-    if (isDirectlySeen) {
-      result.atmosphere = FiniteOrBlack(air.Colour());
-      result.beauty += result.atmosphere;
-    } else {
-      addIndirect(throughput * air.Colour());
+bool PathTracer::ShadeCameraRay(Path& path) {
+  const bool isHit = path.hit.part != nullptr;
+  const double distance = isHit ? path.hit.distance : world_.FarDistance();
+  CameraSample& result = path.result;
+  si_.Random() = {path.random};
+  const trAtomicIntegrator::Result air = CameraAir(path.direction, distance);
+  result.atmosphere = FiniteOrBlack(air.Colour());
+  result.beauty += result.atmosphere;
+  path.throughput *= air.transmittance;
+  if (!isHit || path.hit.part->isHoldout) {
+    result.alpha = Opacity(path.throughput);
+    if (isHit) return false;
+    for (const auto& sun : world_.Suns()) {
+      const double radius = sun->AngularRadiusInRadians(path.origin);
+      if (!sun->HasVisibleDisc() || Dot(path.direction, sun->Dir()) < std::cos(radius)) continue;
+      // The disc's radiance from its irradiance; what a picture can't hold is left to the view transform.
+      result.beauty += path.throughput * sun->Radiance() * static_cast<float>(1 / (radius * radius));
     }
-    throughput *= air.transmittance;
-    if (isHit && isDirectlySeen && hit.part->isHoldout) {
-      result.alpha = Opacity(throughput);
-      break;
-    }
-    if (!isHit) {
-      if (isDirectlySeen) {
-        for (const auto& sun : world_.Suns())
-          if (sun->HasVisibleDisc() &&
-              Dot(direction, sun->Dir()) >= std::cos(sun->AngularRadiusInRadians(origin))) {
-            // The disc's radiance from its irradiance; what a picture can't hold is left to the view
-            // transform.
-            const double radius = sun->AngularRadiusInRadians(origin);
-            result.beauty += throughput * sun->Radiance() * static_cast<float>(1 / (radius * radius));
-          }
-        result.alpha = Opacity(throughput);
-      }
-      break;
-    }
-
-    Surface surface;
-    ShadeHit(hit, origin, direction, footprintAngle, isDirectlySeen, surface);
-    const trFCol direct = surface.emission + DirectLight(surface, sampler.Next());
-    if (isDirectlySeen) {
-      result.alpha = 1;
-      result.depth = static_cast<float>(distance);
-      result.position = surface.world;
-      result.normal = surface.normal;
-      result.albedo = surface.diffuse;
-      result.nodeId = static_cast<float>(surface.part->nodeId);
-      result.direct = FiniteOrBlack(throughput * direct);
-      result.beauty += result.direct;
-    } else {
-      addIndirect(throughput * direct);
-    }
-    const bool isLast = depth > settings_.maxBounces;
-    if (isLast && !isDirectlySeen) {
-      // What deeper bounces would bring, from the tabulated sky.
-      addIndirect(throughput * surface.diffuse *
-                  world_.IndirectDiffuse(state_, surface.world, surface.normal) * kDeepVisibility);
-    }
-
-    // Go on by a diffuse bounce; roulette by what the path still carries, so that dark ground costs less.
-    if (isLast || world_.SkyOnSurfaces().IsBlack()) break;
-    throughput *= surface.diffuse;
-    if (isDirectlySeen) throughput *= world_.SkyOnSurfaces();
-    const tr2Vector bounce = sampler.Next();
-    const double survive = std::clamp(2.5 * throughput.MaxChannel(), kLeastSurvival, 1.0);
-    if (survive < 1 && sampler.Next().x >= survive) break;
-    throughput *= static_cast<float>(1 / survive);
-    if (throughput.MaxChannel() <= 0) break;
-    direction = CosineDirection(surface.normal, bounce);
-    if (Dot(direction, surface.face) <= 0) break;
-    const double offset = surface.rayOffset;
-    origin = surface.relative + surface.face * offset;
-    nearest = offset;
-    footprintAngle = kBounceFootprint;
-    isDirectlySeen = false;
+    return false;
   }
-  return result;
+  Surface& surface = path.surface;
+  ShadeHit(path.hit, path.origin, path.direction, kPixelFootprint * world_.View().PixelAngularSize(), true,
+           surface);
+  result.alpha = 1;
+  result.depth = static_cast<float>(distance);
+  result.position = surface.world;
+  result.normal = surface.normal;
+  result.albedo = surface.diffuse;
+  result.nodeId = static_cast<float>(surface.part->nodeId);
+  result.direct = surface.emission;
+  return true;
+}
+
+void PathTracer::LightCameraHits() {
+  std::array<tr2Vector, kSamplesTogether> draws;
+  for (int i = 0; i < litCount_; ++i) draws[i] = paths_[lit_[i]].sampler.Next();
+  state_.CurrentRay().depth = 1;
+  for (const auto& sun : world_.Suns()) {
+    std::array<trFCol, kSamplesTogether> light;
+    std::array<Path*, kSamplesTogether> reached;
+    bundle_.Clear();
+    for (int i = 0; i < litCount_; ++i) {
+      Path& path = paths_[lit_[i]];
+      SunRay ray;
+      if (!TowardsSun(path.surface, *sun, draws[i], ray)) continue;
+      light[bundle_.count] = ray.light;
+      reached[bundle_.count] = &path;
+      bundle_.Add(ray.origin, ray.direction, ray.nearest);
+    }
+    std::uint32_t occluded = 0;
+    if (sun->DoShadowsFromSurfaces() && bundle_.count > 0) {
+      counters_.shadowRays += bundle_.count;
+      occluded = world_.Rays().Occluded(bundle_, world_.FarDistance());
+    }
+    for (int k = 0; k < bundle_.count; ++k)
+      if (!(occluded >> k & 1))
+        reached[k]->result.direct += light[k] * sun->ThroughVolumes(state_, reached[k]->surface.world);
+  }
+  for (int i = 0; i < litCount_; ++i) {
+    Path& path = paths_[lit_[i]];
+    path.result.direct = FiniteOrBlack(path.throughput * path.result.direct);
+    path.result.beauty += path.result.direct;
+  }
+}
+
+void PathTracer::AddIndirect(Path& path, const trFCol& light) const {
+  const trFCol added = Clamped(FiniteOrBlack(light), settings_.clampIndirect);
+  path.result.beauty += added;
+  path.result.indirect += added;
+}
+
+bool PathTracer::Bounce(Path& path, int depth) const {
+  // Roulette goes by what the path still carries, so that dark ground costs less.
+  if (depth > settings_.maxBounces || world_.SkyOnSurfaces().IsBlack()) return false;
+  const Surface& surface = path.surface;
+  path.throughput *= surface.diffuse;
+  if (depth == 1) path.throughput *= world_.SkyOnSurfaces();
+  const tr2Vector bounce = path.sampler.Next();
+  const double survive = std::clamp(2.5 * path.throughput.MaxChannel(), kLeastSurvival, 1.0);
+  if (survive < 1 && path.sampler.Next().x >= survive) return false;
+  path.throughput *= static_cast<float>(1 / survive);
+  if (path.throughput.MaxChannel() <= 0) return false;
+  path.direction = CosineDirection(surface.normal, bounce);
+  if (Dot(path.direction, surface.face) <= 0) return false;
+  path.nearest = surface.rayOffset;
+  path.origin = surface.relative + surface.face * surface.rayOffset;
+  return true;
+}
+
+void PathTracer::Follow(Path& path) {
+  si_.Random() = {MixBits64(path.random + 1)};
+  for (int depth = 1; Bounce(path, depth);) {
+    ++depth;
+    ++counters_.bounceRays;
+    const bool isHit = world_.Rays().Intersect(path.origin, path.direction, path.nearest,
+                                               world_.FarDistance(), path.hit, kIndirectRays);
+    const double distance = isHit ? path.hit.distance : world_.FarDistance();
+    const trAtomicIntegrator::Result air =
+        Air(path.origin + world_.View().eye, path.direction, distance, depth);
+    AddIndirect(path, path.throughput * air.Colour());
+    if (!isHit) return;
+    path.throughput *= air.transmittance;
+
+    Surface& surface = path.surface;
+    ShadeHit(path.hit, path.origin, path.direction, kBounceFootprint, false, surface);
+    AddIndirect(path, path.throughput * (surface.emission + DirectLight(surface, path.sampler.Next())));
+    // What deeper bounces would bring, from the tabulated sky.
+    if (depth > settings_.maxBounces)
+      AddIndirect(path, path.throughput * surface.diffuse *
+                            world_.IndirectDiffuse(state_, surface.world, surface.normal) * kDeepVisibility);
+  }
 }
 
 }  // namespace ovhost

@@ -4,13 +4,14 @@
 #include "host/render/film.h"
 #include "host/render/hit_shading.h"
 #include "host/render/sampler.h"
+#include "host/render/shade_cache.h"
 #include "host/render/world.h"
 
 namespace ovhost {
 
-/// Samples of a pixel, numbered from a multiple of this on, that share the integrals of the air in front of
-/// them and the shading of a micropolygon.
-constexpr std::uint32_t kSamplesSharing = 8;
+/// Samples of a pixel, numbered from a multiple of this on, that are traced together: they share the
+/// integrals of the air in front of them.
+constexpr std::uint32_t kSamplesTogether = RayBundle::kSize;
 
 struct PathSettings {
   int maxBounces = 1;
@@ -27,8 +28,9 @@ class OV_API PathTracer {
   PathTracer(World& world, const PathSettings& settings);
   ~PathTracer();
 
-  /// Traces sample `index` of a pixel of the full picture.
-  CameraSample Sample(int x, int y, std::uint32_t index);
+  /// Traces samples `begin` to `end` of a pixel of the full picture, at most kSamplesTogether, into
+  /// `results`.
+  void SamplePixel(int x, int y, std::uint32_t begin, std::uint32_t end, CameraSample* results);
   const PathCounters& Counters() const { return counters_; }
 
   /// A shaded point.
@@ -37,12 +39,43 @@ class OV_API PathTracer {
   };
 
  private:
-  /// Forgets what samples share, unless this one goes on with the last one's.
-  void BeginSample(int x, int y, std::uint32_t index);
+  /// A camera path on its way.
+  struct Path {
+    PixelSampler sampler;
+    std::uint64_t random = 0;    ///< key of the evaluations' own draws
+    trVector origin, direction;  ///< of the ray in hand, relative to the eye
+    double nearest = 0;          ///< where that ray starts to count, metres
+    trFCol throughput{1.0f};
+    SurfaceHit hit;
+    Surface surface;
+    CameraSample result;
+  };
+  /// Light that a sun would send along a path, and the ray that tells whether it does.
+  struct SunRay {
+    trVector origin, direction;
+    double nearest;
+    trFCol light;  ///< as reflected, before volumes and shadows
+  };
+
+  void StartPath(int x, int y, std::uint32_t index, Path& path) const;
+  /// The air and the surface before a camera ray. False where the path ends.
+  bool ShadeCameraRay(Path& path);
+  /// Direct light of all paths whose camera rays met a surface, by bundles of shadow rays.
+  void LightCameraHits();
+  /// The rest of a path, from the surface that the camera sees.
+  void Follow(Path& path);
+  /// Turns the path into a diffuse bounce; false where roulette or the surface ends it.
+  bool Bounce(Path& path, int depth) const;
+  void AddIndirect(Path& path, const trFCol& light) const;
+
   void ShadeHit(const SurfaceHit& hit, const trVector& origin, const trVector& direction,
                 double footprintAngle, bool isCamera, Surface& surface);
+  /// Takes the surface's colours from its piece, shading that if it is the first time; false where every
+  /// sample is its own.
+  bool TakePiece(const SurfaceHit& hit, bool isCamera, Surface& surface);
   /// Runs the surface's network at a hit.
   void RunShaders(const SurfaceHit& hit, const trVector& origin, Surface& surface);
+  bool TowardsSun(const Surface& surface, const SunLight& sun, const tr2Vector& draw, SunRay& ray) const;
   trFCol DirectLight(const Surface& surface, const tr2Vector& draw);
   /// The air along a camera ray, taken over from an earlier sample of the pixel where that saw as far.
   trAtomicIntegrator::Result CameraAir(const trVector& direction, double distance);
@@ -61,19 +94,15 @@ class OV_API PathTracer {
     double distance;
     trAtomicIntegrator::Result air;
   };
-  /// The colours of a micropolygon that an earlier sample of the pixel met.
-  struct ShadedCell {
-    const SurfacePart* part;
-    std::uint32_t patch;
-    int cell;
-    trFCol emission, diffuse, transmission;
-  };
-  bool TakeShadedCell(const ShadedCell& key, Surface& surface) const;
-
-  std::array<SharedAir, kSamplesSharing> sharedAir_;
-  std::array<ShadedCell, kSamplesSharing> shadedCells_;
-  int sharedCount_ = 0, cellCount_ = 0, sharedX_ = -1, sharedY_ = -1;
-  std::uint32_t sharedGroup_ = 0;
+  std::array<SharedAir, kSamplesTogether> sharedAir_;
+  int sharedCount_ = 0;
+  std::array<Path, kSamplesTogether> paths_;
+  int pathCount_ = 0;
+  std::array<int, kSamplesTogether> lit_;  ///< numbers of the paths whose camera rays met a surface
+  int litCount_ = 0;
+  RayBundle bundle_;
+  std::array<SurfaceHit, kSamplesTogether> hitsOfBundle_;
+  ShadeCache seenPieces_{13}, bouncePieces_{15};
 };
 
 }  // namespace ovhost

@@ -68,17 +68,20 @@ struct Pass {
   std::uint32_t begin, end;
 };
 
-/// One sample for the first picture, then as many at a time as share work.
+/// One sample for the first picture, then as many at a time as are traced together.
 std::vector<Pass> Passes(int samples) {
   std::vector<Pass> passes;
   const auto end = static_cast<std::uint32_t>(samples);
   for (std::uint32_t i = 0; i < end;) {
-    const std::uint32_t next = i == 0 ? 1 : std::min(end, (i / kSamplesSharing + 1) * kSamplesSharing);
+    const std::uint32_t next = i == 0 ? 1 : std::min(end, (i / kSamplesTogether + 1) * kSamplesTogether);
     passes.push_back({i, next});
     i = next;
   }
   return passes;
 }
+
+/// Path tracers by the slots of the arena that use them.
+using Tracers = std::vector<std::unique_ptr<PathTracer>>;
 
 /// The render in hand.
 class FrameRender {
@@ -113,7 +116,7 @@ class FrameRender {
   /// What makes the sums of two renders differ, besides size, seed and frame.
   std::uint64_t SceneKey() const;
   RenderOutcome RunInArena(int threads);
-  void RunPass(Pass pass, Film& film, World& world);
+  void RunPass(Pass pass, Film& film, World& world, Tracers& tracers);
   bool Report(double fraction);
   bool TimeIsUp() const {
     return settings_.timeLimitSeconds > 0 && Seconds() - start_ > settings_.timeLimitSeconds;
@@ -219,10 +222,11 @@ bool FrameRender::Report(double fraction) {
   return node->ReportProgress(progressState_, "Rendering", static_cast<float>(fraction), remaining) != 0;
 }
 
-void FrameRender::RunPass(Pass pass, Film& film, World& world) {
+void FrameRender::RunPass(Pass pass, Film& film, World& world, Tracers& tracers) {
   tbb::parallel_for(
       tbb::blocked_range<int>(0, film.NumTiles(), 1), [&](const tbb::blocked_range<int>& range) {
-        std::unique_ptr<PathTracer> tracer;
+        std::unique_ptr<PathTracer>& tracer = tracers[tbb::this_task_arena::current_thread_index()];
+        CameraSample samples[kSamplesTogether];
         for (int tile = range.begin(); tile < range.end(); ++tile) {
           if (film.TileSamples(tile) >= pass.end) continue;
           if (control_.stop || control_.writeNow || outOfTime_) return;
@@ -230,8 +234,10 @@ void FrameRender::RunPass(Pass pass, Film& film, World& world) {
           const PathCounters before = tracer->Counters();
           const PixelRect rect = film.TileRect(tile);
           for (int y = rect.y0; y < rect.y1; ++y)
-            for (int x = rect.x0; x < rect.x1; ++x)
-              for (std::uint32_t i = pass.begin; i < pass.end; ++i) film.Add(x, y, tracer->Sample(x, y, i));
+            for (int x = rect.x0; x < rect.x1; ++x) {
+              tracer->SamplePixel(x, y, pass.begin, pass.end, samples);
+              for (std::uint32_t i = pass.begin; i < pass.end; ++i) film.Add(x, y, samples[i - pass.begin]);
+            }
           film.TileSamples(tile) = pass.end;
           const PathCounters& after = tracer->Counters();
           std::atomic_ref(statistics_.cameraRays) += after.cameraRays - before.cameraRays;
@@ -324,6 +330,7 @@ RenderOutcome FrameRender::RunInArena(int threads) {
   if (world.Suns().empty()) trWarning("The project has no light.");
   if (const trBase* object = world.ObjectAroundEye())
     trWarning("The camera is inside " + object->NameAndPath() + ", below its surface.");
+  Tracers tracers(tbb::this_task_arena::max_concurrency());
   statistics_.vertices = world.Dicing().vertices;
   statistics_.displacements = world.Dicing().displacements;
   statistics_.diceSeconds = world.DiceSeconds();
@@ -332,7 +339,7 @@ RenderOutcome FrameRender::RunInArena(int threads) {
   for (const Pass& pass : Passes(plan_.samples)) {
     bool isPassDone = false;
     while (!isPassDone) {
-      RunPass(pass, film, world);
+      RunPass(pass, film, world, tracers);
       const auto& counts = film.AllTileSamples();
       isPassDone = *std::min_element(counts.begin(), counts.end()) >= pass.end;
       if (control_.stop || outOfTime_) break;

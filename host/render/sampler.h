@@ -54,6 +54,7 @@ inline std::uint32_t Sobol1(std::uint32_t index) {
 /// Sample `index` of a pixel; draws pairs for one use after another. Per-thread state.
 class PixelSampler {
  public:
+  PixelSampler() = default;
   PixelSampler(std::uint64_t pixelKey, std::uint32_t index)
       : key_(static_cast<std::uint32_t>(MixBits64(pixelKey))), index_(index) {}
 
@@ -67,7 +68,7 @@ class PixelSampler {
   }
 
  private:
-  std::uint32_t key_, index_, dimension_ = 0;
+  std::uint32_t key_ = 0, index_ = 0, dimension_ = 0;
 };
 
 }  // namespace ovhost

@@ -1,0 +1,59 @@
+// What diffuse surfaces look like, by pieces of their micropolygon grids: worked out once for all samples
+// that meet a piece.
+#pragma once
+
+#include <vector>
+
+#include "host/render/accel.h"
+
+namespace ovhost {
+
+/// A piece of a patch: part of a micropolygon for what the camera sees, or a block of some for what a diffuse
+/// bounce meets. Its colours are those at its middle.
+struct ShadePiece {
+  const SurfacePart* part = nullptr;
+  std::uint32_t patch = 0, number = 0;  ///< `number` tells the pieces of a patch apart, whatever their size
+  double u = 0, v = 0;                  ///< its middle, within the patch
+  trVector middle;                      ///< on the surface, relative to the eye
+  double size = 0;                      ///< length of its side, metres
+};
+
+/// The piece under a camera ray's hit: as large as a pixel or so, by the distance from the eye. False where
+/// the micropolygon is so long that it isn't worth sharing. `pixelAngle` in radians.
+OV_API bool PieceForCamera(const GridMesh& mesh, const SurfaceHit& hit, double pixelAngle, ShadePiece& piece);
+/// The block of micropolygons under a bounce's hit, half the footprint's size to all of it.
+OV_API void PieceForBounce(const GridMesh& mesh, const SurfaceHit& hit, double footprint, ShadePiece& piece);
+
+/// A direct-mapped cache of pieces' colours. They depend on the piece alone, so a picture doesn't depend on
+/// what was found here and what forgotten. Per-thread state.
+class OV_API ShadeCache {
+ public:
+  struct Entry {
+    const SurfacePart* part = nullptr;
+    std::uint32_t patch = 0, number = 0;
+    bool isShared = false;  ///< false where each sample must be shaded on its own
+    trFCol emission, diffuse, transmission;
+  };
+
+  /// Of 2^bits entries.
+  explicit ShadeCache(int bits) : entries_(size_t(1) << bits), shift_(64 - bits) {}
+
+  /// The entry of a piece; `isNew` where it is to be filled.
+  Entry& Find(const ShadePiece& piece, bool& isNew) {
+    const std::uint64_t key = static_cast<std::uint64_t>(piece.patch) << 32 | piece.number;
+    Entry& entry = entries_[key * 0x9e3779b97f4a7c15ull >> shift_];
+    isNew = entry.part != piece.part || entry.patch != piece.patch || entry.number != piece.number;
+    if (isNew) {
+      entry.part = piece.part;
+      entry.patch = piece.patch;
+      entry.number = piece.number;
+    }
+    return entry;
+  }
+
+ private:
+  std::vector<Entry> entries_;
+  int shift_;
+};
+
+}  // namespace ovhost
