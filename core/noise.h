@@ -36,6 +36,41 @@ class OV_API trNoiseInst4 {
   std::uint32_t seed_ = 0;
 };
 
+/// A noise that may or may not change with time. Thread-safe.
+class trNoiseInstBase {
+ public:
+  virtual ~trNoiseInstBase() = default;
+  virtual double Noise(const trVector& p, const double& w) const = 0;
+};
+
+/// The noise of three or of four dimensions, as configured, so that its user need not care which. An instance
+/// is its seed, so a wrapper is a few words and copies freely.
+class trNoiseInstWrapper : public trNoiseInstBase {
+ public:
+  /// Three-dimensional noise of seed 0.
+  trNoiseInstWrapper() { inst3_.Init(false, 0); }
+  void Configure(bool is4D, int seed) {
+    is4D_ = is4D;
+    isConfigured_ = true;
+    seed_ = seed;
+    inst3_.Init(!is4D, seed);
+    inst4_.Init(is4D, seed);
+  }
+  /// `w` counts in four dimensions only.
+  double Noise(const trVector& p, const double& w) const override {
+    return is4D_ ? inst4_.Noise4(p, w) : inst3_.Noise3(p);
+  }
+  bool Is4D() const { return is4D_; }
+  bool IsConfigured() const { return isConfigured_; }
+  int Seed() const { return seed_; }
+
+ private:
+  bool is4D_ = false, isConfigured_ = false;
+  int seed_ = 0;
+  trNoiseInst3 inst3_;
+  trNoiseInst4 inst4_;
+};
+
 /// Many lookups in one call: entry i is the lookup of an instance of seed `firstSeed + i * seedStep` at
 /// (x[i], y[i], z[i]). A step of 1 gives the octaves of one point, a step of 0 one noise over many points.
 struct trNoiseBatch {

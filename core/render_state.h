@@ -8,6 +8,7 @@
 
 class trVoxelLightingSystem;
 class trRenderState;
+class trMaterial;
 
 /// A view: a perspective camera with its raster.
 struct trView {
@@ -55,6 +56,28 @@ class OV_API trLightState {
   virtual bool DoSpecularHighlights() const = 0;
 };
 
+/// Where a ray met a triangle of a scene.
+struct trTriHit {
+  double distance = 1e300;  ///< in lengths of the ray's direction; going in, the farthest that counts
+  long tri = 0;             ///< table index in its scene
+  double u = 0, v = 0;      ///< barycentric: the point is (1 - u - v) a + u b + v c
+  trVector normal;          ///< of the triangle's plane, by the right-hand rule, unit
+};
+
+/// A triangle made for one render, in world space.
+struct trRenderTri {
+  trVector point[3], normal[3], texture[3];
+  const trMaterial* material = nullptr;
+};
+
+/// Takes triangles that are made for a render. One thread at a time.
+class OV_API trTriSink {
+ public:
+  virtual ~trTriSink() = default;
+  /// False when no more can be taken.
+  virtual bool Take(const trRenderTri& tri) = 0;
+};
+
 /// What a renderer does for a render state. Implemented by the host; a test may bring its own. Thread-safe.
 class OV_API trRenderServices {
  public:
@@ -72,6 +95,8 @@ class OV_API trRenderServices {
   /// that their sum is what a medium of phase function 1 receives in the units of Intensity.
   virtual void EnviroInAtmosphere(trRenderState& state, const trVector& point, const trVector& spot,
                                   trFCol& above, trFCol& below) = 0;
+  /// The nearest of a scene's own triangles on a ray, before hit.distance; false leaves `hit` as it is.
+  virtual bool IntersectTris(const trScene&, const trVector&, const trVector&, trTriHit&) { return false; }
   virtual double SpotSize(const trVector& point) const = 0;
   virtual bool IsPausingOrAborting() const = 0;
   virtual bool IsProgressiveRenderer() const { return false; }
@@ -164,6 +189,22 @@ class OV_API trRenderState {
   void ApplyTintToCd(trFCol& colour) const;
   void ApplyTintToSurfEmit(trFCol& colour) const;
 
+  // --- Geometry
+  // ---------------------------------------------------------------------------------------------------
+  /// The nearest of the scene's own triangles (its groups have theirs) that a ray meets, before hit.distance.
+  /// The ray is in the space that the scene's transform leads to. 1 with `hit` filled, or 0.
+  long IntersectRayTriAccelerator(const trScene& scene, const trVector& origin, const trVector& direction,
+                                  trTriHit& hit) {
+    return services_.IntersectTris(scene, origin, direction, hit) ? 1 : 0;
+  }
+  /// Gives the renderer one of a scene's triangles as it stands. 0 where nobody takes triangles, the scene
+  /// has no such triangle, or no more can be taken.
+  long PushTri(const trScene& scene, long tri);
+  /// Gives the renderer a triangle; 0 as for PushTri, or where it isn't finite.
+  long PushRenderTri(const trRenderTri& tri);
+  /// Who takes triangles; null for nobody.
+  void SetTriSink(trTriSink* sink) { triSink_ = sink; }
+
   // --- The ray in hand
   // -----------------------------------------------------------------------------------------
   struct Ray {
@@ -224,6 +265,7 @@ class OV_API trRenderState {
   trRenderServices& services_;
   trShadingInterface& shading_;
   Ray ray_;
+  trTriSink* triSink_ = nullptr;
   Terminator terminator_;
   Outputs outputs_;
 };

@@ -25,7 +25,8 @@ struct trTexVert {
   trVector uvw;
 };
 
-/// Three corners; a pair of consecutive triangles (a, b, c), (a, c, d) is a quad to the dicer.
+/// Three corners with the indices of what they have; 0 for no texture vertex or normal. A pair of consecutive
+/// triangles (a, b, c), (a, c, d) is a quad to the dicer.
 struct trTri {
   std::int32_t point[3] = {0, 0, 0};
   std::int32_t texVert[3] = {0, 0, 0};
@@ -56,6 +57,12 @@ class OV_API trMaterial {
   trShader* extraShader = nullptr;
   /// How much the surface is expected to move, relative to the planet's default; scales dicing margins.
   float displacementTolerance = 1.0f;
+  /// Whether triangles are shaded with their own normals rather than flat.
+  bool useNormals = true;
+  /// Whether either side of a surface is shaded as the one that is seen; otherwise its normal stays outward.
+  bool isDoubleSided = true;
+  /// Whether the shadow line on triangles with normals is softened, so that it doesn't show their edges.
+  bool smoothsTerminator = false;
 };
 
 class OV_API trGeomGroup {
@@ -81,14 +88,20 @@ struct trParticle {
 /// What the camera sees of a scene. A holdout hides what is behind it and leaves the picture empty there.
 enum class trSceneVisibilityMode { kInvisible = 0, kVisible = 1, kHoldout = 2 };
 
-/// Mixed into a scene maker that owns particles; tells what stands at each. Thread-safe.
+/// Mixed into a scene maker that owns particles; tells what stands at each. Thread-safe. Boxes and transforms
+/// lead to the object space of the scene that holds the particles, which for a populator is the world.
 class OV_API trParticleInflator {
  public:
   virtual ~trParticleInflator() = default;
   virtual trBoundingBox InstanceBoundingBox(const trParticle& particle) const = 0;
-  virtual long InflateInstanceElement(const trParticle& particle, trScene& into) const = 0;
-  virtual bool IntersectInstance(const trParticle& particle, const trVector& origin,
-                                 const trVector& direction, double& distance) const = 0;
+  /// Makes the next element of a particle's instance: pushes its triangle, if any, to `state` and moves
+  /// `cursor` on, which runs from 0 to the number of elements that the instance's scene sorted. 0 ends the
+  /// instance.
+  virtual long InflateInstanceElement(trRenderState& state, const trParticle& particle, long& cursor) = 0;
+  /// Whether the ray in hand of `state` meets a particle's instance nearer than `distance` (in lengths of
+  /// `direction`), which is then its distance.
+  virtual bool IntersectInstance(trRenderState& state, const trParticle& particle, const trVector& origin,
+                                 const trVector& direction, double& distance) = 0;
   virtual trFCol ParticleDiffuseTint(const trParticle&) const { return trFCol(1.0f); }
   virtual trFCol ParticleLuminosityTint(const trParticle&) const { return trFCol(1.0f); }
   virtual void ApplyTintToCd(const trParticle& particle, trFCol& colour) const {
@@ -97,6 +110,8 @@ class OV_API trParticleInflator {
   virtual void ApplyTintToSurfEmit(const trParticle& particle, trFCol& colour) const {
     colour *= ParticleLuminosityTint(particle);
   }
+  /// Whether instances are nothing but their scenes, moved: the renderer then shares those between them.
+  /// Otherwise it has every element inflated.
   virtual bool IsBasicInstancer() const { return false; }
   virtual long NumInstanceScenes() const { return 0; }
   virtual long InstanceSceneIndex(const trParticle&) const { return 0; }
@@ -108,12 +123,13 @@ class OV_API trParticleInflator {
   }
 };
 
-/// One entry of SortElements: a triangle or particle by its table index, and its depth along the sort
-/// direction.
+/// One entry of SortElements: a triangle or particle of the scene or of one of its groups.
 struct trSortedElement {
+  const trScene* scene = nullptr;  ///< whose table holds it
   long index = 0;
   bool isParticle = false;
-  double depth = 0;
+  double depth = 0;  ///< of the centre along the sort direction
+  double size = 0;   ///< minus the area, square metres; of a particle, that of three sides of its box
 };
 
 class OV_API trScene {
@@ -127,6 +143,7 @@ class OV_API trScene {
   long Init();
   /// Ends filling: bounds and totals are settled, sub-scenes included.
   void PrepForRender();
+  /// Lists the elements, those of groups included, by their depth along a direction of the world.
   void SortElements(const trVector& direction, bool includeParticles);
 
   // Tables

@@ -126,6 +126,70 @@ TEST(Scene, ElementsSortAlongADirectionOfTheWorld) {
   const long expected[] = {2, 3, 1};
   for (long i = 1; i <= 3; ++i) EXPECT_EQ(scene.GetSortedElementInfoReversed(i)->index, expected[i - 1]);
   EXPECT_EQ(scene.GetSortedElementInfoReversed(4), nullptr);
+
+  // Groups count too, at the scale that they stand in.
+  scene.SetTransform(trScale(2, 2, 2));
+  ASSERT_TRUE(scene.BeginGroup("tri"));
+  trTri tri;
+  for (int i = 0; i < 3; ++i) {
+    trPoint point{{5, 0, 0}};
+    point.position[i] += 1;
+    tri.point[i] = static_cast<std::int32_t>(scene.AddPoint(point));
+  }
+  ASSERT_TRUE(scene.AddTri(tri));
+  scene.EndGroup();
+  scene.SortElements({1, 0, 0}, false);
+  ASSERT_EQ(scene.NumSortedElements(), 1);
+  const trSortedElement& element = *scene.GetSortedElementInfoReversed(1);
+  EXPECT_EQ(element.scene, scene.GetPGroup(1)->Subscene().get());
+  EXPECT_NEAR(element.depth, 2 * (5 + 1.0 / 3), 1e-12);
+  EXPECT_NEAR(element.size, -4 * std::sqrt(3.0) / 2, 1e-12);
+}
+
+/// Keeps what it is given, up to two.
+struct TriList : trTriSink {
+  bool Take(const trRenderTri& tri) override {
+    tris.push_back(tri);
+    return tris.size() <= 2;
+  }
+  std::vector<trRenderTri> tris;
+};
+
+TEST(RenderState, PushedTrianglesStandInTheWorld) {
+  trScene scene;
+  scene.SetTransform(trTranslate({6.4e6, 0, 0}) * trScale(1, 2, 1));
+  trTri tri;
+  for (int i = 0; i < 3; ++i) {
+    trVector corner;
+    corner[i] = 1;
+    tri.point[i] = static_cast<std::int32_t>(scene.AddPoint({corner}));
+    tri.texVert[i] = static_cast<std::int32_t>(scene.AddTexVert({{i * 0.5, 1, 0}}));
+    tri.normal[i] = static_cast<std::int32_t>(scene.AddNormal({{0, 1, 1}}));
+  }
+  tri.material = static_cast<std::int32_t>(scene.AddMaterial(trMaterial()));
+  const long index = scene.AddTri(tri);
+
+  trNoRenderServices services;
+  trShadingInterface si;
+  trRenderState state(services, si);
+  trTriHit hit;
+  EXPECT_EQ(state.IntersectRayTriAccelerator(scene, {}, {1, 0, 0}, hit), 0) << "nothing is rendered";
+  EXPECT_EQ(state.PushTri(scene, index), 0) << "nobody takes it";
+  TriList list;
+  state.SetTriSink(&list);
+  EXPECT_EQ(state.PushTri(scene, index), 1);
+  EXPECT_EQ(state.PushTri(scene, index + 1), 0);
+  ASSERT_EQ(list.tris.size(), 1u);
+  ExpectNear(list.tris[0].point[1], {6.4e6, 2, 0}, 1e-9);
+  ExpectNear(list.tris[0].texture[1], {0.5, 1, 0}, 0);
+  ExpectNear(list.tris[0].normal[2], Normalised(trVector(0, 0.5, 1)), 1e-12);
+  scene.GetPMaterial(1)->useNormals = false;
+  EXPECT_EQ(state.PushTri(scene, index), 1);
+  ExpectNear(list.tris[1].normal[0], Normalised(trVector(1, 0.5, 1)), 1e-12);
+  trRenderTri bad = list.tris[0];
+  bad.point[2].x = std::nan("");
+  EXPECT_EQ(state.PushRenderTri(bad), 0);
+  EXPECT_EQ(state.PushTri(scene, index), 0) << "full";
 }
 
 /// Notes the steps of Make, and fails at one.

@@ -106,8 +106,9 @@ class Inflator : public trParticleInflator {
   trBoundingBox InstanceBoundingBox(const trParticle& particle) const override {
     return trBoundingBox::FromCentre(particle.position + trVector(0, 1, 0), {2, 2, 2});
   }
-  long InflateInstanceElement(const trParticle&, trScene&) const override { return 0; }
-  bool IntersectInstance(const trParticle&, const trVector&, const trVector&, double&) const override {
+  long InflateInstanceElement(trRenderState&, const trParticle&, long&) override { return 0; }
+  bool IntersectInstance(trRenderState&, const trParticle&, const trVector&, const trVector&,
+                         double&) override {
     return false;
   }
   trTransform<double> InstanceTransform(const trParticle&) const override { return trScale(10, 10, 10); }

@@ -1,6 +1,8 @@
 // Nested shader calls of a render state.
 #include "core/render_state.h"
 
+#include <algorithm>
+
 #include "core/idioms.h"
 #include "core/scene.h"
 
@@ -19,6 +21,32 @@ void MoveSample(trShadingInterface& si, bool moveTexture, const trVector* point,
 trRenderState::trRenderState(trRenderServices& services, trShadingInterface& shading)
     : services_(services), shading_(shading) {
   shading_.SetRenderState(this);
+}
+
+long trRenderState::PushTri(const trScene& scene, long tri) {
+  const trTri* entry = scene.GetPTri(tri);
+  trRenderTri made;
+  if (!entry || scene.GetPointVecs(entry->point, made.point, 3) != 3) return 0;
+  made.material = scene.GetPMaterial(entry->material);
+  if (scene.GetTexVecs(entry->texVert, made.texture, 3) != 3)
+    std::copy(made.point, made.point + 3, made.texture);
+  const bool isSmooth =
+      (!made.material || made.material->useNormals) && scene.GetNormals(entry->normal, made.normal, 3) == 3;
+  if (!isSmooth) {
+    const trVector flat = Cross(made.point[1] - made.point[0], made.point[2] - made.point[0]);
+    std::fill(made.normal, made.normal + 3, flat);
+  }
+  const trTransform<double>& transform = scene.GetTransform();
+  for (trVector& point : made.point) point = transform.Point(point);
+  for (trVector& normal : made.normal) normal = transform.Normal(normal);
+  return PushRenderTri(made);
+}
+
+long trRenderState::PushRenderTri(const trRenderTri& tri) {
+  double sum = 0;
+  for (int i = 0; i < 3; ++i)
+    sum += tri.point[i].LengthSquared() + tri.normal[i].LengthSquared() + tri.texture[i].LengthSquared();
+  return std::isfinite(sum) && triSink_ && triSink_->Take(tri) ? 1 : 0;
 }
 
 trVector trRenderState::CallDisplacement(trShader* shader, bool moveTexture, const trVector* point,

@@ -85,18 +85,30 @@ void trScene::Tables::Settle(trScene& scene, long& nextMaterial) {
   t.isSettled = true;
 }
 
-void trScene::SortElements(const trVector& direction, bool includeParticles) {
-  Tables& t = *tables_;
-  t.sorted.clear();
+void trScene::Tables::CollectElements(const trScene& scene, const trVector& direction, bool includeParticles,
+                                      std::vector<trSortedElement>& out) {
+  const Tables& t = *scene.tables_;
   const auto depthOf = [&](const trVector& p) { return Dot(direction, t.transform.Point(p)); };
   for (long i = 1; i <= static_cast<long>(t.tris.size()); ++i) {
     trVector corners[3];
-    if (Gather(t.points, &trPoint::position, t.tris[i - 1].point, corners, 3) == 3)
-      t.sorted.push_back({i, false, depthOf((corners[0] + corners[1] + corners[2]) / 3.0)});
+    if (Gather(t.points, &trPoint::position, t.tris[i - 1].point, corners, 3) != 3) continue;
+    const trVector a = t.transform.Direction(corners[1] - corners[0]),
+                   b = t.transform.Direction(corners[2] - corners[0]);
+    out.push_back({&scene, i, false, depthOf((corners[0] + corners[1] + corners[2]) / 3.0),
+                   -0.5 * Cross(a, b).Length()});
   }
-  if (includeParticles)
-    for (long i = 1; i <= static_cast<long>(t.particles.size()); ++i)
-      t.sorted.push_back({i, true, depthOf(t.particles[i - 1].position)});
+  for (long i = 1; includeParticles && i <= static_cast<long>(t.particles.size()); ++i) {
+    const trParticle& particle = t.particles[i - 1];
+    const trVector s = t.inflator ? t.inflator->SizeOfInstanceAlignedBoundingBox(particle) : trVector();
+    out.push_back({&scene, i, true, depthOf(particle.position), -(s.x * s.y + s.y * s.z + s.z * s.x)});
+  }
+  for (const auto& group : t.groups) CollectElements(*group->Subscene(), direction, includeParticles, out);
+}
+
+void trScene::SortElements(const trVector& direction, bool includeParticles) {
+  Tables& t = *tables_;
+  t.sorted.clear();
+  Tables::CollectElements(*this, direction, includeParticles, t.sorted);
   std::stable_sort(t.sorted.begin(), t.sorted.end(),
                    [](const trSortedElement& a, const trSortedElement& b) { return a.depth < b.depth; });
   t.isSorted = true;

@@ -32,6 +32,8 @@ struct trScene::Tables {
   /// The tables being filled: those of the innermost open group.
   Tables& Current();
   static void Settle(trScene& scene, long& nextMaterial);
+  static void CollectElements(const trScene& scene, const trVector& direction, bool includeParticles,
+                              std::vector<trSortedElement>& out);
 };
 
 namespace ovhost {
