@@ -22,6 +22,20 @@ inline double trGuardedQuotient(double a, double b) {
   return a / (b > 1e-12 || b < -1e-12 ? b : b >= 0 ? 1e-12 : -1e-12);
 }
 
+namespace ovhost {
+class HeightfieldWalk;
+}
+
+/// Holds off HfOperateTS of all other threads while it lives, for who works on rasters on their own account,
+/// such as a button. Thread-safe.
+class OV_API trHeightfieldTurn {
+ public:
+  trHeightfieldTurn();
+  ~trHeightfieldTurn();
+  trHeightfieldTurn(const trHeightfieldTurn&) = delete;
+  trHeightfieldTurn& operator=(const trHeightfieldTurn&) = delete;
+};
+
 /// Base of all heightfield nodes. Declares the link `input_node` ahead of a class's own parameters and the
 /// fact `is_heightfield`. HfOperateTS and the lookups are thread-safe; the rest is one thread at a time.
 class OV_API trHeightfield : public trFloatMap, public trBase {
@@ -48,6 +62,9 @@ class OV_API trHeightfield : public trFloatMap, public trBase {
   /// Whether changes of its parameters are to start a preview; false for costly operators.
   void HfSetParamsMayAffectPreviews(bool may) { mayAffectPreviews_ = may; }
   bool HfParamsMayAffectPreviews() const { return mayAffectPreviews_; }
+  /// Whether a newer raster of a heightfield that this one links to puts this one out of date, as it does
+  /// unless a class says otherwise.
+  void HfSetFollowsInputs(bool follows) { followsInputs_ = follows; }
 
   // --- Size and scale
   long HfXPnts() const { return width; }
@@ -94,14 +111,27 @@ class OV_API trHeightfield : public trFloatMap, public trBase {
   double HfZLookupCatmullRom(const double& x, const double& y, double* gradient) const;
 
  private:
+  friend class ovhost::HeightfieldWalk;
+
+  /// The node whose own scale this one reports; null where there is none.
+  const trHeightfield* ScaleOwner() const;
+  /// Stands for the present rasters of all heightfields that this one links to.
+  std::uint64_t InputsVersion() const;
+
   trHeightfieldLink inputNode_;
   std::atomic<long> isValid_{0};
   /// The state of the graph in which the node last operated, and the result of that.
   std::atomic<std::uint64_t> operatedAt_{0};
   std::atomic<long> operatedResult_{0};
+  bool isOperating_ = false;
+  /// Counts up with every raster; what the inputs' were when this one's was made.
+  std::uint64_t version_ = 0, inputsVersion_ = 0;
+  bool followsInputs_ = true, mayAffectPreviews_ = true;
+
   unsigned char scaleEnabled_ = 0, latLongEnabled_ = 0;
-  bool mayAffectPreviews_ = true;
   double xScale_ = 1, yScale_ = 1, zScale_ = 1;
+  mutable std::atomic<const trHeightfield*> scaleOwner_{nullptr};  ///< as of `scaleOwnerAt_`
+  mutable std::atomic<std::uint64_t> scaleOwnerAt_{0};
   trLatLongCorners corners_;
   float minZ_ = 0, maxZ_ = 0;
 };

@@ -5,14 +5,13 @@
 #include <tbb/global_control.h>
 #include <tbb/parallel_for.h>
 #include <tbb/task_arena.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
-#include <fstream>
 #include <thread>
 
 #include "host/base/log.h"
+#include "host/base/memory.h"
 #include "host/node/node_data.h"
 #include "host/project/camera.h"
 #include "host/project/render_node.h"
@@ -32,15 +31,6 @@ constexpr double kEdgePixels = 2.0;
 
 double Seconds() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
-
-/// Memory that programs may still take. What the system's file cache would give back counts.
-std::uint64_t FreeMemory() {
-  std::ifstream in("/proc/meminfo");
-  for (std::string word; in >> word;)
-    if (std::uint64_t kib = 0; word == "MemAvailable:" && in >> kib) return kib << 10;
-  return static_cast<std::uint64_t>(sysconf(_SC_AVPHYS_PAGES)) *
-         static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
 }
 
 template <typename T>

@@ -1,0 +1,196 @@
+// The heightfield node: validity, scales and their inheritance, corners, range.
+#include "core/heightfield.h"
+
+#include <cfloat>
+#include <exception>
+
+#include "core/project.h"
+#include "host/node/node_data.h"
+#include "host/raster/heightfield_walk.h"
+
+namespace {
+
+/// Changes of who has a scale of its own.
+std::atomic<std::uint32_t> scaleChanges{1};
+
+std::uint64_t ScaleState() {
+  return std::uint64_t{ovhost::GraphGeneration()} << 32 | scaleChanges.load(std::memory_order_acquire);
+}
+
+/// Follows a chain that may end in a ring (Brent 1980).
+class RingGuard {
+ public:
+  /// Whether the walk came back to where it was.
+  bool IsRing(const trHeightfield* at) {
+    if (at == anchor_) return true;
+    if (++steps_ == limit_) {
+      anchor_ = at;
+      steps_ = 0;
+      limit_ *= 2;
+    }
+    return false;
+  }
+
+ private:
+  const trHeightfield* anchor_ = nullptr;
+  std::uint64_t steps_ = 0, limit_ = 2;
+};
+
+}  // namespace
+
+trHeightfield::trHeightfield() {
+  DeclareTrue("is_heightfield");
+  Param(inputNode_, "input_node", "");
+}
+
+trHeightfield::~trHeightfield() = default;
+
+long trHeightfield::HfOperate() {
+  HfValidate();
+  return 1;
+}
+
+long trHeightfield::HfOperateTS() {
+  if (operatedAt_.load(std::memory_order_acquire) == ovhost::HeightfieldState())
+    return operatedResult_.load(std::memory_order_relaxed);
+  const trHeightfieldTurn turn;
+  // Within a walk, the state is the one that the walk began with.
+  long result;
+  if (const auto* walk = ovhost::HeightfieldWalk::Current(); walk && walk->HasResult(*this, result))
+    return result;
+  try {
+    return ovhost::HeightfieldWalk().Run(*this);
+  } catch (const std::exception& problem) {
+    const trScopedErrorsWarningsContext context(this);
+    trError(trString("The heightfield couldn't be made: ") + problem.what());
+    return 0;
+  }
+}
+
+trHeightfield* trHeightfield::HfInput() const {
+  return dynamic_cast<trHeightfield*>(inputNode_.LinkedNode());
+}
+
+std::uint64_t trHeightfield::InputsVersion() const {
+  std::uint64_t hash = 1;
+  for (const trHeightfield* input : ovhost::LinkedHeightfields(*this)) {
+    hash = (hash ^ reinterpret_cast<std::uintptr_t>(input)) * 0x9e3779b97f4a7c15ull;
+    hash = (hash ^ hash >> 29 ^ input->version_) * 0xbf58476d1ce4e5b9ull;
+  }
+  return hash;
+}
+
+void trHeightfield::HfValidate() {
+  inputsVersion_ = InputsVersion();
+  isValid_.store(1, std::memory_order_release);
+}
+
+void trHeightfield::HfInvalidate() {
+  static std::atomic<std::uint64_t> versions{0};
+  version_ = ++versions;
+  isValid_.store(0, std::memory_order_release);
+  ovhost::BumpHeightfieldState();
+}
+
+void trHeightfield::OnParamChanged(long index, trBase* who, unsigned char invalidate) {
+  trBase::OnParamChanged(index, who);
+  if (invalidate)
+    HfInvalidate();
+  else
+    ovhost::BumpHeightfieldState();
+  if (mayAffectPreviews_) trRequest3DPreviewUpdate();
+}
+
+void trHeightfield::OnParamChanged(long index, trBase* who) { OnParamChanged(index, who, 1); }
+
+const trHeightfield* trHeightfield::ScaleOwner() const {
+  const std::uint64_t state = ScaleState();
+  const trHeightfield* owner = this;
+  RingGuard guard;
+  while (owner && !owner->scaleEnabled_) {
+    if (owner->scaleOwnerAt_.load(std::memory_order_acquire) == state) {
+      owner = owner->scaleOwner_.load(std::memory_order_relaxed);
+      break;
+    }
+    owner = owner->HfInput();
+    if (owner && guard.IsRing(owner)) owner = nullptr;
+  }
+  // All on the way have the same owner; the next one to ask is one of them or just behind.
+  for (const trHeightfield* at = this; at && !at->scaleEnabled_; at = at->HfInput()) {
+    if (at->scaleOwnerAt_.load(std::memory_order_relaxed) == state) break;
+    at->scaleOwner_.store(owner, std::memory_order_relaxed);
+    at->scaleOwnerAt_.store(state, std::memory_order_release);
+  }
+  return owner;
+}
+
+double trHeightfield::HfXScale() const {
+  const trHeightfield* owner = ScaleOwner();
+  return owner ? owner->xScale_ : 1;
+}
+double trHeightfield::HfYScale() const {
+  const trHeightfield* owner = ScaleOwner();
+  return owner ? owner->yScale_ : 1;
+}
+double trHeightfield::HfZScale() const {
+  const trHeightfield* owner = ScaleOwner();
+  return owner ? owner->zScale_ : 1;
+}
+
+void trHeightfield::HfSetScale(const double& x, const double& y, const double& z) {
+  xScale_ = x;
+  yScale_ = y;
+  zScale_ = z;
+}
+
+void trHeightfield::HfSetScaleEnabled(unsigned char enabled) {
+  if (scaleEnabled_ == enabled) return;
+  scaleEnabled_ = enabled;
+  scaleChanges.fetch_add(1, std::memory_order_acq_rel);
+}
+
+void trHeightfield::HfSetLatLongEnabled(unsigned char enabled) { latLongEnabled_ = enabled; }
+void trHeightfield::HfSetLatLongCorners(const trLatLongCorners& corners) { corners_ = corners; }
+
+unsigned char trHeightfield::HfLatLongCorners(trLatLongCorners* corners) const {
+  const trHeightfield* owner = this;
+  RingGuard guard;
+  while (owner && !owner->latLongEnabled_) {
+    owner = owner->scaleEnabled_ ? nullptr : owner->HfInput();
+    if (owner && guard.IsRing(owner)) owner = nullptr;
+  }
+  if (owner && corners) *corners = owner->corners_;
+  return owner != nullptr;
+}
+
+void trHeightfield::HfFindZRange() {
+  // Lanes side by side, so that the pass runs at the memory's speed.
+  constexpr int kLanes = 16;
+  float lowest[kLanes], highest[kLanes];
+  for (int k = 0; k < kLanes; ++k) {
+    lowest[k] = FLT_MAX;
+    highest[k] = -FLT_MAX;
+  }
+  const std::int64_t count = std::int64_t{width} * height;
+  const auto* values = reinterpret_cast<const float*>(pixels);
+  // What isn't a number fails both comparisons, infinities the one with the other end.
+  const auto take = [&](float v, int k) {
+    lowest[k] = v < lowest[k] && v >= -FLT_MAX ? v : lowest[k];
+    highest[k] = v > highest[k] && v <= FLT_MAX ? v : highest[k];
+  };
+  std::int64_t i = 0;
+  for (; i + kLanes <= count; i += kLanes)
+    for (int k = 0; k < kLanes; ++k) take(values[i + k], k);
+  for (; i < count; ++i) take(values[i], 0);
+  for (int k = 1; k < kLanes; ++k) {
+    lowest[0] = std::min(lowest[0], lowest[k]);
+    highest[0] = std::max(highest[0], highest[k]);
+  }
+  const bool any = lowest[0] <= highest[0];
+  minZ_ = any ? lowest[0] : 0;
+  maxZ_ = any ? highest[0] : 0;
+}
+
+double trHeightfield::Hf01FromZ(const double& z) const {
+  return trGuardedQuotient(z - minZ_, static_cast<double>(maxZ_) - minZ_);
+}
