@@ -31,8 +31,9 @@ struct trLobe {
   int kind = kDiffuseReflection;
   trFCol colour;  ///< weight of the whole lobe
 
-  // Kinds 4 and 5. Reflectance is base + (edge - base) * Fresnel, per channel.
-  trFCol base, edge;
+  // Kinds 4 and 5. Reflectance is base + (edge - base) * Fresnel, per channel (trRoughReflectance);
+  // transmittance is base * (1 - reflectivity * Fresnel).
+  trFCol base, edge, reflectivity{1.0f};
   trVector normal;         ///< reflecting normal, on the viewer's side
   float roughness = 0;     ///< of the microfacets
   float roughness2 = 0;    ///< square of the highlight roughness

@@ -2,11 +2,23 @@
 //
 // A model's result, multiplied by (S + C), by the cosine at the surface and by a light's Intensity, is the
 // reflected radiance: pi times the microfacet term (distribution and shadowing over four cosines), times the
-// reflectance S + (C - S) F per channel over S + C, with F the Fresnel reflectance at the half vector. `n`,
-// `l`, `v` are unit vectors on one side: normal, to the light, to the viewer. `a` is the roughness, `a2` its
-// square, `f` (ior - 1) / (ior + 1), `invTweak` one over the tweak of the tails (2 is neutral). All are
-// finite for any finite input. Thread-safe.
+// reflectance S + (C - S) F per channel over S + C, with F the exact Fresnel reflectance at the half vector.
+// `n`, `l`, `v` are unit vectors on one side: normal, to the light, to the viewer. `a` is the roughness (the
+// root mean square slope times the square root of 2), `a2` its square, `f` (ior - 1) / (ior + 1), `invTweak`
+// one over the tweak of the tails: 2 is neutral, less makes them heavier, more lighter. All are finite for
+// any finite input, and none reflects more light than it gets. Thread-safe.
+//
+// Blinn       cosine power of exponent 2 / a^2 - 2, shadowing by V cavities (Blinn 1977, Torrance and Sparrow
+//             1967), normalised.
+// Beckmann    OV 2: slopes s of density exp(-(s / a)^invTweak), shadowing by V cavities (Cook and Torrance
+//             1982). OV 4.5: the same slopes under Smith's shadowing, exact for each tail and correlated in
+//             height (Heitz 2014).
+// GGX         slopes of density (1 + (s / a)^2)^-(1.5 + invTweak / 4), the exponent 2 of GGX at neutral
+//             (Walter et al. 2007, Ribardiere et al. 2017), Smith's shadowing as above.
+// OV 4.5 and GGX take the reflectance of a rough surface (trRoughReflectance).
 #pragma once
+
+#include <algorithm>
 
 #include "core/api.h"
 #include "core/colour.h"
@@ -27,3 +39,29 @@ OV_API trFCol trSpecularBeckmannOV45(const trFCol& s, const trFCol& c, const trF
 OV_API trFCol trSpecularGGX(const trFCol& s, const trFCol& c, const trFCol& ior, const trVector& n,
                             const trVector& l, const trVector& v, double a, double invTweak, double a2,
                             double f);
+
+/// How much light the facets of a rough surface pass to each other before it leaves, against what leaves at
+/// once: grows with the squared roughness. 0 for the older models.
+inline float trInterreflection(int model, float a2) {
+  if (model < 2) return 0;
+  return std::min(model == 3 ? 1.4f * a2 : a2, 1e12f);
+}
+
+/// Reflectance of a rough surface: base + (edge - base) * fresnel.
+struct trRoughReflectanceTerms {
+  trFCol base, edge, fresnel;
+  trFCol Total() const { return base + (edge - base) * fresnel; }
+};
+/// Of what facets pass to each other, each pass keeps the reflectance's share (`f` stands for Fresnel's):
+/// surfaces that absorb lose more light the rougher they are, white ones none. `kappa` is trInterreflection;
+/// at 0 the terms are S, C and F unchanged.
+inline trRoughReflectanceTerms trRoughReflectance(const trFCol& s, const trFCol& c, float fresnel, float f,
+                                                  float kappa) {
+  trRoughReflectanceTerms terms{s, c, trFCol(fresnel)};
+  if (!(kappa > 0)) return terms;
+  for (int k = 0; k < 3; ++k) {
+    terms.fresnel[k] = fresnel * (1 + kappa * std::clamp(c[k] * f, 0.0f, 1.0f)) / (1 + kappa);
+    terms.base[k] = s[k] * (1 + kappa * std::clamp(s[k] + (c[k] - s[k]) * f, 0.0f, 1.0f)) / (1 + kappa);
+  }
+  return terms;
+}

@@ -1,0 +1,102 @@
+// Rough interfaces: distributions of microfacet normals with their masking, and the specular lobes of a
+// reflection as path engines evaluate and sample them.
+#pragma once
+
+#include "core/api.h"
+#include "core/bsdf.h"
+
+namespace ovhost {
+
+/// A distribution of microfacet normals about +z, the same in all directions round it, with its masking and
+/// shadowing. Angles come as cosines: `cosH` of the half vector, `cosV` and `cosL` of two directions on the
+/// upper side (above 0), `vDotH` and `lDotH` between those and the half vector. A value type; thread-safe.
+class OV_API Microfacet {
+ public:
+  /// Models as in trLobe: 0 Blinn, 1 Beckmann in V cavities, 2 Beckmann with Smith's masking; anything else
+  /// is GGX. `roughness` is held between 1e-4 and 1e4; `invTweak`, where 2 is neutral, between 0.5 and 8.
+  Microfacet(int model, double roughness, double invTweak);
+
+  /// Facets per solid angle of half vectors and per area of surface; its integral times the cosine is 1.
+  double D(double cosH) const;
+  /// Share of the facets facing along the half vector that a viewer sees.
+  double G1(double cosV, double cosH, double vDotH) const;
+  /// Share that both a viewer and a light on the same side see.
+  double G2(double cosV, double cosL, double cosH, double vDotH, double lDotH) const;
+  /// D G2 / (4 cosV cosL) for reflection, finite at all angles.
+  double Reflection(double cosV, double cosL, double cosH, double vDotH) const;
+
+  /// Draws a half vector that `v` (unit, above the surface) sees; by the visible normals where the model has
+  /// a closed form for them.
+  trVector SampleHalf(const trVector& v, const tr2Vector& draw) const;
+  /// Density of SampleHalf, per solid angle of half vectors.
+  double PdfHalf(double cosV, double cosH, double vDotH) const;
+
+ private:
+  enum Shape { kBlinn, kBeckmannCavities, kBeckmannSmith, kGgx };
+  bool HasCavities() const { return shape_ == kBlinn || shape_ == kBeckmannCavities; }
+  double Lambda(double cosine) const;
+  /// Facets about a radial slope, as seen by SampleHalf where that isn't by D itself.
+  double ProposalD(double cosH) const;
+  trVector SampleCavities(const trVector& v, const tr2Vector& draw) const;
+
+  Shape shape_;
+  bool isNeutral_ = true;  ///< tails without tweak, which have closed forms
+  double alpha_, alpha2_;
+  double tail_ = 2;       ///< exponent of the tails
+  double scale_ = 1;      ///< of D
+  double proposal2_ = 1;  ///< squared roughness of the GGX that stands in for tweaked tails in sampling
+  double tableRow_ = 0;   ///< of the masking of tweaked tails
+};
+
+/// A lobe of kind 4 or 5 as one viewer sees it. Weights are for radiance without the squared index that
+/// radiance gains in denser media, so that light which enters and leaves again keeps its measure. Each kind
+/// reflects or transmits at most what single scattering between microfacets leaves: reflectance and
+/// transmittance are taken at the half vector and scaled by what `colour` has to the lobe's own at the
+/// normal. A value type; thread-safe.
+class OV_API SpecularLobe {
+ public:
+  /// `toViewer` is a unit vector on the side of the lobe's normal; elsewhere the lobe is black.
+  SpecularLobe(const trLobe& lobe, const trVector& toViewer);
+
+  /// Whether all light goes one way: then Evaluate and Pdf are 0, and only Sample knows where.
+  bool IsMirror() const { return isMirror_; }
+  /// The lobe's value times the light's cosine at the lobe's normal.
+  trFCol Evaluate(const trVector& toLight) const;
+  /// Density of Sample, per solid angle.
+  double Pdf(const trVector& toLight) const;
+
+  struct Sampled {
+    trVector toLight;
+    trFCol weight;   ///< Evaluate / Pdf; the lobe's colour for mirrors
+    double pdf = 0;  ///< 0 for mirrors
+  };
+  /// Draws a direction to light; false where the draw goes nowhere, which counts as a black sample.
+  bool Sample(const tr2Vector& draw, Sampled& out) const;
+
+ private:
+  struct Geometry {
+    double cosV, cosL, cosH, vDotH, lDotH;
+  };
+  trVector Local(const trVector& d) const { return {Dot(d, side_), Dot(d, front_), Dot(d, normal_)}; }
+  trVector World(const trVector& d) const { return side_ * d.x + front_ * d.y + normal_ * d.z; }
+  /// The half vector between the viewer and a local direction; false where no facet joins them.
+  bool Join(const trVector& light, Geometry& g) const;
+  /// Solid angle of half vectors per solid angle of light directions.
+  double Jacobian(const Geometry& g) const;
+  trFCol WeightAt(double vDotH) const;
+  bool SampleMirror(Sampled& out) const;
+
+  trLobe lobe_;
+  Microfacet facets_;
+  trVector normal_, side_, front_, view_;  ///< a frame, and the viewer in it
+  trFCol scale_;                           ///< colour over what the lobe has at its normal
+  double index_ = 1;
+  float kappa_ = 0;
+  bool isTransmission_ = false, isMirror_ = false, isBlack_ = false;
+};
+
+/// Exact reflectance of the border to a medium of relative index `index` for light at `cosine` to the normal;
+/// 1 where all is reflected.
+OV_API float InterfaceFresnel(double index, double cosine);
+
+}  // namespace ovhost
