@@ -1,9 +1,9 @@
 // `ov check`: finds what is wrong with a project before it is rendered.
 #include <algorithm>
 #include <cstdio>
-#include <nlohmann/json.hpp>
 
 #include "app/app.h"
+#include "app/json.h"
 #include "app/session.h"
 #include "core/messages.h"
 #include "host/base/log.h"
@@ -12,8 +12,6 @@
 
 namespace ovapp {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 struct Options {
   ProjectOptions project;
@@ -45,7 +43,7 @@ long Check(const Options& options, long& faults) {
     faults = ovhost::NumWarnings();
     const std::vector<trBase*> nodes = ovhost::AllNodes(&session.Project());
     ovhost::ReportBrokenLinks(&session.Project(), trError);
-    ovhost::ReportShaderRings(&session.Project());
+    ovhost::ReportShaderRings(&session.Project(), trError);
     CheckCompleteness(session.Project());
     faults += ovhost::NumErrors();
     return static_cast<long>(nodes.size());
@@ -65,7 +63,7 @@ int Run(Program&, const Options& options) {
   if (options.json) {
     const Json report = {
         {"project", options.project.path}, {"nodes", std::max(nodes, 0L)}, {"messages", messages}};
-    std::puts(report.dump(1, ' ', false, Json::error_handler_t::replace).c_str());
+    std::fputs(JsonText(report).c_str(), stdout);
   } else if (nodes >= 0) {
     std::printf("%s: %ld nodes, %ld errors, %ld warnings\n", options.project.path.c_str(), nodes,
                 ovhost::NumErrors(), ovhost::NumWarnings());

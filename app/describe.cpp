@@ -1,17 +1,15 @@
 // `ov describe`: prints what there is to know about node classes, as text, JSON or Markdown.
 #include <charconv>
 #include <cstdio>
-#include <nlohmann/json.hpp>
 
 #include "app/app.h"
+#include "app/json.h"
 #include "app/session.h"
 #include "app/sheet.h"
 #include "core/random.h"
 
 namespace ovapp {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 struct Options {
   std::vector<std::string> classes;
@@ -194,7 +192,7 @@ int Run(Program& program, const Options& options) {
     else
       text += (text.empty() ? "" : "\n") + ToText(*sheet);
   }
-  if (options.json) text = list.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
+  if (options.json) text = JsonText(list);
   std::fwrite(text.data(), 1, text.size(), stdout);
   return code;
 }

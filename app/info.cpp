@@ -1,15 +1,13 @@
 // `ov info`: prints what a project holds.
 #include <cstdio>
-#include <nlohmann/json.hpp>
 
 #include "app/app.h"
+#include "app/json.h"
 #include "app/session.h"
 #include "host/node/node_data.h"
 
 namespace ovapp {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 struct Options {
   ProjectOptions project;
@@ -47,7 +45,7 @@ int Run(Program&, const Options& options) {
     }
     list.push_back(entry);
   }
-  if (options.json) text = list.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
+  if (options.json) text = JsonText(list);
   std::fwrite(text.data(), 1, text.size(), stdout);
   return kDone;
 }

@@ -1,9 +1,9 @@
 // `ov nodes`: the catalogue of registered classes, and what of the planned catalogue is missing.
 #include <algorithm>
 #include <cstdio>
-#include <nlohmann/json.hpp>
 
 #include "app/app.h"
+#include "app/json.h"
 #include "app/session.h"
 #include "host/node/class_pool.h"
 
@@ -21,8 +21,7 @@ bool IsBuilt(const ovhost::PlannedRow& row) {
   });
 }
 
-void Print(const Options& options, const std::string& category, const std::string& className,
-           nlohmann::ordered_json& list) {
+void Print(const Options& options, const std::string& category, const std::string& className, Json& list) {
   if (options.json)
     list.push_back({{"class", className}, {"category", category}});
   else
@@ -31,14 +30,14 @@ void Print(const Options& options, const std::string& category, const std::strin
 
 int Run(Program&, const Options& options) {
   const int code = LoadModules();
-  nlohmann::ordered_json list = nlohmann::ordered_json::array();
+  Json list = Json::array();
   if (options.missing) {
     for (const auto& row : ovhost::PlannedRows())
       if (!IsBuilt(row)) Print(options, row.category, row.className, list);
   } else {
     for (const auto& entry : ovhost::Catalogue()) Print(options, entry.category, entry.className, list);
   }
-  if (options.json) std::puts(list.dump(1).c_str());
+  if (options.json) std::fputs(JsonText(list).c_str(), stdout);
   return code;
 }
 

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
+#include <set>
 
 #include "app/app.h"
 #include "app/frames.h"
@@ -29,7 +30,7 @@ struct Options {
   std::optional<int> width, height, samples;
   std::vector<std::string> layers;
   double noise = 0;
-  bool overwrite = false, skipExisting = false, dryRun = false;
+  bool overwrite = false, skipExisting = false, dryRun = false, allowMissing = false;
 };
 
 /// One picture to make.
@@ -81,6 +82,19 @@ ovhost::PixelRect TileRows(const std::string& text, ovhost::PixelRect whole) {
   whole.y0 = top + static_cast<int>(rows * (tile - 1) / count);
   whole.y1 = top + static_cast<int>(rows * tile / count);
   return whole;
+}
+
+/// A picture without what a missing module makes must not be taken for the real one.
+void CheckClasses(juProject& project, const Options& options) {
+  std::set<std::string> classes;
+  for (trBase* node : ovhost::AllNodes(&project))
+    for (const trUnknownBlock& block : node->Data().unknownBlocks)
+      if (!block.className.empty()) classes.insert(block.className);
+  if (classes.empty() || options.allowMissing) return;
+  throw Failure{kInvalidProject, options.project.path + ": " + std::to_string(classes.size()) +
+                                     (classes.size() == 1 ? " class is" : " classes are") +
+                                     " missing, the first " + *classes.begin() +
+                                     "; --allow-missing renders without"};
 }
 
 trBase* RenderNode(juProject& project, const Options& options, const Session& session) {
@@ -221,6 +235,7 @@ int Run(Program& program, const Options& options) {
   const std::vector<Job> jobs = PlanJobs(options, project);
   ovhost::RenderSettings settings = Settings(program, options, session);
   CheckOutputs(jobs);
+  CheckClasses(project, options);
   if (options.dryRun) {
     PrintPlan(jobs, options, RenderNode(project, options, session), settings);
     return kDone;
@@ -299,6 +314,8 @@ void AddRender(Program& program) {
                    "Go on from a checkpoint: if there is one, never, or only then")
       ->check(CLI::IsMember({"auto", "never", "require"}))
       ->capture_default_str();
+  command->add_flag("--allow-missing", options->allowMissing,
+                    "Render without the nodes whose classes no module has");
   command->add_flag("--dry-run", options->dryRun, "Check everything and list the pictures without rendering");
 }
 

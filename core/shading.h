@@ -143,6 +143,8 @@ class trShadingInterface {
   /// Carries a tripped guard over a restored state, so that what is under way still ends.
   void KeepDepthTripped() { depthTripped_ = true; }
 
+  /// Shaders that one evaluation nests at most.
+  static constexpr int kMaxShaderDepth = 512;
   /// Guard of the nested shader calls: a graph that feeds itself trips it, which is reported once, and
   /// everything still under way returns a neutral result at once.
   class DepthGuard {
@@ -161,7 +163,6 @@ class trShadingInterface {
   };
 
  private:
-  static constexpr int kMaxShaderDepth = 512;
   OV_API static void TripDepthGuard(trShadingInterface& si, const void* shader);
   trVector InObjectSpace(const trVector& p) const {
     return object_.objectToWorld ? object_.objectToWorld->inverse.Point(p) : p;

@@ -310,9 +310,7 @@ class Shading : public trSurfaceShader {
 TEST_F(Atmosphere, ShadowFunctionDimsAndLeavesNoTrace) {
   MakeWhite();
   Shading shade;
-  shade.Data().name = "shade";
-  shade.Init(&node_, 1);
-  node_.Data().children.push_back(&shade);
+  ovhost::AttachChild(&node_, &shade, "shade");
   trVector centre;
   double inner, outer;
   EXPECT_TRUE(node_.IsRadiallySymmetric(centre, inner, outer));

@@ -191,6 +191,29 @@ TEST(ProjectFile, SiblingsOfOneNameAreToldApart) {
   EXPECT_NE(project->Child(1)->Name(), "G");
 }
 
+TEST(Tree, NamesCountOnToTheFirstFreeNumber) {
+  RegisterClasses();
+  juProject project;
+  const auto named = [&project](const char* wanted) {
+    return ovhost::CreateNode("group", &project, wanted)->Name();
+  };
+  for (const char* expected : {"Rock", "Rock 02", "Rock 03", "Rock 04"}) EXPECT_EQ(named("Rock"), expected);
+  project.DestroyChild("Rock 03", false);
+  EXPECT_EQ(project.NodeByPath("Rock 03"), nullptr);
+  EXPECT_EQ(named("Rock 02"), "Rock 03");
+  EXPECT_EQ(named("Rock"), "Rock 05");
+
+  trBase* const last = project.NodeByPath("Rock 05");
+  last->SetName("Rock 02");  // its own name is free to it
+  EXPECT_EQ(last->Name(), "Rock 05");
+  project.NodeByPath("Rock")->SetName("Stone");
+  EXPECT_EQ(project.NodeByPath("Rock"), nullptr);
+  EXPECT_EQ(project.NodeByPath("Stone"), project.Child(0));
+  last->SetName("Rock");
+  EXPECT_EQ(project.NodeByPath("Rock"), last);
+  EXPECT_EQ(named("Rock"), "Rock 05");
+}
+
 TEST(ProjectFile, EveryClassComesBackAsItWasSaved) {
   RegisterClasses();
   if (!ovhost::FindClass("planet")) ovhost::LoadPlugins();

@@ -26,10 +26,7 @@ trBase::~trBase() {
   // What trCreateObject made belongs to its owner's code, which destroys it; it must not reach up to a dead
   // parent.
   for (trBase* owned : data_->owned) owned->Data().parent = nullptr;
-  if (data_->parent) {
-    std::erase(data_->parent->Data().children, this);
-    std::erase(data_->parent->Data().owned, this);
-  }
+  ovhost::Detach(this);
   ovhost::BumpGraphGeneration();
 }
 

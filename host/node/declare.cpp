@@ -34,6 +34,13 @@ trParamDecl Declare(trBase* node, const char* name, trParamType type, void* memb
   return {node, index};
 }
 
+template <typename T>
+trParamDecl DeclareValue(trBase* node, T& member, const char* name, trParamType type, const T& dflt,
+                         trHint* hint) {
+  member = dflt;
+  return Declare(node, name, type, &member, hint, dflt);
+}
+
 }  // namespace
 
 trParamDecl& trParamDecl::Display(const char* label) {
@@ -47,36 +54,28 @@ trParamDecl& trParamDecl::NotSaved() {
 }
 
 trParamDecl trBase::Param(long& member, const char* name, long dflt, trIntHint* hint) {
-  member = dflt;
-  return Declare(this, name, trParamType::kInt, &member, hint, dflt);
+  return DeclareValue(this, member, name, trParamType::kInt, dflt, hint);
 }
 trParamDecl trBase::Param(double& member, const char* name, const double& dflt, trDoubleHint* hint) {
-  member = dflt;
-  return Declare(this, name, trParamType::kDouble, &member, hint, dflt);
+  return DeclareValue(this, member, name, trParamType::kDouble, dflt, hint);
 }
 trParamDecl trBase::Param(float& member, const char* name, const float& dflt, trDoubleHint* hint) {
-  member = dflt;
-  return Declare(this, name, trParamType::kFloat, &member, hint, dflt);
+  return DeclareValue(this, member, name, trParamType::kFloat, dflt, hint);
 }
 trParamDecl trBase::Param(unsigned char& member, const char* name, unsigned char dflt, trBoolHint* hint) {
-  member = dflt;
-  return Declare(this, name, trParamType::kBool, &member, hint, dflt);
+  return DeclareValue(this, member, name, trParamType::kBool, dflt, hint);
 }
 trParamDecl trBase::Param(trVector& member, const char* name, const trVector& dflt, trVectorHint* hint) {
-  member = dflt;
-  return Declare(this, name, trParamType::kVector, &member, hint, dflt);
+  return DeclareValue(this, member, name, trParamType::kVector, dflt, hint);
 }
 trParamDecl trBase::Param(tr2Vector& member, const char* name, const tr2Vector& dflt, tr2VectorHint* hint) {
-  member = dflt;
-  return Declare(this, name, trParamType::kVector2, &member, hint, dflt);
+  return DeclareValue(this, member, name, trParamType::kVector2, dflt, hint);
 }
 trParamDecl trBase::Param(trManRgb& member, const char* name, const trManRgb& dflt, trFColHint* hint) {
-  member = dflt;
-  return Declare(this, name, trParamType::kColour, &member, hint, dflt);
+  return DeclareValue(this, member, name, trParamType::kColour, dflt, hint);
 }
 trParamDecl trBase::Param(trString& member, const char* name, const trString& dflt, trStringHint* hint) {
-  member = dflt;
-  return Declare(this, name, trParamType::kString, &member, hint, dflt);
+  return DeclareValue(this, member, name, trParamType::kString, dflt, hint);
 }
 trParamDecl trBase::Param(trFile& member, const char* name, const trString& dflt, trLinkHint* hint) {
   member.SetOwner(this);

@@ -1,8 +1,8 @@
-// Broken links, and shaders that feed themselves.
+// Broken links, shaders that feed themselves, and networks too deep.
 #include "host/node/graph_check.h"
 
 #include <algorithm>
-#include <map>
+#include <unordered_map>
 #include <vector>
 
 #include "core/messages.h"
@@ -30,22 +30,14 @@ std::vector<const trBase*> Called(const trBase* node) {
 /// Depth-first search with a stack of its own: chains may be tens of thousands long.
 class RingSearch {
  public:
-  void Start(const trBase* node) {
-    if (states_[node] == State::kNew) Enter(node);
-    while (!path_.empty()) {
-      Step& step = path_.back();
-      if (step.next == step.called.size()) {
-        states_[step.node] = State::kDone;
-        path_.pop_back();
-        continue;
-      }
-      const trBase* const next = step.called[step.next++];
-      const State state = states_[next];
-      if (state == State::kOnPath) Report(next);
-      if (state == State::kNew) Enter(next);
-    }
+  RingSearch(trBase* root, bool isQuiet) : isQuiet_(isQuiet) {
+    for (const trBase* node : AllNodes(root))
+      if (dynamic_cast<const trShader*>(node)) Start(node);
   }
   long NumFound() const { return found_; }
+  /// The shader with the most shaders below it, and their number with its own; where there are no rings.
+  const trBase* Deepest() const { return deepest_; }
+  long Depth() const { return depth_; }
 
  private:
   enum class State { kNew, kOnPath, kDone };
@@ -53,14 +45,48 @@ class RingSearch {
     const trBase* node;
     std::vector<const trBase*> called;
     size_t next = 0;
+    long depth = 1;
+  };
+  struct Seen {
+    State state = State::kNew;
+    long depth = 0;
   };
 
+  void Start(const trBase* node) {
+    if (seen_[node].state == State::kNew) Enter(node);
+    while (!path_.empty()) {
+      Step& step = path_.back();
+      if (step.next == step.called.size()) {
+        Leave(step);
+        continue;
+      }
+      const trBase* const next = step.called[step.next++];
+      const Seen seen = seen_[next];
+      step.depth = std::max(step.depth, seen.depth + 1);
+      if (seen.state == State::kOnPath) Report(next);
+      if (seen.state == State::kNew) Enter(next);
+    }
+  }
+
   void Enter(const trBase* node) {
-    states_[node] = State::kOnPath;
+    seen_[node].state = State::kOnPath;
     path_.push_back({node, Called(node)});
   }
 
+  void Leave(const Step& step) {
+    const long depth = step.depth;
+    seen_[step.node] = {State::kDone, depth};
+    if (depth > depth_) {
+      depth_ = depth;
+      deepest_ = step.node;
+    }
+    path_.pop_back();
+    if (!path_.empty()) path_.back().depth = std::max(path_.back().depth, depth + 1);
+  }
+
   void Report(const trBase* first) {
+    ++found_;
+    if (isQuiet_) return;
     constexpr size_t kNamed = 12;
     auto step = std::find_if(path_.begin(), path_.end(), [first](const Step& s) { return s.node == first; });
     std::string text = "the shader feeds itself: ";
@@ -70,12 +96,14 @@ class RingSearch {
     }
     const trScopedErrorsWarningsContext context(first);
     trError(text + first->NameAndPath());
-    ++found_;
   }
 
-  std::map<const trBase*, State> states_;
+  const bool isQuiet_;
+  std::unordered_map<const trBase*, Seen> seen_;
   std::vector<Step> path_;
   long found_ = 0;
+  const trBase* deepest_ = nullptr;
+  long depth_ = 0;
 };
 
 }  // namespace
@@ -99,11 +127,16 @@ long ReportBrokenLinks(trBase* root, void (*report)(const trString&)) {
   return broken;
 }
 
-long ReportShaderRings(trBase* root) {
-  RingSearch search;
-  for (const trBase* node : AllNodes(root))
-    if (dynamic_cast<const trShader*>(node)) search.Start(node);
+long ReportShaderRings(trBase* root, void (*reportDepth)(const trString&)) {
+  const RingSearch search(root, false);
+  if (search.NumFound() == 0 && search.Depth() > trShadingInterface::kMaxShaderDepth) {
+    const trScopedErrorsWarningsContext context(search.Deepest());
+    reportDepth("the shader network is " + std::to_string(search.Depth()) + " shaders deep; " +
+                std::to_string(trShadingInterface::kMaxShaderDepth) + " are the most");
+  }
   return search.NumFound();
 }
+
+bool HasShaderRing(trBase* root) { return RingSearch(root, true).NumFound() > 0; }
 
 }  // namespace ovhost

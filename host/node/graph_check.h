@@ -13,7 +13,11 @@ namespace ovhost {
 OV_API long ReportBrokenLinks(trBase* root, void (*report)(const trString&));
 
 /// Reports as an error every ring of shaders that feed themselves through links of any kind and length, once
-/// a ring, naming its nodes. Returns how many there are. Main thread only.
-OV_API long ReportShaderRings(trBase* root);
+/// a ring, naming its nodes. Where there is none, reports by trError or trWarning a network deeper than an
+/// evaluation goes. Returns the number of rings. Main thread only.
+OV_API long ReportShaderRings(trBase* root, void (*reportDepth)(const trString&));
+
+/// Thread-safe while the graph stays as it is.
+OV_API bool HasShaderRing(trBase* root);
 
 }  // namespace ovhost

@@ -4,6 +4,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "core/node.h"
@@ -54,6 +55,17 @@ struct trGuiActionInfo {
 struct trUnknownAttribute {
   std::string name, value;
 };
+struct trUnknownBlock {
+  std::string className;  ///< of a node; empty for a curve
+  std::string xml;        ///< verbatim
+};
+
+/// A child or owned node by its name.
+struct trNamedNode {
+  trBase* node = nullptr;
+  int next = 0;             ///< of "Rock 07": no "Rock" from 07 up to below this number is free
+  std::uint32_t freed = 0;  ///< and that holds while the parent's count is this
+};
 
 struct trNodeData {
   // Declarations
@@ -68,13 +80,15 @@ struct trNodeData {
   trBase* parent = nullptr;
   std::vector<trBase*> children;
   std::vector<trBase*> owned;  ///< made by trCreateObject: in the tree for lookups, not a child
+  std::unordered_map<std::string, trNamedNode> named;  ///< children and owned
+  std::uint32_t freed = 0;                             ///< number of names below this node that became free
   std::string name, className;
   trBase* bundledWith = nullptr;
   void (*destroy)(trBase*) = nullptr;  ///< null for nodes the pool didn't make
 
   // Project
   std::vector<trUnknownAttribute> unknownAttributes;
-  std::vector<std::string> unknownBlocks;  ///< verbatim XML of child elements of unknown classes
+  std::vector<trUnknownBlock> unknownBlocks;
 };
 
 namespace ovhost {
@@ -103,6 +117,8 @@ OV_API trBase* CreateNode(const std::string& className, trBase* parent, const st
                           bool asChild = true);
 /// Adds a node made elsewhere (a project root's child) to the tree.
 OV_API void AttachChild(trBase* parent, trBase* child, const std::string& name);
+/// Takes a node out of its parent's lists; it keeps its name and parent.
+void Detach(trBase* node);
 /// Removes from the tree and destroys, children first.
 OV_API void DestroyNode(trBase* node);
 /// Every node of the tree below and including `root`, parents first; `owned` nodes after the children of

@@ -5,12 +5,13 @@
 
 #include "core/idioms.h"
 #include "core/render_state.h"
+#include "host/node/graph_check.h"
 #include "host/node/node_data.h"
 
 namespace {
 
-/// HasDisplacementTS and HasShadeTS have no state to carry a guard; chains past this answer yes.
-constexpr int kMaxQueryDepth = 512;
+/// HasDisplacementTS and HasShadeTS have no state to carry a guard; chains deeper than evaluations answer
+/// yes.
 thread_local int queryDepth = 0;
 
 struct QueryDepth {
@@ -37,7 +38,11 @@ void trShadingInterface::TripDepthGuard(trShadingInterface& si, const void* shad
   static std::atomic<int> reports{0};
   if (lastReported.exchange(shader) == shader || reports.fetch_add(1) >= 8) return;
   const trScopedErrorsWarningsContext context(node);
-  trError("The shader network feeds itself, or is more than 512 shaders deep.");
+  if (ovhost::HasShaderRing(node->Root()))
+    trError("The shader network feeds itself.");
+  else
+    trError("The shader network is more than " + std::to_string(trShadingInterface::kMaxShaderDepth) +
+            " shaders deep.");
 }
 
 trShader::trShader() {
@@ -73,7 +78,7 @@ long trShader::FinishRender(trRenderingInterface&) { return 1; }
 
 bool trShader::HasDisplacementTS() {
   const QueryDepth depth;
-  if (queryDepth > kMaxQueryDepth) return true;
+  if (queryDepth > trShadingInterface::kMaxShaderDepth) return true;
   if (HasDisplacement()) return true;
   trShader* input = InputShader();
   return input && input->HasDisplacementTS();
@@ -81,7 +86,7 @@ bool trShader::HasDisplacementTS() {
 
 bool trShader::HasShadeTS() {
   const QueryDepth depth;
-  if (queryDepth > kMaxQueryDepth) return true;
+  if (queryDepth > trShadingInterface::kMaxShaderDepth) return true;
   if (HasShade()) return true;
   trShader* input = InputShader();
   return input && input->HasShadeTS();

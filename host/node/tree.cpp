@@ -13,17 +13,31 @@ std::string CleanName(const std::string& name) {
   return clean;
 }
 
-bool IsTaken(const trBase* parent, const std::string& name, const trBase* except) {
-  if (!parent) return false;
-  for (const auto* list : {&parent->Data().children, &parent->Data().owned})
-    for (const trBase* node : *list)
-      if (node != except && node->Name() == name) return true;
-  return false;
+/// The first of "Rock 07", "Rock 08" ... that no node below `parent` has. What was counted is remembered, so
+/// that many nodes of one name don't take the square of the time.
+std::string FirstFree(trBase* parent, const std::string& stem, int number) {
+  std::vector<trNamedNode*> counted;
+  std::string candidate;
+  for (;;) {
+    const std::string digits = std::to_string(number);
+    candidate = stem + (digits.size() < 2 ? "0" : "") + digits;
+    if (!parent) return candidate;
+    const auto taken = parent->Data().named.find(candidate);
+    if (taken == parent->Data().named.end()) break;
+    const bool isKnown = taken->second.freed == parent->Data().freed && taken->second.next > number;
+    counted.push_back(&taken->second);
+    number = isKnown ? taken->second.next : number + 1;
+  }
+  for (trNamedNode* node : counted) {
+    node->next = number;
+    node->freed = parent->Data().freed;
+  }
+  return candidate;
 }
 
 /// `name`, or the first of "name 02", "name 03" ... that no sibling has; a number at its end is counted on. A
 /// printf number field ("Atmosphere %02d") is filled from 1 on.
-std::string UniqueName(const trBase* parent, const std::string& name, const trBase* except) {
+std::string UniqueName(trBase* parent, const std::string& name) {
   std::string stem = CleanName(name);
   int number = 1;
   const size_t field = stem.find("%02d");
@@ -31,7 +45,7 @@ std::string UniqueName(const trBase* parent, const std::string& name, const trBa
     stem.erase(field, 4);
     number = 0;
   } else {
-    if (!IsTaken(parent, stem, except)) return stem;
+    if (!parent || !parent->Data().named.count(stem)) return stem;
     size_t digits = stem.size();
     while (digits > 0 && stem.size() - digits < 6 && stem[digits - 1] >= '0' && stem[digits - 1] <= '9')
       --digits;
@@ -42,11 +56,18 @@ std::string UniqueName(const trBase* parent, const std::string& name, const trBa
       stem += ' ';
     }
   }
-  for (;;) {
-    const std::string digits = std::to_string(++number);
-    const std::string candidate = stem + (digits.size() < 2 ? "0" : "") + digits;
-    if (!IsTaken(parent, candidate, except)) return candidate;
-  }
+  return FirstFree(parent, stem, number + 1);
+}
+
+/// From now on paths and links find the node under its name.
+void ListName(trBase* node) {
+  if (trBase* parent = node->Parent()) parent->Data().named[node->Name()] = {node};
+}
+
+void UnlistName(trBase* node) {
+  trNodeData& above = node->Parent()->Data();
+  above.named.erase(node->Name());
+  ++above.freed;
 }
 
 /// "power_fractal_shader_v3" as a name for people: "Power fractal shader v3 01".
@@ -58,10 +79,8 @@ std::string NameFromClass(const std::string& className) {
 }
 
 trBase* Named(const trBase* parent, const std::string& name) {
-  for (const auto* list : {&parent->Data().children, &parent->Data().owned})
-    for (trBase* node : *list)
-      if (node->Name() == name) return node;
-  return nullptr;
+  const auto found = parent->Data().named.find(name);
+  return found == parent->Data().named.end() ? nullptr : found->second.node;
 }
 
 /// Follows "a/b/c" down from a node.
@@ -101,9 +120,10 @@ std::vector<trBase*> AllNodes(trBase* root) {
 }
 
 void AttachChild(trBase* parent, trBase* child, const std::string& name) {
-  child->Data().name = UniqueName(parent, name, child);
+  child->Data().name = UniqueName(parent, name);
   child->Init(parent, 1);
   parent->Data().children.push_back(child);
+  ListName(child);
   BumpGraphGeneration();
 }
 
@@ -118,12 +138,23 @@ trBase* CreateNode(const std::string& className, trBase* parent, const std::stri
   if (parent && asChild) {
     AttachChild(parent, node, wanted);
   } else {
-    node->Data().name = UniqueName(parent, wanted, node);
+    node->Data().name = UniqueName(parent, wanted);
     node->Init(parent, 0);
     if (parent) parent->Data().owned.push_back(node);
+    ListName(node);
     BumpGraphGeneration();
   }
   return node;
+}
+
+void Detach(trBase* node) {
+  if (!node->Parent() || Named(node->Parent(), node->Name()) != node) return;
+  UnlistName(node);
+  // From the back: whole trees are destroyed that way.
+  for (auto* list : {&node->Parent()->Data().children, &node->Parent()->Data().owned}) {
+    const auto found = std::find(list->rbegin(), list->rend(), node);
+    if (found != list->rend()) list->erase(std::next(found).base());
+  }
 }
 
 void DestroyNode(trBase* node) {
@@ -131,10 +162,7 @@ void DestroyNode(trBase* node) {
   node->PreDestroy();
   trNodeData& data = node->Data();
   while (!data.children.empty()) DestroyNode(data.children.back());
-  if (data.parent) {
-    std::erase(data.parent->Data().children, node);
-    std::erase(data.parent->Data().owned, node);
-  }
+  Detach(node);
   if (data.destroy)
     data.destroy(node);
   else
@@ -198,7 +226,10 @@ trString trBase::NameAndPath() const {
 }
 
 void trBase::SetName(const trString& name) {
-  const std::string unique = UniqueName(data_->parent, name, this);
+  const bool isListed = data_->parent && Named(data_->parent, data_->name) == this;
+  if (isListed) UnlistName(this);
+  const std::string unique = UniqueName(data_->parent, name);
+  if (isListed) ListName(this);
   if (unique == data_->name) return;
   // Links that lead here or below are told apart by where they lead, so they are looked up before the change.
   struct Affected {
@@ -213,7 +244,9 @@ void trBase::SetName(const trString& name) {
       const trBase* target = link->LinkedNode(false);
       if (target && IsBelow(target, this)) affected.push_back({link, target});
     }
+  if (isListed) UnlistName(this);
   data_->name = unique;
+  if (isListed) ListName(this);
   ovhost::BumpGraphGeneration();
   for (const Affected& entry : affected) {
     if (entry.link->LinkedNode(false) == entry.target) continue;

@@ -33,16 +33,6 @@ float GetSlope::FloatValue(trShadingInterface& si) {
   return static_cast<float>(std::acos(cosine) * kRadiansToDegrees);
 }
 
-AddFunction::AddFunction() {
-  a_.Declare(this, "input_a", "constant_a", 0);
-  b_.Declare(this, "input_b", "constant_b", 0);
-}
-
-MultiplyFunction::MultiplyFunction() {
-  a_.Declare(this, "input_a", "constant_a", 1);
-  b_.Declare(this, "input_b", "constant_b", 1);
-}
-
 MixFunction::MixFunction() {
   a_.Declare(this, "input_a", "constant_a", 0);
   b_.Declare(this, "input_b", "constant_b", 1);

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <algorithm>
+#include <functional>
 #include <limits>
 
 #include "core/shader.h"
@@ -128,27 +129,39 @@ class GetCameraDistance : public trFloatFunction {
   }
 };
 
-/// Two inputs, channel by channel.
-class AddFunction : public trFunction {
+/// Two inputs, channel by channel. The first is always evaluated first.
+template <typename Operation>
+class PairFunction : public trFunction {
  public:
-  AddFunction();
-  float FloatValue(trShadingInterface& si) override { return a_.Value(si) + b_.Value(si); }
-  trFCol FColValue(trShadingInterface& si) override { return a_.Colour(si) + b_.Colour(si); }
-  trVector VectorValue(trShadingInterface& si) override { return a_.Vector(si) + b_.Vector(si); }
+  explicit PairFunction(double neutral) {
+    a_.Declare(this, "input_a", "constant_a", neutral);
+    b_.Declare(this, "input_b", "constant_b", neutral);
+  }
+  float FloatValue(trShadingInterface& si) override {
+    const float a = a_.Value(si);
+    return Operation()(a, b_.Value(si));
+  }
+  trFCol FColValue(trShadingInterface& si) override {
+    const trFCol a = a_.Colour(si);
+    return Operation()(a, b_.Colour(si));
+  }
+  trVector VectorValue(trShadingInterface& si) override {
+    const trVector a = a_.Vector(si);
+    return Operation()(a, b_.Vector(si));
+  }
 
  private:
   FunctionInput a_, b_;
 };
 
-class MultiplyFunction : public trFunction {
+class AddFunction : public PairFunction<std::plus<>> {
  public:
-  MultiplyFunction();
-  float FloatValue(trShadingInterface& si) override { return a_.Value(si) * b_.Value(si); }
-  trFCol FColValue(trShadingInterface& si) override { return a_.Colour(si) * b_.Colour(si); }
-  trVector VectorValue(trShadingInterface& si) override { return a_.Vector(si) * b_.Vector(si); }
+  AddFunction() : PairFunction(0) {}
+};
 
- private:
-  FunctionInput a_, b_;
+class MultiplyFunction : public PairFunction<std::multiplies<>> {
+ public:
+  MultiplyFunction() : PairFunction(1) {}
 };
 
 /// From the first input to the second by the third, which is clamped to 0 to 1.

@@ -210,19 +210,10 @@ class Reader {
     return {};
   }
 
-  /// The tree counts up from a taken name; where a document repeats one over and over, the count goes on from
-  /// where it was, so that it doesn't take the square of the time.
-  std::string NameToTry(trBase* parent, const std::string& className, const std::string& name) {
-    constexpr long kMany = 16;
-    const std::string& stem = name.empty() ? className : name;
-    const long before = seenNames_[{parent, stem}]++;
-    return before < kMany ? name : stem + " " + std::to_string(before + 1);
-  }
-
   void OpenNode(const std::string& className, const char** attributes, trBase* parent, size_t at) {
     const std::string name = NameAttribute(attributes);
     const bool isProject = className == kProjectElement;
-    trBase* node = isProject ? nullptr : CreateNode(className, parent, NameToTry(parent, className, name));
+    trBase* node = isProject ? nullptr : CreateNode(className, parent, name);
     if (!node) {
       const trScopedErrorsWarningsContext context(parent);
       trWarning(Place(Line()) + "the class '" + Shortened(className) +
@@ -328,7 +319,7 @@ class Reader {
       const trScopedErrorsWarningsContext context(read.node);
       trWarning(Place(read.line) + "the animated parameter '" + Shortened(read.param) +
                 "' is unknown; its curve is kept as it is");
-      read.node->Data().unknownBlocks.push_back(read.verbatim);
+      read.node->Data().unknownBlocks.push_back({"", read.verbatim});
       return;
     }
     trParamInfo& info = read.node->Data().params[index];
@@ -349,7 +340,7 @@ class Reader {
     if (element.kind == Element::kUnknown) {
       const auto end =
           static_cast<size_t>(XML_GetCurrentByteIndex(parser_) + XML_GetCurrentByteCount(parser_));
-      element.node->Data().unknownBlocks.push_back(text_.substr(element.start, end - element.start));
+      element.node->Data().unknownBlocks.push_back({name, text_.substr(element.start, end - element.start)});
     }
   }
 
@@ -406,7 +397,6 @@ class Reader {
   std::string rootElement_;
   std::vector<Element> stack_;
   std::vector<trBase*> nodes_, topNodes_;
-  std::map<std::pair<trBase*, std::string>, long> seenNames_;
   std::map<std::string, trBase*> renamed_;  ///< a clip's top nodes by the name they had in it
   std::vector<Pending> pending_;
   std::vector<PendingCurve> curves_;

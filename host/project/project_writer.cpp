@@ -112,7 +112,7 @@ void AppendNode(std::string& out, trBase* node, const std::string& element, cons
   node->WriteXMLCustomData(indent + "    ", custom);
   if (!custom.empty()) body += indent + "  <custom>\n" + custom + indent + "  </custom>\n";
   for (trBase* child : data.children) AppendNode(body, child, child->ClassName(), indent + "  ");
-  for (const std::string& block : data.unknownBlocks) body += indent + "  " + block + "\n";
+  for (const trUnknownBlock& block : data.unknownBlocks) body += indent + "  " + block.xml + "\n";
   out += body.empty() ? "/>\n" : ">\n" + body + indent + "</" + element + ">\n";
 }
 

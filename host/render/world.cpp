@@ -108,7 +108,7 @@ World::~World() { FinishShaders(); }
 bool World::Build() {
   ResolveAllLinks(&project_);
   ReportBrokenLinks(&project_, trWarning);
-  if (ReportShaderRings(&project_) > 0) return false;
+  if (ReportShaderRings(&project_, trWarning) > 0) return false;
   if (!MakeScenes()) return false;
   CollectLights();
   for (const auto& scene : scenes_) CollectVolumes(*scene);

@@ -28,6 +28,10 @@ expect 3 "$OV" check broken.ovd
 shows broken.ovd
 expect 3 "$OV" render broken.ovd -o broken.png
 [ ! -e broken.png ] || fail "a picture of a broken project"
+echo '<ombrivex_project><of_no_module name="X"/><render/></ombrivex_project>' >foreign.ovd
+expect 3 "$OV" render foreign.ovd -o foreign.png --dry-run
+shows of_no_module
+expect 0 "$OV" render foreign.ovd -o foreign.png --dry-run --allow-missing
 
 # Options of a render
 render="$OV render scene.ovd --dry-run"
@@ -82,6 +86,7 @@ expect 3 "$OV" check missing.ovd --log json
 grep -q '^{"level":"error",.*}$' err || fail "no JSON message"
 
 # Links and graphs
+echo "0 0 0" >points
 expect 0 "$OV" check scene.ovd
 expect 3 "$OV" check scene.ovd --set "Render.camera=Nobody"
 shows "leads to no node"
@@ -89,6 +94,14 @@ expect 3 "$OV" check scene.ovd --set "Render.camera=Sun"
 shows "wrong kind"
 expect 3 "$OV" check scene.ovd --set "Power fractal shader v3 01.input_node=Compute terrain 01"
 shows "feeds itself"
+awk 'BEGIN { print "<ombrivex_project>"
+  for (i = 1; i <= 513; ++i) printf "<lambert_shader name=\"S%d\" input_node=\"S%d\"/>\n", i, i + 1
+  print "</ombrivex_project>" }' >deep.ovd
+expect 3 "$OV" check deep.ovd
+shows "513 shaders deep"
+expect 1 "$OV" eval deep.ovd S1 points
+shows "more than 512 shaders deep"
+expect 0 "$OV" eval deep.ovd S2 points
 echo '<ombrivex_project/>' >empty.ovd
 expect 0 "$OV" check empty.ovd
 for what in camera light object; do shows "no $what"; done
