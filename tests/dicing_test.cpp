@@ -1,12 +1,11 @@
 // Dicing: no cracks, few displacements, the same bits for any number of threads.
 #include <gtest/gtest.h>
-#include <tbb/global_control.h>
-#include <tbb/task_arena.h>
 
 #include <cstring>
 #include <map>
 #include <set>
 
+#include "host/base/parallel.h"
 #include "host/render/accel.h"
 #include "host/render/grid_mesh.h"
 
@@ -59,10 +58,8 @@ struct Planet {
   }
 
   void DiceWith(int threads) {
-    const tbb::global_control limit(tbb::global_control::max_allowed_parallelism, threads);
-    tbb::task_arena arena(threads);
     bool done = false;
-    arena.execute([&] { done = ovhost::Dice(mesh, settings, services, statistics); });
+    ovhost::WithThreads(threads, [&] { done = ovhost::Dice(mesh, settings, services, statistics); });
     ASSERT_TRUE(done);
   }
 

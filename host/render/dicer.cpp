@@ -3,9 +3,6 @@
 //
 // Two patches that meet differ by one level at most. Where they differ, the finer one's odd border vertices
 // fall on their even neighbours, which the coarser one shares to the bit, so the surface has no cracks.
-#include <tbb/parallel_for.h>
-#include <tbb/task_arena.h>
-
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -13,6 +10,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "host/base/parallel.h"
 #include "host/render/grid_mesh.h"
 #include "host/render/sampler.h"
 
@@ -57,7 +55,7 @@ struct Displacer {
       : mesh_(mesh), settings_(settings), state_(services, si_) {
     si_.SetFrame(static_cast<float>(settings.frame));
     si_.SetMainView(&settings.view);
-    si_.SetThread(static_cast<unsigned>(std::max(0, tbb::this_task_arena::current_thread_index())));
+    si_.SetThread(ThreadSlot());
     si_.Eye() = si_.RootEye() = settings.view.eye;
     si_.Object() = {&mesh.scene->GetTransformForShaders(), mesh.scene};
     si_.SetWants(0);
@@ -143,7 +141,7 @@ class Refiner {
 
   std::vector<Node> Split(const std::vector<Node>& nodes, std::uint64_t& displacements) const {
     std::vector<Node> children(nodes.size() * 4);
-    tbb::parallel_for(size_t(0), nodes.size(), [&](size_t i) { SplitOne(nodes[i], &children[4 * i]); });
+    ParallelFor(nodes.size(), [&](size_t i) { SplitOne(nodes[i], &children[4 * i]); });
     displacements += nodes.size() * 8;
     return children;
   }
@@ -229,7 +227,7 @@ class Refiner {
     for (const Node& leaf : leaves) addCorners(leaf);
     for (;;) {
       std::vector<char> coarse(leaves.size());
-      tbb::parallel_for(size_t(0), leaves.size(), [&](size_t i) {
+      ParallelFor(leaves.size(), [&](size_t i) {
         for (const double q : {0.25, 0.75})
           for (const auto& [u, v] : {std::pair{q, 0.}, {1., q}, {q, 1.}, {0., q}})
             coarse[i] |= corners.count(PointKey(leaves[i], u, v)) != 0;
@@ -281,7 +279,7 @@ std::vector<PatchEdges> FindCoarserNeighbours(const GridMesh& mesh) {
       edges.insert(e);
   }
   std::vector<PatchEdges> result(mesh.patches.size());
-  tbb::parallel_for(size_t(0), mesh.patches.size(), [&](size_t i) {
+  ParallelFor(mesh.patches.size(), [&](size_t i) {
     const Patch& p = mesh.patches[i];
     if (p.size >= 1) return;
     // The parent's square, and which sides of it this patch touches.
@@ -309,7 +307,7 @@ void DisplacePatches(GridMesh& mesh, const DiceSettings& settings, trRenderServi
                      const std::vector<PatchEdges>& edges) {
   mesh.vertices.resize(mesh.patches.size() * kPatchVertices);
   const size_t tasks = (mesh.patches.size() + kLeavesPerTask - 1) / kLeavesPerTask;
-  tbb::parallel_for(size_t(0), tasks, [&](size_t task) {
+  ParallelFor(tasks, [&](size_t task) {
     if (settings.stop && settings.stop->load(std::memory_order_relaxed)) return;
     Displacer displacer(mesh, settings, services);
     const size_t end = std::min(mesh.patches.size(), (task + 1) * kLeavesPerTask);
@@ -348,7 +346,7 @@ void SmoothNormals(GridMesh& mesh, const std::vector<PatchEdges>& edges) {
 
   std::vector<trFVector> borderSums(mesh.patches.size() * border.size());
   std::vector<std::uint64_t> borderKeys(borderSums.size());
-  tbb::parallel_for(size_t(0), mesh.patches.size(), [&](size_t i) {
+  ParallelFor(mesh.patches.size(), [&](size_t i) {
     GridVertex* vertices = &mesh.vertices[i * kPatchVertices];
     std::array<trVector, kPatchVertices> sums{};
     for (int row = 0; row < kPatchSide; ++row)
@@ -373,7 +371,7 @@ void SmoothNormals(GridMesh& mesh, const std::vector<PatchEdges>& edges) {
   std::unordered_map<std::uint64_t, trVector> shared;
   shared.reserve(borderKeys.size() / 2);
   for (size_t i = 0; i < borderKeys.size(); ++i) shared[borderKeys[i]] += trVector(borderSums[i]);
-  tbb::parallel_for(size_t(0), mesh.patches.size(), [&](size_t i) {
+  ParallelFor(mesh.patches.size(), [&](size_t i) {
     GridVertex* vertices = &mesh.vertices[i * kPatchVertices];
     for (size_t k = 0; k < border.size(); ++k)
       vertices[border[k]].normal =

@@ -1,9 +1,9 @@
 // Camera paths.
 #include "host/render/path.h"
 
-#include <tbb/task_arena.h>
-
 #include <algorithm>
+
+#include "host/base/parallel.h"
 
 namespace ovhost {
 namespace {
@@ -61,7 +61,7 @@ PathTracer::PathTracer(World& world, const PathSettings& settings)
     : world_(world), settings_(settings), hits_(world.View()), state_(world, si_) {
   si_.SetFrame(static_cast<float>(world.Settings().frame));
   si_.SetMainView(&world.View());
-  si_.SetThread(static_cast<unsigned>(std::max(0, tbb::this_task_arena::current_thread_index())));
+  si_.SetThread(ThreadSlot());
   si_.RootEye() = world.View().eye;
 }
 

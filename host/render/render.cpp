@@ -2,9 +2,6 @@
 #include "host/render/render.h"
 
 #include <sys/resource.h>
-#include <tbb/global_control.h>
-#include <tbb/parallel_for.h>
-#include <tbb/task_arena.h>
 
 #include <algorithm>
 #include <chrono>
@@ -12,6 +9,7 @@
 
 #include "host/base/log.h"
 #include "host/base/memory.h"
+#include "host/base/parallel.h"
 #include "host/node/node_data.h"
 #include "host/project/camera.h"
 #include "host/project/render_node.h"
@@ -88,11 +86,8 @@ class FrameRender {
     if (!MakePlan()) return RenderOutcome::kFailed;
     if (settings_.threads > 0) SetNumThreads(settings_.threads);
     const int threads = trNumCoresToUse();
-    const tbb::global_control limit(tbb::global_control::max_allowed_parallelism,
-                                    static_cast<size_t>(threads));
-    tbb::task_arena arena(threads);
     RenderOutcome outcome = RenderOutcome::kFailed;
-    arena.execute([&] { outcome = RunInArena(threads); });
+    WithThreads(threads, [&] { outcome = RunInArena(threads); });
     statistics_.seconds = Seconds() - start_;
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
@@ -213,39 +208,37 @@ bool FrameRender::Report(double fraction) {
 }
 
 void FrameRender::RunPass(Pass pass, Film& film, World& world, Tracers& tracers) {
-  tbb::parallel_for(
-      tbb::blocked_range<int>(0, film.NumTiles(), 1), [&](const tbb::blocked_range<int>& range) {
-        std::unique_ptr<PathTracer>& tracer = tracers[tbb::this_task_arena::current_thread_index()];
-        CameraSample samples[kSamplesTogether];
-        for (int tile = range.begin(); tile < range.end(); ++tile) {
-          if (film.TileSamples(tile) >= pass.end) continue;
-          if (control_.stop || control_.writeNow || outOfTime_) return;
-          if (!tracer) tracer = std::make_unique<PathTracer>(world, plan_.path);
-          const PathCounters before = tracer->Counters();
-          const PixelRect rect = film.TileRect(tile);
-          for (int y = rect.y0; y < rect.y1; ++y)
-            for (int x = rect.x0; x < rect.x1; ++x) {
-              tracer->SamplePixel(x, y, pass.begin, pass.end, samples);
-              for (std::uint32_t i = pass.begin; i < pass.end; ++i) film.Add(x, y, samples[i - pass.begin]);
-            }
-          film.TileSamples(tile) = pass.end;
-          const PathCounters& after = tracer->Counters();
-          std::atomic_ref(statistics_.cameraRays) += after.cameraRays - before.cameraRays;
-          std::atomic_ref(statistics_.shadowRays) += after.shadowRays - before.shadowRays;
-          std::atomic_ref(statistics_.bounceRays) += after.bounceRays - before.bounceRays;
-          std::atomic_ref(statistics_.volumeSamples) += after.volumeSamples - before.volumeSamples;
-          tileSamplesDone_ += pass.end - pass.begin;
-          // The main thread renders too, and speaks for all.
-          if (std::this_thread::get_id() != mainThread_) continue;
-          if (TimeIsUp() && pass.begin > 0) outOfTime_ = true;
-          if (Seconds() - lastReport_ > 0.2) {
-            lastReport_ = Seconds();
-            if (!Report(static_cast<double>(tileSamplesDone_) /
-                        (static_cast<double>(film.NumTiles()) * plan_.samples)))
-              control_.stop = true;
-          }
-        }
-      });
+  ParallelFor(static_cast<size_t>(film.NumTiles()), [&](size_t index) {
+    const int tile = static_cast<int>(index);
+    std::unique_ptr<PathTracer>& tracer = tracers[ThreadSlot()];
+    if (film.TileSamples(tile) >= pass.end) return;
+    if (control_.stop || control_.writeNow || outOfTime_) return;
+    if (!tracer) tracer = std::make_unique<PathTracer>(world, plan_.path);
+    CameraSample samples[kSamplesTogether];
+    const PathCounters before = tracer->Counters();
+    const PixelRect rect = film.TileRect(tile);
+    for (int y = rect.y0; y < rect.y1; ++y)
+      for (int x = rect.x0; x < rect.x1; ++x) {
+        tracer->SamplePixel(x, y, pass.begin, pass.end, samples);
+        for (std::uint32_t i = pass.begin; i < pass.end; ++i) film.Add(x, y, samples[i - pass.begin]);
+      }
+    film.TileSamples(tile) = pass.end;
+    const PathCounters& after = tracer->Counters();
+    std::atomic_ref(statistics_.cameraRays) += after.cameraRays - before.cameraRays;
+    std::atomic_ref(statistics_.shadowRays) += after.shadowRays - before.shadowRays;
+    std::atomic_ref(statistics_.bounceRays) += after.bounceRays - before.bounceRays;
+    std::atomic_ref(statistics_.volumeSamples) += after.volumeSamples - before.volumeSamples;
+    tileSamplesDone_ += pass.end - pass.begin;
+    // The main thread renders too, and speaks for all.
+    if (std::this_thread::get_id() != mainThread_) return;
+    if (TimeIsUp() && pass.begin > 0) outOfTime_ = true;
+    if (Seconds() - lastReport_ > 0.2) {
+      lastReport_ = Seconds();
+      if (!Report(static_cast<double>(tileSamplesDone_) /
+                  (static_cast<double>(film.NumTiles()) * plan_.samples)))
+        control_.stop = true;
+    }
+  });
 }
 
 std::string FrameRender::WriteOutput(const Film& film) {
@@ -320,7 +313,7 @@ RenderOutcome FrameRender::RunInArena(int threads) {
   if (world.Suns().empty()) trWarning("The project has no light.");
   if (const trBase* object = world.ObjectAroundEye())
     trWarning("The camera is inside " + object->NameAndPath() + ", below its surface.");
-  Tracers tracers(tbb::this_task_arena::max_concurrency());
+  Tracers tracers(NumThreadSlots());
   statistics_.vertices = world.Dicing().vertices;
   statistics_.displacements = world.Dicing().displacements;
   statistics_.diceSeconds = world.DiceSeconds();

@@ -1,11 +1,9 @@
 // Tables of light in the air.
 #include "host/render/sky_tables.h"
 
-#include <tbb/parallel_for.h>
-#include <tbb/task_arena.h>
-
 #include <algorithm>
 
+#include "host/base/parallel.h"
 #include "host/render/sampler.h"
 
 namespace ovhost {
@@ -16,10 +14,6 @@ constexpr int kTransmittanceDraws = 6;
 constexpr int kSkyDirections = 24;
 /// Air that reaches further isn't tabulated, metres.
 constexpr double kFarthest = 1e12;
-
-unsigned ThreadIndex() {
-  return static_cast<unsigned>(std::max(0, tbb::this_task_arena::current_thread_index()));
-}
 
 double SafeSqrt(double x) { return std::sqrt(std::fmax(x, 0)); }
 
@@ -59,9 +53,10 @@ void SkyTables::BuildTransmittance(const std::vector<trAtmosShader*>& volumes, t
   horizon_ = SafeSqrt(outer_ * outer_ - inner_ * inner_);
 
   transmittance_.assign(kHeights * kAngles, trFCol(1.0f));
-  tbb::parallel_for(0, kHeights, [&](int row) {
+  ParallelFor(kHeights, [&](size_t index) {
+    const int row = static_cast<int>(index);
     trShadingInterface si;
-    si.SetThread(ThreadIndex());
+    si.SetThread(ThreadSlot());
     trRenderState state(services, si);
     trAtomicIntegrator integrator;
     const double horizon = SafeSqrt(outer_ * outer_ - inner_ * inner_);
@@ -134,7 +129,7 @@ void SkyTables::BuildEnviro(const std::vector<trAtmosShader*>& volumes, trRender
   const size_t entries = static_cast<size_t>(kSkyHeights) * kSkyAngles * skyTurns_;
   for (int round = 0; round < 2; ++round) {
     std::vector<trFCol> above(entries), below(entries);
-    tbb::parallel_for(size_t(0), entries, [&](size_t entry) {
+    ParallelFor(entries, [&](size_t entry) {
       const int turn = static_cast<int>(entry % skyTurns_),
                 angle = static_cast<int>(entry / skyTurns_ % kSkyAngles),
                 height = static_cast<int>(entry / skyTurns_ / kSkyAngles);
@@ -145,7 +140,7 @@ void SkyTables::BuildEnviro(const std::vector<trAtmosShader*>& volumes, trRender
       const double x = static_cast<double>(height) / (kSkyHeights - 1);
       const trVector origin = centre_ + up * (inner_ + (outer_ - inner_) * x * x);
       trShadingInterface si;
-      si.SetThread(ThreadIndex());
+      si.SetThread(ThreadSlot());
       trRenderState state(services, si);
       trAtomicIntegrator integrator;
       for (const bool upper : {true, false}) {

@@ -1,9 +1,6 @@
 // Building what a frame is rendered from, and answering shaders.
 #include "host/render/world.h"
 
-#include <tbb/parallel_for.h>
-#include <tbb/task_arena.h>
-
 #include <algorithm>
 #include <chrono>
 

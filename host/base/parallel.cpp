@@ -1,0 +1,81 @@
+// Loops over all cores, by TBB.
+//
+// The thread sanitizer can't see what TBB, which isn't built with it, does to hand work over. So this file is
+// built without the sanitizer as well, and tells it of every hand-over: what is written before a loop is
+// there for its bodies, what they write is there after it, and the bodies in one slot run one after the
+// other.
+#include "host/base/parallel.h"
+
+#include <tbb/global_control.h>
+#include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
+
+#include <algorithm>
+
+#ifdef OV_THREAD_SANITIZER
+#include <sanitizer/tsan_interface.h>
+#endif
+
+namespace ovhost {
+namespace {
+
+#ifdef OV_THREAD_SANITIZER
+void Release(void* address) { __tsan_release(address); }
+void Acquire(void* address) { __tsan_acquire(address); }
+#else
+void Release(void*) {}
+void Acquire(void*) {}
+#endif
+
+constexpr unsigned kMaxSlots = 4096;
+
+/// The hand-overs of a loop, each known by an address.
+struct HandOver {
+  HandOver() { Release(&begin); }
+  ~HandOver() { Acquire(&end); }
+  char begin = 0, end = 0;
+};
+
+char slots[kMaxSlots];
+
+/// A body's part in it.
+struct Part {
+  explicit Part(HandOver& handOver) : whole(handOver), slot(&slots[std::min(ThreadSlot(), kMaxSlots - 1)]) {
+    Acquire(&whole.begin);
+    Acquire(slot);
+  }
+  ~Part() {
+    Release(slot);
+    Release(&whole.end);
+  }
+  HandOver& whole;
+  char* const slot;
+};
+
+}  // namespace
+
+void ParallelForRanges(size_t count, const RangeCall& call) {
+  HandOver handOver;
+  tbb::parallel_for(tbb::blocked_range<size_t>(0, count), [&](const tbb::blocked_range<size_t>& range) {
+    const Part part(handOver);
+    call(range.begin(), range.end());
+  });
+}
+
+void RunWithThreads(int threads, const RangeCall& job) {
+  const tbb::global_control limit(tbb::global_control::max_allowed_parallelism, static_cast<size_t>(threads));
+  tbb::task_arena arena(threads);
+  HandOver handOver;
+  arena.execute([&] {
+    const Part part(handOver);
+    job(0, 1);
+  });
+}
+
+unsigned ThreadSlot() {
+  return static_cast<unsigned>(std::max(0, tbb::this_task_arena::current_thread_index()));
+}
+
+unsigned NumThreadSlots() { return static_cast<unsigned>(tbb::this_task_arena::max_concurrency()); }
+
+}  // namespace ovhost
