@@ -51,7 +51,7 @@ class trBsdf {
  public:
   static constexpr int kMaxLobes = 16, kMaxMedia = 4;
 
-  trBsdf() = default;
+  trBsdf() {}
   trBsdf(const trBsdf& other) { *this = other; }
   trBsdf& operator=(const trBsdf& other) {
     emission_ = other.emission_;
@@ -131,6 +131,11 @@ class trBsdf {
  private:
   trFCol emission_;
   int count_ = 0, mediaCount_ = 0;
-  trLobe lobes_[kMaxLobes];
-  trMedium media_[kMaxMedia];
+  // Left unset past the counts: nested evaluations copy states all the time.
+  union {
+    trLobe lobes_[kMaxLobes];
+  };
+  union {
+    trMedium media_[kMaxMedia];
+  };
 };

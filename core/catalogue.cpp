@@ -11,8 +11,12 @@
 #include "objects/planet.h"
 #include "objects/planet_surface_shader.h"
 #include "objects/sphere_geometry_shader.h"
+#include "surface/colour_utilities.h"
 #include "surface/compute_terrain.h"
+#include "surface/distribution_shaders.h"
 #include "surface/lambert_shader.h"
+#include "surface/merge_shader.h"
+#include "surface/surface_layer.h"
 #include "surface/visualise.h"
 
 namespace {
@@ -24,7 +28,14 @@ struct Row {
 };
 
 const Row kRows[] = {
+    {"shader/surface", "surface_layer", trCreateNode<SurfaceLayer>},
+    {"hidden", "distribution_shader_v2", trCreateNode<DistributionShaderV2>},
+    {"hidden", "distribution_shader_v3", trCreateNode<DistributionShaderV3>},
+    {"shader/colour", "distribution_shader_v4", trCreateNode<DistributionShaderV4>},
+    {"shader/colour", "colour_adjust_shader", trCreateNode<ColourAdjustShader>},
+    {"shader/colour", "distance_shader", trCreateNode<DistanceShader>},
     {"shader/surface", "lambert_shader", trCreateNode<LambertShader>},
+    {"shader/mix", "merge_shader", trCreateNode<MergeShader>},
     {"shader/atmosphere", "planet_atmosphere", trCreateNode<PlanetAtmosphere>},
     {"hidden", "planet_surface_shader", trCreateNode<PlanetSurfaceShader>},
     {"shader/displacement", "power_fractal_shader_v3", trCreateNode<PowerFractalShaderV3>},
@@ -39,6 +50,7 @@ const Row kRows[] = {
     {"shader/transform", "warp_input_shader", trCreateNode<WarpInputShader>},
     {"shader/transform", "warp_merge_shader", trCreateNode<WarpShader>},
     {"hidden", "warp_shader", trCreateNode<WarpShader>},
+    {"shader/colour", "contour_shader", trCreateNode<ContourShader>},
     {"hidden", "sphere_geometry_shader", trCreateNode<SphereGeometryShader>},
     {"shader/utility", "tex_coords_from_XYZ", trCreateNode<TexCoordsFromXYZ>},
     {"shader/utility", "compute_normal", trCreateNode<ComputeNormal>},

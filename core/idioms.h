@@ -36,17 +36,74 @@ const char* ResolveAlias(const trAlias (&aliases)[N], const char* name) {
   return name;
 }
 
-/// Keeps a thread's shading state and puts it back, on every way out. Draws taken meanwhile stay taken, and a
-/// tripped depth guard stays tripped.
+/// A heading of the sheet: a string parameter that says it.
+class trHeading {
+ public:
+  void Declare(trBase* node, const char* name, const char* text) {
+    hint_.SetStyleFlags(trStringHint::kMultiLine);
+    node->Param(text_, name, text, &hint_);
+  }
+
+ private:
+  trStringHint hint_;
+  trString text_;
+};
+
+/// The parameter `displacement_direction` and the direction it stands for.
+class trDisplacementDirection {
+ public:
+  void Declare(trBase* node) {
+    SetMenu(hint_, node,
+            {{"Along vertical", 0},
+             {"Along normal", 1},
+             {"Vertical only (requires computed normal)", 2},
+             {"Lateral only (requires computed normal)", 3},
+             {"Lateral normalized (requires computed normal)", 4}});
+    node->Param(mode_, "displacement_direction", 1, &hint_);
+  }
+  trVector Of(trShadingInterface& si) const {
+    const trVector &n = si.N(), &ng = si.Ng();
+    switch (mode_) {
+      case 0:
+        return ng;
+      case 2:
+        return ng * Dot(ng, n);
+      case 3:
+        return n - ng * Dot(ng, n);
+      case 4:
+        return Normalised(n - ng * Dot(ng, n));
+      default:
+        return n;
+    }
+  }
+
+ private:
+  trIntHint hint_;
+  long mode_ = 1;
+};
+
+/// A switch that follows a link: where the user made or cut the link held in `link`, the switch named goes on
+/// or off. Called from OnParamChanged.
+inline void trSwitchFollowsLink(trBase* node, long index, trBase* who, const trFile& link,
+                                const unsigned char& isOn, const char* switchName) {
+  if ((who != trWhoUser && who != trWhoUserIndirect) || !node->IsParam(index, &link)) return;
+  const bool linked = !link.FileStringR().empty();
+  if (linked != (isOn != 0)) node->SetParam(switchName, linked, trWhoSystem);
+}
+
+/// Keeps a thread's shading state and gathered light, and puts them back, on every way out. Draws taken
+/// meanwhile stay taken, and a tripped depth guard stays tripped.
 class trShadingGuard {
  public:
-  explicit trShadingGuard(trShadingInterface& si) : si_(si), saved_(si) {}
+  explicit trShadingGuard(trShadingInterface& si)
+      : si_(si), saved_(si), savedOutputs_(si.RenderState().ShadeOutputs()) {}
   ~trShadingGuard() {
     const trRandomStream random = si_.Random();
     const bool tripped = si_.DepthTripped();
     si_ = saved_;
     si_.Random() = random;
     if (tripped) si_.KeepDepthTripped();
+    si_.RenderState().ShadeOutputs() = savedOutputs_;
   }
   trShadingGuard(const trShadingGuard&) = delete;
   trShadingGuard& operator=(const trShadingGuard&) = delete;
@@ -54,6 +111,7 @@ class trShadingGuard {
  private:
   trShadingInterface& si_;
   const trShadingInterface saved_;
+  const trRenderState::Outputs savedOutputs_;
 };
 
 /// The mask of a shader: `blend_by_shader`, `blending_shader`, `fit_blendshader_to_this`,
@@ -77,10 +135,7 @@ class trMask {
 
   /// A link the user made or cut switches the mask on or off. Called from OnParamChanged.
   void OnParamChanged(trBase* node, long index, trBase* who) const {
-    if (who != trWhoUser && who != trWhoUserIndirect) return;
-    if (!node->IsParam(index, &shader_)) return;
-    const bool linked = !shader_.FileStringR().empty();
-    if (linked != (use_ != 0)) node->SetParam("blend_by_shader", linked, trWhoSystem);
+    trSwitchFollowsLink(node, index, who, shader_, use_, "blend_by_shader");
   }
 
   bool IsOn() const { return use_ != 0; }

@@ -107,7 +107,7 @@ void PowerFractalShaderV3Base::DeclareDisplacement(const Defaults& defaults) {
   Param(applyDisplacement_, "apply_displacement", defaults.applyDisplacement);
   Gui(trGuiIndentOpen);
   Gui(trGuiBlockOpen);
-  Param(displacementDirection_, "displacement_direction", 1, &directionHint_);
+  displacementDirection_.Declare(this);
   Param(settings_.displacementAmplitude, "displacement_amplitude", 1.0, &amplitudeHint_);
   Param(settings_.displacementOffset, "displacement_offset", 0.0, &amplitudeHint_);
   Param(settings_.displacementRoughness, "displacement_roughness", 1.0);
@@ -188,12 +188,6 @@ void PowerFractalShaderV3Base::SetRanges() {
 }
 
 void PowerFractalShaderV3Base::SetMenus() {
-  SetMenu(directionHint_, this,
-          {{"Along vertical", 0},
-           {"Along normal", 1},
-           {"Vertical only (requires computed normal)", 2},
-           {"Lateral only (requires computed normal)", 3},
-           {"Lateral normalized (requires computed normal)", 4}});
   SetMenu(flavourHint_, this,
           {{"Perlin", kPerlin},
            {"Perlin billows", kPerlinBillows},

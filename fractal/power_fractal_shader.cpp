@@ -48,22 +48,6 @@ void PowerFractalShaderV3Base::FollowScales(long index, trBase* who) {
   }
 }
 
-trVector PowerFractalShaderV3Base::DisplacementDirection(const trVector& n, const trVector& ng) const {
-  const double c = Dot(ng, n);
-  switch (displacementDirection_) {
-    case 0:
-      return ng;
-    case 2:
-      return ng * c;
-    case 3:
-      return n - ng * c;
-    case 4:
-      return Normalised(n - ng * c);
-    default:
-      return n;
-  }
-}
-
 long PowerFractalShaderV3Base::Displace(trShadingInterface& si) {
   DisplaceInput(si);
   if (!IsEnabled() || !applyDisplacement_) return 1;
@@ -71,7 +55,7 @@ long PowerFractalShaderV3Base::Displace(trShadingInterface& si) {
   if (!mask_.Evaluate(si, SafeReciprocal(settings_.featureScale), mask)) return 0;
   if (mask == 0.0f) return 1;
   const double height = EvaluateFractalDisplacement(settings_, derived_, si) * mask;
-  si.P() += DisplacementDirection(si.N(), si.Ng()) * height;
+  si.P() += displacementDirection_.Of(si) * height;
   return 1;
 }
 

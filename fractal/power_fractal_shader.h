@@ -62,7 +62,6 @@ class PowerFractalShaderV3Base : public trSurfaceShader {
   /// The couplings of octaves and scales: they follow each other both ways.
   void FollowScales(long index, trBase* who);
   void UpdateEnabling();
-  trVector DisplacementDirection(const trVector& n, const trVector& ng) const;
 
   bool isCloud_ = false;
   FractalSettings settings_;
@@ -72,7 +71,7 @@ class PowerFractalShaderV3Base : public trSurfaceShader {
   trManRgb highColour_, lowColour_;
   double coverageAdjust_ = 0;
   unsigned char applyDisplacement_ = 0;
-  long displacementDirection_ = 0;
+  trDisplacementDirection displacementDirection_;
   trMask mask_;
 
   trDoubleHint featureHint_, leadInHint_, smallestHint_;
@@ -80,7 +79,7 @@ class PowerFractalShaderV3Base : public trSurfaceShader {
   trDoubleHint amplitudeHint_, coastlineSmoothingHint_;
   trDoubleHint variationHint_, buoyancyHint_;
   trDoubleHint distortionHint_, warpHint_;
-  trIntHint directionHint_, flavourHint_, methodHint_, warpEffectHint_;
+  trIntHint flavourHint_, methodHint_, warpEffectHint_;
   PowerFractalShaderV3_RandomiseButton randomiseButton_{this};
   std::unique_ptr<PowerFractalShader_PreviewHandler> preview_;
 };

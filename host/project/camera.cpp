@@ -3,6 +3,8 @@
 
 #include "core/idioms.h"
 #include "core/transform.h"
+#include "host/node/node_data.h"
+#include "host/project/render_node.h"
 
 trCameraNode::trCameraNode() {
   DeclareTrue("is_camera");
@@ -28,6 +30,17 @@ void trCameraNode::OnParamChanged(long index, trBase* who) {
   SetParamGuiEnabled("field_of_view", lensMode_ == 0);
   SetParamGuiEnabled("focal_length", lensMode_ == 1);
   SetParamGuiEnabled("film_aperture", lensMode_ == 1);
+}
+
+void* trCameraNode::RequestMember(const char* name) {
+  if (trString(name) != "view") return trBase::RequestMember(name);
+  view_ = View(960, 540);
+  for (const trBase* node : ovhost::AllNodes(Root()))
+    if (const auto* render = dynamic_cast<const trRenderNode*>(node)) {
+      view_ = View(static_cast<int>(render->Width()), static_cast<int>(render->Height()));
+      break;
+    }
+  return &view_;
 }
 
 bool trCameraNode::IsAtItsTarget() const {

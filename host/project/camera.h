@@ -10,6 +10,8 @@ class OV_API trCameraNode : public trBase {
  public:
   trCameraNode();
   void OnParamChanged(long index, trBase* who) override;
+  /// "view": the trView of the project's picture, valid until the next call. Main thread only.
+  void* RequestMember(const char* name) override;
 
   /// The view of a picture of this size, pixels square. A target at the camera's own place, or straight above
   /// or below, still gives a proper frame.
@@ -25,4 +27,5 @@ class OV_API trCameraNode : public trBase {
   unsigned char useTarget_;
   long lensMode_;
   double fieldOfView_, focalLength_, filmAperture_, nearClip_;
+  trView view_;
 };

@@ -1,0 +1,245 @@
+// colour_adjust_shader, contour_shader and distance_shader.
+#include "surface/colour_utilities.h"
+
+#include <algorithm>
+
+namespace {
+
+/// The middle of the three channels.
+float Median(const trManRgb& c) { return std::max(std::min(c.r, c.g), std::min(std::max(c.r, c.g), c.b)); }
+
+float Reciprocal(float x) { return std::fabs(x) > 1e-6f ? 1.0f / x : x < 0 ? -1e6f : 1e6f; }
+
+/// x to the power g up to 1, and a straight line from there on; nothing below 0.
+float WithGamma(float x, float g) {
+  if (!(x > 0)) return 0;
+  return x >= 1 ? (x - 1) * g + 1 : std::pow(x, g);
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------------------------------
+
+void ColourAdjustShader::Level::SliderFollows(trBase* node) {
+  if (adjust != Median(colour)) node->SetParam(adjustName, Median(colour), node);
+}
+
+void ColourAdjustShader::Level::ColourFollows(trBase* node) {
+  const float moved = adjust - Median(colour);
+  if (moved != 0)
+    node->SetParam(colourName, trManRgb(colour.r + moved, colour.g + moved, colour.b + moved), node);
+}
+
+void ColourAdjustShader::Declare(Level& level, float value, const trRange& range) {
+  SetRange(level.hint, this, range);
+  Param(level.colour, level.colourName, trRgbLinear709(value));
+  Gui(trGuiRowClose);
+  Param(level.adjust, level.adjustName, value, &level.hint);
+}
+
+ColourAdjustShader::ColourAdjustShader() {
+  GuiTab("Input levels", "input_levels_tab");
+  Declare(black_, 0, {.min = -0.5, .max = 1.5});
+  Declare(white_, 1, {.min = -0.5, .max = 1.5});
+  GuiTab("Gamma", "gamma_tab");
+  Declare(gamma_, 1, {.min = 0.0, .max = 4.0, .focusPower = 2.0});
+  Param(clampBelowBlack_, "clamp_below_black", 1);
+  Param(clampAboveWhite_, "clamp_above_white", 1);
+  UpdateGamma();
+}
+
+void ColourAdjustShader::UpdateGamma() {
+  inverseGamma_ = {Reciprocal(gamma_.colour.r), Reciprocal(gamma_.colour.g), Reciprocal(gamma_.colour.b)};
+}
+
+void ColourAdjustShader::OnParamChanged(long index, trBase* who) {
+  trSurfaceShader::OnParamChanged(index, who);
+  if (IsParam(index, &black_.colour) || IsParam(index, &white_.colour)) {
+    black_.SliderFollows(this);
+    white_.SliderFollows(this);
+  } else if (IsParam(index, &black_.adjust) || IsParam(index, &white_.adjust)) {
+    black_.ColourFollows(this);
+    white_.ColourFollows(this);
+  } else if (IsParam(index, &gamma_.colour)) {
+    UpdateGamma();
+    gamma_.SliderFollows(this);
+  } else if (IsParam(index, &gamma_.adjust)) {
+    gamma_.ColourFollows(this);
+  }
+}
+
+long ColourAdjustShader::Shade(trShadingInterface& si) {
+  ShadeInput(si);
+  if (!IsEnabled()) return 1;
+  trFCol& c = si.Cutil();
+  bool isChanged = false;
+
+  const trFCol black = black_.colour.ToRender();
+  if (!black.IsBlack()) {
+    c = c - black;
+    isChanged = true;
+  }
+  const trFCol range = white_.colour.ToRender() - black;
+  if (range != trFCol(1.0f)) {
+    for (int i = 0; i < 3; ++i) c[i] = GuardedDivide(c[i], range[i]);
+    isChanged = true;
+  }
+  if (gamma_.colour.ToRender() != trFCol(1.0f)) {
+    for (int i = 0; i < 3; ++i) c[i] = WithGamma(c[i], inverseGamma_[i]);
+    isChanged = true;
+  }
+  if (clampBelowBlack_) {
+    for (int i = 0; i < 3; ++i) c[i] = std::max(c[i], 0.0f);
+    isChanged = true;
+  }
+  if (clampAboveWhite_) {
+    for (int i = 0; i < 3; ++i) c[i] = std::min(c[i], 1.0f);
+  } else if (!isChanged) {
+    return 1;
+  }
+  if (si.doCo()) si.SetShadingToLambert(c);
+  return 1;
+}
+
+// ---------------------------------------------------------------------------------------------------------------
+
+ContourShader::ContourShader() {
+  mainHeading_.Declare(this, "main_separator", "Main Contour");
+  Param(main_.interval, "main_interval", 100.0).Display("Spacing");
+  Param(main_.thickness, "main_thickness", 2.0).Display("Thickness");
+  Param(main_.colour, "main_colour", trManRgb(1, 0, 0)).Display("Colour");
+  intermediateHeading_.Declare(this, "intermediate_separator", "Intermediate Contours");
+  Param(numberOfIntermediates_, "number_of_intermediates", 5.0);
+  Param(intermediate_.interval, "intermediate_interval", 20.0).Display("Spacing");
+  Param(intermediate_.thickness, "intermediate_thickness", 2.0).Display("Thickness");
+  Param(intermediate_.colour, "intermediate_colour", trManRgb(1, 1, 0)).Display("Colour");
+  Param(smoothEdges_, "smooth_edges", 1);
+  Gui(trGuiIndentOpen);
+  Param(smoothingDistance_, "smoothing_distance", 0.25);
+  Gui(trGuiIndentClose);
+  Param(baseAltitude_, "base_altitude", 0.0);
+  Param(useY_, "use_Y_for_altitude", 0);
+}
+
+void ContourShader::OnParamChanged(long index, trBase* who) {
+  trSurfaceShader::OnParamChanged(index, who);
+  if (isCoupling_) return;
+  const auto couple = [&](const char* name, double divisor) {
+    isCoupling_ = true;
+    const bool bothPositive = divisor > 0 && main_.interval > 0;
+    SetParam(name, bothPositive ? GuardedDivide(main_.interval, divisor) : 0.0, trWhoSystem);
+    isCoupling_ = false;
+  };
+  if (IsParam(index, &numberOfIntermediates_)) couple("intermediate_interval", numberOfIntermediates_);
+  if (IsParam(index, &intermediate_.interval)) couple("number_of_intermediates", intermediate_.interval);
+}
+
+bool ContourShader::OnLine(const Lines& lines, double x, double& faded) const {
+  const double e = smoothingDistance_, m = std::fmod(x, lines.interval), half = lines.thickness * 0.5;
+  const auto smooth = [](double t) {
+    return t < 1e-12 ? 0.0 : t >= 0.999999999999 ? 1.0 : (3 - 2 * t) * t * t;
+  };
+  const bool isRising = m < half;
+  if (!isRising && !(m >= lines.interval - half)) return false;
+  if (smoothEdges_ && e > 0) {
+    const double start = isRising ? half - e : lines.interval - half;
+    const double t = GuardedDivide(m - start, e);
+    faded = m <= start ? 0.0 : smooth(isRising ? t : 1 - t);
+  }
+  return true;
+}
+
+ContourShader::Band ContourShader::Find(double x) const {
+  Band band;
+  band.hit = band.isMain = OnLine(main_, x, band.faded);
+  if (!band.isMain && numberOfIntermediates_ > 0) band.hit = OnLine(intermediate_, x, band.faded);
+  return band;
+}
+
+long ContourShader::Shade(trShadingInterface& si) {
+  ShadeInput(si);
+  if (!IsEnabled()) return 1;
+  if (main_.interval <= 0 || main_.thickness <= 0) return 0;
+  double altitude;
+  if (useY_) {
+    altitude = si.P().y + baseAltitude_;
+  } else {
+    const trVector risen = si.P() - si.Pg();
+    altitude = risen.Length() * Dot(Normalised(risen), Normalised(si.Ng()));
+  }
+  const Band band = Find(std::fabs(altitude));
+  if (!band.hit) return 1;
+
+  const trFCol colour = (band.isMain ? main_ : intermediate_).colour.ToRender();
+  const float weight = static_cast<float>(1 - band.faded);
+  si.BlendShadingToLambertAndEmissive(colour, trFCol(), trFCol(weight), trFCol(weight));
+  si.Cutil() += (colour - si.Cutil()) * weight;
+  return 1;
+}
+
+// ---------------------------------------------------------------------------------------------------------------
+
+DistanceShader::DistanceShader() {
+  SetRange(distanceHint_, this, {.min = 0.0, .max = 100000.0, .focusPower = 4.0});
+  SetMenu(modeHint_, this, {{"Distance (spherical)", 0}, {"Z depth (planar)", 1}});
+  SetMenu(spaceHint_, this,
+          {{"World space", 0},
+           {"Sticky world space", 3},
+           {"Undisplaced space", 2},
+           {"Terrain or Texture space (warpable and transformable)", 1}});
+  Param(applyFar_, "apply_far_colour", 1);
+  Param(farColour_, "far_colour", trRgbLinear709(1.0f));
+  Param(applyNear_, "apply_near_colour", 1);
+  Param(nearColour_, "near_colour", trRgbLinear709(0.0f));
+  Param(farDistance_, "far_distance", 10000.0, &distanceHint_);
+  Param(nearDistance_, "near_distance", 0.0, &distanceHint_);
+  Param(mode_, "distance_mode", 0, &modeHint_);
+  Param(camera_, "camera", "");
+  Param(space_, "coord_space", 0, &spaceHint_);
+  Param(clampFar_, "clamp_far_colour", 1);
+  Param(clampNear_, "clamp_near_colour", 1);
+}
+
+long DistanceShader::StartRender(trRenderingInterface& rendering) {
+  trBase* const camera = camera_.LinkedNode(true);
+  const auto* view = camera ? static_cast<const trView*>(camera->RequestMember("view")) : nullptr;
+  hasCamera_ = view != nullptr;
+  if (view) {
+    cameraPosition_ = view->eye;
+    cameraAxis_ = view->forward;
+  }
+  return ColourUtility::StartRender(rendering);
+}
+
+long DistanceShader::Shade(trShadingInterface& si) {
+  ShadeInput(si);
+  if (!IsEnabled()) return 1;
+  trVector origin = cameraPosition_, axis = cameraAxis_;
+  if (!hasCamera_) {
+    if (!si.PMainView()) return 1;
+    origin = si.RootEye();
+    axis = si.PMainView()->forward;
+  }
+
+  const trVector q = space_ == 1 ? si.Pt() : space_ == 2 ? si.Pg() : space_ == 3 ? si.Ph() : si.P();
+  const trVector away = q - origin;
+  const double distance = mode_ == 1 ? Dot(away, axis) : away.Length();
+  double t = GuardedDivide(distance - nearDistance_, farDistance_ - nearDistance_);
+  if (clampFar_) t = std::min(t, 1.0);
+  if (clampNear_) t = std::max(t, 0.0);
+
+  double weight = 0;
+  trFCol colour;
+  if (applyFar_) {
+    weight += t;
+    colour += farColour_.ToRender() * static_cast<float>(t);
+  }
+  if (applyNear_) {
+    weight += 1 - t;
+    colour += nearColour_.ToRender() * static_cast<float>(1 - t);
+  }
+  const trFCol cover(static_cast<float>(weight));
+  si.Cutil() = si.Cutil() * (trFCol(1.0f) - cover) + colour;
+  si.BlendShadingToConstant(colour, cover, trFCol(1.0f));
+  return 1;
+}

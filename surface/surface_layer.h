@@ -1,0 +1,73 @@
+// surface_layer: colour and displacement over a part of a surface, chosen by altitude, slope, direction, a
+// mask and a fractal.
+#pragma once
+
+#include "surface/layer_limits.h"
+
+class SurfaceLayer : public trSurfaceShader {
+ public:
+  SurfaceLayer();
+  long OnFirstCreate() override;
+  void OnParamChanged(long index, trBase* who) override;
+  using trSurfaceShader::SetParamFromString;
+  long SetParamFromString(const char* name, const trString& value, trBase* who) override;
+  long Displace(trShadingInterface& si) override;
+  long Shade(trShadingInterface& si) override;
+  unsigned char HasDisplacement() override { return 1; }
+  unsigned char HasShade() override { return 1; }
+
+ private:
+  enum class Pass { kDisplace, kShade };
+  /// What lies beneath: texture point, point and normal.
+  struct Underlying {
+    trVector pt, p, n;
+  };
+
+  void DeclareColour();
+  void DeclareCoverage();
+  void DeclareLimits();
+  void DeclareEffects();
+
+  /// The layer's mask at the state, black where the layer is absent. With `intersect_underlying` on it runs
+  /// the input's displacement afresh and fills `base`.
+  trFCol Mask(trShadingInterface& si, Pass pass, Underlying& base);
+  trFCol MaskInPlace(trShadingInterface& si, Pass pass, Underlying& base);
+  double LimitFactor(trShadingInterface& si, bool exact) const;
+  /// Turns the mask into how far this layer stands out of what it intersects. False where it doesn't.
+  bool Intersect(trShadingInterface& si, Pass pass, const Underlying& base, trFCol& mask);
+  /// The layer's own displacement, then its children's.
+  void DisplaceLayer(trShadingInterface& si);
+  void ShadeLayer(trShadingInterface& si);
+
+  trShader* ChildLayers() const { return static_cast<trShader*>(childLayers_.LinkedNode(true)); }
+
+  // Colour and luminosity
+  unsigned char applyColour_ = 1, enableTestColour_ = 0, luminous_ = 0;
+  trManRgb diffuseColour_, testColour_, luminosityTint_;
+  double luminosityMultiplier_ = 1;
+  trShaderLink colourFunction_, luminosityFunction_;
+  trDoubleHint strengthHint_;
+
+  // Displacement
+  trDisplacementDirection direction_;
+  double displacementMultiplier_ = 1, displacementOffset_ = 0, smoothingAmount_ = 1;
+  trShaderLink displacementFunction_, childLayers_;
+  unsigned char smoothingEffect_ = 0;
+  trDoubleHint smoothingHint_;
+
+  // Where
+  Breakup breakup_;
+  unsigned char onlyBreakupColour_ = 0;
+  LayerMaskShader maskShader_;
+  AltitudeLimits altitude_;
+  SlopeLimits slope_;
+  DirectionLimit compass_;
+
+  // Effects
+  unsigned char intersectUnderlying_ = 0, exactForShading_ = 0, exactForDisplacement_ = 0;
+  long intersectionMode_ = 0;
+  double intersectionZone_ = 2, smoothingScale_ = 0, intersectionShift_ = 2, minIntersectionShift_ = -2;
+  double fuzzyZoneSoftness_ = 1;
+  trIntHint intersectionModeHint_;
+  trDoubleHint smoothingScaleHint_, shiftHint_;
+};

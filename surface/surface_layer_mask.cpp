@@ -1,0 +1,123 @@
+// The mask of surface_layer: limits, mask shader, intersection, breakup, softening, cheap rejections first.
+#include <atomic>
+
+#include "surface/surface_layer.h"
+
+namespace {
+
+constexpr long kFavourRises = 1, kDisplacementIntersection = 2;
+/// A mask whose smallest channel reaches this counts as full cover, which no fractal breaks up.
+constexpr float kFullCover = 0.999f;
+constexpr double kSmallestZone = 0.0001;
+constexpr float kSmallestRatio = 1e-6f;
+
+float MinChannel(const trFCol& c) { return std::min(c.r, std::min(c.g, c.b)); }
+
+/// Smooth step of the mask over a ramp that widens with the square of the softness.
+trFCol Softened(const trFCol& v, float softness) {
+  const float k = 1.0f / GuardedDenominator(softness);
+  trFCol mask;
+  for (int i = 0; i < 3; ++i) {
+    const float u = std::clamp(v[i] * k * k, 0.0f, 1.0f);
+    mask[i] = (3.0f - 2.0f * u) * u * u;
+  }
+  return mask;
+}
+
+}  // namespace
+
+double SurfaceLayer::LimitFactor(trShadingInterface& si, bool exact) const {
+  return 1.0 - compass_.Terms(si, exact) - slope_.Terms(si, exact) - altitude_.Terms(si, exact);
+}
+
+trFCol SurfaceLayer::Mask(trShadingInterface& si, Pass pass, Underlying& base) {
+  if (!intersectUnderlying_) return MaskInPlace(si, pass, base);
+
+  const trVector pg = si.Pg(), pt = si.Pt(), p = si.P(), ng = si.Ng(), nt = si.Nt(), n = si.N();
+  si.Pt() = si.P() = pg;
+  si.Nt() = si.N() = ng;
+  DisplaceInput(si);
+  base = {si.Pt(), si.P(), si.N()};
+  const trFCol mask = MaskInPlace(si, pass, base);
+  if (pass == Pass::kShade) {
+    si.Pg() = pg;
+    si.Pt() = pt;
+    si.P() = p;
+    si.Ng() = ng;
+    si.Nt() = nt;
+    si.N() = n;
+  }
+  return mask;
+}
+
+trFCol SurfaceLayer::MaskInPlace(trShadingInterface& si, Pass pass, Underlying& base) {
+  if (breakup_.coverage <= 0) return {};
+  const bool isDisplacing = pass == Pass::kDisplace;
+  const double limits = LimitFactor(si, isDisplacing ? exactForDisplacement_ : exactForShading_);
+  if (limits <= 0) return {};
+  trFCol mask(static_cast<float>(limits * breakup_.coverage));
+
+  float byShader = 1;
+  if (maskShader_.isOn) {
+    trShader* const shader = maskShader_.Shader();
+    if (!shader) return mask;
+    byShader = maskShader_.Value(si, *shader);
+    if (byShader == 0) return {};
+    if (maskShader_.asCoverage) mask *= byShader;
+  }
+
+  if (intersectUnderlying_) {
+    const trVector pt = si.Pt(), p = si.P(), nt = si.Nt(), n = si.N();
+    const bool isThere = Intersect(si, pass, base, mask);
+    if (!isDisplacing) {
+      si.Pt() = pt;
+      si.P() = p;
+      si.Nt() = nt;
+      si.N() = n;
+    }
+    if (!isThere) return {};
+  }
+
+  // A new layer breaks up colour alone: its displacement keeps its smooth outline.
+  trFCol broken = mask;
+  if (breakup_.isOn && !(isDisplacing && onlyBreakupColour_)) {
+    trShader* const fractal = breakup_.Shader();
+    if (!fractal) return mask;
+    if (mask.MaxChannel() > 0 && MinChannel(mask) < kFullCover)
+      broken = breakup_.Broken(mask, breakup_.Offset(si, *fractal));
+  }
+  if (broken.MaxChannel() <= 0) return {};
+  mask = Softened(broken, isDisplacing ? 1.0f : static_cast<float>(fuzzyZoneSoftness_));
+  return maskShader_.asCoverage ? mask : mask * byShader;
+}
+
+bool SurfaceLayer::Intersect(trShadingInterface& si, Pass pass, const Underlying& base, trFCol& mask) {
+  // Where this layer's surface would lie.
+  const bool isDisplacing = pass == Pass::kDisplace,
+             isByDisplacement = intersectionMode_ == kDisplacementIntersection;
+  trVector top = si.Pt();
+  if (isByDisplacement || isDisplacing) DisplaceLayer(si);
+  if (isByDisplacement) top = si.P();
+
+  // The sheet shows the width in force; every thread stores the same.
+  const std::atomic_ref<double> wantedZone(intersectionZone_);
+  double zone = wantedZone.load(std::memory_order_relaxed);
+  if (!(zone >= kSmallestZone)) wantedZone.store(zone = kSmallestZone, std::memory_order_relaxed);
+  const double cover = Luminance(mask), steepness = cover / zone;
+  if (steepness <= kSmallestRatio) return false;
+
+  // How far it is raised or sunk for its cover, and its height over what lies beneath.
+  double shift = (1 - cover) * minIntersectionShift_ + cover * intersectionShift_ + (cover - 0.5) / steepness;
+  if (intersectionMode_ == kFavourRises) shift -= 2 * Dot(top - base.p, base.n);
+  const double weight = isByDisplacement ? 1 : smoothingEffect_ ? smoothingAmount_ : 0;
+  si.P() += base.n * (weight * shift);
+  const float height = static_cast<float>(Dot(top + base.n * shift - base.p, base.n));
+  for (int i = 0; i < 3; ++i)
+    mask[i] = std::clamp(static_cast<float>(mask[i] / zone) * height + 0.5f, 0.0f, 1.0f);
+
+  if (isDisplacing) {
+    const double raised = 1 - SmoothStep(Luminance(mask));
+    si.P() += base.n * (raised * zone * 0.5 * weight);
+  }
+  return true;
+}
