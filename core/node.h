@@ -85,8 +85,9 @@ enum trGuiHint : int {
   trGuiBlockClose = 28
 };
 
-/// How triggers drive targets: 2 enables the targets while every trigger is on, 3 does it for one link or
-/// control on the trigger's row.
+/// How triggers drive targets: 1 is radio buttons, where the trigger that the user turns on turns its targets
+/// off; 2 enables the targets while every trigger is on; 3 does that for one link or control on the
+/// trigger's row.
 using trGuiActionPreset = int;
 
 enum class trAnimationInterpolationMode { kLinear = 0, kSmooth = 1, kStepped = 2 };

@@ -19,21 +19,6 @@ VortexWarpShader::VortexWarpShader() {
   AddGuiAction({"z_axis"}, {"x_axis", "y_axis"}, 1);
 }
 
-void VortexWarpShader::OnParamChanged(long index, trBase* who) {
-  trSurfaceShader::OnParamChanged(index, who);
-  if (who != trWhoUser && who != trWhoUserIndirect) return;
-  // Picking one axis drops the others.
-  const struct {
-    unsigned char* member;
-    const char* name;
-  } axes[] = {{&xAxis_, "x_axis"}, {&yAxis_, "y_axis"}, {&zAxis_, "z_axis"}};
-  for (const auto& picked : axes) {
-    if (!IsParam(index, picked.member) || !*picked.member) continue;
-    for (const auto& axis : axes)
-      if (axis.member != picked.member && *axis.member) SetParam(axis.name, 0, this);
-  }
-}
-
 trVector VortexWarpShader::Swirled(const trVector& pt) const {
   // The plane of the swirl, by the numbers of its axes.
   const int a = xAxis_ ? 1 : yAxis_ ? 2 : 0, b = xAxis_ ? 2 : yAxis_ ? 0 : 1;

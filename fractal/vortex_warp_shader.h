@@ -7,7 +7,6 @@
 class VortexWarpShader : public trSurfaceShader, public juPreviewHandler {
  public:
   VortexWarpShader();
-  void OnParamChanged(long index, trBase* who) override;
   trPreviewHandler* PreviewHandler() override { return this; }
   long Displace(trShadingInterface& si) override;
   long Shade(trShadingInterface& si) override;

@@ -1,4 +1,5 @@
 // Reading and writing parameters, and who is told of a change.
+#include <algorithm>
 #include <cmath>
 
 #include "host/node/node_data.h"
@@ -96,6 +97,21 @@ bool Store(trParamInfo& param, const trParamValue& value) {
   }
 }
 
+/// The action of radio buttons: the trigger that the user turns on turns the targets off.
+constexpr trGuiActionPreset kExclusive = 1;
+
+void TurnOthersOff(trBase* node, long index, trBase* who) {
+  if (who != trWhoUser && who != trWhoUserIndirect) return;
+  for (const trGuiActionInfo& action : node->Data().guiActions) {
+    const trString name = node->ParamName(index);
+    long on = 0;
+    if (action.preset != kExclusive || !node->GetParam(index, on) || !on) continue;
+    if (std::find(action.triggers.begin(), action.triggers.end(), name) == action.triggers.end()) continue;
+    for (const trString& target : action.targets)
+      if (target != name && node->GetParam(target.c_str(), on) && on) node->SetParam(target.c_str(), 0, node);
+  }
+}
+
 bool LinksTo(trBase* node, const trBase* target) {
   for (const trParamInfo& param : node->Data().params)
     if (param.type >= trParamType::kFile && static_cast<trFile*>(param.member)->LinkedNode(false) == target)
@@ -133,6 +149,7 @@ long trBase::SetParam(long index, const trParamValue& value, trBase* who, bool n
   }
   ++notificationDepth;
   OnParamChanged(index, who);
+  TurnOthersOff(this, index, who);
   if (data_->parent) {
     data_->parent->OnChildParamChanged(this, index, who);
     NotifyDependents(this, index, who);
@@ -243,6 +260,7 @@ void trBase::SetParamGuiEnabled(long index, bool enabled) {
 bool trBase::IsParamGuiEnabled(long index) const {
   if (index < 0 || index >= NumParams() || !data_->params[index].guiEnabled) return false;
   for (const trGuiActionInfo& action : data_->guiActions) {
+    if (action.preset == kExclusive) continue;
     bool isTarget = false;
     for (const trString& target : action.targets) isTarget |= target == data_->params[index].name;
     if (!isTarget) continue;

@@ -1,0 +1,135 @@
+// What the heightfield operators share.
+#include "heightfield/operator.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <exception>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+namespace {
+
+/// Rows handed out one by one to all cores.
+class RowTeam {
+ public:
+  RowTeam(long rows, const std::function<void(long)>& work) : rows_(rows), work_(work) {
+    const long helpers = std::min<long>(trNumCoresToUse(), rows) - 1;
+    try {
+      for (long i = 0; i < helpers; ++i) threads_.emplace_back([this] { RunAll(); });
+    } catch (const std::system_error&) {
+      // Fewer threads than wished for: those that there are do it.
+    }
+  }
+  ~RowTeam() {
+    Stop();
+    for (std::thread& thread : threads_) thread.join();
+  }
+  RowTeam(const RowTeam&) = delete;
+  RowTeam& operator=(const RowTeam&) = delete;
+
+  void Stop() { next_ = rows_; }
+  /// Does one row; false when none is left to take.
+  bool RunOne() {
+    const long row = next_.fetch_add(1);
+    if (row >= rows_) return false;
+    try {
+      work_(row);
+    } catch (...) {
+      const std::lock_guard lock(mutex_);
+      if (!problem_) problem_ = std::current_exception();
+      Stop();
+    }
+    const std::lock_guard lock(mutex_);
+    ++done_;
+    changed_.notify_one();
+    return true;
+  }
+  void RunAll() {
+    while (RunOne()) continue;
+  }
+  long Done() {
+    const std::lock_guard lock(mutex_);
+    return done_;
+  }
+  /// Until more than `known` rows are done, or something went wrong.
+  void Wait(long known) {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return done_ > known || problem_; });
+  }
+  void Finish() {
+    for (std::thread& thread : threads_) thread.join();
+    threads_.clear();
+    if (problem_) std::rethrow_exception(problem_);
+  }
+  bool HasProblem() {
+    const std::lock_guard lock(mutex_);
+    return problem_ != nullptr;
+  }
+
+ private:
+  const long rows_;
+  const std::function<void(long)>& work_;
+  std::atomic<long> next_{0};
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  long done_ = 0;
+  std::exception_ptr problem_;
+  std::vector<std::thread> threads_;
+};
+
+}  // namespace
+
+long MakeFlat(trHeightfield& field) {
+  if (!field.Init(0, 0, 2, 2)) return 0;
+  field.Fill(0);
+  field.HfFindZRange();
+  return 1;
+}
+
+void ForEachRow(long rows, const std::function<void(long)>& work) {
+  // Rows by the bunch, so that taking one costs nothing beside working on it.
+  constexpr long kBunch = 16;
+  const std::function<void(long)> bunch = [&](long index) {
+    for (long row = index * kBunch; row < std::min(rows, (index + 1) * kBunch); ++row) work(row);
+  };
+  RowTeam team((rows + kBunch - 1) / kBunch, bunch);
+  team.RunAll();
+  team.Finish();
+}
+
+bool ForEachRow(trBase& node, const trString& text, long rows, const std::function<void(long)>& work) {
+  RowTeam team(rows, work);
+  unsigned long token = 0;
+  for (long reported = 0; reported < rows && !team.HasProblem();) {
+    if (!node.ReportProgress(token, text, static_cast<float>(reported) / static_cast<float>(rows), -1.0f)) {
+      team.Stop();
+      team.Finish();
+      return false;
+    }
+    ++reported;
+    while (team.Done() < reported && !team.HasProblem())
+      if (!team.RunOne()) team.Wait(reported - 1);
+  }
+  team.Finish();
+  return true;
+}
+
+long OrdinaryOperator::HfOperate() {
+  if (HfIsValid()) return 1;
+  long result = 1;
+  trHeightfield* const input = HfInput();
+  if (input) result = input->HfOperateTS();
+  if (!(result & 1)) return 0;
+  if (!Compute(HasPoints(input) ? input : nullptr)) {
+    if (!keepsFailed_) return 0;
+    HfFindZRange();
+    HfValidate();
+    return 0;
+  }
+  HfValidate();
+  return result;
+}
+
+long OrdinaryOperator::InitLike(const trHeightfield& input) { return Init(0, 0, input.width, input.height); }

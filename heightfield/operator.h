@@ -1,0 +1,38 @@
+// What the heightfield operators share: the flat raster of an operator without input, the shape of the
+// ordinary ones, and work row by row.
+#pragma once
+
+#include <functional>
+
+#include "core/heightfield.h"
+
+/// The heightfield that an operator without an input has: 2 by 2 points of height 0.
+long MakeFlat(trHeightfield& field);
+
+/// Whether there is anything to work on: an operator whose button was never pressed has no points.
+inline bool HasPoints(const trHeightfield* field) { return field && field->pixels; }
+
+/// Runs `work(row)` for the rows from 0 to `rows` on all cores; the calling thread takes part. What `work`
+/// throws is thrown on. The order of rows is open.
+void ForEachRow(long rows, const std::function<void(long row)>& work);
+
+/// The same with one report a row by `node`, in the calling thread, the fraction being the share of rows
+/// done. False when the user stopped it; some rows are done then.
+bool ForEachRow(trBase& node, const trString& text, long rows, const std::function<void(long row)>& work);
+
+/// An operator that is computed whenever its raster is out of date.
+class OrdinaryOperator : public trHeightfield {
+ public:
+  long HfOperate() override;
+
+ protected:
+  /// Makes the raster; `input` is up to date, or null without points to work on. 0 is failure.
+  virtual long Compute(trHeightfield* input) = 0;
+  /// A raster of the input's size and geometry, contents undefined; 0 without memory.
+  long InitLike(const trHeightfield& input);
+  /// After a failed computation the raster stays in use as far as it is.
+  void KeepWhatAFailureLeaves() { keepsFailed_ = true; }
+
+ private:
+  bool keepsFailed_ = false;
+};
