@@ -1,4 +1,4 @@
-// Embree scenes of grid primitives; the vertex buffers are the meshes' own.
+// Embree scenes; the vertex buffers are the meshes' own.
 #include "host/render/accel.h"
 
 #include <embree3/rtcore.h>
@@ -82,6 +82,14 @@ struct Accel::Impl {
   RTCDevice device = nullptr;
   RTCScene scene = nullptr;
   std::vector<const SurfacePart*> parts;
+
+  void Attach(RTCGeometry geometry, const SurfacePart& part) {
+    rtcSetGeometryMask(geometry, part.rayKinds);
+    rtcCommitGeometry(geometry);
+    rtcAttachGeometryByID(scene, geometry, static_cast<unsigned>(parts.size()));
+    rtcReleaseGeometry(geometry);
+    parts.push_back(&part);
+  }
 };
 
 Accel::Accel() : impl_(std::make_unique<Impl>()) {
@@ -107,11 +115,17 @@ void Accel::Add(const GridMesh& mesh) {
   if (grids)
     for (size_t i = 0; i < mesh.patches.size(); ++i)
       grids[i] = {static_cast<unsigned>(i * kPatchVertices), kPatchStride, kPatchStride, kPatchStride};
-  rtcSetGeometryMask(geometry, mesh.rayKinds);
-  rtcCommitGeometry(geometry);
-  rtcAttachGeometryByID(impl_->scene, geometry, static_cast<unsigned>(impl_->parts.size()));
-  rtcReleaseGeometry(geometry);
-  impl_->parts.push_back(&mesh);
+  impl_->Attach(geometry, mesh);
+}
+
+void Accel::Add(const TriMesh& mesh) {
+  if (!impl_->scene || mesh.triangles.empty()) return;
+  RTCGeometry geometry = rtcNewGeometry(impl_->device, RTC_GEOMETRY_TYPE_TRIANGLE);
+  rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, mesh.vertices.data(), 0,
+                             sizeof(mesh.vertices[0]), mesh.vertices.size() - 1);
+  rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, mesh.triangles.data(), 0,
+                             sizeof(mesh.triangles[0]), mesh.triangles.size());
+  impl_->Attach(geometry, mesh);
 }
 
 bool Accel::Build() {

@@ -1,20 +1,21 @@
-// Rays against diced surfaces, by Embree.
+// Rays against surfaces, by Embree.
 #pragma once
 
 #include <memory>
 #include <vector>
 
 #include "host/render/grid_mesh.h"
+#include "host/render/tri_mesh.h"
 
 namespace ovhost {
 
 /// Where a ray met a surface.
 struct SurfaceHit {
   const SurfacePart* part = nullptr;
-  std::uint32_t primitive = 0;  ///< patch of a diced surface
-  double u = 0, v = 0;          ///< within the patch, 0 to 1
+  std::uint32_t primitive = 0;  ///< patch of a diced surface, or triangle of a mesh
+  double u = 0, v = 0;          ///< within the patch, 0 to 1, or barycentric in the triangle
   double distance = 0;          ///< along the unit direction, metres
-  trVector faceNormal;          ///< of the micropolygon, outward, unit
+  trVector faceNormal;          ///< of the micropolygon or triangle, outward, unit
 };
 
 /// Rays that start near one another and point much the same way, as those of a pixel: traced together they
@@ -41,6 +42,7 @@ class OV_API Accel {
   Accel& operator=(const Accel&) = delete;
 
   void Add(const GridMesh& mesh);
+  void Add(const TriMesh& mesh);
   /// Builds with the workers of the caller's arena. False with an error reported when Embree fails.
   bool Build();
   /// The nearest part that rays of a kind meet.

@@ -1,4 +1,4 @@
-// Locating hits on diced surfaces, and the shading states they make.
+// Locating hits on diced surfaces and on triangles, and the shading states they make.
 #include "host/render/hit_shading.h"
 
 #include <algorithm>
@@ -6,8 +6,14 @@
 namespace ovhost {
 namespace {
 
-/// Far enough off a micropolygon that a ray doesn't meet it again: single precision of points relative to the
-/// eye.
+/// Step of the differences that make bumps, as a share of the filter footprint, which smooths what is finer.
+constexpr double kBumpStep = 0.25;
+
+double LargestComponent(const trVector& v) {
+  return std::max({std::fabs(v.x), std::fabs(v.y), std::fabs(v.z)});
+}
+
+/// Far enough off a face that a ray doesn't meet it again: single precision of points relative to the eye.
 double RayOffset(const trVector& relative) {
   return 1e-4 + 4e-7 * (std::fabs(relative.x) + std::fabs(relative.y) + std::fabs(relative.z));
 }
@@ -32,37 +38,115 @@ struct GridCell {
   }
 };
 
-const GridMesh& GridOf(const SurfaceHit& hit) { return static_cast<const GridMesh&>(*hit.part); }
+/// A triangle as its scene's tables tell it, in the scene's object space.
+struct Triangle {
+  const trTri& tri;
+  trVector points[3];
+
+  Triangle(const TriMesh& mesh, const SurfaceHit& hit)
+      : tri(*mesh.scene->GetPTri(mesh.SceneTri(hit.primitive))) {
+    mesh.scene->GetPointVecs(tri.point, points, 3);
+  }
+  static trVector Blend(const trVector* corners, double u, double v) {
+    return corners[0] * (1 - u - v) + corners[1] * u + corners[2] * v;
+  }
+  trVector Normal() const { return Cross(points[1] - points[0], points[2] - points[0]); }
+};
+
+/// Two unit vectors that make a right-handed frame with a unit vector (Duff et al. 2017).
+void MakeFrame(const trVector& n, trVector& a, trVector& b) {
+  const double sign = std::copysign(1.0, n.z), p = -1 / (sign + n.z), q = n.x * n.y * p;
+  a = {1 + sign * n.x * n.x * p, sign * q, -sign * n.x};
+  b = {q, sign + n.y * n.y * p, -n.y};
+}
+
+/// Barycentric coordinates of a vector in a triangle's plane: v = u edge1 + v edge2, as nearly as can be.
+tr2Vector Barycentric(const trVector& edge1, const trVector& edge2, const trVector& vector) {
+  const double a = edge1.LengthSquared(), b = Dot(edge1, edge2), c = edge2.LengthSquared();
+  const double d = Dot(edge1, vector), e = Dot(edge2, vector), determinant = a * c - b * b;
+  if (!(determinant > 0)) return {};
+  return {(c * d - b * e) / determinant, (a * e - b * d) / determinant};
+}
 
 }  // namespace
 
-int CellOf(const SurfaceHit& hit) {
-  const auto cell = [](double x) {
-    return std::min(static_cast<int>(std::clamp(x, 0.0, 1.0) * kPatchSide), kPatchSide - 1);
-  };
-  return cell(hit.v) * kPatchStride + cell(hit.u);
+const trMaterial* MaterialOf(const trScene& scene, const trTri& tri) {
+  const trMaterial* material = scene.GetPMaterial(tri.material);
+  return material ? material : scene.GetPMaterial(1);
 }
 
 void HitShading::Locate(const SurfaceHit& hit, const trVector& origin, const trVector& direction,
                         double footprintAngle, SurfacePoint& point) const {
-  const GridMesh& mesh = GridOf(hit);
+  point.part = hit.part;
+  point.footprint = hit.distance * footprintAngle;
+  if (hit.part->kind == SurfacePart::Kind::kGrid)
+    LocateOnGrid(hit, origin, direction, point);
+  else
+    LocateOnTriangle(hit, direction, point);
+}
+
+void HitShading::LocateOnGrid(const SurfaceHit& hit, const trVector& origin, const trVector& direction,
+                              SurfacePoint& point) const {
+  const auto& mesh = static_cast<const GridMesh&>(*hit.part);
   const GridCell cell(mesh, hit);
   trVector normal;
   for (int k = 0; k < 4; ++k) normal += cell.corners[k]->normal.Unpack() * cell.weights[k];
 
-  point.part = hit.part;
   point.material = mesh.material;
   point.relative = origin + direction * hit.distance;
   point.world = point.relative + view_.eye;
   point.face = Dot(hit.faceNormal, direction) <= 0 ? hit.faceNormal : -hit.faceNormal;
   point.normal = Normalised(normal);
-  point.footprint = hit.distance * footprintAngle;
   point.rayOffset = RayOffset(point.relative);
+}
+
+void HitShading::LocateOnTriangle(const SurfaceHit& hit, const trVector& direction,
+                                  SurfacePoint& point) const {
+  const auto& mesh = static_cast<const TriMesh&>(*hit.part);
+  const Triangle triangle(mesh, hit);
+  const trTransform<double>& toWorld = mesh.scene->GetTransform();
+  point.material = MaterialOf(*mesh.scene, triangle.tri);
+  point.world = toWorld.Point(Triangle::Blend(triangle.points, hit.u, hit.v));
+  point.relative = point.world - view_.eye;
+
+  const trVector outward = toWorld.Normal(triangle.Normal());
+  point.face = Dot(outward, direction) <= 0 ? outward : -outward;
+  point.normal = outward;
+  trVector normals[3];
+  if (point.material && point.material->useNormals &&
+      mesh.scene->GetNormals(triangle.tri.normal, normals, 3) == 3)
+    point.normal = toWorld.Normal(Triangle::Blend(normals, hit.u, hit.v));
+
+  // The corners are rounded as far as they are from the eye.
+  double farthest = 0;
+  for (const trVector& corner : triangle.points)
+    farthest = std::fmax(farthest, LargestComponent(toWorld.Point(corner) - view_.eye));
+  point.rayOffset = std::fmax(RayOffset(point.relative), 4e-7 * farthest);
 }
 
 void HitShading::FillState(const SurfaceHit& hit, const trVector& origin, const SurfacePoint& point,
                            trShadingInterface& si) const {
-  const GridMesh& mesh = GridOf(hit);
+  si.Eye() = origin + view_.eye;
+  si.SmoothSize() = point.footprint;
+  si.Object() = {&point.part->scene->GetTransformForShaders(), point.part->scene};
+  trRenderState::Ray& ray = si.RenderState().CurrentRay();
+  ray.groupCastsShadows = point.part->scene->CastsShadows();
+  trVector across, along;
+  MakeFrame(point.face, across, along);
+  ray.corners[0] = point.world;
+  ray.corners[1] = point.world + across * point.footprint;
+  ray.corners[2] = point.world + along * point.footprint;
+
+  if (point.part->kind == SurfacePart::Kind::kGrid)
+    FillFromGrid(hit, point, si);
+  else
+    FillFromTriangle(hit, point, si);
+  si.ResetResults();
+}
+
+void HitShading::FillFromGrid(const SurfaceHit& hit, const SurfacePoint& point,
+                              trShadingInterface& si) const {
+  const auto& mesh = static_cast<const GridMesh&>(*hit.part);
   const Patch& patch = mesh.patches[hit.primitive];
   const GridCell cell(mesh, hit);
   trVector texture, textureNormal;
@@ -78,16 +162,59 @@ void HitShading::FillState(const SurfaceHit& hit, const trVector& origin, const 
   si.SetSample(base, point.normal);
   if (mesh.material->geometryShader) mesh.material->geometryShader->DisplaceTS(si);
 
-  si.Eye() = origin + view_.eye;
   si.Ph() = si.Pg();
   si.Ptg() = si.Pt();
   si.P() = point.world;
   si.Pt() = texture + patch.textureOrigin;
   si.N() = si.Ni() = point.normal;
   si.Nt() = Normalised(textureNormal);
-  si.SmoothSize() = point.footprint;
-  si.Object() = {&mesh.scene->GetTransformForShaders(), mesh.scene};
-  si.ResetResults();
+  si.RenderState().TerminatorInfo() = {};
+}
+
+void HitShading::FillFromTriangle(const SurfaceHit& hit, const SurfacePoint& point,
+                                  trShadingInterface& si) const {
+  const auto& mesh = static_cast<const TriMesh&>(*hit.part);
+  const Triangle triangle(mesh, hit);
+  trVector corners[3];
+  const bool isMapped = mesh.scene->GetTexVecs(triangle.tri.texVert, corners, 3) == 3;
+  const trVector texture = isMapped ? Triangle::Blend(corners, hit.u, hit.v) : point.world;
+  const auto sampleAt = [&](const trVector& offset, const trVector& textureOffset) {
+    si.SetSample(point.world + offset, point.normal);
+    si.Pt() = si.Ptg() = texture + textureOffset;
+  };
+  sampleAt({}, {});
+  const bool isSmooth = point.normal != point.face && point.normal != -point.face;
+  si.RenderState().TerminatorInfo() = {point.material && point.material->smoothsTerminator && isSmooth, 1.0f,
+                                       Dot(point.face, point.normal) < 0 ? -point.face : point.face};
+  if (!point.material || !mesh.MayDisplace(triangle.tri)) return;
+
+  // Displacement can't move a triangle that stays whole. It moves the texture point, and the normal is that
+  // of the surface that it would have made here.
+  trShader& shader = *point.material->surfaceShader;
+  shader.DisplaceTS(si);
+  const trVector moved = si.P(), movedTexture = si.Pt(), movedTextureNormal = si.Nt();
+  trVector normal = point.normal;
+  if (moved != point.world) {
+    trVector across, along;
+    MakeFrame(point.normal, across, along);
+    const double step = std::fmax(kBumpStep * point.footprint, 1e-10 * LargestComponent(point.world));
+    const trTransform<double>& toWorld = mesh.scene->GetTransform();
+    const trVector edge1 = toWorld.Direction(triangle.points[1] - triangle.points[0]),
+                   edge2 = toWorld.Direction(triangle.points[2] - triangle.points[0]);
+    const auto movedAt = [&](const trVector& offset) {
+      const tr2Vector b = Barycentric(edge1, edge2, offset);
+      sampleAt(offset, isMapped ? (corners[1] - corners[0]) * b.x + (corners[2] - corners[0]) * b.y : offset);
+      shader.DisplaceTS(si);
+      return si.P();
+    };
+    const trVector a = movedAt(across * step) - moved, b = movedAt(along * step) - moved;
+    const trVector bumped = Normalised(Cross(a, b));
+    if (bumped.LengthSquared() > 0.5) normal = bumped;
+  }
+  sampleAt({}, {});
+  si.Pt() = movedTexture;
+  si.Nt() = movedTextureNormal;
+  si.N() = si.Ni() = normal;
 }
 
 }  // namespace ovhost

@@ -14,11 +14,8 @@ struct SurfacePoint {
   double footprint = 0;  ///< filter footprint, metres
   double rayOffset = 0;  ///< how far off the face a ray starts so that it doesn't meet the face again
   const SurfacePart* part = nullptr;
-  const trMaterial* material = nullptr;
+  const trMaterial* material = nullptr;  ///< null in a scene without materials
 };
-
-/// Number of the micropolygon of a diced surface that was met, within its patch.
-int CellOf(const SurfaceHit& hit);
 
 /// Locates hits and fills shading states from them. Per-thread state.
 class OV_API HitShading {
@@ -29,11 +26,17 @@ class OV_API HitShading {
   void Locate(const SurfaceHit& hit, const trVector& origin, const trVector& direction, double footprintAngle,
               SurfacePoint& point) const;
   /// Everything of the state that the sample says, ready for the surface shader: points, normals, footprint,
-  /// eye and object. Results are cleared.
+  /// eye and object, and what the ray in hand knows of the surface. Results are cleared.
   void FillState(const SurfaceHit& hit, const trVector& origin, const SurfacePoint& point,
                  trShadingInterface& si) const;
 
  private:
+  void LocateOnGrid(const SurfaceHit& hit, const trVector& origin, const trVector& direction,
+                    SurfacePoint& point) const;
+  void LocateOnTriangle(const SurfaceHit& hit, const trVector& direction, SurfacePoint& point) const;
+  void FillFromGrid(const SurfaceHit& hit, const SurfacePoint& point, trShadingInterface& si) const;
+  void FillFromTriangle(const SurfaceHit& hit, const SurfacePoint& point, trShadingInterface& si) const;
+
   const trView& view_;
 };
 

@@ -144,7 +144,7 @@ void PathTracer::RunShaders(const SurfaceHit& hit, const trVector& origin, Surfa
   hits_.FillState(hit, origin, surface, si_);
   si_.SetWants(trShadingInterface::kCd | trShadingInterface::kCo | trShadingInterface::kCe |
                trShadingInterface::kOo);
-  if (surface.material->surfaceShader) surface.material->surfaceShader->ShadeTS(si_);
+  if (surface.material && surface.material->surfaceShader) surface.material->surfaceShader->ShadeTS(si_);
 
   const trBsdf& bsdf = si_.Bsdf();
   surface.emission = FiniteOrBlack(bsdf.Emission());

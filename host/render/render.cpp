@@ -309,7 +309,7 @@ RenderOutcome FrameRender::RunInArena(int threads) {
   worldSettings.memoryBytes = budget - filmBytes;
   World world(project_, worldSettings, control_.stop);
   if (!world.Build()) return control_.stop ? Stop(film) : RenderOutcome::kFailed;
-  if (world.Meshes().empty()) trWarning("The project has no object to render; only the sky will show.");
+  if (world.Parts().IsEmpty()) trWarning("The project has no object to render; only the sky will show.");
   if (world.Suns().empty()) trWarning("The project has no light.");
   if (const trBase* object = world.ObjectAroundEye())
     trWarning("The camera is inside " + object->NameAndPath() + ", below its surface.");

@@ -33,7 +33,12 @@ struct SurfacePart {
   unsigned rayKinds = kAllRays;
   int nodeId = 0;  ///< 1 + the number of the scene maker
   const trScene* scene = nullptr;
-  const trBase* node = nullptr;  ///< the scene maker
+  const trGeomGroup* group = nullptr;  ///< the group whose scene that is, or null
+  const trBase* node = nullptr;        ///< the scene maker
 };
+
+/// The material of a triangle; an index that leads nowhere means the first. Null in a scene without
+/// materials.
+const trMaterial* MaterialOf(const trScene& scene, const trTri& tri);
 
 }  // namespace ovhost

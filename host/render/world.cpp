@@ -17,6 +17,8 @@ constexpr double kPi = 3.14159265358979;
 /// What a diced vertex costs with its share of Embree's hierarchy and of dicing's temporaries, bytes.
 /// Mountains of 2.2 million vertices take 270 MB with everything else the program needs.
 constexpr double kBytesPerVertex = 96;
+/// A triangle's share of Embree's hierarchy, bytes.
+constexpr std::uint64_t kBytesPerTriangle = 80;
 /// Albedo of ground whose light only brightens the air above it.
 constexpr float kGroundAlbedo = 0.2f;
 
@@ -108,27 +110,16 @@ bool World::Build() {
   if (ReportShaderRings(&project_, trWarning) > 0) return false;
   if (!MakeScenes()) return false;
   CollectLights();
-  for (const auto& scene : scenes_) CollectVolumes(*scene);
+  for (const auto& made : scenes_) CollectVolumes(*made.scene);
   ResolveAllLinks(&project_);
   if (!StartShaders()) return false;
 
   const double start = Seconds();
-  const std::uint64_t maxVertices =
-      settings_.memoryBytes ? static_cast<std::uint64_t>(settings_.memoryBytes * 0.6 / kBytesPerVertex) : 0;
-  for (const auto& mesh : meshes_) {
-    DiceSettings dice;
-    dice.view = settings_.view;
-    dice.edgePixels = settings_.edgePixels;
-    dice.maxVertices = maxVertices ? std::max<std::uint64_t>(maxVertices / meshes_.size(), 100000) : 0;
-    dice.frame = settings_.frame;
-    dice.seed = settings_.seed;
-    dice.stop = &stop_;
-    if (!Dice(*mesh, dice, *this, dicing_)) return false;
-    accel_->Add(*mesh);
-  }
-  if (dicing_.coarsened > 0)
-    trWarning("Memory limit: micropolygons are " + std::to_string(1 << dicing_.coarsened) +
-              " times as long as the render node asks for.");
+  parts_.origin = settings_.view.eye;
+  for (const auto& made : scenes_) GatherParts(*made.scene, made.source, parts_);
+  if (!DiceParts()) return false;
+  for (const auto& grid : parts_.grids) accel_->Add(*grid);
+  for (const auto& mesh : parts_.meshes) accel_->Add(*mesh);
   if (!accel_->Build()) return false;
   diceSeconds_ = Seconds() - start;
 
@@ -136,6 +127,30 @@ bool World::Build() {
   if (!lights_.empty() && !skyInAtmosphere_.IsBlack())
     sky_.BuildEnviro(volumes_, *this, lights_[0]->Dir(), lights_.size() > 1, GroundRadiance);
   return !stop_;
+}
+
+bool World::DiceParts() {
+  std::uint64_t memory = settings_.memoryBytes;
+  for (const auto& mesh : parts_.meshes) {
+    const std::uint64_t needed = mesh->Bytes() + mesh->triangles.size() * kBytesPerTriangle;
+    if (memory && needed >= memory) throw std::bad_alloc();
+    if (memory) memory -= needed;
+  }
+  const std::uint64_t maxVertices = memory ? static_cast<std::uint64_t>(memory * 0.6 / kBytesPerVertex) : 0;
+  for (const auto& grid : parts_.grids) {
+    DiceSettings dice;
+    dice.view = settings_.view;
+    dice.edgePixels = settings_.edgePixels;
+    dice.maxVertices = maxVertices ? std::max<std::uint64_t>(maxVertices / parts_.grids.size(), 100000) : 0;
+    dice.frame = settings_.frame;
+    dice.seed = settings_.seed;
+    dice.stop = &stop_;
+    if (!Dice(*grid, dice, *this, dicing_)) return false;
+  }
+  if (dicing_.coarsened > 0)
+    trWarning("Memory limit: micropolygons are " + std::to_string(1 << dicing_.coarsened) +
+              " times as long as the render node asks for.");
+  return true;
 }
 
 bool World::MakeScenes() {
@@ -150,42 +165,9 @@ bool World::MakeScenes() {
       return false;
     }
     scene->PrepForRender();
-    CollectMesh(*scene, node);
-    scenes_.push_back(std::move(scene));
+    scenes_.push_back({std::move(scene), {node, static_cast<int>(scenes_.size()) + 1}});
   }
   return true;
-}
-
-void World::CollectMesh(const trScene& scene, const trBase* node) {
-  if (RayKindsOf(scene) == 0) return;
-  // Pairs of triangles (a, b, c), (a, c, d) are quads; a single one has its last corner twice.
-  for (long i = 1; i <= scene.NumTris(); ++i) {
-    const trTri& tri = *scene.GetPTri(i);
-    const trMaterial* material = scene.GetPMaterial(tri.material);
-    if (!material) continue;
-    std::int32_t corners[4] = {tri.point[0], tri.point[1], tri.point[2], tri.point[2]};
-    if (i < scene.NumTris()) {
-      const trTri& next = *scene.GetPTri(i + 1);
-      if (next.material == tri.material && next.point[0] == tri.point[0] && next.point[1] == tri.point[2]) {
-        corners[3] = next.point[2];
-        ++i;
-      }
-    }
-    GridMesh* mesh = nullptr;
-    for (const auto& known : meshes_)
-      if (known->scene == &scene && known->material == material) mesh = known.get();
-    if (!mesh) {
-      meshes_.push_back(std::make_unique<GridMesh>());
-      mesh = meshes_.back().get();
-      mesh->scene = &scene;
-      mesh->material = material;
-      mesh->node = node;
-      mesh->rayKinds = RayKindsOf(scene);
-      mesh->isHoldout = scene.VisibilityMode() == trSceneVisibilityMode::kHoldout;
-      mesh->nodeId = static_cast<int>(scenes_.size()) + 1;
-    }
-    for (const std::int32_t corner : corners) mesh->quadCorners.push_back(scene.GetPPoint(corner)->position);
-  }
 }
 
 void World::CollectLights() {
@@ -241,7 +223,7 @@ void World::FinishShaders() {
 
 const trBase* World::ObjectAroundEye() const {
   if (accel_->IsEmpty()) return nullptr;
-  for (const auto& mesh : meshes_) {
+  for (const auto& mesh : parts_.grids) {
     const trVector up = View().eye - mesh->scene->GetTransform().forward.Translation();
     const trVector direction = up.Length() > 0 ? Normalised(up) : trVector(0, 1, 0);
     SurfaceHit hit;

@@ -10,6 +10,7 @@
 #include "core/project.h"
 #include "core/scene_maker.h"
 #include "host/render/accel.h"
+#include "host/render/assembly.h"
 #include "host/render/sky_tables.h"
 
 class trSunlightNode;
@@ -90,7 +91,7 @@ class OV_API World final : public trRenderServices {
   const std::vector<std::unique_ptr<SunLight>>& Suns() const { return lights_; }
   const trFCol& SkyOnSurfaces() const { return skyOnSurfaces_; }
   const DiceStatistics& Dicing() const { return dicing_; }
-  const std::vector<std::unique_ptr<GridMesh>>& Meshes() const { return meshes_; }
+  const Assembly& Parts() const { return parts_; }
   /// The object that the eye is inside of, below its displaced surface, or null.
   const trBase* ObjectAroundEye() const;
   double DiceSeconds() const { return diceSeconds_; }
@@ -101,15 +102,19 @@ class OV_API World final : public trRenderServices {
   bool MakeScenes();
   void CollectLights();
   void CollectVolumes(const trScene& scene);
-  void CollectMesh(const trScene& scene, const trBase* node);
+  bool DiceParts();
   bool StartShaders();
   void FinishShaders();
 
   juProject& project_;
   WorldSettings settings_;
   const std::atomic<bool>& stop_;
-  std::vector<std::unique_ptr<trScene>> scenes_;
-  std::vector<std::unique_ptr<GridMesh>> meshes_;
+  struct MadeScene {
+    std::unique_ptr<trScene> scene;
+    SceneSource source;
+  };
+  std::vector<MadeScene> scenes_;
+  Assembly parts_;  ///< relative to the eye
   std::vector<std::unique_ptr<SunLight>> lights_;
   std::vector<trAtmosShader*> volumes_;
   std::vector<trShader*> started_;

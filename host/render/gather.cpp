@@ -1,0 +1,108 @@
+// Taking scenes apart into what is diced and what is traced as it is.
+#include <algorithm>
+
+#include "host/render/assembly.h"
+
+namespace ovhost {
+namespace {
+
+bool MayDisplace(const trMaterial& material) {
+  return material.surfaceShader && material.surfaceShader->HasDisplacementTS();
+}
+
+bool IsDiced(const trScene& scene, const trMaterial& material) {
+  return material.geometryShader || (scene.AllowsTriSubdivision() && MayDisplace(material));
+}
+
+void FillPart(SurfacePart& part, const trScene& scene, const trGeomGroup* group, const SceneSource& source) {
+  part.scene = &scene;
+  part.group = group;
+  part.node = source.node;
+  part.nodeId = source.nodeId;
+  part.rayKinds = RayKindsOf(scene);
+  part.isHoldout = scene.VisibilityMode() == trSceneVisibilityMode::kHoldout;
+}
+
+/// The material of a triangle; an index that leads nowhere means the first. 0 in a scene without materials.
+long MaterialIndex(const trScene& scene, const trTri& tri) {
+  const long count = scene.NumMaterials();
+  return tri.material >= 1 && tri.material <= count ? tri.material : std::min(count, 1L);
+}
+
+/// One scene (without its groups) on its way into an assembly.
+class Gatherer {
+ public:
+  Gatherer(const trScene& scene, const trGeomGroup* group, const SceneSource& source, Assembly& assembly)
+      : scene_(scene), group_(group), source_(source), assembly_(assembly) {}
+
+  void Run() {
+    std::vector<char> isDiced(scene_.NumMaterials() + 1);
+    for (long i = 1; i <= scene_.NumMaterials(); ++i) isDiced[i] = IsDiced(scene_, *scene_.GetPMaterial(i));
+    grids_.resize(isDiced.size());
+    for (long i = 1; i <= scene_.NumTris(); ++i) {
+      const long material = MaterialIndex(scene_, *scene_.GetPTri(i));
+      if (isDiced[material])
+        i += AddQuad(material, i);
+      else
+        plain_.push_back(static_cast<std::int32_t>(i));
+    }
+    for (auto& grid : grids_)
+      if (grid) assembly_.grids.push_back(std::move(grid));
+    AddTriangles();
+  }
+
+ private:
+  /// Pairs of triangles (a, b, c), (a, c, d) are quads; a single one has its last corner twice. 1 where the
+  /// next triangle was taken as well.
+  long AddQuad(long material, long index) {
+    const trTri& tri = *scene_.GetPTri(index);
+    const trTri* next = scene_.GetPTri(index + 1);
+    std::int32_t corners[4] = {tri.point[0], tri.point[1], tri.point[2], tri.point[2]};
+    const bool isQuad = next && next->material == tri.material && next->point[0] == tri.point[0] &&
+                        next->point[1] == tri.point[2];
+    if (isQuad) corners[3] = next->point[2];
+    std::unique_ptr<GridMesh>& grid = grids_[material];
+    if (!grid) {
+      grid = std::make_unique<GridMesh>();
+      FillPart(*grid, scene_, group_, source_);
+      grid->material = scene_.GetPMaterial(material);
+    }
+    for (const std::int32_t corner : corners) grid->quadCorners.push_back(scene_.GetPPoint(corner)->position);
+    return isQuad ? 1 : 0;
+  }
+
+  void AddTriangles() {
+    if (plain_.empty()) return;
+    auto mesh = std::make_unique<TriMesh>();
+    FillPart(*mesh, scene_, group_, source_);
+    mesh->mayDisplace.resize(scene_.NumMaterials() + 1);
+    for (long i = 1; i <= scene_.NumMaterials(); ++i)
+      mesh->mayDisplace[i] = MayDisplace(*scene_.GetPMaterial(i));
+    FillTriMesh(*mesh, plain_, assembly_.origin);
+    if (!mesh->triangles.empty()) assembly_.meshes.push_back(std::move(mesh));
+  }
+
+  const trScene& scene_;
+  const trGeomGroup* group_;
+  const SceneSource& source_;
+  Assembly& assembly_;
+  std::vector<std::unique_ptr<GridMesh>> grids_;  ///< by material's index
+  std::vector<std::int32_t> plain_;
+};
+
+void GatherScene(const trScene& scene, const trGeomGroup* group, const SceneSource& source,
+                 Assembly& assembly) {
+  if (RayKindsOf(scene) != kNoRays) Gatherer(scene, group, source, assembly).Run();
+  for (long i = 1; i <= scene.NumGroups(); ++i) {
+    const trGeomGroup* inner = scene.GetPGroup(i);
+    GatherScene(*inner->Subscene(), inner, source, assembly);
+  }
+}
+
+}  // namespace
+
+void GatherParts(const trScene& scene, const SceneSource& source, Assembly& assembly) {
+  GatherScene(scene, nullptr, source, assembly);
+}
+
+}  // namespace ovhost
