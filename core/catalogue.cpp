@@ -13,11 +13,15 @@
 #include "objects/sphere_geometry_shader.h"
 #include "surface/colour_utilities.h"
 #include "surface/compute_terrain.h"
+#include "surface/default_shader.h"
 #include "surface/distribution_shaders.h"
+#include "surface/glass_shader.h"
 #include "surface/lambert_shader.h"
 #include "surface/merge_shader.h"
+#include "surface/reflective_shader.h"
 #include "surface/surface_layer.h"
 #include "surface/visualise.h"
+#include "surface/water_shader.h"
 
 namespace {
 
@@ -28,18 +32,21 @@ struct Row {
 };
 
 const Row kRows[] = {
+    {"shader/surface", "default_shader", trCreateNode<DefaultShader>},
     {"shader/surface", "surface_layer", trCreateNode<SurfaceLayer>},
     {"hidden", "distribution_shader_v2", trCreateNode<DistributionShaderV2>},
     {"hidden", "distribution_shader_v3", trCreateNode<DistributionShaderV3>},
     {"shader/colour", "distribution_shader_v4", trCreateNode<DistributionShaderV4>},
     {"shader/colour", "colour_adjust_shader", trCreateNode<ColourAdjustShader>},
     {"shader/colour", "distance_shader", trCreateNode<DistanceShader>},
+    {"shader/surface", "glass_shader", trCreateNode<GlassShader>},
     {"shader/surface", "lambert_shader", trCreateNode<LambertShader>},
     {"shader/mix", "merge_shader", trCreateNode<MergeShader>},
     {"shader/atmosphere", "planet_atmosphere", trCreateNode<PlanetAtmosphere>},
     {"hidden", "planet_surface_shader", trCreateNode<PlanetSurfaceShader>},
     {"shader/displacement", "power_fractal_shader_v3", trCreateNode<PowerFractalShaderV3>},
     {"shader/colour", "power_fractal_shader_v3", trCreateNode<PowerFractalShaderV3>},
+    {"shader/surface", "reflective_shader", trCreateNode<ReflectiveShader>},
     {"shader/transform", "transform_input_shader", trCreateNode<TransformInputShader>},
     {"shader/transform", "transform_merge_shader", trCreateNode<TransformMergeShader>},
     {"hidden", "transform_shader", trCreateNode<TransformMergeShader>},
@@ -50,6 +57,7 @@ const Row kRows[] = {
     {"shader/transform", "warp_input_shader", trCreateNode<WarpInputShader>},
     {"shader/transform", "warp_merge_shader", trCreateNode<WarpShader>},
     {"hidden", "warp_shader", trCreateNode<WarpShader>},
+    {"shader/surface", "water_shader", trCreateNode<WaterShader>},
     {"shader/colour", "contour_shader", trCreateNode<ContourShader>},
     {"hidden", "sphere_geometry_shader", trCreateNode<SphereGeometryShader>},
     {"shader/utility", "tex_coords_from_XYZ", trCreateNode<TexCoordsFromXYZ>},

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "core/colour.h"
 #include "core/noise.h"
 
 inline constexpr double kDegreesToRadians = 0.017453292519943278;
@@ -26,6 +27,11 @@ inline float GuardedDenominator(float d) {
 }
 inline double GuardedDivide(double n, double d) { return n / GuardedDenominator(d); }
 inline float GuardedDivide(float n, float d) { return n / GuardedDenominator(d); }
+
+/// What a shader takes from others before it computes on: NaN counts as 0, and magnitudes end at 1e12, so
+/// that products of a few colours stay finite.
+inline float Tamed(float x) { return std::fabs(x) <= 1e12f ? x : x > 0 ? 1e12f : x < 0 ? -1e12f : 0.0f; }
+inline trFCol Tamed(const trFCol& c) { return {Tamed(c.r), Tamed(c.g), Tamed(c.b)}; }
 
 /// (3 - 2t) t^2 on t clamped to 0 to 1.
 inline double SmoothStep(double t) {

@@ -93,6 +93,17 @@ inline void trSwitchFollowsLink(trBase* node, long index, trBase* who, const trF
 
 /// Keeps a thread's shading state and gathered light, and puts them back, on every way out. Draws taken
 /// meanwhile stay taken, and a tripped depth guard stays tripped.
+/// The shader a link leads to, or null.
+inline trShader* LinkedShader(const trShaderLink& link) {
+  return static_cast<trShader*>(link.LinkedNode(true));
+}
+/// `colour` times the linked shader's, where there is one.
+inline void MultiplyByShader(trFCol& colour, trShader* shader, trShadingInterface& si) {
+  if (shader) colour *= Tamed(shader->FColValueTS(si));
+}
+
+/// Keeps a thread's shading state and puts it back, on every way out. Draws taken meanwhile stay taken, and a
+/// tripped depth guard stays tripped.
 class trShadingGuard {
  public:
   explicit trShadingGuard(trShadingInterface& si)

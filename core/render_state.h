@@ -84,7 +84,8 @@ class OV_API trRenderServices {
   virtual ~trRenderServices() = default;
   virtual int NumLights() const = 0;
   virtual const trLightState* Light(int index) const = 0;
-  /// Radiance along a ray; `quick` takes a coarser answer.
+  /// Radiance along a ray; `quick` takes a coarser answer. The state comes back as it was: what the ray
+  /// meets is shaded in a state of its own.
   virtual trFCol Trace(trRenderState& state, const trVector& origin, const trVector& direction,
                        bool quick) = 0;
   /// Opacity between two points, 0 to 1.
@@ -223,6 +224,7 @@ class OV_API trRenderState {
     bool specularOnSurfaces = true;         ///< whether surfaces met reflect at all
     bool highlights = true;                 ///< whether lights make highlights on surfaces met
     bool groupCastsShadows = true;          ///< of the geometry group met
+    const trGeomGroup* group = nullptr;     ///< met; null where it isn't known
     trVector corners[3];                    ///< corners of the ray's footprint where it met the surface
     unsigned char flags[4] = {0, 0, 0, 0};  ///< the renderer's own marks of a surface; water clears them
   };

@@ -10,6 +10,7 @@ class LambertShader : public trSurfaceShader {
   long SetParamFromString(const char* name, const trString& value, trBase* who) override;
   long Displace(trShadingInterface& si) override;
   long Shade(trShadingInterface& si) override;
+  unsigned char HasDisplacement() override { return 0; }
 
  private:
   trManRgb diffuseColour_, translucencyTint_;

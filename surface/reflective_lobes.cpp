@@ -1,0 +1,33 @@
+// Lobes that reflective surfaces leave for path tracers.
+#include "surface/reflective_point.h"
+#include "surface/reflective_shader.h"
+
+void ReflectiveShader::AppendLobes(trShadingInterface& si, const ReflectivePoint& at) const {
+  const int medium = at.absorbsReflected || at.absorbsTransmitted ? AddMedium(si) : -1;
+  trLobe lobe;
+  lobe.normal = at.isFront ? at.normal : -at.normal;
+  lobe.roughness = at.roughness;
+  lobe.roughness2 = at.highlightRoughness2;
+  lobe.fresnelScale = at.f;
+  lobe.invTweak = static_cast<float>(SafeReciprocal(specularTweak_));
+  lobe.index = static_cast<float>(at.index);
+  lobe.outerIndex = static_cast<float>(at.index >= 1 ? at.index : SafeReciprocal(at.index));
+
+  lobe.kind = trLobe::kSpecularReflection;
+  lobe.base = at.base;
+  lobe.edge = at.edge;
+  lobe.colour = at.reflectance;
+  lobe.model = modelOfLobes_;
+  lobe.medium = static_cast<signed char>(at.absorbsReflected ? medium : -1);
+  si.Bsdf().AddLobe(lobe);
+
+  // Inside, what isn't reflected gets out; outside, what reflectivity leaves gets in.
+  lobe.kind = trLobe::kSpecularTransmission;
+  lobe.base = lobe.edge = at.transparency;
+  lobe.reflectivity = at.isFront || at.isThin ? at.reflectivity : trFCol(1.0f);
+  lobe.colour = at.transmittance;
+  lobe.model = -1;
+  lobe.medium = static_cast<signed char>(at.absorbsTransmitted ? medium : -1);
+  lobe.thin = at.isThin;
+  si.Bsdf().AddLobe(lobe);
+}
