@@ -2,11 +2,10 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <tbb/global_control.h>
-#include <tbb/task_arena.h>
 
 #include <functional>
 
+#include "host/base/parallel.h"
 #include "host/project/sunlight.h"
 #include "host/render/path.h"
 #include "tests/shading_fixture.h"
@@ -70,15 +69,14 @@ struct MeshStage : Graph {
   std::vector<ovhost::CameraSample> Picture(int size, int samples = 1, int threads = 1) {
     settings.view.width = settings.view.height = size;
     std::vector<ovhost::CameraSample> result(static_cast<size_t>(size) * size * samples);
-    const tbb::global_control limit(tbb::global_control::max_allowed_parallelism, threads);
-    tbb::task_arena arena(threads);
-    arena.execute([&] {
+    ovhost::WithThreads(threads, [&] {
       ovhost::World world(project, settings, stop);
       ASSERT_TRUE(world.Build());
-      ovhost::PathTracer tracer(world, path);
-      for (int y = 0; y < size; ++y)
+      ovhost::ParallelFor(static_cast<size_t>(size), [&](size_t y) {
+        ovhost::PathTracer tracer(world, path);
         for (int x = 0; x < size; ++x)
-          tracer.SamplePixel(x, y, 0, samples, &result[(static_cast<size_t>(y) * size + x) * samples]);
+          tracer.SamplePixel(x, static_cast<int>(y), 0, samples, &result[(y * size + x) * samples]);
+      });
     });
     return result;
   }
