@@ -24,6 +24,17 @@ class StopAfter : public trSurfaceShader {
   ovhost::RenderControl* control = nullptr;
 };
 
+/// A ridge 1500 m high that runs north to south, `east` metres from the origin.
+class Ridge : public trSurfaceShader {
+ public:
+  long Displace(trShadingInterface& si) override {
+    const double t = (si.Pt().x - east) / 300;
+    si.P() += si.Ng() * (1500 * std::exp(-t * t));
+    return 1;
+  }
+  double east = 0;
+};
+
 /// The default project, small.
 class Render : public testing::Test {
  protected:
@@ -171,6 +182,30 @@ TEST_F(Render, LambertGroundUnderASun) {
     const ovhost::CameraSample lit = Trace(3, 3)[4];
     EXPECT_EQ(lit.beauty.g, lit.direct.g);
     EXPECT_EQ(lit.direct.g, centre.direct.g);
+  }
+}
+
+TEST_F(Render, NoSunBehindARidge) {
+  MakeBare(0.5f);
+  trBase& planet = *project_->NodeByPath("Planet 01");
+  auto* ridge = new Ridge;
+  ovhost::AttachChild(&planet, ridge, "Ridge");
+  Graph::Link(*ridge, "input_node", *planet.Child(planet.NumChildren() - 2));
+  Graph::Link(planet, "surface_shader", *ridge);
+  Set("Sun", "heading", 90);
+  Set("Sun", "angular_diameter", 0.0);
+  // The crest, 3 km away and out of view, stands 26.6 degrees above the point in the middle of the picture.
+  const struct {
+    double elevation, east;
+    bool isLit;
+  } rows[] = {{20, 3000, false}, {25, 3000, false}, {28, 3000, true}, {20, -3000, true}};
+  for (const auto& row : rows) {
+    ridge->east = row.east;
+    Set("Sun", "elevation", row.elevation);
+    const double sine = std::sin(row.elevation * 3.14159265358979 / 180);
+    for (const auto& sample : Trace(3, 3))
+      EXPECT_NEAR(sample.direct.g, row.isLit ? 0.5 * 2 * sine : 0.0, 2e-3)
+          << row.elevation << " " << row.east;
   }
 }
 
