@@ -21,17 +21,6 @@ PackedNormal::PackedNormal(const trVector& n) {
   bits = quantised(u) | quantised(v) << 16;
 }
 
-trVector PackedNormal::Unpack() const {
-  double u = (bits & 0xffffu) / 65535.0 * 2 - 1, v = (bits >> 16) / 65535.0 * 2 - 1;
-  const double y = 1 - std::fabs(u) - std::fabs(v);
-  if (y < 0) {
-    const double folded = (1 - std::fabs(v)) * (u < 0 ? -1 : 1);
-    v = (1 - std::fabs(u)) * (v < 0 ? -1 : 1);
-    u = folded;
-  }
-  return Normalised({u, y, v});
-}
-
 trVector GridMesh::BasePoint(std::uint32_t quad, double u, double v) const {
   const trVector* c = &quadCorners[4 * quad];
   const trVector low = c[0] * (1 - u) + c[1] * u, high = c[3] * (1 - u) + c[2] * u;

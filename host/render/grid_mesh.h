@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <cmath>
 #include <cstdint>
 #include <vector>
 
@@ -19,7 +20,17 @@ struct OV_API PackedNormal {
   std::uint32_t bits = 0;
   PackedNormal() = default;
   explicit PackedNormal(const trVector& n);
-  trVector Unpack() const;
+  trVector Unpack() const {
+    float u = static_cast<float>(bits & 0xffffu) * (2.0f / 65535.0f) - 1.0f;
+    float v = static_cast<float>(bits >> 16) * (2.0f / 65535.0f) - 1.0f;
+    const float y = 1.0f - std::fabs(u) - std::fabs(v);
+    // Folded over where y is negative.
+    const float fold = std::fmax(-y, 0.0f);
+    u -= std::copysign(fold, u);
+    v -= std::copysign(fold, v);
+    const float scale = 1.0f / std::sqrt(u * u + y * y + v * v);
+    return {u * scale, y * scale, v * scale};
+  }
 };
 
 /// A displaced vertex, 32 bytes. `point` is relative to the camera's eye, `texture` to the patch's texture

@@ -107,10 +107,12 @@ void PathTracer::ShadeHit(const SurfaceHit& hit, const trVector& origin, const t
 bool PathTracer::TakePiece(const SurfaceHit& hit, bool isCamera, Surface& surface) {
   if (hit.part->kind != SurfacePart::Kind::kGrid) return false;
   const auto& mesh = static_cast<const GridMesh&>(*hit.part);
+  const double pixelAngle = world_.View().PixelAngularSize();
   ShadePiece piece;
+  double size = 0;
   if (!isCamera)
-    PieceForBounce(mesh, hit, surface.footprint, piece);
-  else if (!PieceForCamera(mesh, hit, world_.View().PixelAngularSize(), piece))
+    size = PieceForBounce(mesh, hit, surface.footprint, piece);
+  else if (!PieceForCamera(mesh, hit, pixelAngle, piece))
     return false;
 
   bool isNew;
@@ -121,9 +123,8 @@ bool PathTracer::TakePiece(const SurfaceHit& hit, bool isCamera, Surface& surfac
     middle.v = piece.v;
     middle.distance = 0;
     Surface shaded;
-    hits_.Locate(middle, piece.middle, -hit.faceNormal, 0, shaded);
-    shaded.footprint =
-        isCamera ? kPixelFootprint * world_.View().PixelAngularSize() * piece.middle.Length() : piece.size;
+    hits_.Locate(middle, MiddleOf(mesh, piece), -hit.faceNormal, 0, shaded);
+    shaded.footprint = isCamera ? kPixelFootprint * pixelAngle * shaded.relative.Length() : size;
     const trRandomStream random = si_.Random();
     si_.Random() = {MixBits64(static_cast<std::uint64_t>(piece.patch) << 32 | piece.number)};
     RunShaders(middle, {}, shaded);
@@ -318,9 +319,14 @@ void PathTracer::Follow(Path& path) {
     ++counters_.bounceRays;
     const bool isHit = world_.Rays().Intersect(path.origin, path.direction, path.nearest,
                                                world_.FarDistance(), path.hit, kIndirectRays);
-    const double distance = isHit ? path.hit.distance : world_.FarDistance();
+    const trVector from = path.origin + world_.View().eye;
+    trFCol sky;
+    if (!isHit && world_.SkyOfBounces().Lookup(from, path.direction, sky)) {
+      AddIndirect(path, path.throughput * sky);
+      return;
+    }
     const trAtomicIntegrator::Result air =
-        Air(path.origin + world_.View().eye, path.direction, distance, depth);
+        Air(from, path.direction, isHit ? path.hit.distance : world_.FarDistance(), depth);
     AddIndirect(path, path.throughput * air.Colour());
     if (!isHit) return;
     path.throughput *= air.transmittance;

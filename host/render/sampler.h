@@ -29,26 +29,23 @@ inline std::uint32_t ReverseBits(std::uint32_t x) {
   return __builtin_bswap32(x);
 }
 
-/// Nested uniform scramble of a number in base 2, from its high bits down.
-inline std::uint32_t OwenScramble(std::uint32_t x, std::uint32_t seed) {
-  x = ReverseBits(x);
+/// Nested uniform scramble in base 2 of a number whose bits are reversed: from its low bits up.
+inline std::uint32_t ScrambleReversed(std::uint32_t x, std::uint32_t seed) {
   x ^= x * 0x3d20adeau;
   x += seed;
   x *= (seed >> 16) | 1u;
   x ^= x * 0x05526c56u;
-  x ^= x * 0x53a22864u;
-  return ReverseBits(x);
+  return x ^ x * 0x53a22864u;
 }
 
-/// The second Sobol dimension (the first is the bit reversal). Its generator matrix is Pascal's triangle
-/// modulo 2, which factors into five exclusive ors over the reversed bits.
-inline std::uint32_t Sobol1(std::uint32_t index) {
-  std::uint32_t x = ReverseBits(index);
-  x ^= x << 16;
-  x ^= (x & 0x00ff00ffu) << 8;
-  x ^= (x & 0x0f0f0f0fu) << 4;
-  x ^= (x & 0x33333333u) << 2;
-  return x ^ (x & 0x55555555u) << 1;
+/// The second Sobol dimension with its bits reversed (the first is the bit reversal, so reversed it is the
+/// index). The generator matrix is Pascal's triangle modulo 2, which factors into five exclusive ors.
+inline std::uint32_t Sobol1Reversed(std::uint32_t x) {
+  x ^= x >> 16;
+  x ^= (x & 0xff00ff00u) >> 8;
+  x ^= (x & 0xf0f0f0f0u) >> 4;
+  x ^= (x & 0xccccccccu) >> 2;
+  return x ^ (x & 0xaaaaaaaau) >> 1;
 }
 
 /// Sample `index` of a pixel; draws pairs for one use after another. Per-thread state.
@@ -61,9 +58,10 @@ class PixelSampler {
   /// The next pair, each 0 to below 1.
   tr2Vector Next() {
     const std::uint32_t seed = MixBits(key_ + 0x9e3779b9u * ++dimension_);
-    const std::uint32_t shuffled = OwenScramble(index_, seed);
-    const std::uint32_t x = OwenScramble(ReverseBits(shuffled), MixBits(seed ^ 0x68bc21ebu));
-    const std::uint32_t y = OwenScramble(Sobol1(shuffled), MixBits(seed ^ 0x02e5be93u));
+    const std::uint32_t shuffled = ReverseBits(ScrambleReversed(ReverseBits(index_), seed));
+    const std::uint32_t x = ReverseBits(ScrambleReversed(shuffled, MixBits(seed ^ 0x68bc21ebu)));
+    const std::uint32_t y =
+        ReverseBits(ScrambleReversed(Sobol1Reversed(shuffled), MixBits(seed ^ 0x02e5be93u)));
     return {x * 0x1p-32, y * 0x1p-32};
   }
 

@@ -6,80 +6,108 @@
 namespace ovhost {
 namespace {
 
-/// Longest side of a piece that the camera sees, pixels, and most pieces along a micropolygon.
+/// Longest side of a piece that the camera sees, pixels; most pieces along a micropolygon, and most
+/// micropolygons along a piece of such.
 constexpr double kPiecePixels = 1.5;
-constexpr int kMaxPieces = 8;
+constexpr int kMaxPieces = 8, kLargestBlock = 4;
 
-/// A hit's micropolygon and the place in it.
-struct Cell {
-  int i, j;
-  double s, t;
+/// Where along a side of a patch a coordinate lies: a micropolygon and the place in it.
+struct Along {
+  int cell;
+  double within;
 
-  explicit Cell(const SurfaceHit& hit) {
-    const double column = std::clamp(hit.u, 0.0, 1.0) * kPatchSide,
-                 row = std::clamp(hit.v, 0.0, 1.0) * kPatchSide;
-    i = std::min(static_cast<int>(column), kPatchSide - 1);
-    j = std::min(static_cast<int>(row), kPatchSide - 1);
-    s = column - i;
-    t = row - j;
+  explicit Along(double x) {
+    const double at = std::clamp(x, 0.0, 1.0) * kPatchSide;
+    cell = std::min(static_cast<int>(at), kPatchSide - 1);
+    within = at - cell;
   }
 };
 
-const GridVertex* PatchVertices(const GridMesh& mesh, const SurfaceHit& hit) {
-  return &mesh.vertices[static_cast<size_t>(hit.primitive) * kPatchVertices];
+/// One direction's share of a piece: its number among all sizes, and its middle along the patch.
+struct Side {
+  std::uint32_t number;
+  double middle;
+};
+
+/// Numbers below this are parts of micropolygons, the others blocks of them.
+constexpr int kFirstBlock = (kMaxPieces + 1) * kMaxPieces * kPatchSide;
+
+/// A block of `cells` micropolygons.
+Side BlockSide(const Along& at, int cells) {
+  const int first = at.cell / cells * cells;
+  return {static_cast<std::uint32_t>(kFirstBlock + cells * kPatchSide + first),
+          (first + 0.5 * cells) / kPatchSide};
 }
 
-trVector Blend(const GridVertex* corner, double s, double t) {
-  const trVector low = trVector(corner[0].point) * (1 - s) + trVector(corner[1].point) * s;
-  const trVector high =
-      trVector(corner[kPatchStride].point) * (1 - s) + trVector(corner[kPatchStride + 1].point) * s;
-  return low * (1 - t) + high * t;
+/// A piece along an edge that measures `edgeSquared`, where a pixel's piece may measure `limitSquared`. False
+/// past kMaxPieces.
+bool PixelSide(const Along& at, double edgeSquared, double limitSquared, Side& side) {
+  if (!(edgeSquared <= limitSquared * (kMaxPieces * kMaxPieces))) return false;
+  if (edgeSquared <= limitSquared) {
+    int cells = 1;
+    while (cells < kLargestBlock && edgeSquared * (4 * cells * cells) <= limitSquared) cells *= 2;
+    side = BlockSide(at, cells);
+    return true;
+  }
+  int pieces = 2;
+  while (edgeSquared > limitSquared * (pieces * pieces)) ++pieces;
+  const int part = std::min(static_cast<int>(at.within * pieces), pieces - 1);
+  side = {static_cast<std::uint32_t>((pieces * kMaxPieces + part) * kPatchSide + at.cell),
+          (at.cell + (part + 0.5) / pieces) / kPatchSide};
+  return true;
+}
+
+void SetPiece(const SurfaceHit& hit, const Side& u, const Side& v, ShadePiece& piece) {
+  piece.part = hit.part;
+  piece.patch = hit.primitive;
+  piece.number = v.number << 16 | u.number;
+  piece.u = u.middle;
+  piece.v = v.middle;
+}
+
+const GridVertex* PatchVertices(const GridMesh& mesh, std::uint32_t patch) {
+  return &mesh.vertices[static_cast<size_t>(patch) * kPatchVertices];
 }
 
 }  // namespace
 
 bool PieceForCamera(const GridMesh& mesh, const SurfaceHit& hit, double pixelAngle, ShadePiece& piece) {
-  const Cell cell(hit);
-  const GridVertex* corner = PatchVertices(mesh, hit) + cell.j * kPatchStride + cell.i;
-  const trVector first(corner->point);
-  const double edgeSquared = std::fmax((trVector(corner[1].point) - first).LengthSquared(),
-                                       (trVector(corner[kPatchStride].point) - first).LengthSquared());
-  const double edge = std::sqrt(edgeSquared);
-  const double wanted = std::ceil(edge / (kPiecePixels * pixelAngle * std::fmax(first.Length(), 1e-6)));
-  if (!(wanted <= kMaxPieces)) return false;
-  const int pieces = std::max(static_cast<int>(wanted), 1);
-  const int column = std::min(static_cast<int>(cell.s * pieces), pieces - 1),
-            row = std::min(static_cast<int>(cell.t * pieces), pieces - 1);
-  piece.part = hit.part;
-  piece.patch = hit.primitive;
-  piece.number =
-      static_cast<std::uint32_t>(((cell.j * kPatchSide + cell.i) * kMaxPieces + row) * kMaxPieces + column);
-  const double s = (column + 0.5) / pieces, t = (row + 0.5) / pieces;
-  piece.u = (cell.i + s) / kPatchSide;
-  piece.v = (cell.j + t) / kPatchSide;
-  piece.middle = Blend(corner, s, t);
-  piece.size = edge / pieces;
+  const Along column(hit.u), row(hit.v);
+  const GridVertex* corner = PatchVertices(mesh, hit.primitive) + row.cell * kPatchStride + column.cell;
+  const trVector eyeToCorner(corner->point);
+  const double distanceSquared = std::fmax(eyeToCorner.LengthSquared(), 1e-12);
+  // Edges as they look from the eye, foreshortened.
+  const auto seenSquared = [&](const trVector& edge) {
+    const double away = Dot(edge, eyeToCorner);
+    return std::fmax(edge.LengthSquared() - away * away / distanceSquared, 0);
+  };
+  const double limit = kPiecePixels * pixelAngle, limitSquared = limit * limit * distanceSquared;
+  Side u, v;
+  if (!PixelSide(column, seenSquared(trVector(corner[1].point) - eyeToCorner), limitSquared, u) ||
+      !PixelSide(row, seenSquared(trVector(corner[kPatchStride].point) - eyeToCorner), limitSquared, v))
+    return false;
+  SetPiece(hit, u, v, piece);
   return true;
 }
 
-void PieceForBounce(const GridMesh& mesh, const SurfaceHit& hit, double footprint, ShadePiece& piece) {
-  const Cell cell(hit);
-  const GridVertex* vertices = PatchVertices(mesh, hit);
-  const trVector across =
-      trVector(vertices[kPatchVertices - 1].point) - trVector(vertices[0].point);  // the patch's diagonal
-  const double edge = across.Length() * (0.70710678 / kPatchSide);
-  int side = 1;
-  while (side < kPatchSide && 2 * side * edge <= footprint) side *= 2;
-  const int i = cell.i / side * side, j = cell.j / side * side;
-  piece.part = hit.part;
-  piece.patch = hit.primitive;
-  piece.number = static_cast<std::uint32_t>((side * kPatchSide + j) * kPatchSide + i);
-  piece.u = (i + 0.5 * side) / kPatchSide;
-  piece.v = (j + 0.5 * side) / kPatchSide;
-  const int half = side / 2;
-  piece.middle = side == 1 ? Blend(vertices + j * kPatchStride + i, 0.5, 0.5)
-                           : trVector(vertices[(j + half) * kPatchStride + i + half].point);
-  piece.size = edge * side;
+double PieceForBounce(const GridMesh& mesh, const SurfaceHit& hit, double footprint, ShadePiece& piece) {
+  const GridVertex* vertices = PatchVertices(mesh, hit.primitive);
+  const trVector diagonal = trVector(vertices[kPatchVertices - 1].point) - trVector(vertices[0].point);
+  const double edge = diagonal.Length() * (0.70710678 / kPatchSide);
+  int cells = 1;
+  while (cells < kPatchSide && 2 * cells * edge <= footprint) cells *= 2;
+  SetPiece(hit, BlockSide(Along(hit.u), cells), BlockSide(Along(hit.v), cells), piece);
+  return edge * cells;
+}
+
+trVector MiddleOf(const GridMesh& mesh, const ShadePiece& piece) {
+  const Along column(piece.u), row(piece.v);
+  const GridVertex* corner = PatchVertices(mesh, piece.patch) + row.cell * kPatchStride + column.cell;
+  const double s = column.within, t = row.within;
+  const trVector low = trVector(corner[0].point) * (1 - s) + trVector(corner[1].point) * s;
+  const trVector high =
+      trVector(corner[kPatchStride].point) * (1 - s) + trVector(corner[kPatchStride + 1].point) * s;
+  return low * (1 - t) + high * t;
 }
 
 }  // namespace ovhost

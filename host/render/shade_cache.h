@@ -8,21 +8,22 @@
 
 namespace ovhost {
 
-/// A piece of a patch: part of a micropolygon for what the camera sees, or a block of some for what a diffuse
-/// bounce meets. Its colours are those at its middle.
+/// A piece of a patch: a part of a micropolygon or a block of some. Its colours are those at its middle.
 struct ShadePiece {
   const SurfacePart* part = nullptr;
   std::uint32_t patch = 0, number = 0;  ///< `number` tells the pieces of a patch apart, whatever their size
   double u = 0, v = 0;                  ///< its middle, within the patch
-  trVector middle;                      ///< on the surface, relative to the eye
-  double size = 0;                      ///< length of its side, metres
 };
 
-/// The piece under a camera ray's hit: as large as a pixel or so, by the distance from the eye. False where
-/// the micropolygon is so long that it isn't worth sharing. `pixelAngle` in radians.
+/// The piece under a camera ray's hit: as large as a pixel or so, seen from the eye. False where
+/// micropolygons are so long that it isn't worth sharing. `pixelAngle` in radians.
 OV_API bool PieceForCamera(const GridMesh& mesh, const SurfaceHit& hit, double pixelAngle, ShadePiece& piece);
-/// The block of micropolygons under a bounce's hit, half the footprint's size to all of it.
-OV_API void PieceForBounce(const GridMesh& mesh, const SurfaceHit& hit, double footprint, ShadePiece& piece);
+/// The block of micropolygons under a bounce's hit, half the footprint's size to all of it. Returns the
+/// length of its side, metres.
+OV_API double PieceForBounce(const GridMesh& mesh, const SurfaceHit& hit, double footprint,
+                             ShadePiece& piece);
+/// A piece's middle, relative to the eye.
+OV_API trVector MiddleOf(const GridMesh& mesh, const ShadePiece& piece);
 
 /// A direct-mapped cache of pieces' colours. They depend on the piece alone, so a picture doesn't depend on
 /// what was found here and what forgotten. Per-thread state.

@@ -27,6 +27,8 @@ class OV_API SkyTables {
                    const trVector& sunDirection, bool severalSuns, GroundQuery ground);
 
   bool IsSymmetric() const { return symmetric_; }
+  /// Of symmetric volumes.
+  const trVector& Centre() const { return centre_; }
   /// What of a light in `direction`, of angular radius `radius`, reaches `point`; the ball inside the volumes
   /// blocks it. Only for symmetric volumes. Thread-safe.
   trFCol Transmittance(const trVector& point, const trVector& direction, double radius) const;

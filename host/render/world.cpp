@@ -123,10 +123,21 @@ bool World::Build() {
   if (!accel_->Build()) return false;
   diceSeconds_ = Seconds() - start;
 
+  BuildSkies();
+  return !stop_;
+}
+
+void World::BuildSkies() {
   sky_.BuildTransmittance(volumes_, *this);
   if (!lights_.empty() && !skyInAtmosphere_.IsBlack())
     sky_.BuildEnviro(volumes_, *this, lights_[0]->Dir(), lights_.size() > 1, GroundRadiance);
-  return !stop_;
+  if (!sky_.IsSymmetric() || lights_.size() != 1) return;
+  std::vector<trVector> places;
+  for (const auto& grid : parts_.grids)
+    for (size_t i = 0; i < grid->vertices.size(); i += kPatchVertices)
+      for (const int corner : {0, kPatchSide, kPatchVertices - 1 - kPatchSide, kPatchVertices - 1})
+        places.push_back(trVector(grid->vertices[i + corner].point) + View().eye);
+  bounceSky_.Build(volumes_, *this, sky_.Centre(), lights_[0]->Dir(), View().eye, places);
 }
 
 bool World::DiceParts() {

@@ -11,6 +11,7 @@
 #include "core/scene_maker.h"
 #include "host/render/accel.h"
 #include "host/render/assembly.h"
+#include "host/render/bounce_sky.h"
 #include "host/render/sky_tables.h"
 
 class trSunlightNode;
@@ -87,6 +88,7 @@ class OV_API World final : public trRenderServices {
   const trView& View() const { return settings_.view; }
   const Accel& Rays() const { return *accel_; }
   const SkyTables& Sky() const { return sky_; }
+  const BounceSky& SkyOfBounces() const { return bounceSky_; }
   const std::vector<trAtmosShader*>& Volumes() const { return volumes_; }
   const std::vector<std::unique_ptr<SunLight>>& Suns() const { return lights_; }
   const trFCol& SkyOnSurfaces() const { return skyOnSurfaces_; }
@@ -103,6 +105,7 @@ class OV_API World final : public trRenderServices {
   void CollectLights();
   void CollectVolumes(const trScene& scene);
   bool DiceParts();
+  void BuildSkies();
   bool StartShaders();
   void FinishShaders();
 
@@ -120,6 +123,7 @@ class OV_API World final : public trRenderServices {
   std::vector<trShader*> started_;
   std::unique_ptr<Accel> accel_;
   SkyTables sky_;
+  BounceSky bounceSky_;
   trFCol skyOnSurfaces_, skyInAtmosphere_;
   DiceStatistics dicing_;
   double diceSeconds_ = 0;
