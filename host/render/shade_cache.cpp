@@ -8,7 +8,7 @@ namespace {
 
 /// Longest side of a piece that the camera sees, pixels; most pieces along a micropolygon, and most
 /// micropolygons along a piece of such.
-constexpr double kPiecePixels = 1.5;
+constexpr double kPiecePixels = 1.0;
 constexpr int kMaxPieces = 8, kLargestBlock = 4;
 
 /// Where along a side of a patch a coordinate lies: a micropolygon and the place in it.
