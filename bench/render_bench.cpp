@@ -2,13 +2,13 @@
 // hit, and vertices a second.
 #include <benchmark/benchmark.h>
 #include <embree3/rtcore.h>
-#include <tbb/task_arena.h>
 #include <time.h>
 
 #include <algorithm>
 #include <memory>
 #include <random>
 
+#include "host/base/parallel.h"
 #include "host/node/class_pool.h"
 #include "host/node/node_data.h"
 #include "host/render/accel.h"
@@ -82,11 +82,10 @@ trVector CameraDirection(const trView& view, long i, double within) {
 
 void DisplacedVertices(benchmark::State& state) {
   Ground ground;
-  tbb::task_arena arena(static_cast<int>(state.range(0)));
   std::uint64_t displaced = 0;
   for (auto _ : state) {
     bool done = false;
-    arena.execute([&] { done = ground.Dice(); });
+    ovhost::WithThreads(static_cast<int>(state.range(0)), [&] { done = ground.Dice(); });
     if (!done) state.SkipWithError("nothing to dice");
     displaced += ground.statistics.displacements;
   }

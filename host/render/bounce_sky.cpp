@@ -1,11 +1,9 @@
 // The table of sky light for bounces.
 #include "host/render/bounce_sky.h"
 
-#include <tbb/parallel_for.h>
-#include <tbb/task_arena.h>
-
 #include <algorithm>
 
+#include "host/base/parallel.h"
 #include "host/render/sampler.h"
 
 namespace ovhost {
@@ -56,14 +54,15 @@ void BounceSky::Build(const std::vector<trAtmosShader*>& volumes, trRenderServic
 
   table_.resize(Index(kHeights, 0, 0, 0));
   const trVector side = Normalised(std::fabs(sun_.y) < 0.9 ? Cross(sun_, {0, 1, 0}) : Cross(sun_, {1, 0, 0}));
-  tbb::parallel_for(0, kHeights * kSunAngles * kElevations, [&](int row) {
+  ParallelFor(static_cast<size_t>(kHeights) * kSunAngles * kElevations, [&](size_t index) {
+    const int row = static_cast<int>(index);
     const int elevation = row % kElevations, sunAngle = row / kElevations % kSunAngles,
               height = row / kElevations / kSunAngles;
     const double cosine = leastSun_ + (greatestSun_ - leastSun_) * sunAngle / (kSunAngles - 1);
     const trVector up = sun_ * cosine + side * SafeSqrt(1 - cosine * cosine);
     const trVector origin = centre_ + up * (lowest_ + (highest_ - lowest_) * height / (kHeights - 1));
     trShadingInterface si;
-    si.SetThread(static_cast<unsigned>(std::max(0, tbb::this_task_arena::current_thread_index())));
+    si.SetThread(ThreadSlot());
     trRenderState state(services, si);
     trAtomicIntegrator integrator;
     for (int turn = 0; turn < kTurns; ++turn) {
