@@ -155,17 +155,19 @@ class trMask {
   /// The mask at the state as a number into `m`, 1 without a mask; false when it is on and leads nowhere.
   /// `inverseFeatureScale` is the reciprocal of the masked shader's feature scale.
   bool Evaluate(trShadingInterface& si, double inverseFeatureScale, float& m) const {
+    return EvaluateAt(si, si.P() * inverseFeatureScale, m);
+  }
+  /// The same with the point at which a fitted mask is taken.
+  bool EvaluateAt(trShadingInterface& si, const trVector& fitted, float& m) const {
     m = 1.0f;
     if (!use_) return true;
     trShader* shader = Shader();
     if (!shader) return false;
     trFCol colour;
-    if (fit_) {
-      const trVector scaled = si.P() * inverseFeatureScale;
-      colour = si.RenderState().CallShaderCd(shader, true, &scaled, nullptr);
-    } else {
+    if (fit_)
+      colour = si.RenderState().CallShaderCd(shader, true, &fitted, nullptr);
+    else
       colour = shader->FColValueTS(si);
-    }
     m = Luminance(colour);
     if (invert_) m = 1.0f - m;
     return true;

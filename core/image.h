@@ -35,8 +35,10 @@ class OV_API trImage {
   void Clear();    ///< all pixels to zero
   void Cleanup();  ///< back to an empty image; memory is released
 
-  /// Reads a picture file; a run of '#' in the name stands for the frame number, padded to its length. Images
-  /// read from one file share its pixels. Returns 0 with a warning that says why, and the image is empty.
+  /// Reads a picture file; a run of '#' in the name stands for the frame number (none is frame 0), padded to
+  /// its length. Colours come as the file holds them, not multiplied by alpha; what isn't finite reads as 0.
+  /// Images read from one file share its pixels. Returns 0 with a warning that says why, and the image is
+  /// empty.
   int ReadFile(const trString& path, const int* frame);
 
   void* ScanlineRaw(int row) { return pixels + static_cast<std::int64_t>(row) * width * pixelSize; }
@@ -56,6 +58,8 @@ class OV_API trImage {
   trF4Col F4ColFromPixel(const void* pixel) const;
 
   /// Smooth interpolation at a pixel coordinate, pixel centres at half integers; an axis wraps or is clamped.
+  /// The kernel is the quadratic B-spline: the gradient is continuous, nothing overshoots, and what a pixel
+  /// weighs reaches one and a half pixels. An empty image is black.
   trFCol FColLookupSmooth(double x, double y, bool wrapX, bool wrapY) const;
   trF4Col F4ColLookupSmooth(double x, double y, bool wrapX, bool wrapY) const;
   /// Bilinear interpolation, likewise.

@@ -8,6 +8,7 @@ class OV_API juProject : public trBase {
  public:
   juProject();
   ~juProject() override;
+  void OnParamChanged(long index, trBase* who) override;
 
   /// The project that `node` belongs to, or null.
   static juProject* Of(const trBase* node);
@@ -26,8 +27,21 @@ class OV_API juProject : public trBase {
   long startFrame_, endFrame_;
   double currentFrame_, framesPerSecond_;
   trNodeLink activeShadableObject_;
+  trFile ocioConfig_;
+  trString ocioInputSpace_;
   trString folder_;
 };
+
+/// One kind of file in a file chooser.
+struct juFileFilterItem {
+  trString label;
+  std::vector<trString> extensions;
+};
+/// Asks the user for a file. False where nobody picks one: a batch run has nobody to ask. Main thread only.
+OV_API bool juChooseFile(const std::vector<juFileFilterItem>& filters, trString& path);
+/// Who answers juChooseFile; null for nobody.
+using juFileChooser = bool (*)(const std::vector<juFileFilterItem>& filters, trString& path);
+OV_API void juSetFileChooser(juFileChooser chooser);
 
 /// Bracket a paste of nodes into the project.
 OV_API void PreNodePaste(trBase* parent);

@@ -4,13 +4,13 @@
 #include <sys/mman.h>
 
 #include <algorithm>
-#include <bit>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "core/messages.h"
 #include "host/base/memory.h"
+#include "host/image/half.h"
 
 namespace {
 
@@ -55,14 +55,6 @@ std::shared_ptr<unsigned char> Allocate(std::int64_t bytes) {
   }
 }
 
-float FromHalf(std::uint16_t half) {
-  const std::uint32_t sign = (half & 0x8000u) << 16, exponent = (half >> 10) & 31u, mantissa = half & 1023u;
-  if (exponent == 31) return std::bit_cast<float>(sign | 0x7f800000u | mantissa << 13);
-  if (exponent) return std::bit_cast<float>(sign | (exponent + 112) << 23 | mantissa << 13);
-  const float magnitude = static_cast<float>(mantissa) * 0x1p-24f;
-  return sign ? -magnitude : magnitude;
-}
-
 float ChannelAsFloat(const void* pixel, trChannelType type, int channel) {
   const auto* bytes = static_cast<const unsigned char*>(pixel) + channel * BytesOf(type);
   std::uint16_t word;
@@ -72,7 +64,7 @@ float ChannelAsFloat(const void* pixel, trChannelType type, int channel) {
       return static_cast<float>(*bytes) / 255.0f;
     case trChannelType::kHalf:
       std::memcpy(&word, bytes, sizeof word);
-      return FromHalf(word);
+      return ovhost::FloatFromHalf(word);
     case trChannelType::kFloat:
       std::memcpy(&value, bytes, sizeof value);
       return value;

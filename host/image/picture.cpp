@@ -1,7 +1,6 @@
 // Picture files: display values, and bytes that go beside their target, to disc and into place.
 #include "host/image/picture.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -9,9 +8,9 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
-#include <filesystem>
 
 #include "host/image/codec/encoder.h"
+#include "host/image/codec_library.h"
 
 namespace ovhost {
 namespace {
@@ -40,19 +39,6 @@ std::vector<float> DisplayPixels(const Picture& picture, int channels, const Vie
 }
 
 std::string ErrorText() { return std::strerror(errno); }
-
-/// The encoder, loaded with the first picture; null with the reason in `problem`.
-PictureEncoder* Encoder(std::string& problem) {
-  Dl_info self;
-  std::error_code error;
-  std::filesystem::path folder;
-  if (dladdr(reinterpret_cast<const void*>(&IsPicturePath), &self) && self.dli_fname)
-    folder = std::filesystem::canonical(self.dli_fname, error).parent_path();
-  void* library = dlopen((folder / "libovimage.so").c_str(), RTLD_NOW | RTLD_LOCAL);
-  void* encoder = library ? dlsym(library, "ovEncodePicture") : nullptr;
-  if (!encoder) problem = std::string("the picture formats can't be loaded: ") + dlerror();
-  return reinterpret_cast<PictureEncoder*>(encoder);
-}
 
 }  // namespace
 
@@ -97,8 +83,8 @@ std::string WriteFileAtomically(const std::string& path, const void* data, std::
 
 std::string WritePicture(const std::string& path, const Picture& picture, const ViewTransform& view,
                          bool fullFloat) {
-  static std::string missing;
-  static PictureEncoder* const encode = Encoder(missing);
+  std::string missing;
+  auto* const encode = reinterpret_cast<PictureEncoder*>(CodecFunction("ovEncodePicture", missing));
   if (!encode) return path + ": " + missing;
   const std::string extension = Extension(path);
   const bool isExr = extension == "exr", isTiff = extension == "tif" || extension == "tiff";

@@ -1,6 +1,7 @@
 // The project node.
 #include "core/project.h"
 
+#include "core/ocio.h"
 #include "host/node/node_data.h"
 #include "host/project/render_node.h"
 
@@ -11,7 +12,16 @@ juProject::juProject() {
   Param(currentFrame_, "current_frame", 1.0);
   Param(framesPerSecond_, "frames_per_second", 25.0);
   Param(activeShadableObject_, "active_shadable_object", "");
+  GuiTab("Colour management", "colour_management_tab");
+  Param(ocioConfig_, "ocio_config", "").Display("OpenColorIO configuration");
+  Param(ocioInputSpace_, "ocio_input_space", "sRGB").Display("Colour space of images");
   Data().className = "ombrivex_project";
+}
+
+void juProject::OnParamChanged(long index, trBase* who) {
+  trBase::OnParamChanged(index, who);
+  if (IsParam(index, &ocioConfig_) || IsParam(index, &ocioInputSpace_))
+    trOcio::gProjectSettings.Set(ocioConfig_.FullPath(), ocioInputSpace_);
 }
 
 // Nodes below may look at the project while they end, so they go while it still is one.
@@ -36,6 +46,15 @@ trBase* juProject::PActiveCameraNode() const {
   }
   return firstCamera;
 }
+
+namespace {
+juFileChooser fileChooser = nullptr;
+}
+
+bool juChooseFile(const std::vector<juFileFilterItem>& filters, trString& path) {
+  return fileChooser && fileChooser(filters, path);
+}
+void juSetFileChooser(juFileChooser chooser) { fileChooser = chooser; }
 
 void PreNodePaste(trBase*) {}
 void PostNodePaste(trBase* parent) {

@@ -12,8 +12,9 @@ namespace ovhost {
 /// every problem is reported with file and line, or node. Unknown classes and attributes are kept, with a
 /// warning each. Main thread only.
 OV_API std::unique_ptr<juProject> LoadProject(const std::string& path);
-/// The same from text; `source` is what messages call it.
-OV_API std::unique_ptr<juProject> ProjectFromText(const std::string& text, const std::string& source);
+/// The same from text; `source` is what messages call it, `folder` where its files lie.
+OV_API std::unique_ptr<juProject> ProjectFromText(const std::string& text, const std::string& source,
+                                                  const std::string& folder = {});
 
 /// The project as its file's bytes.
 OV_API std::string ProjectToText(juProject& project);

@@ -408,9 +408,11 @@ class Reader {
 
 }  // namespace
 
-std::unique_ptr<juProject> ProjectFromText(const std::string& text, const std::string& source) {
+std::unique_ptr<juProject> ProjectFromText(const std::string& text, const std::string& source,
+                                           const std::string& folder) {
   RegisterHostClasses();
   auto project = std::make_unique<juProject>();
+  project->SetFolder(folder);
   Reader reader(text, source);
   if (!reader.Read(project.get(), kProjectElement)) return nullptr;
   return project;
@@ -431,10 +433,8 @@ std::unique_ptr<juProject> LoadProject(const std::string& path) {
   std::string text(static_cast<size_t>(info.st_size), '\0');
   if (!in.read(text.data(), static_cast<std::streamsize>(text.size())))
     return unreadable(errno ? std::strerror(errno) : "can't be read");
-  std::unique_ptr<juProject> project = ProjectFromText(text, path);
   const size_t slash = path.find_last_of('/');
-  if (project) project->SetFolder(slash == std::string::npos ? "." : path.substr(0, slash));
-  return project;
+  return ProjectFromText(text, path, slash == std::string::npos ? "." : path.substr(0, slash));
 }
 
 }  // namespace ovhost

@@ -1,0 +1,169 @@
+// The reader of picture files: answers requests until its socket closes.
+#include <OpenImageIO/imageio.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <string>
+
+#include "core/image.h"
+#include "host/image/codec/reader_protocol.h"
+
+namespace {
+
+using ovhost::ReaderAnswer;
+using ovhost::ReaderRequest;
+
+/// Nothing compresses better than this; a file that claims more lies about its size.
+constexpr double kGreatestCompression = 20000;
+
+struct Failure {
+  std::string text;
+};
+
+OIIO::TypeDesc FileType(trChannelType type) {
+  switch (type) {
+    case trChannelType::kByte:
+      return OIIO::TypeDesc::UINT8;
+    case trChannelType::kShort:
+      return OIIO::TypeDesc::UINT16;
+    case trChannelType::kHalf:
+      return OIIO::TypeDesc::HALF;
+    default:
+      return OIIO::TypeDesc::FLOAT;
+  }
+}
+
+/// The smallest storage that holds the file's channels without loss, floats at most.
+trChannelType StorageFor(const OIIO::TypeDesc& format) {
+  if (format == OIIO::TypeDesc::UINT8) return trChannelType::kByte;
+  if (format == OIIO::TypeDesc::UINT16) return trChannelType::kShort;
+  if (format == OIIO::TypeDesc::HALF) return trChannelType::kHalf;
+  return trChannelType::kFloat;
+}
+
+/// The first channel to read, and how many: R, G, B and A where the file names them, else the first ones.
+void ChooseChannels(const OIIO::ImageSpec& spec, int& first, int& count) {
+  first = 0;
+  for (int i = 0; i + 2 < spec.nchannels; ++i)
+    if (spec.channelnames[i] == "R" && spec.channelnames[i + 1] == "G" && spec.channelnames[i + 2] == "B") {
+      first = i;
+      break;
+    }
+  count = std::min(4, spec.nchannels - first);
+  if (count == 4 && spec.alpha_channel != first + 3 && spec.nchannels > 4) count = 3;
+}
+
+/// Sets what isn't finite to 0 and counts it.
+std::int64_t CountNotFinite(void* pixels, std::int64_t values, trChannelType type) {
+  std::int64_t count = 0;
+  if (type == trChannelType::kFloat) {
+    auto* at = static_cast<float*>(pixels);
+    for (std::int64_t i = 0; i < values; ++i)
+      if (!std::isfinite(at[i])) at[i] = 0, ++count;
+  } else if (type == trChannelType::kHalf) {
+    auto* at = static_cast<std::uint16_t*>(pixels);
+    for (std::int64_t i = 0; i < values; ++i)
+      if ((at[i] & 0x7c00) == 0x7c00) at[i] = 0, ++count;
+  }
+  return count;
+}
+
+/// Reads a file into a memory file, whose descriptor it returns.
+int Read(const ReaderRequest& request, ReaderAnswer& answer) {
+  const std::string path = request.path;
+  std::error_code error;
+  const auto fileBytes = std::filesystem::file_size(path, error);
+  if (error) throw Failure{error.message()};
+  if (fileBytes == 0) throw Failure{"the file is empty"};
+
+  OIIO::ImageSpec wishes;
+  wishes.attribute("oiio:UnassociatedAlpha", 1);
+  const auto input = OIIO::ImageInput::open(path, &wishes);
+  if (!input) throw Failure{OIIO::geterror()};
+  const OIIO::ImageSpec& spec = input->spec();
+  if (spec.width < 1 || spec.height < 1 || spec.nchannels < 1 || spec.depth > 1)
+    throw Failure{"it has no pixels that could be used"};
+  int first, count;
+  ChooseChannels(spec, first, count);
+  const trChannelType type = StorageFor(spec.format);
+  const OIIO::TypeDesc fileType = FileType(type);
+
+  // What the header claims is held against the file and the memory before anything is made for it.
+  const double bytes = static_cast<double>(spec.width) * spec.height * count * fileType.size();
+  const std::string size = std::to_string(spec.width) + " x " + std::to_string(spec.height) + " pixels";
+  if (bytes > static_cast<double>(request.freeMemory))
+    throw Failure{size + " take more memory than there is"};
+  if (bytes > static_cast<double>(fileBytes) * kGreatestCompression)
+    throw Failure{"a file of this length can't hold " + size};
+
+  const auto length = static_cast<std::size_t>(bytes);
+  const int memory = memfd_create("picture", MFD_CLOEXEC);
+  if (memory < 0 || ftruncate(memory, static_cast<off_t>(length)) != 0)
+    throw Failure{"there is no memory for " + size};
+  void* pixels = mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_SHARED, memory, 0);
+  if (pixels == MAP_FAILED) throw Failure{"there is no memory for " + size};
+  const bool isRead = input->read_image(0, 0, first, first + count, fileType, pixels);
+  if (isRead)
+    answer.notFinite = CountNotFinite(pixels, static_cast<std::int64_t>(length / fileType.size()), type);
+  munmap(pixels, length);
+  if (!isRead) {
+    close(memory);
+    throw Failure{input->geterror()};
+  }
+  answer.isRead = 1;
+  answer.width = spec.width;
+  answer.height = spec.height;
+  answer.channels = count;
+  answer.type = static_cast<int>(type);
+  return memory;
+}
+
+/// Sends the answer, and the memory file with it.
+bool Send(const ReaderAnswer& answer, int memory) {
+  iovec part{const_cast<ReaderAnswer*>(&answer), sizeof answer};
+  msghdr message{};
+  message.msg_iov = &part;
+  message.msg_iovlen = 1;
+  alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
+  if (memory >= 0) {
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    cmsghdr* header = CMSG_FIRSTHDR(&message);
+    header->cmsg_level = SOL_SOCKET;
+    header->cmsg_type = SCM_RIGHTS;
+    header->cmsg_len = CMSG_LEN(sizeof(int));
+    std::memcpy(CMSG_DATA(header), &memory, sizeof memory);
+  }
+  return sendmsg(ovhost::kReaderSocket, &message, MSG_NOSIGNAL) == static_cast<ssize_t>(sizeof answer);
+}
+
+}  // namespace
+
+int main() {
+  ReaderRequest request;
+  while (recv(ovhost::kReaderSocket, &request, sizeof request, 0) == static_cast<ssize_t>(sizeof request)) {
+    request.path[ovhost::kMaxReaderPath - 1] = 0;
+    ReaderAnswer answer;
+    int memory = -1;
+    std::string problem;
+    try {
+      memory = Read(request, answer);
+    } catch (const Failure& failure) {
+      problem = failure.text;
+    } catch (const std::exception& exception) {
+      problem = exception.what();
+    }
+    if (!answer.isRead && problem.empty()) problem = "it can't be read";
+    std::snprintf(answer.problem, sizeof answer.problem, "%s", problem.c_str());
+    const bool isSent = Send(answer, memory);
+    if (memory >= 0) close(memory);
+    if (!isSent) return 1;
+  }
+  return 0;
+}

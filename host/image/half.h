@@ -1,0 +1,17 @@
+// Half-precision floats (IEEE 754 binary16).
+#pragma once
+
+#include <bit>
+#include <cstdint>
+
+namespace ovhost {
+
+inline float FloatFromHalf(std::uint16_t half) {
+  const std::uint32_t sign = (half & 0x8000u) << 16, exponent = (half >> 10) & 31u, mantissa = half & 1023u;
+  if (exponent == 31) return std::bit_cast<float>(sign | 0x7f800000u | mantissa << 13);
+  if (exponent) return std::bit_cast<float>(sign | (exponent + 112) << 23 | mantissa << 13);
+  const float magnitude = static_cast<float>(mantissa) * 0x1p-24f;
+  return sign ? -magnitude : magnitude;
+}
+
+}  // namespace ovhost

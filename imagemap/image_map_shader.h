@@ -1,0 +1,89 @@
+// image_map_shader: an image on a surface, as colour, displacement or both.
+#pragma once
+
+#include <memory>
+
+#include "core/idioms.h"
+#include "core/image.h"
+
+class ImageMapShader : public trSurfaceShader {
+ public:
+  ImageMapShader();
+  long OnCreate() override;
+  long OnFirstCreate() override;
+  long OnUserCreate() override;
+  void OnParamChanged(long index, trBase* who) override;
+  long StartRender(trRenderingInterface& rendering) override;
+  long Displace(trShadingInterface& si) override;
+  long Shade(trShadingInterface& si) override;
+  unsigned char HasDisplacement() override { return applyDisplacement_; }
+  unsigned char HasShade() override { return applyColour_; }
+
+  /// Loads the file as it is at a frame. Main thread only.
+  virtual long LoadImage(long frame);
+  /// Where the shading point lies on the image, in pixels, and how much of it shows there. 0 where there is
+  /// nothing to map. Thread-safe.
+  virtual long MapToImage(trShadingInterface& si, double& x, double& y, trFCol& mask);
+  /// Writes the image's size to the sheet. Main thread only.
+  virtual void UpdateImageSizeInfo();
+
+ protected:
+  const trImage* Image() const { return image_.get(); }
+
+ private:
+  enum Projection : long { kPlanY, kSideX, kSideZ, kCamera, kObjectUV, kCylindrical, kSpherical };
+
+  void DeclareProjection();
+  void DeclareColour();
+  void DeclareDisplacement();
+  void DeclareEffects();
+  void KeepDisplacementAlike(long index);
+  void OnProjectionChanged();
+  void UpdateGammaEnabling();
+
+  /// The image's plane at a point relative to the position: 0 to 1 across.
+  void Project(const trVector& q, double& u, double& v) const;
+  /// How much of the image shows at (u, v) for its edges.
+  double BorderMask(double u, double v) const;
+  trF4Col SampleColour(double x, double y) const;
+  /// A texel on its way to render space.
+  trFCol Converted(const trFCol& texel, float alpha) const;
+
+  std::unique_ptr<trImage> image_;
+  long loadedFrame_ = 0;
+  trFile filename_;
+  trLinkHint fileHint_;
+
+  // Projection, location, tiling
+  trIntHint projectionHint_;
+  trStringHint sizeInfoHint_;
+  long projection_ = kPlanY;
+  trCameraLink camera_;
+  const trBase* heldCamera_ = nullptr;
+  trView cameraView_;
+  bool hasCameraView_ = false;
+  unsigned char positionCentre_ = 0, positionLowerLeft_ = 1, lockAspect_ = 1;
+  trVector position_;
+  tr2Vector size_{1, 1}, projectionSize_{1, 1};
+  trString sizeInfo_;
+  unsigned char flipX_ = 0, flipY_ = 0, repeatX_ = 0, repeatY_ = 0;
+
+  // Colour
+  unsigned char applyColour_ = 1, smooth_ = 1, unpremultiply_ = 0, toLinear_ = 1, isLinear_ = 0;
+  unsigned char multiply_ = 0, offset_ = 0, useOcio_ = 0;
+  double gamma_ = 2.2;
+  trDoubleHint gammaHint_, keyHint_;
+  trVector multiplier_{1, 1, 1}, offsetValue_;
+
+  // Displacement
+  unsigned char applyDisplacement_ = 0, smoothDisp_ = 1, dispToLinear_ = 0, dispIsLinear_ = 1;
+  unsigned char hasDispParamBug_ = 1;
+  double amplitude_ = 1, displacementOffset_ = 0, dispGamma_ = 2.2;
+
+  // Effects
+  unsigned char alphaAsOpacity_ = 0, alphaAsColour_ = 0, createTransparency_ = 0, invertAlpha_ = 0;
+  unsigned char useAlphaDirectly_ = 0, translucent_ = 0;
+  trManRgb key_, translucencyTint_;
+  double keyTolerance_ = 0.1, translucencyAmount_ = 1, borderBlending_ = 0;
+  trMask mask_;
+};
