@@ -8,6 +8,7 @@
 #include "fractal/transform_shaders.h"
 #include "fractal/vortex_warp_shader.h"
 #include "fractal/warp_shaders.h"
+#include "imagemap/image_map_shader.h"
 #include "objects/planet.h"
 #include "objects/planet_surface_shader.h"
 #include "objects/sphere_geometry_shader.h"
@@ -40,6 +41,8 @@ const Row kRows[] = {
     {"shader/colour", "colour_adjust_shader", trCreateNode<ColourAdjustShader>},
     {"shader/colour", "distance_shader", trCreateNode<DistanceShader>},
     {"shader/surface", "glass_shader", trCreateNode<GlassShader>},
+    {"shader/colour", "image_map_shader", trCreateNode<ImageMapShader>},
+    {"shader/displacement", "image_map_shader", trCreateNode<ImageMapShader>},
     {"shader/surface", "lambert_shader", trCreateNode<LambertShader>},
     {"shader/mix", "merge_shader", trCreateNode<MergeShader>},
     {"shader/atmosphere", "planet_atmosphere", trCreateNode<PlanetAtmosphere>},
