@@ -8,6 +8,12 @@
 #include "fractal/transform_shaders.h"
 #include "fractal/vortex_warp_shader.h"
 #include "fractal/warp_shaders.h"
+#include "heightfield/filter_operators.h"
+#include "heightfield/heightfield_from_shader.h"
+#include "heightfield/heightfield_generate.h"
+#include "heightfield/heightfield_merge.h"
+#include "heightfield/size_operators.h"
+#include "heightfield/vertical_operators.h"
 #include "imagemap/image_map_shader.h"
 #include "objects/planet.h"
 #include "objects/planet_surface_shader.h"
@@ -66,6 +72,15 @@ const Row kRows[] = {
     {"shader/utility", "tex_coords_from_XYZ", trCreateNode<TexCoordsFromXYZ>},
     {"shader/utility", "compute_normal", trCreateNode<ComputeNormal>},
     {"shader/utility", "compute_terrain", trCreateNode<ComputeTerrain>},
+    {"heightfield_operator", "heightfield_generate", trCreateNode<HeightfieldGenerate>},
+    {"heightfield_operator", "heightfield_adjust_vertical", trCreateNode<HeightfieldAdjustVertical>},
+    {"heightfield_operator", "heightfield_clip_vertical", trCreateNode<HeightfieldClipVertical>},
+    {"heightfield_operator", "heightfield_curve_vertical", trCreateNode<HeightfieldCurveVertical>},
+    {"heightfield_operator", "heightfield_crop", trCreateNode<HeightfieldCrop>},
+    {"heightfield_operator", "heightfield_from_shader", trCreateNode<HeightfieldFromShader>},
+    {"heightfield_operator", "heightfield_merge", trCreateNode<HeightfieldMerge>},
+    {"heightfield_operator", "heightfield_resize", trCreateNode<HeightfieldResize>},
+    {"heightfield_operator", "heightfield_smooth", trCreateNode<HeightfieldSmooth>},
     {"object/displaceable", "planet", trCreateNode<Planet>},
 };
 

@@ -24,7 +24,7 @@ struct ConeKernel {
         halfY(static_cast<int>(std::ceil(std::fmax(ry, 0.0f)))) {
     const float reachX = std::fmax(rx, 0.0f) + 1, reachY = std::fmax(ry, 0.0f) + 1;
     weights.reserve(static_cast<std::size_t>(WidthX()) * WidthY());
-    float sum = 0;
+    double sum = 0;
     for (int j = -halfY; j <= halfY; ++j)
       for (int i = -halfX; i <= halfX; ++i) {
         const float x = static_cast<float>(i), y = static_cast<float>(j);
@@ -33,7 +33,7 @@ struct ConeKernel {
         sum += weights.back();
       }
     if (normalise && sum != 0)
-      for (float& weight : weights) weight /= sum;
+      for (float& weight : weights) weight = static_cast<float>(weight / sum);
   }
 
   int WidthX() const { return 2 * halfX + 1; }

@@ -2,6 +2,8 @@
 #include "heightfield/operator.h"
 
 #include <algorithm>
+#include <climits>
+#include <cmath>
 #include <condition_variable>
 #include <exception>
 #include <mutex>
@@ -88,6 +90,10 @@ long MakeFlat(trHeightfield& field) {
   return 1;
 }
 
+int RoundedCount(double count) {
+  return static_cast<int>(std::clamp(std::floor(count + 0.5), -1.0 * INT_MAX, 1.0 * INT_MAX));
+}
+
 void ForEachRow(long rows, const std::function<void(long)>& work) {
   // Rows by the bunch, so that taking one costs nothing beside working on it.
   constexpr long kBunch = 16;
@@ -131,5 +137,3 @@ long OrdinaryOperator::HfOperate() {
   HfValidate();
   return result;
 }
-
-long OrdinaryOperator::InitLike(const trHeightfield& input) { return Init(0, 0, input.width, input.height); }

@@ -12,6 +12,9 @@ long MakeFlat(trHeightfield& field);
 /// Whether there is anything to work on: an operator whose button was never pressed has no points.
 inline bool HasPoints(const trHeightfield* field) { return field && field->pixels; }
 
+/// A count or an index of points that a user gave: rounded, and brought within what an int holds.
+int RoundedCount(double count);
+
 /// Runs `work(row)` for the rows from 0 to `rows` on all cores; the calling thread takes part. What `work`
 /// throws is thrown on. The order of rows is open.
 void ForEachRow(long rows, const std::function<void(long row)>& work);
@@ -28,8 +31,17 @@ class OrdinaryOperator : public trHeightfield {
  protected:
   /// Makes the raster; `input` is up to date, or null without points to work on. 0 is failure.
   virtual long Compute(trHeightfield* input) = 0;
-  /// A raster of the input's size and geometry, contents undefined; 0 without memory.
-  long InitLike(const trHeightfield& input);
+  /// Makes each row of a raster of the input's size from the input's row.
+  template <typename Work>
+  long MapRows(const trHeightfield& input, Work work) {
+    if (!Init(0, 0, input.width, input.height)) return 0;
+    const std::int64_t count = width;
+    ForEachRow(height, [&](long row) {
+      work(input.HfScanlineRaw(static_cast<int>(row)), HfScanlineRaw(static_cast<int>(row)), count);
+    });
+    HfFindZRange();
+    return 1;
+  }
   /// After a failed computation the raster stays in use as far as it is.
   void KeepWhatAFailureLeaves() { keepsFailed_ = true; }
 

@@ -1,7 +1,9 @@
 // The heightfield node: validity, scales and their inheritance, corners, range.
 #include "core/heightfield.h"
 
+#include <algorithm>
 #include <cfloat>
+#include <cmath>
 #include <exception>
 
 #include "core/project.h"
@@ -35,6 +37,34 @@ class RingGuard {
   const trHeightfield* anchor_ = nullptr;
   std::uint64_t steps_ = 0, limit_ = 2;
 };
+
+struct Range {
+  float lowest = INFINITY, highest = -INFINITY;
+};
+
+/// The range of the values that count; what isn't a number never does. Lanes lie side by side, so that the
+/// pass runs at the memory's speed.
+template <typename Counts>
+Range FindRange(const float* values, std::int64_t count, Counts counts) {
+  constexpr int kLanes = 16;
+  float lowest[kLanes], highest[kLanes];
+  std::fill_n(lowest, kLanes, Range().lowest);
+  std::fill_n(highest, kLanes, Range().highest);
+  const auto take = [&](float v, int k) {
+    lowest[k] = v < lowest[k] && counts(v) ? v : lowest[k];
+    highest[k] = v > highest[k] && counts(v) ? v : highest[k];
+  };
+  std::int64_t i = 0;
+  for (; i + kLanes <= count; i += kLanes)
+    for (int k = 0; k < kLanes; ++k) take(values[i + k], k);
+  for (; i < count; ++i) take(values[i], 0);
+  Range range;
+  for (int k = 0; k < kLanes; ++k) {
+    range.lowest = std::min(range.lowest, lowest[k]);
+    range.highest = std::max(range.highest, highest[k]);
+  }
+  return range;
+}
 
 }  // namespace
 
@@ -164,31 +194,14 @@ unsigned char trHeightfield::HfLatLongCorners(trLatLongCorners* corners) const {
 }
 
 void trHeightfield::HfFindZRange() {
-  // Lanes side by side, so that the pass runs at the memory's speed.
-  constexpr int kLanes = 16;
-  float lowest[kLanes], highest[kLanes];
-  for (int k = 0; k < kLanes; ++k) {
-    lowest[k] = FLT_MAX;
-    highest[k] = -FLT_MAX;
-  }
   const std::int64_t count = std::int64_t{width} * height;
   const auto* values = reinterpret_cast<const float*>(pixels);
-  // What isn't a number fails both comparisons, infinities the one with the other end.
-  const auto take = [&](float v, int k) {
-    lowest[k] = v < lowest[k] && v >= -FLT_MAX ? v : lowest[k];
-    highest[k] = v > highest[k] && v <= FLT_MAX ? v : highest[k];
-  };
-  std::int64_t i = 0;
-  for (; i + kLanes <= count; i += kLanes)
-    for (int k = 0; k < kLanes; ++k) take(values[i + k], k);
-  for (; i < count; ++i) take(values[i], 0);
-  for (int k = 1; k < kLanes; ++k) {
-    lowest[0] = std::min(lowest[0], lowest[k]);
-    highest[0] = std::max(highest[0], highest[k]);
-  }
-  const bool any = lowest[0] <= highest[0];
-  minZ_ = any ? lowest[0] : 0;
-  maxZ_ = any ? highest[0] : 0;
+  Range range = FindRange(values, count, [](float) { return true; });
+  if (range.lowest < -FLT_MAX || range.highest > FLT_MAX)
+    range = FindRange(values, count, [](float v) { return v >= -FLT_MAX && v <= FLT_MAX; });
+  const bool any = range.lowest <= range.highest;
+  minZ_ = any ? range.lowest : 0;
+  maxZ_ = any ? range.highest : 0;
 }
 
 double trHeightfield::Hf01FromZ(const double& z) const {

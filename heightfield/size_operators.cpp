@@ -1,0 +1,264 @@
+// Crop and resize.
+#include "heightfield/size_operators.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+namespace {
+
+/// Interpolation along an axis at regular steps: the four points from `first` on that take part, before what
+/// edges do to them, and their weights (Catmull and Rom 1974).
+struct Tap {
+  int first;
+  double weights[4];
+
+  Tap(double position, int count) {
+    const double clamped = std::clamp(position, 0.0, count - 1.0);
+    const int cell = std::min(static_cast<int>(clamped), std::max(count - 2, 0));
+    first = cell - 1;
+    const double t = clamped - cell, t2 = t * t, t3 = t2 * t;
+    const double slope0 = t3 - 2 * t2 + t, slope1 = t3 - t2, value1 = 3 * t2 - 2 * t3;
+    weights[0] = -0.5 * slope0;
+    weights[1] = 1 - value1 - 0.5 * slope1;
+    weights[2] = value1 + 0.5 * slope0;
+    weights[3] = 0.5 * slope1;
+  }
+};
+
+/// The points of one axis of the result, seen from the input's.
+struct Axis {
+  std::vector<int> nearest;
+  std::vector<Tap> taps;
+
+  Axis(double step, int from, int to) {
+    for (int i = 0; i < to; ++i) {
+      nearest.push_back(std::clamp(RoundedCount(i * step), 0, from - 1));
+      taps.emplace_back(i * step, from);
+    }
+  }
+};
+
+/// Rows of the input brought to the result's columns, the last few of them kept: rows of the result need them
+/// in turn.
+class RowCache {
+ public:
+  RowCache(const trHeightfield& input, const Axis& columns)
+      : input_(input), columns_(columns), padded_(static_cast<std::size_t>(input.width) + 3) {
+    for (auto& row : smooth_) row.resize(columns.taps.size());
+    nearest_.resize(columns.taps.size());
+  }
+
+  const double* Smooth(int y) {
+    y = std::clamp(y, 0, input_.height - 1);
+    double* const to = smooth_[y & 3].data();
+    if (heldSmooth_[y & 3] == y) return to;
+    const float* const from = input_.HfScanlineRaw(y);
+    padded_.front() = from[0];
+    std::copy_n(from, input_.width, padded_.begin() + 1);
+    std::fill_n(padded_.begin() + 1 + input_.width, 2, from[input_.width - 1]);
+    for (std::size_t x = 0; x < columns_.taps.size(); ++x) {
+      const Tap& tap = columns_.taps[x];
+      const float* const points = &padded_[static_cast<std::size_t>(tap.first + 1)];
+      double sum = 0;
+      for (int i = 0; i < 4; ++i) sum += tap.weights[i] * points[i];
+      to[x] = sum;
+    }
+    heldSmooth_[y & 3] = y;
+    return to;
+  }
+
+  const float* Nearest(int y) {
+    if (heldNearest_ == y) return nearest_.data();
+    const float* const from = input_.HfScanlineRaw(y);
+    for (std::size_t x = 0; x < nearest_.size(); ++x) nearest_[x] = from[columns_.nearest[x]];
+    heldNearest_ = y;
+    return nearest_.data();
+  }
+
+ private:
+  const trHeightfield& input_;
+  const Axis& columns_;
+  std::vector<float> padded_, nearest_;
+  std::vector<double> smooth_[4];
+  int heldSmooth_[4] = {-1, -1, -1, -1}, heldNearest_ = -1;
+};
+
+}  // namespace
+
+HeightfieldCrop::HeightfieldCrop() {
+  Param(crop_, "crop", 1);
+  Param(bottomLeft_, "bottom_left", tr2Vector(0, 0));
+  Param(topRight_, "top_right", tr2Vector(99, 99));
+  Param(includeTopRight_, "include_top_right", 1);
+  Param(pad_, "pad_outside_original", 0);
+}
+
+HeightfieldCrop::Span HeightfieldCrop::Wanted(double a, double b, int count) const {
+  Span span = {std::floor(std::min(a, b) + 0.5), std::floor(std::max(a, b) + 0.5)};
+  if (!includeTopRight_) span.last -= 1;
+  if (!pad_) {
+    span.first = std::max(span.first, 0.0);
+    span.last = std::min(span.last, count - 1.0);
+  }
+  return span;
+}
+
+void HeightfieldCrop::TakeCorners(const trHeightfield& input, const Span& x, const Span& y) {
+  trLatLongCorners corners;
+  HfSetLatLongEnabled(input.HfLatLongCorners(&corners));
+  const double perX = trGuardedQuotient(corners.east - corners.west, static_cast<double>(input.HfXSize())),
+               perY = trGuardedQuotient(corners.north - corners.south, static_cast<double>(input.HfYSize()));
+  HfSetLatLongCorners({corners.south + perY * y.first, corners.west + perX * x.first,
+                       corners.south + perY * y.last, corners.west + perX * x.last});
+}
+
+long HeightfieldCrop::Compute(trHeightfield* input) {
+  if (!input) {
+    HfSetScaleEnabled(0);
+    HfSetLatLongEnabled(0);
+    return MakeFlat(*this);
+  }
+  const Span x = Wanted(bottomLeft_.x, topRight_.x, input->width),
+             y = Wanted(bottomLeft_.y, topRight_.y, input->height);
+  if (x.last < x.first || y.last < y.first) {
+    Cleanup();
+    trError("The crop leaves no point of the heightfield.");
+    return 0;
+  }
+  if (!Init(0, 0, RoundedCount(x.last - x.first + 1), RoundedCount(y.last - y.first + 1))) return 0;
+  HfSetScaleEnabled(1);
+  HfSetScale(input->HfXScale(), input->HfYScale(), input->HfZScale());
+  TakeCorners(*input, x, y);
+
+  // The columns of the result that lie on the input, from `begin` to before `end`.
+  const double beginX = std::clamp(-x.first, 0.0, 1.0 * width),
+               endX = std::clamp(input->width - x.first, beginX, 1.0 * width);
+  const auto begin = static_cast<std::int64_t>(beginX), end = static_cast<std::int64_t>(endX);
+  const auto copyRow = [&](long row) {
+    float* const to = HfScanlineRaw(static_cast<int>(row));
+    const double fromRow = y.first + static_cast<double>(row);
+    if (fromRow < 0 || fromRow >= input->height || begin == end) {
+      std::fill(to, to + width, 0.0f);
+      return;
+    }
+    const float* const from = input->HfScanlineRaw(static_cast<int>(fromRow));
+    std::fill(to, to + begin, 0.0f);
+    std::memcpy(to + begin, from + begin + static_cast<std::int64_t>(x.first),
+                static_cast<std::size_t>(end - begin) * sizeof(float));
+    std::fill(to + end, to + width, 0.0f);
+  };
+  if (!ForEachRow(*this, "Cropping heightfield", height, copyRow)) return 0;
+  HfFindZRange();
+  return 1;
+}
+
+HeightfieldResize::HeightfieldResize() {
+  Param(resample_, "re-sample_pixels", 0);
+  Gui(trGuiIndentOpen);
+  Param(sizeInPixels_, "size_in_pixels", tr2Vector(1000, 1000));
+  Gui(trGuiIndentClose);
+  Param(resize_, "re-size_in_metres", 1);
+  Gui(trGuiIndentOpen);
+  Param(sizeInMetres_, "size_in_metres", tr2Vector(10000, 10000));
+  // A project from before this parameter scales heights along; new nodes leave them.
+  Param(rescaleVertical_, "re-scale_vertical", 1);
+  Gui(trGuiIndentClose);
+}
+
+long HeightfieldResize::OnFirstCreate() {
+  trHeightfield::OnFirstCreate();
+  SetParam("re-scale_vertical", 0, this);
+  return 1;
+}
+
+void HeightfieldResize::OnParamChanged(long index, trBase* who) {
+  const trHeightfield* const input = HfInput();
+  const auto undo = [&](unsigned char isOn, bool& isApplied) {
+    if (isOn || !isApplied) return;
+    if (input) HfSetScale(input->HfXScale(), input->HfYScale(), input->HfZScale());
+    isApplied = false;
+  };
+  undo(resample_, isResampled_);
+  undo(resize_, isResized_);
+  trHeightfield::OnParamChanged(index, who);
+}
+
+long HeightfieldResize::Compute(trHeightfield* input) {
+  HfSetScaleEnabled(0);
+  trLatLongCorners corners;
+  HfSetLatLongEnabled(0);
+  HfSetLatLongEnabled(HfLatLongCorners(&corners));
+  HfSetLatLongCorners(corners);
+  if (resample_ ? !Resample(input)
+                : !(input ? MapRows(*input,
+                                    [](const float* from, float* to, std::int64_t count) {
+                                      std::memcpy(to, from, static_cast<std::size_t>(count) * sizeof(float));
+                                    })
+                          : MakeFlat(*this)))
+    return 0;
+  if (resize_) Rescale();
+  return 1;
+}
+
+long HeightfieldResize::Resample(const trHeightfield* input) {
+  if (!Init(0, 0, RoundedCount(sizeInPixels_.x), RoundedCount(sizeInPixels_.y))) return 0;
+  const auto newX = static_cast<double>(HfXSize()), newY = static_cast<double>(HfYSize());
+  // Without an input there are no metres to keep: they are taken for one per interval.
+  const double x = input ? trGuardedQuotient(input->HfScaledXSize(), newX) : 1,
+               y = input ? trGuardedQuotient(input->HfScaledYSize(), newY) : 1;
+  HfSetScaleEnabled(1);
+  HfSetScale(x, y, std::sqrt(std::fabs(x * y)));
+  isResampled_ = true;
+  if (input) {
+    FillFrom(*input, trGuardedQuotient(static_cast<double>(input->HfXSize()), newX),
+             trGuardedQuotient(static_cast<double>(input->HfYSize()), newY));
+    HfFindZRange();
+  } else {
+    Fill(0);
+    HfSetMinZ(0);
+    HfSetMaxZ(0);
+  }
+  return 1;
+}
+
+void HeightfieldResize::FillFrom(const trHeightfield& input, double stepX, double stepY) {
+  const double d = std::sqrt(stepX * stepY);
+  const double unit = d == 0 ? 1 : 1 / d;
+  // 1 where the grid becomes at least twice as fine, 0 where it stays or becomes coarser.
+  const double smooth = std::clamp(-std::log(d) / std::log(2.0), 0.0, 1.0);
+  const Axis columns(stepX, input.width, width), rows(stepY, input.height, height);
+
+  constexpr int kBand = 64;  // rows that share interpolated rows of the input
+  ForEachRow((height + kBand - 1) / kBand, [&](long band) {
+    RowCache cache(input, columns);
+    const int begin = static_cast<int>(band) * kBand, end = std::min(begin + kBand, height);
+    for (int y = begin; y < end; ++y) {
+      float* const to = HfScanlineRaw(y);
+      const float* const nearest = cache.Nearest(rows.nearest[static_cast<std::size_t>(y)]);
+      if (smooth == 0) {
+        for (int x = 0; x < width; ++x) to[x] = static_cast<float>(nearest[x] * unit);
+        continue;
+      }
+      const Tap tap = rows.taps[static_cast<std::size_t>(y)];
+      const double *a = cache.Smooth(tap.first), *b = cache.Smooth(tap.first + 1),
+                   *c = cache.Smooth(tap.first + 2), *d = cache.Smooth(tap.first + 3);
+      const double* const w = tap.weights;
+      for (int x = 0; x < width; ++x) {
+        const double value = w[0] * a[x] + w[1] * b[x] + w[2] * c[x] + w[3] * d[x];
+        to[x] = static_cast<float>(((1 - smooth) * nearest[x] + smooth * value) * unit);
+      }
+    }
+  });
+}
+
+void HeightfieldResize::Rescale() {
+  const double x = HfXScale(), y = HfYScale(), z = HfZScale();
+  const double newX = trGuardedQuotient(sizeInMetres_.x, static_cast<double>(HfXSize())),
+               newY = trGuardedQuotient(sizeInMetres_.y, static_cast<double>(HfYSize()));
+  const double growth = trGuardedQuotient(newX, x) * trGuardedQuotient(newY, y);
+  HfSetScaleEnabled(1);
+  HfSetScale(newX, newY, rescaleVertical_ ? z * std::sqrt(std::fabs(growth)) : z);
+  isResized_ = true;
+}
