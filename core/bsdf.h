@@ -42,6 +42,7 @@ struct trLobe {
   float index = 1;          ///< relative index of the far side as met
   float outerIndex = 1;     ///< the same, 1 or more
   signed char model = -1;   ///< 0 Blinn, 1 Beckmann OV 2, 2 Beckmann OV 4.5, 3 GGX; -1 for transmission
+  signed char facets = -1;  ///< model whose microfacets transmit, so that both lobes share what there is
   signed char medium = -1;  ///< index of the medium beyond (transmission) or before (reflection); -1 for air
   unsigned char thin = 0;
 };

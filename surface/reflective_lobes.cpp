@@ -10,14 +10,14 @@ void ReflectiveShader::AppendLobes(trShadingInterface& si, const ReflectivePoint
   lobe.roughness2 = at.highlightRoughness2;
   lobe.fresnelScale = at.f;
   lobe.invTweak = static_cast<float>(SafeReciprocal(specularTweak_));
-  lobe.index = static_cast<float>(at.index);
-  lobe.outerIndex = static_cast<float>(at.index >= 1 ? at.index : SafeReciprocal(at.index));
+  lobe.index = Tamed(static_cast<float>(at.index));
+  lobe.outerIndex = Tamed(static_cast<float>(at.index >= 1 ? at.index : SafeReciprocal(at.index)));
 
   lobe.kind = trLobe::kSpecularReflection;
   lobe.base = at.base;
   lobe.edge = at.edge;
   lobe.colour = at.reflectance;
-  lobe.model = modelOfLobes_;
+  lobe.model = lobe.facets = modelOfLobes_;
   lobe.medium = static_cast<signed char>(at.absorbsReflected ? medium : -1);
   si.Bsdf().AddLobe(lobe);
 

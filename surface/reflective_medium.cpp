@@ -106,7 +106,8 @@ int ReflectiveShader::AddMedium(trShadingInterface& si) const {
   medium.point = si.P();
   medium.textureNormal = si.Nt();
   medium.eye = si.Eye();
-  medium.volumeDensity = std::max(0.0, volumeDensity) * Luminance(DensityFunction(si));
+  medium.volumeDensity = std::max(0.0, volumeDensity);
+  if (Function(volumeDensityFunction)) medium.volumeDensity *= Luminance(DensityFunction(si));
   medium.volumeColour = volumeColour.ToRender();
   trShader* const function = Function(volumeColourFunction);
   if (isColourVolumetric)

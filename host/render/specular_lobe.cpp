@@ -29,7 +29,10 @@ float InterfaceFresnel(double index, double cosine) {
 }
 
 SpecularLobe::SpecularLobe(const trLobe& lobe, const trVector& toViewer)
-    : lobe_(lobe), facets_(lobe.model, lobe.roughness, lobe.invTweak), normal_(lobe.normal) {
+    : lobe_(lobe),
+      facets_(lobe.kind == trLobe::kSpecularTransmission ? lobe.facets : lobe.model, lobe.roughness,
+              lobe.invTweak),
+      normal_(lobe.normal) {
   isTransmission_ = lobe.kind == trLobe::kSpecularTransmission;
   side_ = Normalised(std::fabs(normal_.y) < 0.9 ? Cross(normal_, {0, 1, 0}) : Cross(normal_, {1, 0, 0}));
   front_ = Cross(side_, normal_);
