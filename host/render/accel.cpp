@@ -1,13 +1,12 @@
-// Embree scenes; the vertex buffers are the meshes' own.
+// Queries of the ray tracer.
 #include "host/render/accel.h"
-
-#include <embree3/rtcore.h>
 
 #include <algorithm>
 #include <cstring>
 #include <limits>
 
 #include "core/messages.h"
+#include "host/render/ray_scene.h"
 
 namespace ovhost {
 namespace {
@@ -53,15 +52,8 @@ void FillRays(const RayBundle& bundle, double farthest, unsigned mask, int* vali
   std::fill_n(rays.time, n, 0.0f);
   std::fill_n(rays.tfar, n, ToRange(farthest));
   std::fill_n(rays.mask, n, mask);
-  std::fill_n(rays.id, n, 0u);
+  for (int i = 0; i < n; ++i) rays.id[i] = static_cast<unsigned>(i);
   std::fill_n(rays.flags, n, 0u);
-}
-
-RTCIntersectContext CoherentContext() {
-  RTCIntersectContext context;
-  rtcInitIntersectContext(&context);
-  context.flags = RTC_INTERSECT_CONTEXT_FLAG_COHERENT;
-  return context;
 }
 
 }  // namespace
@@ -79,69 +71,51 @@ void RayBundle::Add(const trVector& origin, const trVector& direction, double fr
 }
 
 struct Accel::Impl {
-  RTCDevice device = nullptr;
-  RTCScene scene = nullptr;
-  std::vector<const SurfacePart*> parts;
+  std::shared_ptr<const RayDevice> device = std::make_shared<RayDevice>();
+  std::unique_ptr<RayScene> scene;
 
-  void Attach(RTCGeometry geometry, const SurfacePart& part) {
-    rtcSetGeometryMask(geometry, part.rayKinds);
-    rtcCommitGeometry(geometry);
-    rtcAttachGeometryByID(scene, geometry, static_cast<unsigned>(parts.size()));
-    rtcReleaseGeometry(geometry);
-    parts.push_back(&part);
+  /// The part that was met, and the copies it is in.
+  void Resolve(unsigned geometry, unsigned level, const RayContext::Found& found, SurfaceHit& hit) const {
+    hit.levels = static_cast<int>(level);
+    hit.part = (level > 0 ? found.scene : scene.get())->Part(geometry);
+    std::copy_n(found.instances, hit.levels, hit.instances);
   }
 };
 
 Accel::Accel() : impl_(std::make_unique<Impl>()) {
-  impl_->device = rtcNewDevice("");
-  if (!impl_->device) return;
-  impl_->scene = rtcNewScene(impl_->device);
-  rtcSetSceneFlags(impl_->scene, RTC_SCENE_FLAG_ROBUST);
-  rtcSetSceneBuildQuality(impl_->scene, RTC_BUILD_QUALITY_MEDIUM);
+  if (impl_->device->Handle()) impl_->scene = std::make_unique<RayScene>(impl_->device);
 }
 
-Accel::~Accel() {
-  if (impl_->scene) rtcReleaseScene(impl_->scene);
-  if (impl_->device) rtcReleaseDevice(impl_->device);
-}
+Accel::~Accel() = default;
 
 void Accel::Add(const GridMesh& mesh) {
-  if (!impl_->scene || mesh.patches.empty()) return;
-  RTCGeometry geometry = rtcNewGeometry(impl_->device, RTC_GEOMETRY_TYPE_GRID);
-  rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, mesh.vertices.data(), 0,
-                             sizeof(GridVertex), mesh.vertices.size());
-  auto* grids = static_cast<RTCGrid*>(rtcSetNewGeometryBuffer(
-      geometry, RTC_BUFFER_TYPE_GRID, 0, RTC_FORMAT_GRID, sizeof(RTCGrid), mesh.patches.size()));
-  if (grids)
-    for (size_t i = 0; i < mesh.patches.size(); ++i)
-      grids[i] = {static_cast<unsigned>(i * kPatchVertices), kPatchStride, kPatchStride, kPatchStride};
-  impl_->Attach(geometry, mesh);
+  if (impl_->scene) impl_->scene->Add(mesh);
 }
 
 void Accel::Add(const TriMesh& mesh) {
-  if (!impl_->scene || mesh.triangles.empty()) return;
-  RTCGeometry geometry = rtcNewGeometry(impl_->device, RTC_GEOMETRY_TYPE_TRIANGLE);
-  rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, mesh.vertices.data(), 0,
-                             sizeof(mesh.vertices[0]), mesh.vertices.size() - 1);
-  rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, mesh.triangles.data(), 0,
-                             sizeof(mesh.triangles[0]), mesh.triangles.size());
-  impl_->Attach(geometry, mesh);
+  if (impl_->scene) impl_->scene->Add(mesh);
+}
+
+void Accel::Add(const Assembly& parts) {
+  if (impl_->scene) impl_->scene->Add(parts);
+}
+
+bool Accel::Build(Prototype& prototype) {
+  if (!impl_->scene) return impl_->device->Report();
+  auto scene = std::make_shared<RayScene>(impl_->device);
+  scene->Add(prototype.parts);
+  scene->Commit();
+  prototype.box = scene->Box();
+  prototype.rays = std::move(scene);
+  return impl_->device->Report();
 }
 
 bool Accel::Build() {
-  if (!impl_->scene) {
-    trError("The ray tracer could not be started.");
-    return false;
-  }
-  rtcJoinCommitScene(impl_->scene);
-  if (const RTCError error = rtcGetDeviceError(impl_->device); error != RTC_ERROR_NONE) {
-    trError("The ray tracer could not be built (error " + std::to_string(error) + ").");
-    return false;
-  }
-  return true;
+  if (impl_->scene) impl_->scene->Commit();
+  return impl_->device->Report();
 }
 
-bool Accel::IsEmpty() const { return impl_->parts.empty(); }
+bool Accel::IsEmpty() const { return !impl_->scene || impl_->scene->IsEmpty(); }
 
 bool Accel::Intersect(const trVector& origin, const trVector& direction, double nearest, double farthest,
                       SurfaceHit& hit, RayKind kind) const {
@@ -149,11 +123,11 @@ bool Accel::Intersect(const trVector& origin, const trVector& direction, double 
   RTCRayHit query{};
   query.ray = MakeRay(origin, direction, nearest, farthest, kind);
   query.hit.geomID = RTC_INVALID_GEOMETRY_ID;
-  RTCIntersectContext context;
-  rtcInitIntersectContext(&context);
-  rtcIntersect1(impl_->scene, &context, &query);
+  RayContext::Found found;
+  RayContext context(&found);
+  rtcIntersect1(impl_->scene->Handle(), &context.embree, &query);
   if (query.hit.geomID == RTC_INVALID_GEOMETRY_ID) return false;
-  hit.part = impl_->parts[query.hit.geomID];
+  impl_->Resolve(query.hit.geomID, query.hit.instID[0], found, hit);
   hit.primitive = query.hit.primID;
   hit.u = query.hit.u;
   hit.v = query.hit.v;
@@ -167,15 +141,17 @@ void Accel::Intersect(const RayBundle& rays, double farthest, SurfaceHit* hits) 
   RTCRayHit16 query;
   FillRays(rays, farthest, kCameraRays, valid, query.ray);
   std::fill_n(query.hit.geomID, RayBundle::kSize, RTC_INVALID_GEOMETRY_ID);
-  RTCIntersectContext context = CoherentContext();
-  rtcIntersect16(valid, impl_->scene, &context, &query);
+  RayContext::Found found[RayBundle::kSize];
+  RayContext context(found);
+  context.embree.flags = RTC_INTERSECT_CONTEXT_FLAG_COHERENT;
+  rtcIntersect16(valid, impl_->scene->Handle(), &context.embree, &query);
   for (int i = 0; i < rays.count; ++i) {
     SurfaceHit& hit = hits[i];
     if (!valid[i] || query.hit.geomID[i] == RTC_INVALID_GEOMETRY_ID) {
       hit.part = nullptr;
       continue;
     }
-    hit.part = impl_->parts[query.hit.geomID[i]];
+    impl_->Resolve(query.hit.geomID[i], query.hit.instID[0][i], found[i], hit);
     hit.primitive = query.hit.primID[i];
     hit.u = query.hit.u[i];
     hit.v = query.hit.v[i];
@@ -188,8 +164,9 @@ std::uint32_t Accel::Occluded(const RayBundle& rays, double farthest) const {
   alignas(64) int valid[RayBundle::kSize];
   RTCRay16 query;
   FillRays(rays, farthest, kShadowRays, valid, query);
-  RTCIntersectContext context = CoherentContext();
-  rtcOccluded16(valid, impl_->scene, &context, &query);
+  RayContext context(nullptr);
+  context.embree.flags = RTC_INTERSECT_CONTEXT_FLAG_COHERENT;
+  rtcOccluded16(valid, impl_->scene->Handle(), &context.embree, &query);
   std::uint32_t occluded = 0;
   for (int i = 0; i < rays.count; ++i) occluded |= (valid[i] && query.tfar[i] < 0 ? 1u : 0u) << i;
   return occluded;
@@ -199,9 +176,8 @@ bool Accel::Occluded(const trVector& origin, const trVector& direction, double n
                      double farthest) const {
   if (!CanBeTraced(origin, direction)) return false;
   RTCRay ray = MakeRay(origin, direction, nearest, farthest, kShadowRays);
-  RTCIntersectContext context;
-  rtcInitIntersectContext(&context);
-  rtcOccluded1(impl_->scene, &context, &ray);
+  RayContext context(nullptr);
+  rtcOccluded1(impl_->scene->Handle(), &context.embree, &ray);
   return ray.tfar < 0;
 }
 

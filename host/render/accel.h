@@ -4,10 +4,15 @@
 #include <memory>
 #include <vector>
 
-#include "host/render/grid_mesh.h"
-#include "host/render/tri_mesh.h"
+#include "host/render/assembly.h"
 
 namespace ovhost {
+
+/// A copy that a ray is inside of.
+struct InstanceRef {
+  const Population* population = nullptr;
+  std::uint32_t instance = 0;
+};
 
 /// Where a ray met a surface.
 struct SurfaceHit {
@@ -16,6 +21,11 @@ struct SurfaceHit {
   double u = 0, v = 0;          ///< within the patch, 0 to 1, or barycentric in the triangle
   double distance = 0;          ///< along the unit direction, metres
   trVector faceNormal;          ///< of the micropolygon or triangle, outward, unit
+  int levels = 0;               ///< how many copies the part is inside of, outermost first
+  InstanceRef instances[kMaxInstanceLevels];
+
+  bool IsHoldout() const { return part->isHoldout || (levels > 0 && instances[0].population->isHoldout); }
+  int NodeId() const { return levels > 0 ? instances[0].population->nodeId : part->nodeId; }
 };
 
 /// Rays that start near one another and point much the same way, as those of a pixel: traced together they
@@ -32,7 +42,7 @@ struct OV_API RayBundle {
   int count = 0;
 };
 
-/// Ray tracing over a set of meshes, which must outlive it. Points and origins are relative to the eye.
+/// Ray tracing over a set of parts, which must outlive it. Points and origins are relative to the eye.
 /// Queries are thread-safe.
 class OV_API Accel {
  public:
@@ -43,6 +53,10 @@ class OV_API Accel {
 
   void Add(const GridMesh& mesh);
   void Add(const TriMesh& mesh);
+  /// The parts of an assembly, diced, and its populations, whose prototypes must be built.
+  void Add(const Assembly& parts);
+  /// Makes a prototype ready to be met, once its parts are diced. False with an error reported.
+  bool Build(Prototype& prototype);
   /// Builds with the workers of the caller's arena. False with an error reported when Embree fails.
   bool Build();
   /// The nearest part that rays of a kind meet.

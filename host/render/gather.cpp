@@ -90,19 +90,71 @@ class Gatherer {
   std::vector<std::int32_t> plain_;
 };
 
-void GatherScene(const trScene& scene, const trGeomGroup* group, const SceneSource& source,
-                 Assembly& assembly) {
-  if (RayKindsOf(scene) != kNoRays) Gatherer(scene, group, source, assembly).Run();
-  for (long i = 1; i <= scene.NumGroups(); ++i) {
-    const trGeomGroup* inner = scene.GetPGroup(i);
-    GatherScene(*inner->Subscene(), inner, source, assembly);
+/// A scene and its groups on their way into an assembly; `level` counts the copies that they are inside of.
+class SceneWalk {
+ public:
+  SceneWalk(const SceneSource& source, SharedParts& shared) : source_(source), shared_(shared) {}
+
+  void Gather(const trScene& scene, const trGeomGroup* group, int level, Assembly& assembly) {
+    if (RayKindsOf(scene) != kNoRays) {
+      Gatherer(scene, group, source_, assembly).Run();
+      if (const trParticleInflator* inflator = scene.GetParticleInflator();
+          inflator && scene.NumParticles()) {
+        if (!inflator->IsBasicInstancer())
+          AddInflated(scene, group, assembly);
+        else if (level < kMaxInstanceLevels)
+          AddPopulation(scene, level, assembly);
+      }
+    }
+    for (long i = 1; i <= scene.NumGroups(); ++i) {
+      const trGeomGroup* inner = scene.GetPGroup(i);
+      Gather(*inner->Subscene(), inner, level, assembly);
+    }
   }
-}
+
+ private:
+  void AddInflated(const trScene& scene, const trGeomGroup* group, Assembly& assembly) {
+    shared_.inflated.push_back(InflateParticles(scene, shared_.view, shared_.seed));
+    const size_t first = assembly.meshes.size();
+    Gatherer(*shared_.inflated.back(), group, source_, assembly).Run();
+    for (size_t i = first; i < assembly.meshes.size(); ++i) assembly.meshes[i]->particles = &scene;
+  }
+
+  void AddPopulation(const trScene& scene, int level, Assembly& assembly) {
+    const trParticleInflator& inflator = *scene.GetParticleInflator();
+    auto population = std::make_unique<Population>();
+    population->scene = &scene;
+    population->node = source_.node;
+    population->nodeId = source_.nodeId;
+    population->rayKinds = RayKindsOf(scene);
+    population->isHoldout = scene.VisibilityMode() == trSceneVisibilityMode::kHoldout;
+    for (long i = 0; i < inflator.NumInstanceScenes(); ++i)
+      population->prototypes.push_back(FindPrototype(inflator.InstanceScene(i), level + 1));
+    PlaceInstances(*population, assembly.origin);
+    if (!population->instances.empty()) assembly.populations.push_back(std::move(population));
+  }
+
+  /// The prototype of a scene, made where it is met first. Null where there is no scene.
+  const Prototype* FindPrototype(std::shared_ptr<const trScene> scene, int level) {
+    if (!scene) return nullptr;
+    for (const auto& known : shared_.prototypes)
+      if (known->scene == scene) return known.get();
+    auto made = std::make_unique<Prototype>();
+    made->scene = scene;
+    made->parts.origin = scene->BoundingBoxT().Centre();
+    Gather(*scene, nullptr, level, made->parts);
+    shared_.prototypes.push_back(std::move(made));
+    return shared_.prototypes.back().get();
+  }
+
+  const SceneSource& source_;
+  SharedParts& shared_;
+};
 
 }  // namespace
 
-void GatherParts(const trScene& scene, const SceneSource& source, Assembly& assembly) {
-  GatherScene(scene, nullptr, source, assembly);
+void GatherParts(const trScene& scene, const SceneSource& source, Assembly& assembly, SharedParts& shared) {
+  SceneWalk(source, shared).Gather(scene, nullptr, 0, assembly);
 }
 
 }  // namespace ovhost

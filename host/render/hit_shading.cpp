@@ -75,8 +75,32 @@ const trMaterial* MaterialOf(const trScene& scene, const trTri& tri) {
   return material ? material : scene.GetPMaterial(1);
 }
 
+HitShading::Frame HitShading::FrameOf(const SurfaceHit& hit) {
+  const trScene& scene = *hit.part->scene;
+  if (hit.levels == 0) return {&scene.GetTransform(), &scene.GetTransformForShaders(), nullptr};
+  const auto isSameCopy = [&] {
+    if (lastCopy_.part != hit.part || lastCopy_.levels != hit.levels) return false;
+    for (int i = 0; i < hit.levels; ++i)
+      if (lastCopy_.instances[i].population != hit.instances[i].population ||
+          lastCopy_.instances[i].instance != hit.instances[i].instance)
+        return false;
+    return true;
+  };
+  if (!isSameCopy()) {
+    lastCopy_ = hit;
+    copy_ = {};
+    for (int i = 0; i < hit.levels; ++i) {
+      const InstanceRef& ref = hit.instances[i];
+      copy_ = copy_ * OuterFromInstance(*ref.population, ref.population->instances[ref.instance]);
+    }
+    objectInCopy_ = copy_ * scene.GetTransform();
+    shaderInCopy_ = copy_ * scene.GetTransformForShaders();
+  }
+  return {&objectInCopy_, &shaderInCopy_, &copy_};
+}
+
 void HitShading::Locate(const SurfaceHit& hit, const trVector& origin, const trVector& direction,
-                        double footprintAngle, SurfacePoint& point) const {
+                        double footprintAngle, SurfacePoint& point) {
   point.part = hit.part;
   point.footprint = hit.distance * footprintAngle;
   if (hit.part->kind == SurfacePart::Kind::kGrid)
@@ -86,13 +110,14 @@ void HitShading::Locate(const SurfaceHit& hit, const trVector& origin, const trV
 }
 
 void HitShading::LocateOnGrid(const SurfaceHit& hit, const trVector& origin, const trVector& direction,
-                              SurfacePoint& point) const {
+                              SurfacePoint& point) {
   const auto& mesh = static_cast<const GridMesh&>(*hit.part);
   const GridCell cell(mesh, hit);
   trVector normal;
   for (int k = 0; k < 4; ++k) normal += cell.corners[k]->normal.Unpack() * cell.weights[k];
 
   point.material = mesh.material;
+  if (const Frame frame = FrameOf(hit); frame.copyToWorld) normal = frame.copyToWorld->Normal(normal);
   point.relative = origin + direction * hit.distance;
   point.world = point.relative + view_.eye;
   point.face = Dot(hit.faceNormal, direction) <= 0 ? hit.faceNormal : -hit.faceNormal;
@@ -100,11 +125,10 @@ void HitShading::LocateOnGrid(const SurfaceHit& hit, const trVector& origin, con
   point.rayOffset = RayOffset(point.relative);
 }
 
-void HitShading::LocateOnTriangle(const SurfaceHit& hit, const trVector& direction,
-                                  SurfacePoint& point) const {
+void HitShading::LocateOnTriangle(const SurfaceHit& hit, const trVector& direction, SurfacePoint& point) {
   const auto& mesh = static_cast<const TriMesh&>(*hit.part);
   const Triangle triangle(mesh, hit);
-  const trTransform<double>& toWorld = mesh.scene->GetTransform();
+  const trTransform<double>& toWorld = *FrameOf(hit).objectToWorld;
   point.material = MaterialOf(*mesh.scene, triangle.tri);
   point.world = toWorld.Point(Triangle::Blend(triangle.points, hit.u, hit.v));
   point.relative = point.world - view_.eye;
@@ -117,18 +141,28 @@ void HitShading::LocateOnTriangle(const SurfaceHit& hit, const trVector& directi
       mesh.scene->GetNormals(triangle.tri.normal, normals, 3) == 3)
     point.normal = toWorld.Normal(Triangle::Blend(normals, hit.u, hit.v));
 
-  // The corners are rounded as far as they are from the eye.
+  // The corners are rounded as far as they are from the eye, and so is the place of a copy.
   double farthest = 0;
   for (const trVector& corner : triangle.points)
     farthest = std::fmax(farthest, LargestComponent(toWorld.Point(corner) - view_.eye));
+  if (hit.levels > 0) {
+    const Instance& instance = hit.instances[0].population->instances[hit.instances[0].instance];
+    for (const float x : instance.centre) farthest = std::fmax(farthest, std::fabs(x));
+  }
   point.rayOffset = std::fmax(RayOffset(point.relative), 4e-7 * farthest);
 }
 
 void HitShading::FillState(const SurfaceHit& hit, const trVector& origin, const SurfacePoint& point,
-                           trShadingInterface& si) const {
+                           trShadingInterface& si) {
   si.Eye() = origin + view_.eye;
   si.SmoothSize() = point.footprint;
-  si.Object() = {&point.part->scene->GetTransformForShaders(), point.part->scene};
+  si.Object() = {FrameOf(hit).shaderToWorld, point.part->scene};
+  if (hit.levels > 0) {
+    const Population& population = *hit.instances[0].population;
+    si.Object().particleScene = population.scene;
+    si.Object().particle =
+        population.scene->GetPParticle(population.instances[hit.instances[0].instance].particle);
+  }
   trRenderState::Ray& ray = si.RenderState().CurrentRay();
   ray.groupCastsShadows = point.part->scene->CastsShadows();
   trVector across, along;
@@ -144,8 +178,7 @@ void HitShading::FillState(const SurfaceHit& hit, const trVector& origin, const 
   si.ResetResults();
 }
 
-void HitShading::FillFromGrid(const SurfaceHit& hit, const SurfacePoint& point,
-                              trShadingInterface& si) const {
+void HitShading::FillFromGrid(const SurfaceHit& hit, const SurfacePoint& point, trShadingInterface& si) {
   const auto& mesh = static_cast<const GridMesh&>(*hit.part);
   const Patch& patch = mesh.patches[hit.primitive];
   const GridCell cell(mesh, hit);
@@ -155,12 +188,19 @@ void HitShading::FillFromGrid(const SurfaceHit& hit, const SurfacePoint& point,
     textureNormal += cell.corners[k]->textureNormal.Unpack() * cell.weights[k];
   }
 
-  // The undisplaced surface under the point.
+  // The undisplaced surface under the point. Geometry shaders know their object where its maker put it, so
+  // that of a copy is made there and moved.
   const trTransform<double>& transform = mesh.scene->GetTransform();
   const trVector base = transform.Point(
       mesh.BasePoint(patch.quad, patch.u0 + patch.size * hit.u, patch.v0 + patch.size * hit.v));
   si.SetSample(base, point.normal);
   if (mesh.material->geometryShader) mesh.material->geometryShader->DisplaceTS(si);
+  if (const Frame frame = FrameOf(hit); frame.copyToWorld) {
+    for (trVector* p : {&si.Pg(), &si.Pt()}) *p = frame.copyToWorld->Point(*p);
+    si.Ng() = frame.copyToWorld->Normal(si.Ng());
+    texture = frame.copyToWorld->Point(texture + patch.textureOrigin) - patch.textureOrigin;
+    textureNormal = frame.copyToWorld->Normal(textureNormal);
+  }
 
   si.Ph() = si.Pg();
   si.Ptg() = si.Pt();
@@ -171,8 +211,7 @@ void HitShading::FillFromGrid(const SurfaceHit& hit, const SurfacePoint& point,
   si.RenderState().TerminatorInfo() = {};
 }
 
-void HitShading::FillFromTriangle(const SurfaceHit& hit, const SurfacePoint& point,
-                                  trShadingInterface& si) const {
+void HitShading::FillFromTriangle(const SurfaceHit& hit, const SurfacePoint& point, trShadingInterface& si) {
   const auto& mesh = static_cast<const TriMesh&>(*hit.part);
   const Triangle triangle(mesh, hit);
   trVector corners[3];
@@ -183,6 +222,10 @@ void HitShading::FillFromTriangle(const SurfaceHit& hit, const SurfacePoint& poi
     si.Pt() = si.Ptg() = texture + textureOffset;
   };
   sampleAt({}, {});
+  if (mesh.particles) {
+    si.Object().particleScene = mesh.particles;
+    si.Object().particle = mesh.particles->GetPParticle(triangle.tri.part);
+  }
   const bool isSmooth = point.normal != point.face && point.normal != -point.face;
   si.RenderState().TerminatorInfo() = {point.material && point.material->smoothsTerminator && isSmooth, 1.0f,
                                        Dot(point.face, point.normal) < 0 ? -point.face : point.face};
@@ -198,7 +241,7 @@ void HitShading::FillFromTriangle(const SurfaceHit& hit, const SurfacePoint& poi
     trVector across, along;
     MakeFrame(point.normal, across, along);
     const double step = std::fmax(kBumpStep * point.footprint, 1e-10 * LargestComponent(point.world));
-    const trTransform<double>& toWorld = mesh.scene->GetTransform();
+    const trTransform<double>& toWorld = *FrameOf(hit).objectToWorld;
     const trVector edge1 = toWorld.Direction(triangle.points[1] - triangle.points[0]),
                    edge2 = toWorld.Direction(triangle.points[2] - triangle.points[0]);
     const auto movedAt = [&](const trVector& offset) {

@@ -24,20 +24,32 @@ class OV_API HitShading {
 
   /// Where a ray from `origin` (relative to the eye) met a surface; `footprintAngle` in radians.
   void Locate(const SurfaceHit& hit, const trVector& origin, const trVector& direction, double footprintAngle,
-              SurfacePoint& point) const;
+              SurfacePoint& point);
   /// Everything of the state that the sample says, ready for the surface shader: points, normals, footprint,
   /// eye and object, and what the ray in hand knows of the surface. Results are cleared.
   void FillState(const SurfaceHit& hit, const trVector& origin, const SurfacePoint& point,
-                 trShadingInterface& si) const;
+                 trShadingInterface& si);
 
  private:
   void LocateOnGrid(const SurfaceHit& hit, const trVector& origin, const trVector& direction,
-                    SurfacePoint& point) const;
-  void LocateOnTriangle(const SurfaceHit& hit, const trVector& direction, SurfacePoint& point) const;
-  void FillFromGrid(const SurfaceHit& hit, const SurfacePoint& point, trShadingInterface& si) const;
-  void FillFromTriangle(const SurfaceHit& hit, const SurfacePoint& point, trShadingInterface& si) const;
+                    SurfacePoint& point);
+  void LocateOnTriangle(const SurfaceHit& hit, const trVector& direction, SurfacePoint& point);
+  void FillFromGrid(const SurfaceHit& hit, const SurfacePoint& point, trShadingInterface& si);
+  void FillFromTriangle(const SurfaceHit& hit, const SurfacePoint& point, trShadingInterface& si);
+
+  /// How the object space of a hit's scene, and that of the copy it is in, lie in the world.
+  struct Frame {
+    const trTransform<double>* objectToWorld = nullptr;
+    const trTransform<double>* shaderToWorld = nullptr;  ///< object space as shaders know it
+    const trTransform<double>* copyToWorld = nullptr;    ///< null outside of copies
+  };
+  /// Valid until the next call.
+  Frame FrameOf(const SurfaceHit& hit);
 
   const trView& view_;
+  /// The copy met last, with its transforms.
+  SurfaceHit lastCopy_;
+  trTransform<double> objectInCopy_, shaderInCopy_, copy_;
 };
 
 }  // namespace ovhost

@@ -105,7 +105,7 @@ void PathTracer::ShadeHit(const SurfaceHit& hit, const trVector& origin, const t
 }
 
 bool PathTracer::TakePiece(const SurfaceHit& hit, bool isCamera, Surface& surface) {
-  if (hit.part->kind != SurfacePart::Kind::kGrid) return false;
+  if (hit.part->kind != SurfacePart::Kind::kGrid || hit.levels > 0) return false;
   const auto& mesh = static_cast<const GridMesh&>(*hit.part);
   const double pixelAngle = world_.View().PixelAngularSize();
   ShadePiece piece;
@@ -232,7 +232,7 @@ bool PathTracer::ShadeCameraRay(Path& path) {
   result.atmosphere = FiniteOrBlack(air.Colour());
   result.beauty += result.atmosphere;
   path.throughput *= air.transmittance;
-  if (!isHit || path.hit.part->isHoldout) {
+  if (!isHit || path.hit.IsHoldout()) {
     result.alpha = Opacity(path.throughput);
     if (isHit) return false;
     for (const auto& sun : world_.Suns()) {
@@ -251,7 +251,7 @@ bool PathTracer::ShadeCameraRay(Path& path) {
   result.position = surface.world;
   result.normal = surface.normal;
   result.albedo = surface.diffuse;
-  result.nodeId = static_cast<float>(surface.part->nodeId);
+  result.nodeId = static_cast<float>(path.hit.NodeId());
   result.direct = surface.emission;
   return true;
 }

@@ -22,6 +22,9 @@ struct OV_API TriMesh : SurfacePart {
 
   std::vector<char> mayDisplace;  ///< by the scene's material: whether its surface shader displaces
 
+  /// The scene whose particles were inflated to these triangles, each with its particle as its part, or null.
+  const trScene* particles = nullptr;
+
   bool MayDisplace(const trTri& tri) const {
     const size_t material = tri.material >= 1 ? static_cast<size_t>(tri.material) : 1;
     return mayDisplace[material < mayDisplace.size() ? material : 1] != 0;

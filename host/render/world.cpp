@@ -17,8 +17,6 @@ constexpr double kPi = 3.14159265358979;
 /// What a diced vertex costs with its share of Embree's hierarchy and of dicing's temporaries, bytes.
 /// Mountains of 2.2 million vertices take 270 MB with everything else the program needs.
 constexpr double kBytesPerVertex = 96;
-/// A triangle's share of Embree's hierarchy, bytes.
-constexpr std::uint64_t kBytesPerTriangle = 80;
 /// Albedo of ground whose light only brightens the air above it.
 constexpr float kGroundAlbedo = 0.2f;
 
@@ -115,12 +113,7 @@ bool World::Build() {
   if (!StartShaders()) return false;
 
   const double start = Seconds();
-  parts_.origin = settings_.view.eye;
-  for (const auto& made : scenes_) GatherParts(*made.scene, made.source, parts_);
-  if (!DiceParts()) return false;
-  for (const auto& grid : parts_.grids) accel_->Add(*grid);
-  for (const auto& mesh : parts_.meshes) accel_->Add(*mesh);
-  if (!accel_->Build()) return false;
+  if (!BuildParts()) return false;
   diceSeconds_ = Seconds() - start;
 
   BuildSkies();
@@ -140,13 +133,26 @@ void World::BuildSkies() {
   bounceSky_.Build(volumes_, *this, sky_.Centre(), lights_[0]->Dir(), View().eye, places);
 }
 
+bool World::BuildParts() {
+  parts_.origin = settings_.view.eye;
+  shared_.view = settings_.view;
+  shared_.seed = settings_.seed;
+  for (const auto& made : scenes_) GatherParts(*made.scene, made.source, parts_, shared_);
+  if (!DiceParts()) return false;
+  for (const auto& prototype : shared_.prototypes)
+    if (!accel_->Build(*prototype)) return false;
+  accel_->Add(parts_);
+  return accel_->Build();
+}
+
 bool World::DiceParts() {
   std::uint64_t memory = settings_.memoryBytes;
-  for (const auto& mesh : parts_.meshes) {
-    const std::uint64_t needed = mesh->Bytes() + mesh->triangles.size() * kBytesPerTriangle;
-    if (memory && needed >= memory) throw std::bad_alloc();
-    if (memory) memory -= needed;
-  }
+  const auto take = [&memory](std::uint64_t bytes) {
+    if (memory && bytes >= memory) throw std::bad_alloc();
+    if (memory) memory -= bytes;
+  };
+  take(parts_.Bytes());
+  for (const auto& prototype : shared_.prototypes) take(prototype->parts.Bytes());
   const std::uint64_t maxVertices = memory ? static_cast<std::uint64_t>(memory * 0.6 / kBytesPerVertex) : 0;
   for (const auto& grid : parts_.grids) {
     DiceSettings dice;
@@ -308,6 +314,11 @@ void World::EnviroInAtmosphere(trRenderState&, const trVector& point, const trVe
   sky_.Enviro(point, above, below);
   above *= skyInAtmosphere_;
   below *= skyInAtmosphere_;
+}
+
+bool World::IntersectTris(const trScene& scene, const trVector& origin, const trVector& direction,
+                          trTriHit& hit) {
+  return triRays_.Intersect(scene, origin, direction, hit);
 }
 
 double World::SpotSize(const trVector& point) const {

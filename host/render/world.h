@@ -13,6 +13,7 @@
 #include "host/render/assembly.h"
 #include "host/render/bounce_sky.h"
 #include "host/render/sky_tables.h"
+#include "host/render/tri_rays.h"
 
 class trSunlightNode;
 
@@ -81,6 +82,8 @@ class OV_API World final : public trRenderServices {
   trFCol IndirectDiffuse(trRenderState& state, const trVector& point, const trVector& normal) override;
   void EnviroInAtmosphere(trRenderState& state, const trVector& point, const trVector& spot, trFCol& above,
                           trFCol& below) override;
+  bool IntersectTris(const trScene& scene, const trVector& origin, const trVector& direction,
+                     trTriHit& hit) override;
   double SpotSize(const trVector& point) const override;
   bool IsPausingOrAborting() const override { return stop_.load(std::memory_order_relaxed); }
 
@@ -104,6 +107,7 @@ class OV_API World final : public trRenderServices {
   bool MakeScenes();
   void CollectLights();
   void CollectVolumes(const trScene& scene);
+  bool BuildParts();
   bool DiceParts();
   void BuildSkies();
   bool StartShaders();
@@ -118,10 +122,12 @@ class OV_API World final : public trRenderServices {
   };
   std::vector<MadeScene> scenes_;
   Assembly parts_;  ///< relative to the eye
+  SharedParts shared_;
   std::vector<std::unique_ptr<SunLight>> lights_;
   std::vector<trAtmosShader*> volumes_;
   std::vector<trShader*> started_;
   std::unique_ptr<Accel> accel_;
+  TriRays triRays_;
   SkyTables sky_;
   BounceSky bounceSky_;
   trFCol skyOnSurfaces_, skyInAtmosphere_;
