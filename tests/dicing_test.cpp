@@ -197,4 +197,38 @@ TEST(Accel, RaysFromAboveMeetTheDisplacedGround) {
   }
 }
 
+TEST(Accel, BundlesMeetWhatSingleRaysMeet) {
+  Planet planet(4000);
+  planet.DiceWith(2);
+  ovhost::Accel accel;
+  accel.Add(planet.mesh);
+  ASSERT_TRUE(accel.Build());
+  int met = 0;
+  for (int i = 0; i < 60; ++i) {
+    // Not full, across the horizon, and with a ray that can't be traced.
+    ovhost::RayBundle bundle;
+    trVector directions[ovhost::RayBundle::kSize];
+    const int count = 1 + i % ovhost::RayBundle::kSize;
+    for (int k = 0; k < count; ++k) {
+      directions[k] = Normalised({0.05 * k + std::sin(i), 0.012 * (k - 10), std::cos(i)});
+      bundle.Add(k == 5 ? trVector(1e300, 0, 0) : trVector(), directions[k], 0.01);
+    }
+    ovhost::SurfaceHit hits[ovhost::RayBundle::kSize];
+    accel.Intersect(bundle, 1e9, hits);
+    const std::uint32_t occluded = accel.Occluded(bundle, 1e9);
+    EXPECT_EQ(occluded >> count, 0u);
+    for (int k = 0; k < count; ++k) {
+      ovhost::SurfaceHit single;
+      const bool expected = k != 5 && accel.Intersect({}, directions[k], 0.01, 1e9, single);
+      ASSERT_EQ(hits[k].part != nullptr, expected) << i << ' ' << k;
+      EXPECT_EQ((occluded >> k & 1) != 0, expected);
+      if (!expected) continue;
+      ++met;
+      EXPECT_EQ(hits[k].part, single.part);
+      EXPECT_NEAR(hits[k].distance, single.distance, 1e-5 * single.distance);
+    }
+  }
+  EXPECT_GT(met, 100);
+}
+
 }  // namespace

@@ -14,12 +14,17 @@ constexpr float kOpaque = 1e-4f;
 
 float Opacity(float o) { return o > 0.0f ? std::min(o, 1.0f) : 0.0f; }
 
-/// A colour that sums stay finite with.
-trFCol Finite(trFCol c) {
-  constexpr float kBrightest = 1e30f;
-  if (std::fabs(c.r) + std::fabs(c.g) + std::fabs(c.b) <= kBrightest) return c;
+constexpr float kBrightest = 1e30f;
+
+[[gnu::noinline, gnu::cold]] trFCol Bounded(trFCol c) {
   for (int i = 0; i < 3; ++i) c[i] = std::isnan(c[i]) ? 0.0f : std::clamp(c[i], -kBrightest, kBrightest);
   return c;
+}
+
+/// A colour that sums stay finite with.
+inline trFCol Finite(const trFCol& c) {
+  const bool isFine = std::fabs(c.r) + std::fabs(c.g) + std::fabs(c.b) <= kBrightest;
+  return __builtin_expect(isFine, 1) ? c : Bounded(c);
 }
 
 /// Dims `left` by the part that a sample covers.

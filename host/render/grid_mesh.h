@@ -21,14 +21,13 @@ struct OV_API PackedNormal {
   PackedNormal() = default;
   explicit PackedNormal(const trVector& n);
   trVector Unpack() const {
-    float u = static_cast<float>(bits & 0xffffu) * (2.0f / 65535.0f) - 1.0f;
-    float v = static_cast<float>(bits >> 16) * (2.0f / 65535.0f) - 1.0f;
-    const float y = 1.0f - std::fabs(u) - std::fabs(v);
+    double u = (bits & 0xffffu) * (2.0 / 65535.0) - 1.0, v = (bits >> 16) * (2.0 / 65535.0) - 1.0;
+    const double y = 1.0 - std::fabs(u) - std::fabs(v);
     // Folded over where y is negative.
-    const float fold = std::fmax(-y, 0.0f);
+    const double fold = std::fmax(-y, 0.0);
     u -= std::copysign(fold, u);
     v -= std::copysign(fold, v);
-    const float scale = 1.0f / std::sqrt(u * u + y * y + v * v);
+    const double scale = 1.0 / std::sqrt(u * u + y * y + v * v);
     return {u * scale, y * scale, v * scale};
   }
 };

@@ -18,10 +18,10 @@ constexpr double kFarthest = 1e12;
 double SafeSqrt(double x) { return std::sqrt(std::fmax(x, 0)); }
 
 /// Splits a coordinate of a table of n entries into an index and a weight of the next.
-int Locate(double x, int n, float& weight) {
-  const double at = x > 0 ? std::fmin(x, 1.0) * (n - 1) : 0.0;
+int Locate(float x, int n, float& weight) {
+  const float at = x > 0 ? std::fmin(x, 1.0f) * static_cast<float>(n - 1) : 0.0f;
   const int index = std::min(static_cast<int>(at), n - 2);
-  weight = static_cast<float>(at - index);
+  weight = at - static_cast<float>(index);
   return index;
 }
 
@@ -50,7 +50,9 @@ void SkyTables::BuildTransmittance(const std::vector<trAtmosShader*>& volumes, t
   }
   if (volumes.empty() || !(std::fabs(outer_) + centre_.Length() < kFarthest)) return;
   symmetric_ = true;
-  horizon_ = SafeSqrt(outer_ * outer_ - inner_ * inner_);
+  const double horizon = SafeSqrt(outer_ * outer_ - inner_ * inner_);
+  horizonLength_ = static_cast<float>(horizon);
+  invHorizon_ = 1 / horizonLength_;
 
   transmittance_.assign(kHeights * kAngles, trFCol(1.0f));
   ParallelFor(kHeights, [&](size_t index) {
@@ -59,7 +61,6 @@ void SkyTables::BuildTransmittance(const std::vector<trAtmosShader*>& volumes, t
     si.SetThread(ThreadSlot());
     trRenderState state(services, si);
     trAtomicIntegrator integrator;
-    const double horizon = SafeSqrt(outer_ * outer_ - inner_ * inner_);
     const double rho = horizon * row / (kHeights - 1), r = std::sqrt(rho * rho + inner_ * inner_);
     for (int column = 0; column < kAngles; ++column) {
       const double shortest = outer_ - r, longest = rho + horizon;
@@ -97,21 +98,23 @@ trFCol SkyTables::Transmittance(const trVector& point, const trVector& direction
     r2 = outer_ * outer_;
   }
   r2 = std::fmax(r2, inner_ * inner_);
-  const double rho = std::sqrt(r2 - inner_ * inner_);  // to the ball's horizon
+  // Differences of squares need doubles; their roots don't.
+  const float rho = std::sqrt(static_cast<float>(r2 - inner_ * inner_));  // to the ball's horizon
 
   // The part of the disc above that horizon: the angle over it, as a share of the disc's radius.
   float visible = 1;
-  const double over = (along + rho) / (std::fmax(radius, 1e-4) * inner_);
-  if (over < 1) {
+  if (along < std::fmax(radius, 1e-4) * inner_ - rho) {
+    const double over = (along + rho) / (std::fmax(radius, 1e-4) * inner_);
     if (over <= -1) return {};
     visible = static_cast<float>(SmoothStep(0.5 * (over + 1)));
     along = std::fmax(along, -rho);
   }
-  const double d = std::fmax(0.0, SafeSqrt(along * along - r2 + outer_ * outer_) - along);
-  const double shortest = outer_ - std::sqrt(r2), longest = rho + horizon_;
+  const float reach = std::sqrt(std::fmax(static_cast<float>(along * along - r2 + outer_ * outer_), 0.0f));
+  const float d = static_cast<float>(reach - along);
+  const float shortest = static_cast<float>(outer_ - std::sqrt(r2)), longest = rho + horizonLength_;
   float tr, ta;
-  const int row = Locate(rho / horizon_, kHeights, tr);
-  const int column = Locate((d - shortest) / (longest - shortest + 1e-6), kAngles, ta);
+  const int row = Locate(rho * invHorizon_, kHeights, tr);
+  const int column = Locate((d - shortest) / (longest - shortest + 1e-6f), kAngles, ta);
   const trFCol* t = &transmittance_[row * kAngles + column];
   return Mix(Mix(t[0], t[1], ta), Mix(t[kAngles], t[kAngles + 1], ta), tr) * visible;
 }
@@ -176,9 +179,11 @@ void SkyTables::Enviro(const trVector& point, trFCol& above, trFCol& below) cons
   const double r = fromCentre.Length();
   const trVector up = fromCentre * (1 / std::fmax(r, 1.0));
   float wHeight, wAngle;
-  const int height = Locate(SafeSqrt((r - inner_) / (outer_ - inner_)), kSkyHeights, wHeight);
+  const int height =
+      Locate(static_cast<float>(SafeSqrt((r - inner_) / (outer_ - inner_))), kSkyHeights, wHeight);
   const int angle =
-      Locate(std::acos(std::clamp(Dot(up, sunAxis_), -1.0, 1.0)) / 3.14159265358979, kSkyAngles, wAngle);
+      Locate(static_cast<float>(std::acos(std::clamp(Dot(up, sunAxis_), -1.0, 1.0)) / 3.14159265358979),
+             kSkyAngles, wAngle);
   int turn = 0, nextTurn = 0;
   float wTurn = 0;
   if (skyTurns_ > 1) {

@@ -46,7 +46,8 @@ class OV_API SkyTables {
   bool symmetric_ = false;
   trVector centre_;
   double inner_ = 0, outer_ = 0;  ///< radii, metres
-  double horizon_ = 0;            ///< longest way from the inner ball's surface to the outer's, metres
+  float horizonLength_ = 0;       ///< longest way from the inner ball's surface to the outer's, metres
+  float invHorizon_ = 0;
   std::vector<trFCol> transmittance_;
   trVector sunAxis_{0, 1, 0}, sideAxis_{1, 0, 0};
   int skyTurns_ = 1;
