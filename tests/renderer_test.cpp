@@ -1,8 +1,10 @@
 // Rendering: the same bytes for any number of threads and after a stop, crops, and light against its formula.
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
+#include "core/image.h"
 #include "host/project/camera.h"
 #include "host/project/project_file.h"
 #include "host/render/path.h"
@@ -119,6 +121,31 @@ TEST_F(Render, SameBytesForAnyNumberOfThreads) {
     ASSERT_GT(bytes.size(), 10000u);
     if (first.empty()) first = bytes;
     EXPECT_TRUE(bytes == first) << threads << " threads";
+  }
+}
+
+TEST_F(Render, ACropIsThatPartOfTheWhole) {
+  const auto render = [this](const char* name, std::optional<ovhost::PixelRect> crop, trImage& picture) {
+    ovhost::RenderSettings settings = Settings(name);
+    settings.crop = crop;
+    ASSERT_EQ(Run(settings), RenderOutcome::kDone);
+    ASSERT_EQ(picture.ReadFile(settings.output, nullptr), 1);
+  };
+  trImage whole;
+  render("whole.exr", std::nullopt, whole);
+  ASSERT_EQ(whole.width, 96);
+  int number = 0;
+  for (const ovhost::PixelRect rect : {ovhost::PixelRect{37, 5, 81, 40}, {0, 33, 96, 34}, {95, 63, 96, 64}}) {
+    trImage part;
+    render(("part" + std::to_string(++number) + ".exr").c_str(), rect, part);
+    ASSERT_EQ(part.width, rect.x1 - rect.x0);
+    ASSERT_EQ(part.height, rect.y1 - rect.y0);
+    ASSERT_EQ(part.pixelSize, whole.pixelSize);
+    for (int y = 0; y < part.height; ++y)
+      EXPECT_EQ(std::memcmp(part.PixelAt(0, y), whole.PixelAt(rect.x0, rect.y0 + y),
+                            static_cast<size_t>(part.width) * part.pixelSize),
+                0)
+          << "crop " << number << ", row " << y;
   }
 }
 
