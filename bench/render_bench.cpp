@@ -42,8 +42,8 @@ struct Ground {
     }
     settings.view.eye = {0, 3500, 0};
     settings.view.forward = Normalised(trVector(0, -0.3, -1));
-    settings.view.right = {1, 0, 0};
-    settings.view.up = Cross(settings.view.right, settings.view.forward);
+    settings.view.right = {-1, 0, 0};
+    settings.view.up = Cross(settings.view.forward, settings.view.right);
     settings.view.width = 960;
     settings.view.height = 540;
     settings.view.tanHalfHorizontal = 0.577;

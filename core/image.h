@@ -1,6 +1,8 @@
-// Pictures in memory as node code uses them: plain fields, rows from the top, lookups at pixel coordinates.
+// Pictures in memory as node code uses them: plain fields, rows of pixels, lookups at pixel coordinates.
 //
-// Pixel (x, y) covers [x, x + 1) by [y, y + 1); y = 0 is the top row. During a render images are read-only.
+// Pixel (x, y) covers [x, x + 1) by [y, y + 1). A picture read from a file has its bottom row at y = 0: y
+// grows as the world's axes do, so that a picture laid on a surface stands upright. During a render images
+// are read-only.
 #pragma once
 
 #include <cstdint>

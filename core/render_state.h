@@ -10,21 +10,22 @@ class trVoxelLightingSystem;
 class trRenderState;
 class trMaterial;
 
-/// A view: a perspective camera with its raster.
+/// A view: a perspective camera with its raster. The world's compass is x east, y up, z north, so `right` is
+/// `up` x `forward`: who looks north has east on the right.
 struct trView {
-  trVector eye, right{1, 0, 0}, up{0, 1, 0}, forward{0, 0, -1};
+  trVector eye, right{1, 0, 0}, up{0, 1, 0}, forward{0, 0, 1};
   double tanHalfHorizontal = 0.5, tanHalfVertical = 0.5;
   int width = 1, height = 1;
   double nearClip = 0.01;
 
-  /// Where a point of the world lies on the screen: x 0 to 1 from left to right, y 0 to 1 from top to bottom,
+  /// Where a point of the world lies on the screen: x 0 to 1 from left to right, y 0 to 1 from bottom to top,
   /// z metres along the view. Points behind the eye lie far off the screen.
   trVector WPos2SPos(const trVector& point) const {
     const trVector relative = point - eye;
     const double depth = Dot(relative, forward);
     if (!(depth > 1e-12)) return {-1e12, -1e12, depth};
     return {0.5 + 0.5 * Dot(relative, right) / (depth * tanHalfHorizontal),
-            0.5 - 0.5 * Dot(relative, up) / (depth * tanHalfVertical), depth};
+            0.5 + 0.5 * Dot(relative, up) / (depth * tanHalfVertical), depth};
   }
 
   /// Angle that one pixel subtends at the picture's centre, radians.

@@ -52,7 +52,7 @@ class OV_API juSceneMaker : public trSceneMaker {
 
  protected:
   /// Declares `angular_heading`, `angular_elevation` (degrees) and `angular_distance` (metres): where the
-  /// object stands seen from the world's origin. Heading 0 is towards -z and 90 towards +x, as for sunlight.
+  /// object stands seen from the world's origin. Heading 0 is north, +z, and 90 east, +x, as for sunlight.
   /// They are another way to set the position, which is what is saved.
   void DeclareAngularPositionParams();
   /// Keeps the angular position and the named position parameter in step after a change of either.

@@ -50,8 +50,8 @@ struct Planet {
     }
     settings.view.eye = {0, altitude, 0};
     settings.view.forward = Normalised(trVector(0.3, -0.2, -1));
-    settings.view.right = Normalised(Cross(settings.view.forward, {0, 1, 0}));
-    settings.view.up = Cross(settings.view.right, settings.view.forward);
+    settings.view.right = Normalised(Cross({0, 1, 0}, settings.view.forward));
+    settings.view.up = Cross(settings.view.forward, settings.view.right);
     settings.view.width = 160;
     settings.view.height = 120;
     settings.edgePixels = 2;

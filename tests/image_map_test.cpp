@@ -48,9 +48,9 @@ TEST(Image, FilesComeAsTheyAreAndAreSharedWhileInUse) {
   for (int y = 0; y < 3; ++y)
     for (int x = 0; x < 5; ++x) {
       const trF4Col c = image.F4ColFromPixel(image.pixels + image.pixelSize * (x + y * image.width));
-      EXPECT_FLOAT_EQ(c.r, Told(x, y, 0));
-      EXPECT_FLOAT_EQ(c.b, Told(x, y, 2));
-      EXPECT_FLOAT_EQ(c.a, Told(x, y, 3));
+      EXPECT_FLOAT_EQ(c.r, Told(x, 2 - y, 0)) << "the bottom row first";
+      EXPECT_FLOAT_EQ(c.b, Told(x, 2 - y, 2));
+      EXPECT_FLOAT_EQ(c.a, Told(x, 2 - y, 3));
     }
   const auto before = ovhost::ImageMemoryInUse();
   ASSERT_TRUE(again.ReadFile(path, nullptr));
@@ -149,12 +149,13 @@ TEST(Image, SmoothLookupsAreTheQuadraticSplineOfEveryStorage) {
   }
 }
 
-/// An image map of a 4 by 4 image whose red is the column, green the row, all told by eighths.
+/// An image map of a 4 by 4 image whose red is the column, green the row from the bottom, all told by
+/// eighths.
 struct Map {
   explicit Map(const std::vector<std::pair<const char*, double>>& settings = {})
       : shader(graph.Shader("image_map_shader")) {
     static const std::string path = WriteTestImage("grid.exr", 4, 4, [](int x, int y, int c) {
-      return c == 0 ? x / 8.0f : c == 1 ? y / 8.0f : c == 2 ? 0.0f : 1.0f;
+      return c == 0 ? x / 8.0f : c == 1 ? (3 - y) / 8.0f : c == 2 ? 0.0f : 1.0f;
     });
     shader.SetParam("image_filename", path, trWhoSystem);
     shader.SetParam("size", tr2Vector(1, 1), trWhoSystem);
@@ -216,11 +217,11 @@ TEST(ImageMap, ProjectionsFollowTheirFormulas) {
   trView view;
   view.tanHalfHorizontal = view.tanHalfVertical = 1;
   map.Set({{"projection_type", 3}, {"position_center", 0}, {"position_lower_left", 0}});
-  EXPECT_EQ(map.At({0, 0, -5}), none) << "no camera and no view";
+  EXPECT_EQ(map.At({0, 0, 5}), none) << "no camera and no view";
   map.view = &view;
-  EXPECT_EQ(map.At({-4, 4, -5}), std::pair(0, 0)) << "the picture's left upper corner";
-  EXPECT_EQ(map.At({4, -4, -5}), std::pair(3, 3));
-  EXPECT_EQ(map.At({0, 0, 5}), none) << "behind the eye";
+  EXPECT_EQ(map.At({-4, 4, 5}), std::pair(0, 3)) << "the picture's left upper corner";
+  EXPECT_EQ(map.At({4, -4, 5}), std::pair(3, 0));
+  EXPECT_EQ(map.At({0, 0, -5}), none) << "behind the eye";
 }
 
 TEST(ImageMap, BordersFadeAndTheMaskCovers) {

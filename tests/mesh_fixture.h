@@ -59,10 +59,12 @@ struct MeshStage : Graph {
     sun.SetParam("colour", trRgbLinear709(1.0f), trWhoSystem);
     return sun;
   }
-  /// Looks along -z, half an angle of 45 degrees to every side.
+  /// Looks south along -z, half an angle of 45 degrees to every side.
   void LookFrom(const trVector& eye) {
     settings.view = trView();
     settings.view.eye = eye;
+    settings.view.forward = {0, 0, -1};
+    settings.view.right = {-1, 0, 0};
     settings.view.tanHalfHorizontal = settings.view.tanHalfVertical = 1;
   }
 

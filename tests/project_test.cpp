@@ -322,7 +322,7 @@ TEST(HostNodes, CamerasSeeAProperFrameEverywhere) {
       camera.SetParam("target", target, trWhoSystem);
       camera.SetParam("rotation", trVector(0, 0, roll), trWhoSystem);
       const trView view = camera.View(200, 100);
-      EXPECT_NEAR(Dot(Cross(view.right, view.up), -view.forward), 1, 1e-12);
+      EXPECT_NEAR(Dot(Cross(view.right, view.up), view.forward), 1, 1e-12);
       EXPECT_NEAR(view.right.Length(), 1, 1e-12);
       EXPECT_NEAR(Dot(view.forward, target), target.Length(), 1e-12);
       EXPECT_NEAR(view.tanHalfHorizontal, std::tan(M_PI / 6), 1e-12);

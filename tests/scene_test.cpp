@@ -247,7 +247,7 @@ TEST(SceneMaker, AngularPositionFollowsThePositionAndBack) {
   Steps maker;
   maker.OnCreate();
   EXPECT_NEAR(DoubleParam(maker, "angular_distance"), 5, 1e-12);
-  EXPECT_NEAR(DoubleParam(maker, "angular_heading"), 0, 1e-12);
+  EXPECT_NEAR(DoubleParam(maker, "angular_heading"), 180, 1e-12);
   maker.SetParam("angular_heading", 90, trWhoUser);
   ExpectNear(VectorParam(maker, "position"), {5, 0, 0}, 1e-12);
   maker.SetParam("angular_elevation", 30, trWhoUser);

@@ -12,8 +12,8 @@ trCameraNode::trCameraNode() {
   SetMenu(lensHint_, this, {{"Field of view", 0}, {"Focal length", 1}});
   Param(position_, "position", {0, 10, 0});
   Param(useTarget_, "use_target", 0);
-  Param(target_, "target", {0, 10, -1000});
-  // Degrees: x tilts up, y turns left, z rolls; all 0 looks north, along -z.
+  Param(target_, "target", {0, 10, 1000});
+  // Degrees: x tilts up, y is the compass heading, z rolls clockwise; all 0 looks north, along z.
   Param(rotation_, "rotation", {0, 0, 0});
   Param(lensMode_, "lens_mode", 0, &lensHint_);
   Param(fieldOfView_, "field_of_view", 60.0, &angleHint_).Display("Horizontal field of view");
@@ -62,19 +62,19 @@ trView trCameraNode::View(int width, int height) const {
   const trVector towards = target_ - position_;
   if (useTarget_ && !IsAtItsTarget()) {
     view.forward = Normalised(towards);
-    const trVector vertical = std::fabs(view.forward.y) < 0.999999 ? trVector(0, 1, 0) : trVector(0, 0, -1);
-    view.right = Normalised(Cross(view.forward, vertical));
-    view.up = Cross(view.right, view.forward);
+    const trVector vertical = std::fabs(view.forward.y) < 0.999999 ? trVector(0, 1, 0) : trVector(0, 0, 1);
+    view.right = Normalised(Cross(vertical, view.forward));
+    view.up = Cross(view.forward, view.right);
     const trVector right = view.right, up = view.up;
     const double roll = rotation_.z * kDegreesToRadians;
-    view.right = right * std::cos(roll) + up * std::sin(roll);
-    view.up = up * std::cos(roll) - right * std::sin(roll);
+    view.right = right * std::cos(roll) - up * std::sin(roll);
+    view.up = up * std::cos(roll) + right * std::sin(roll);
     return view;
   }
   const trTransform<double> turn = trRotateY(rotation_.y * kDegreesToRadians) *
-                                   trRotateX(rotation_.x * kDegreesToRadians) *
-                                   trRotateZ(rotation_.z * kDegreesToRadians);
-  view.forward = turn.Direction({0, 0, -1});
+                                   trRotateX(-rotation_.x * kDegreesToRadians) *
+                                   trRotateZ(-rotation_.z * kDegreesToRadians);
+  view.forward = turn.Direction({0, 0, 1});
   view.right = turn.Direction({1, 0, 0});
   view.up = turn.Direction({0, 1, 0});
   return view;

@@ -26,7 +26,7 @@ trSunlightNode::trSunlightNode() {
 trVector trSunlightNode::Direction() const {
   const double heading = heading_ * kDegreesToRadians, elevation = elevation_ * kDegreesToRadians;
   return Normalised({std::sin(heading) * std::cos(elevation), std::sin(elevation),
-                     -std::cos(heading) * std::cos(elevation)});
+                     std::cos(heading) * std::cos(elevation)});
 }
 
 double trSunlightNode::AngularRadius() const {

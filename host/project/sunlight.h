@@ -3,7 +3,7 @@
 
 #include "core/node.h"
 
-/// Parallel light from a disc in the sky. x is east, y up, -z north.
+/// Parallel light from a disc in the sky. x is east, y up, z north.
 class OV_API trSunlightNode : public trBase {
  public:
   trSunlightNode();

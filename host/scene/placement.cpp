@@ -23,7 +23,7 @@ void juSceneMaker::CoupleAngularPosition(long index, const char* positionParam) 
   if (index == positionIndex) {
     const double distance = position.Length();
     const double sine = std::clamp(GuardedDivide(position.y, distance), -1.0, 1.0);
-    SetParam("angular_heading", std::atan2(position.x, -position.z) * kRadiansToDegrees, this);
+    SetParam("angular_heading", std::atan2(position.x, position.z) * kRadiansToDegrees, this);
     SetParam("angular_elevation", std::asin(sine) * kRadiansToDegrees, this);
     SetParam("angular_distance", distance, this);
   } else if (IsParam(index, &angularHeading_) || IsParam(index, &angularElevation_) ||
@@ -31,7 +31,7 @@ void juSceneMaker::CoupleAngularPosition(long index, const char* positionParam) 
     const double heading = angularHeading_ * kDegreesToRadians;
     const double elevation = angularElevation_ * kDegreesToRadians;
     const trVector direction(std::cos(elevation) * std::sin(heading), std::sin(elevation),
-                             -std::cos(elevation) * std::cos(heading));
+                             std::cos(elevation) * std::cos(heading));
     SetParam(positionIndex, direction * angularDistance_, this);
   }
   isCoupling_ = false;

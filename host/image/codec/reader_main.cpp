@@ -108,7 +108,10 @@ int Read(const ReaderRequest& request, ReaderAnswer& answer) {
     throw Failure{"there is no memory for " + size};
   void* pixels = mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_SHARED, memory, 0);
   if (pixels == MAP_FAILED) throw Failure{"there is no memory for " + size};
-  const bool isRead = input->read_image(0, 0, first, first + count, fileType, pixels);
+  // Files begin at the top, images at the bottom.
+  const auto row = static_cast<OIIO::stride_t>(length / spec.height);
+  auto* const top = static_cast<unsigned char*>(pixels) + row * (spec.height - 1);
+  const bool isRead = input->read_image(0, 0, first, first + count, fileType, top, row / spec.width, -row);
   if (isRead)
     answer.notFinite = CountNotFinite(pixels, static_cast<std::int64_t>(length / fileType.size()), type);
   munmap(pixels, length);
