@@ -27,7 +27,7 @@ TEST(MeshRender, PartsHaveTheirOwnShaders) {
   const auto picture = stage.Picture(8);
   for (int i = 0; i < 64; ++i) {
     if (i % 8 == 3 || i % 8 == 4) continue;  // samples stray a pixel's width
-    const bool isLeft = i % 8 >= 4;  // of the x axis: the view is from the north
+    const bool isLeft = i % 8 >= 4;          // of the x axis: the view is from the north
     EXPECT_EQ(picture[i].beauty.r, isLeft ? 1 : 0) << i;
     EXPECT_EQ(picture[i].beauty.b, isLeft ? 0 : 1) << i;
     EXPECT_EQ(picture[i].alpha, 1);
