@@ -25,6 +25,7 @@ HeightfieldGenerate::HeightfieldGenerate() {
   Gui(trGuiIndentClose);
   DeclareFractal();
   DeclareShader();
+  GuiTab("", "");  // below the tabs
   Gui(trGuiRule);
   Param(autoFlag_, "auto_generate", 0).Display("Generate at load time");
   Gui(trGuiButtonRowOpen);

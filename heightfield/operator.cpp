@@ -5,6 +5,7 @@
 #include <climits>
 #include <cmath>
 #include <condition_variable>
+#include <cstring>
 #include <exception>
 #include <mutex>
 #include <system_error>
@@ -136,4 +137,10 @@ long OrdinaryOperator::HfOperate() {
   }
   HfValidate();
   return result;
+}
+
+long OrdinaryOperator::CopyRows(const trHeightfield& input) {
+  return MapRows(input, [](const float* from, float* to, std::int64_t count) {
+    std::memcpy(to, from, static_cast<std::size_t>(count) * sizeof(float));
+  });
 }

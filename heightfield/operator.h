@@ -42,6 +42,8 @@ class OrdinaryOperator : public trHeightfield {
     HfFindZRange();
     return 1;
   }
+  /// The input's raster as it is.
+  long CopyRows(const trHeightfield& input);
   /// After a failed computation the raster stays in use as far as it is.
   void KeepWhatAFailureLeaves() { keepsFailed_ = true; }
 

@@ -191,13 +191,8 @@ long HeightfieldResize::Compute(trHeightfield* input) {
   HfSetLatLongEnabled(0);
   HfSetLatLongEnabled(HfLatLongCorners(&corners));
   HfSetLatLongCorners(corners);
-  if (resample_ ? !Resample(input)
-                : !(input ? MapRows(*input,
-                                    [](const float* from, float* to, std::int64_t count) {
-                                      std::memcpy(to, from, static_cast<std::size_t>(count) * sizeof(float));
-                                    })
-                          : MakeFlat(*this)))
-    return 0;
+  const long isMade = resample_ ? Resample(input) : input ? CopyRows(*input) : MakeFlat(*this);
+  if (!isMade) return 0;
   if (resize_) Rescale();
   return 1;
 }

@@ -283,9 +283,3 @@ trBoundingBox trScene::BoundingBoxT() const {
 
 void trScene::AssignParticleInflator(trParticleInflator* inflator) { tables_->Current().inflator = inflator; }
 trParticleInflator* trScene::GetParticleInflator() const { return tables_->Current().inflator; }
-
-long trScene::WriteObjectFile(trSceneMaker*, const char* path, long* status) {
-  if (status) *status = 0;
-  trError(trString(path) + ": no object writer is installed for files of this kind.");
-  return 0;
-}
