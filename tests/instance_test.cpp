@@ -221,6 +221,59 @@ TEST(Instances, CopiesOfCopies) {
   EXPECT_LT(LargestDifference(pictures[0], pictures[1]), 1e-4f);
 }
 
+/// Pulls its object's mesh onto a ball about the object's place.
+class BallGeometry : public trGeometryShader {
+ public:
+  long Displace(trShadingInterface& si) override {
+    const trVector local = Normalised(Inverse().Point(si.P()));
+    si.P() = si.Pg() = si.Pt() = si.Ptg() = Forward().Point(local);
+    si.N() = si.Ng() = si.Nt() = si.Ni() = Normalised(Inverse().TransposedDirection(local));
+    return 1;
+  }
+};
+
+TEST(Instances, CopiesOfDicedSurfacesAreRoundAndKnowTheirPlace) {
+  MeshStage stage;
+  auto& geometry = stage.Add<BallGeometry>("Ball geometry");
+  auto& shader = stage.AddShader("Ball");
+  auto ball = std::make_shared<trScene>();
+  ball->Init();
+  const trTransform<double> place = trTranslate({50, 0, 0}) * trScale(2, 2, 2);
+  ball->SetTransform(place);
+  geometry.SetObjectTransform(place);
+  ball->AddPolySphere({0, 0, 0}, {1, 1, 1}, 8, 4,
+                      ball->AddMaterial(trMaterial(&geometry, &shader, nullptr, 1)));
+  ball->PrepForRender();
+  struct Two : Scatterer {
+    trTransform<double> InstanceTransform(const trParticle& particle) const override {
+      return trTranslate(particle.position) * trScale(0.5, 0.5, 0.5) * trTranslate({-50, 0, 0});
+    }
+  } two;
+  two.scenes = {ball};
+  const trVector places[2] = {{6.4e6 - 2, 0, 0}, {6.4e6 + 2, 0, -1}};
+  stage.AddMaker("Balls", [&](trScene& scene) {
+    for (const trVector& p : places) scene.AddParticle({p, 0});
+    scene.AssignParticleInflator(&two);
+    return 1;
+  });
+  int seen = 0;
+  shader.onShade = [&](trShadingInterface& si) {
+    ++seen;
+    const trVector& centre = si.Object().particle->position;
+    EXPECT_NEAR((si.P() - centre).Length(), 1, 2e-3);
+    const trVector outward = Normalised(si.P() - centre);
+    ExpectNear(si.N(), outward, 0.02);
+    ExpectNear(si.Ng(), outward, 1e-3);
+    ExpectNear(si.Pt(), si.P(), 2e-3);
+    ExpectNear(si.Pg(), centre + outward, 3e-3);
+    EXPECT_NEAR(si.P_inObjectSpace().Length(), 1, 2e-3);
+    si.SetShadingToConstant(trFCol(1.0f));
+  };
+  stage.LookFrom({6.4e6, 0, 4});
+  stage.Picture(64);
+  EXPECT_GT(seen, 200);
+}
+
 TEST(Instances, FlagsOfTheGroupAndOfItsScenesBothCount) {
   for (int flags = 0; flags < 4; ++flags) {
     TentStage stage(TentStage::kCopies, {});

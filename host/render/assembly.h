@@ -66,6 +66,9 @@ struct SharedParts {
   std::vector<std::unique_ptr<trScene>> inflated;
 };
 
+/// Sets how finely prototypes are diced: as their nearest copies ask for, within reason.
+void FindFinestEdges(const Assembly& parts, SharedParts& shared, double edgePixels);
+
 /// From a copy's local space to that of what holds its population.
 trTransform<double> OuterFromInstance(const Population& population, const Instance& instance);
 /// Makes the instances of a population, whose prototypes must be set, relative to `origin`. Those that stand

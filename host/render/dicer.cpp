@@ -69,8 +69,10 @@ struct Displacer {
     si_.Random() = {KeyOf(base) ^ settings_.seed};
     // The footprint depends on the undisplaced point alone, so every patch that shares a vertex gives it the
     // same one.
-    si_.SmoothSize() = kFootprint * FootprintAt(settings_.view, settings_.edgePixels,
-                                                (SurfacePoint(world) - settings_.view.eye).Length());
+    si_.SmoothSize() = kFootprint * (settings_.copiedEdge > 0
+                                         ? settings_.copiedEdge
+                                         : FootprintAt(settings_.view, settings_.edgePixels,
+                                                       (SurfacePoint(world) - settings_.view.eye).Length()));
     mesh_.material->GeometryDisplace(state_);
     if (!std::isfinite(si_.P().LengthSquared())) si_.P() = world;
     return si_;
@@ -170,6 +172,8 @@ class Refiner {
     for (int i = 0; i < 4; ++i) edge = std::fmax(edge, (d[(i + 1) % 4] - d[i]).Length());
     // Until patches are small against the planet their corners say little of what lies between.
     if (node.level < 1) return true;
+    if (settings_.copiedEdge > 0)
+      return edge / kPatchSide > settings_.copiedEdge * (edgePixels / settings_.edgePixels);
 
     const trVector& eye = settings_.view.eye;
     double distance = (d[4] - eye).Length();
@@ -320,7 +324,7 @@ void DisplacePatches(GridMesh& mesh, const DiceSettings& settings, trRenderServi
                                                       patch.v0 + patch.size * row / kPatchSide);
           if (row == 0 && column == 0) patch.textureOrigin = si.Pt();
           GridVertex& vertex = vertices[row * kPatchStride + column];
-          vertex.point = trFVector(si.P() - settings.view.eye);
+          vertex.point = trFVector(si.P() - settings.Origin());
           vertex.texture = trFVector(si.Pt() - patch.textureOrigin);
           vertex.textureNormal = PackedNormal(si.Nt());
         }

@@ -71,6 +71,12 @@ struct DiceSettings {
   double frame = 1;
   std::uint64_t seed = 0;
   const std::atomic<bool>* stop = nullptr;
+  /// For a surface that is copied, which no view of its own looks at: how long edges are everywhere, metres,
+  /// and what vertices are relative to instead of the eye. 0 goes by the view.
+  double copiedEdge = 0;
+  trVector origin;
+
+  const trVector& Origin() const { return copiedEdge > 0 ? origin : view.eye; }
 };
 
 struct DiceStatistics {

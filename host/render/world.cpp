@@ -153,16 +153,28 @@ bool World::DiceParts() {
   };
   take(parts_.Bytes());
   for (const auto& prototype : shared_.prototypes) take(prototype->parts.Bytes());
-  const std::uint64_t maxVertices = memory ? static_cast<std::uint64_t>(memory * 0.6 / kBytesPerVertex) : 0;
-  for (const auto& grid : parts_.grids) {
-    DiceSettings dice;
-    dice.view = settings_.view;
-    dice.edgePixels = settings_.edgePixels;
-    dice.maxVertices = maxVertices ? std::max<std::uint64_t>(maxVertices / parts_.grids.size(), 100000) : 0;
-    dice.frame = settings_.frame;
-    dice.seed = settings_.seed;
-    dice.stop = &stop_;
+  FindFinestEdges(parts_, shared_, settings_.edgePixels);
+
+  size_t numGrids = parts_.grids.size();
+  for (const auto& prototype : shared_.prototypes) numGrids += prototype->parts.grids.size();
+  DiceSettings dice;
+  dice.view = settings_.view;
+  dice.edgePixels = settings_.edgePixels;
+  if (memory)
+    dice.maxVertices = std::max<std::uint64_t>(
+        static_cast<std::uint64_t>(static_cast<double>(memory) * 0.6 / kBytesPerVertex) /
+            std::max<size_t>(numGrids, 1),
+        100000);
+  dice.frame = settings_.frame;
+  dice.seed = settings_.seed;
+  dice.stop = &stop_;
+  for (const auto& grid : parts_.grids)
     if (!Dice(*grid, dice, *this, dicing_)) return false;
+  for (const auto& prototype : shared_.prototypes) {
+    dice.copiedEdge = prototype->finestEdge;
+    dice.origin = prototype->parts.origin;
+    for (const auto& grid : prototype->parts.grids)
+      if (!Dice(*grid, dice, *this, dicing_)) return false;
   }
   if (dicing_.coarsened > 0)
     trWarning("Memory limit: micropolygons are " + std::to_string(1 << dicing_.coarsened) +
