@@ -63,6 +63,7 @@ void AddNodes(Program& program);
 void AddDescribe(Program& program);
 void AddEval(Program& program);
 void AddPress(Program& program);
+void AddHeightfield(Program& program);
 void AddInfo(Program& program);
 void AddVersion(Program& program);
 void AddTest(Program& program);

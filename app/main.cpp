@@ -73,6 +73,7 @@ int main(int argc, char** argv) {
   AddDescribe(program);
   AddEval(program);
   AddPress(program);
+  AddHeightfield(program);
   AddInfo(program);
   AddVersion(program);
   AddTest(program);

@@ -49,6 +49,11 @@ void Progress::SetPart(const std::string& label, size_t index, size_t count) {
   parts_ = std::max<size_t>(count, 1);
 }
 
+void Progress::Report(const std::string& text, double fraction) {
+  const std::lock_guard lock(mutex_);
+  Show(text, std::clamp(fraction, 0.0, 1.0), -1);
+}
+
 void Progress::Pause() {
   const std::lock_guard lock(mutex_);
   ClearBar();

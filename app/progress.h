@@ -22,6 +22,8 @@ class Progress {
 
   /// The job is part `index` (from 0) of `count` equal parts, and `label` names the part.
   void SetPart(const std::string& label, size_t index, size_t count);
+  /// Shows how far a job is that no node reports on.
+  void Report(const std::string& text, double fraction);
   /// Clears the line for other output.
   void Pause();
 

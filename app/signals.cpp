@@ -15,6 +15,7 @@ std::atomic<ovhost::RenderControl*> running{nullptr};
 static_assert(std::atomic<ovhost::RenderControl*>::is_always_lock_free &&
                   std::atomic<bool>::is_always_lock_free,
               "handlers may touch nothing that locks");
+volatile sig_atomic_t stopSignal = 0;
 struct sigaction previous[3];
 
 void OnWriteNow(int) {
@@ -22,11 +23,14 @@ void OnWriteNow(int) {
 }
 
 void OnStop(int signal) {
+  stopSignal = signal;
   ovhost::RenderControl* control = running;
   if (!control || control->stop.exchange(true)) _exit(128 + signal);
 }
 
 }  // namespace
+
+int StopSignal() { return stopSignal; }
 
 RenderSignals::RenderSignals(ovhost::RenderControl& control) {
   running = &control;

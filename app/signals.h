@@ -15,4 +15,7 @@ class RenderSignals {
   RenderSignals& operator=(const RenderSignals&) = delete;
 };
 
+/// The signal that asked to stop last, or 0.
+int StopSignal();
+
 }  // namespace ovapp

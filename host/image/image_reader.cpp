@@ -34,11 +34,12 @@ class Reader {
  public:
   ~Reader() { Stop(); }
 
-  DecodedImage Read(const std::string& path, std::string& problem) {
+  DecodedImage Read(const std::string& path, bool keepNotFinite, std::string& problem) {
     if (path.size() >= kMaxReaderPath) return problem = "the path is too long", DecodedImage();
     if (socket_ < 0 && !Start(problem)) return {};
     ReaderRequest request;
     request.freeMemory = FreeMemory();
+    request.keepNotFinite = keepNotFinite;
     std::memcpy(request.path, path.data(), path.size());
     ReaderAnswer answer;
     int memory = -1;
@@ -172,7 +173,7 @@ DecodedImage ReadImageFile(const std::string& path, std::string& problem) {
       image.pixels = std::move(pixels);
       return image;
     }
-  DecodedImage image = reader.Read(path, problem);
+  DecodedImage image = reader.Read(path, false, problem);
   if (image.pixels) {
     KnownImage& entry = known[stamp];
     entry.pixels = image.pixels;
@@ -180,6 +181,11 @@ DecodedImage ReadImageFile(const std::string& path, std::string& problem) {
     entry.image.pixels.reset();
   }
   return image;
+}
+
+DecodedImage ReadDataFile(const std::string& path, std::string& problem) {
+  const std::lock_guard lock(mutex);
+  return reader.Read(path, true, problem);
 }
 
 std::int64_t ImageMemoryInUse() {

@@ -20,6 +20,9 @@ struct DecodedImage {
 /// Thread-safe.
 DecodedImage ReadImageFile(const std::string& path, std::string& problem);
 
+/// The same for pixels that mean more than light: what isn't finite is kept, and nobody shares them.
+DecodedImage ReadDataFile(const std::string& path, std::string& problem);
+
 /// Bytes of all pictures read and still in use; pictures used several times count once. Thread-safe.
 OV_API std::int64_t ImageMemoryInUse();
 

@@ -8,6 +8,7 @@
 #include "host/project/project_file.h"
 #include "host/project/render_node.h"
 #include "host/project/sunlight.h"
+#include "host/raster/heightfield_load.h"
 
 namespace ovhost {
 namespace {
@@ -30,6 +31,7 @@ void RegisterHostClasses() {
       {"light", "sunlight", trCreateNode<trSunlightNode>},
       {"light", "enviro_light", trCreateNode<trEnviroLightNode>},
       {"group", "group", trCreateNode<GroupNode>},
+      {"heightfield_operator", "heightfield_load", trCreateNode<trHeightfieldLoad>},
       {"function/constant", "constant_scalar", trCreateNode<ConstantScalar>},
       {"function/constant", "constant_colour", trCreateNode<ConstantColour>},
       {"function/get", "get_position", trCreateNode<GetPosition>},

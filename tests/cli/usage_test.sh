@@ -3,7 +3,7 @@ expect 0 "$OV" version
 prints "ov "
 expect 0 "$OV" version --json
 prints '"sdk_version":40530'
-for command in render check new nodes describe eval press info version test; do
+for command in render check new nodes describe eval press heightfield info version test; do
   expect 0 "$OV" $command --help
   prints "Example:"
 done

@@ -112,7 +112,7 @@ int Read(const ReaderRequest& request, ReaderAnswer& answer) {
   const auto row = static_cast<OIIO::stride_t>(length / spec.height);
   auto* const top = static_cast<unsigned char*>(pixels) + row * (spec.height - 1);
   const bool isRead = input->read_image(0, 0, first, first + count, fileType, top, row / spec.width, -row);
-  if (isRead)
+  if (isRead && !request.keepNotFinite)
     answer.notFinite = CountNotFinite(pixels, static_cast<std::int64_t>(length / fileType.size()), type);
   munmap(pixels, length);
   if (!isRead) {

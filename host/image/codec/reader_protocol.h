@@ -13,6 +13,7 @@ inline constexpr int kMaxReaderPath = 4096;
 
 struct ReaderRequest {
   std::uint64_t freeMemory = 0;  ///< bytes that pixels may take
+  std::int32_t keepNotFinite = 0;
   char path[kMaxReaderPath] = {};
 };
 
@@ -20,7 +21,7 @@ struct ReaderAnswer {
   std::int32_t isRead = 0;
   std::int32_t width = 0, height = 0;
   std::int32_t channels = 0, type = 0;  ///< 1 to 4; a trChannelType
-  std::int64_t notFinite = 0;           ///< channels that were NaN or infinite, and are 0 now
+  std::int64_t notFinite = 0;           ///< channels that were NaN or infinite, and are 0 now unless kept
   char problem[256] = {};
 };
 

@@ -1,0 +1,251 @@
+// Reads elevation files with GDAL.
+#include <cpl_string.h>
+#include <gdal.h>
+#include <gdal_priv.h>
+#include <ogr_spatialref.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <vector>
+
+#include "core/api.h"
+#include "host/raster/codec/codec.h"
+#include "host/raster/codec/gdal_scope.h"
+
+namespace ovhost {
+namespace {
+
+constexpr double kDegreesToRadians = 0.017453292519943295;
+/// The largest piece that a file may be compressed in: it is decoded whole.
+constexpr std::int64_t kMaxBlockBytes = 1ll << 30;
+
+/// Formats whose rows lie at known places.
+constexpr const char* kRandomAccess[] = {"GTiff", "SRTMHGT", "ENVI", "EHdr", "GTX", "NTv2", "BT", "DTED"};
+
+struct HeightUnit {
+  const char* name;
+  double metres;
+};
+constexpr HeightUnit kHeightUnits[] = {{"m", 1},
+                                       {"metre", 1},
+                                       {"metres", 1},
+                                       {"meter", 1},
+                                       {"meters", 1},
+                                       {"ft", 0.3048},
+                                       {"foot", 0.3048},
+                                       {"feet", 0.3048},
+                                       {"us-ft", 1200.0 / 3937},
+                                       {"sfoot", 1200.0 / 3937},
+                                       {"US survey foot", 1200.0 / 3937},
+                                       {"km", 1000},
+                                       {"cm", 0.01},
+                                       {"mm", 0.001}};
+
+/// The file and the headers that may lie beside it: all that GDAL is told there is in the folder.
+CPLStringList FilesBeside(const std::filesystem::path& path) {
+  static constexpr const char* kSideFiles[] = {".hdr", ".prj", ".wld", ".tfw", ".tifw", ".pgw", ".pngw",
+                                               ".jgw", ".bpw", ".tgw", ".blw", ".bqw",  ".hgw"};
+  CPLStringList names;
+  names.AddString(path.filename().c_str());
+  const auto addIfThere = [&](std::filesystem::path beside) {
+    std::error_code error;
+    if (beside != path && std::filesystem::is_regular_file(beside, error))
+      names.AddString(beside.filename().c_str());
+  };
+  for (const std::string extension : kSideFiles) {
+    std::string upper = extension;
+    std::transform(upper.begin(), upper.end(), upper.begin(),
+                   [](unsigned char c) { return std::toupper(c); });
+    for (const std::string& e : {extension, upper}) {
+      addIfThere(std::filesystem::path(path).replace_extension(e));
+      addIfThere(std::filesystem::path(path).concat(e));
+    }
+  }
+  return names;
+}
+
+/// What the coordinate reference system says of the transform's units; angles come out as degrees.
+void ReadReference(const OGRSpatialReference* reference, RasterInfo& info) {
+  using Reference = RasterInfo::Reference;
+  if (!reference || reference->IsEmpty()) return;
+  const char* name = reference->GetName();
+  info.referenceName = name ? name : "";
+  info.reference = Reference::kUnknown;
+  if (reference->IsGeographic()) {
+    const double degrees = reference->GetAngularUnits() / kDegreesToRadians;
+    const double meridian = reference->GetPrimeMeridian() * degrees;
+    OGRErr failed = OGRERR_NONE;
+    const double radius = reference->GetSemiMajor(&failed);
+    for (double& t : info.transform) t *= degrees;
+    info.transform[0] += meridian;
+    info.metresPerDegree = (failed == OGRERR_NONE ? radius : 6378137.0) * kDegreesToRadians;
+    info.reference = Reference::kGeographic;
+  } else if (reference->IsProjected() || reference->IsLocal()) {
+    const double metres = reference->GetLinearUnits();
+    if (!std::isfinite(metres) || metres <= 0) return;
+    info.metresPerUnit = metres;
+    info.reference = Reference::kMetric;
+  }
+}
+
+double Number(const char* text, double otherwise) {
+  char* end = nullptr;
+  const double value = text ? CPLStrtod(text, &end) : otherwise;
+  return end != text && std::isfinite(value) ? value : otherwise;
+}
+
+class GdalSource : public RasterSource {
+ public:
+  explicit GdalSource(GDALDataset* file) : file_(file) {}
+  ~GdalSource() override {
+    const GdalScope scope;
+    // After a failure in the midst of its work nothing is known of its state.
+    if (!isBroken_) GDALClose(GDALDataset::ToHandle(file_));
+  }
+
+  bool ReadFacts(int band, std::string& problem);
+  bool Read(const RasterRows& part, float* out, std::ptrdiff_t stride, std::string& problem) override;
+
+ private:
+  bool IsAllThere(int bands) const;
+  void ReadHeightFacts();
+  bool DropMasked(const RasterRows& part, float* out, std::ptrdiff_t stride);
+
+  GDALDataset* file_;
+  GDALRasterBand* band_ = nullptr;
+  bool isBroken_ = false;
+};
+
+bool GdalSource::ReadFacts(int band, std::string& problem) {
+  info_.format = file_->GetDriver() ? file_->GetDriver()->GetDescription() : "";
+  info_.width = file_->GetRasterXSize();
+  info_.height = file_->GetRasterYSize();
+  const int bands = file_->GetRasterCount();
+  if (bands < 1 || info_.width < 1 || info_.height < 1) return problem = "it holds no raster", false;
+  if (band < 1 || band > bands) {
+    problem = "it has no band " + std::to_string(band) + ", only " + std::to_string(bands);
+    return false;
+  }
+  band_ = file_->GetRasterBand(band);
+  int blockWidth = 1, blockHeight = 1;
+  band_->GetBlockSize(&blockWidth, &blockHeight);
+  const std::int64_t blockBytes = static_cast<std::int64_t>(blockWidth) * blockHeight *
+                                  GDALGetDataTypeSizeBytes(band_->GetRasterDataType());
+  if (blockBytes > kMaxBlockBytes) return problem = "it is stored in pieces of more than a gigabyte", false;
+  info_.blockRows = std::max(blockHeight, 1);
+  if (!IsAllThere(bands)) return problem = "it is cut off", false;
+  for (const char* format : kRandomAccess) info_.isRandomAccess |= info_.format == format;
+
+  info_.hasTransform = file_->GetGeoTransform(info_.transform) == CE_None;
+  for (const double t : info_.transform) info_.hasTransform &= std::isfinite(t);
+  if (info_.hasTransform) ReadReference(file_->GetSpatialRef(), info_);
+  ReadHeightFacts();
+  return true;
+}
+
+/// Of this format GDAL takes what is missing at the end for zeros.
+bool GdalSource::IsAllThere(int bands) const {
+  if (info_.format != "ENVI") return true;
+  std::error_code error;
+  const std::uintmax_t size = std::filesystem::file_size(file_->GetDescription(), error);
+  const std::uintmax_t points =
+      static_cast<std::uintmax_t>(info_.width) * static_cast<std::uintmax_t>(info_.height);
+  const auto pointBytes = static_cast<std::uintmax_t>(GDALGetDataTypeSizeBytes(band_->GetRasterDataType())) *
+                          static_cast<std::uintmax_t>(bands);
+  return !error && size / pointBytes >= points;
+}
+
+void GdalSource::ReadHeightFacts() {
+  int hasValue = 0;
+  info_.missingValue = band_->GetNoDataValue(&hasValue);
+  info_.hasMissingValue = hasValue != 0;
+  const double scale = band_->GetScale(&hasValue), offset = band_->GetOffset();
+  if (std::isfinite(scale) && std::isfinite(offset) && scale != 0) info_.scale = scale, info_.offset = offset;
+  // Texts that the writer of 16-bit pictures leaves in them.
+  if (const char* pixel = file_->GetMetadataItem("metres_per_pixel"); pixel && !info_.hasTransform) {
+    info_.xScale = Number(pixel, 0);
+    const char* blank = std::strchr(pixel, ' ');
+    info_.yScale = Number(blank, info_.xScale);
+  }
+  info_.scale = Number(file_->GetMetadataItem("height_scale"), info_.scale);
+  info_.offset = Number(file_->GetMetadataItem("height_offset"), info_.offset);
+  const char* unit = band_->GetUnitType();
+  for (const HeightUnit& known : kHeightUnits)
+    if (unit && EQUAL(unit, known.name)) info_.metresPerHeight = known.metres;
+}
+
+/// Points that the file's own mask leaves out become NaN.
+bool GdalSource::DropMasked(const RasterRows& part, float* out, std::ptrdiff_t stride) {
+  const int flags = band_->GetMaskFlags();
+  if (!(flags & GMF_PER_DATASET) || (flags & GMF_ALPHA)) return true;
+  std::vector<GByte> mask(static_cast<size_t>(part.width));
+  for (std::int64_t j = 0; j < part.rows; ++j) {
+    if (band_->GetMaskBand()->RasterIO(GF_Read, static_cast<int>(part.x), static_cast<int>(part.y + j),
+                                       static_cast<int>(part.width), 1, mask.data(),
+                                       static_cast<int>(part.width), 1, GDT_Byte, 0, 0, nullptr) != CE_None)
+      return false;
+    for (std::int64_t i = 0; i < part.width; ++i)
+      if (!mask[static_cast<size_t>(i)]) out[i + j * stride] = std::nanf("");
+  }
+  return true;
+}
+
+bool GdalSource::Read(const RasterRows& part, float* out, std::ptrdiff_t stride, std::string& problem) {
+  const GdalScope scope;
+  try {
+    const bool isRead =
+        band_->RasterIO(GF_Read, static_cast<int>(part.x), static_cast<int>(part.y),
+                        static_cast<int>(part.width), static_cast<int>(part.rows), out,
+                        static_cast<int>(part.width), static_cast<int>(part.rows), GDT_Float32, sizeof(float),
+                        static_cast<GSpacing>(stride) * static_cast<GSpacing>(sizeof(float)),
+                        nullptr) == CE_None &&
+        DropMasked(part, out, stride);
+    if (isRead && !scope.HasFailed()) return true;
+    problem = scope.Problem("it can't be read");
+  } catch (const GdalGaveUp& gaveUp) {
+    isBroken_ = true;
+    problem = gaveUp.text;
+  } catch (const std::exception& error) {
+    isBroken_ = true;
+    problem = error.what();
+  }
+  return false;
+}
+
+GdalSource* Open(const std::string& path, int band, std::string& problem) {
+  struct stat file;
+  if (stat(path.c_str(), &file) != 0) return problem = std::strerror(errno), nullptr;
+  if (!S_ISREG(file.st_mode)) return problem = "it isn't a file", nullptr;
+  const GdalScope scope;
+  try {
+    const CPLStringList beside = FilesBeside(path);
+    auto* opened = static_cast<GDALDataset*>(
+        GDALOpenEx(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY | GDAL_OF_VERBOSE_ERROR, kRasterDrivers,
+                   nullptr, beside.List()));
+    if (!opened) {
+      problem = scope.Problem("");
+      if (problem.empty() || problem.find("not recognized") != std::string::npos)
+        problem = "it is of no known raster format";
+      return nullptr;
+    }
+    auto source = std::make_unique<GdalSource>(opened);
+    return source->ReadFacts(band, problem) ? source.release() : nullptr;
+  } catch (const GdalGaveUp& gaveUp) {
+    problem = gaveUp.text;
+  } catch (const std::exception& error) {
+    problem = error.what();
+  }
+  return nullptr;
+}
+
+}  // namespace
+}  // namespace ovhost
+
+extern "C" OV_API ovhost::RasterSource* ovOpenRaster(const std::string& path, int band,
+                                                     std::string& problem) {
+  return ovhost::Open(path, band, problem);
+}

@@ -1,0 +1,163 @@
+// Reads elevation files into a heightfield.
+#include "host/raster/heightfield_load.h"
+
+#include "core/idioms.h"
+#include "core/messages.h"
+#include "host/raster/fill_missing.h"
+
+namespace {
+
+/// Metres of the menu of vertical units; 0 stands for what the file says.
+constexpr double kMetresOfUnit[] = {0, 1, 0.3048, 1200.0 / 3937, 1000, 0.1, 0.01};
+constexpr long kUnits = std::size(kMetresOfUnit);
+
+constexpr long kFillWithValue = 1;
+
+}  // namespace
+
+trHeightfieldLoad::trHeightfieldLoad() {
+  HfSetFollowsInputs(false);
+  filenameHint_.SetIsHeightfieldFile(true);
+  filenameHint_.AddFileFilter("Heightfield files", "*.ovh");
+  filenameHint_.AddFileFilter("TIFF or GeoTIFF", "*.tif;*.tiff");
+  filenameHint_.AddFileFilter("SRTM heights", "*.hgt");
+  filenameHint_.AddFileFilter("ASCII grids", "*.asc");
+  filenameHint_.AddFileFilter("Pictures", "*.png;*.exr;*.bmp;*.tga;*.jpg");
+  SetRange(bandHint_, this, {.min = 1, .max = 16});
+  SetRange(shrinkHint_, this, {.min = 1, .max = 64});
+  SetMenu(unitsHint_, this,
+          {{"As the file says", 0},
+           {"Metres", 1},
+           {"Feet", 2},
+           {"US survey feet", 3},
+           {"Kilometres", 4},
+           {"Decimetres", 5},
+           {"Centimetres", 6}});
+  SetMenu(fillHint_, this, {{"By interpolation", 0}, {"By a height", 1}});
+  SetMenu(georeferenceHint_, this,
+          {{"Ignore", 0},
+           {"Scale only", 1},
+           {"As the file says", 2},
+           {"Latitude and longitude, whatever the file says", 3}});
+
+  Param(filename_, "filename", "", &filenameHint_);
+  GuiTab("Part of the file", "part_tab");
+  Param(band_, "band", 1, &bandHint_);
+  Param(readPart_, "read_part", 0).Display("Read a part only");
+  // Points counted from the south-western one, both ends included.
+  Param(bottomLeft_, "bottom_left", {0, 0});
+  Param(topRight_, "top_right", {999, 999});
+  Param(shrink_, "down-sample", 1, &shrinkHint_).Display("Down-sample by");
+  GuiTab("Heights", "heights_tab");
+  Param(units_, "vertical_units", 0, &unitsHint_);
+  Param(verticalScale_, "vertical_scale", 1.0);
+  Param(verticalOffset_, "vertical_offset", 0.0).Display("Vertical offset in metres");
+  Param(setMissing_, "set_missing_value", 0);
+  Param(missingValue_, "missing_value", -9999.0);
+  Param(fill_, "fill_missing", 0, &fillHint_);
+  Param(fillValue_, "fill_height", 0.0).Display("Fill height in metres");
+  GuiTab("Location", "location_tab");
+  Param(georeference_, "georeference", 2, &georeferenceHint_);
+  Param(setScale_, "set_metres_per_pixel", 0);
+  Param(metresPerPixel_, "metres_per_pixel", {10, 10});
+  AddGuiAction({"read_part"}, {"bottom_left", "top_right"}, 2);
+  AddGuiAction({"set_missing_value"}, {"missing_value"}, 2);
+}
+
+void trHeightfieldLoad::OnParamChanged(long index, trBase* who) {
+  trHeightfield::OnParamChanged(index, who);
+  SetParamGuiEnabled("fill_height", fill_ == kFillWithValue);
+}
+
+ovhost::RasterRequest trHeightfieldLoad::Request() const {
+  ovhost::RasterRequest request;
+  request.band = static_cast<int>(std::clamp(band_, 0L, 1L << 20));
+  request.useWindow = readPart_ != 0;
+  request.windowX0 = bottomLeft_.x;
+  request.windowY0 = bottomLeft_.y;
+  request.windowX1 = topRight_.x;
+  request.windowY1 = topRight_.y;
+  request.shrink = std::clamp(shrink_, 1L, 1L << 20);
+  request.metresPerHeight = units_ > 0 && units_ < kUnits ? kMetresOfUnit[units_] : 0;
+  request.verticalScale = verticalScale_;
+  request.verticalOffset = verticalOffset_;
+  request.hasMissingValue = setMissing_ != 0;
+  request.missingValue = missingValue_;
+  request.fillsWithValue = fill_ == kFillWithValue;
+  request.fillHeight = fillValue_;
+  request.georeference = static_cast<ovhost::RasterRequest::Georeference>(std::clamp(georeference_, 0L, 3L));
+  request.setsScale = setScale_ != 0;
+  request.metresPerPixelX = metresPerPixel_.x;
+  request.metresPerPixelY = metresPerPixel_.y;
+  return request;
+}
+
+void trHeightfieldLoad::MakeFlat() {
+  HfSetLatLongEnabled(0);
+  HfSetScaleEnabled(1);
+  HfSetScale(metresPerPixel_.x, metresPerPixel_.y, 1);
+  if (Init(0, 0, 2, 2)) Fill(0);
+  HfFindZRange();
+}
+
+long trHeightfieldLoad::HfOperate() {
+  if (HfIsValid()) return 1;
+  const std::string path = filename_.FullPath();
+  if (path.empty()) {
+    MakeFlat();
+    HfValidate();
+    return 1;
+  }
+  const std::string problem = ReadFile(path);
+  if (!problem.empty()) {
+    Cleanup();
+    HfSetLatLongEnabled(0);
+    trErrorWarningData data{"filename", path};
+    if (problem != "stopped") trError(path + ": " + problem, &data);
+    return 0;
+  }
+  HfValidate();
+  return 1;
+}
+
+std::string trHeightfieldLoad::ReadFile(const std::string& path) {
+  const ovhost::RasterRequest request = Request();
+  std::string problem;
+  const auto source = ovhost::OpenRaster(path, request.band, problem);
+  if (!source) return problem;
+  ovhost::RasterPlan plan;
+  problem = ovhost::PlanRaster(source->Info(), request, plan);
+  if (!problem.empty()) return problem;
+  if (!plan.warning.empty()) trWarning(path + ": " + plan.warning);
+
+  if (!Init(0, 0, static_cast<int>(plan.width), static_cast<int>(plan.height)))
+    return "reading a part of it, or down-sampling, takes less memory";
+  HfSetScaleEnabled(1);
+  HfSetScale(plan.xScale, plan.yScale, plan.zScale);
+  HfSetLatLongEnabled(plan.hasCorners);
+  HfSetLatLongCorners(plan.corners);
+
+  struct Report {
+    trBase* node;
+    unsigned long token = 0;
+  } report{this};
+  ovhost::RasterJob job;
+  job.path = path;
+  job.band = request.band;
+  job.source = source.get();
+  job.threads = trNumCoresToUse();
+  job.out = HfScanlineRaw(0);
+  job.progress = {[](void* context, double fraction) {
+                    auto* to = static_cast<Report*>(context);
+                    return to->node->ReportProgress(to->token, "Heightfield load: Reading",
+                                                    static_cast<float>(fraction), -1.0f) != 0;
+                  },
+                  &report};
+  problem = ovhost::ReadRaster(job, plan);
+  if (!problem.empty()) return problem;
+  if (job.hasMissing && !request.fillsWithValue &&
+      ovhost::FillMissing(HfScanlineRaw(0), plan.width, plan.height) == plan.width * plan.height)
+    return "none of its points has a height";
+  HfFindZRange();
+  return {};
+}

@@ -1,0 +1,57 @@
+// Finds the reader of an elevation file.
+#include <dlfcn.h>
+
+#include <cstring>
+#include <filesystem>
+
+#include "host/raster/codec_library.h"
+#include "host/raster/ovh.h"
+#include "host/raster/picture_source.h"
+#include "host/raster/raster_read.h"
+
+namespace ovhost {
+namespace {
+
+RasterCodec Load() {
+  RasterCodec codec;
+  Dl_info self;
+  std::error_code error;
+  std::filesystem::path folder;
+  if (dladdr(reinterpret_cast<const void*>(&OpenRaster), &self) && self.dli_fname)
+    folder = std::filesystem::canonical(self.dli_fname, error).parent_path();
+  void* library = dlopen((folder / "libovraster.so").c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (library) {
+    codec.open = reinterpret_cast<RasterOpener*>(dlsym(library, "ovOpenRaster"));
+    codec.writeGeoTiff = reinterpret_cast<GeoTiffWriter*>(dlsym(library, "ovWriteGeoTiff"));
+  }
+  if (!codec.open || !codec.writeGeoTiff)
+    codec = {nullptr, nullptr, std::string("the raster formats can't be loaded: ") + dlerror()};
+  return codec;
+}
+
+}  // namespace
+
+const RasterCodec& LoadRasterCodec() {
+  static const RasterCodec codec = Load();
+  return codec;
+}
+
+std::unique_ptr<RasterSource> OpenRaster(const std::string& path, int band, std::string& problem) {
+  // Opened here first, so that only names of files get any further.
+  auto bytes = OpenBytes(path, problem);
+  if (!bytes) return nullptr;
+  if (IsOvh(*bytes)) {
+    if (band != 1) return problem = "it has no band " + std::to_string(band) + ", only 1", nullptr;
+    return OpenOvh(std::move(bytes), problem);
+  }
+  static constexpr unsigned char kExr[4] = {0x76, 0x2f, 0x31, 0x01};
+  unsigned char begin[4];
+  const bool isExr = bytes->Size() >= 4 && bytes->Read(0, begin, 4) && std::memcmp(begin, kExr, 4) == 0;
+  bytes.reset();
+  if (isExr) return OpenPictureRaster(path, band, problem);
+  const RasterCodec& codec = LoadRasterCodec();
+  if (!codec.open) return problem = codec.problem, nullptr;
+  return std::unique_ptr<RasterSource>(codec.open(path, band, problem));
+}
+
+}  // namespace ovhost

@@ -1,0 +1,158 @@
+// Reads elevation files in pieces of rows, by several threads where the format allows it.
+#include "host/raster/raster_read.h"
+
+#include <algorithm>
+#include <cmath>
+#include <mutex>
+#include <vector>
+
+#include "host/raster/workers.h"
+
+namespace ovhost {
+namespace {
+
+/// Bytes of a piece: few enough to be still in the cache when they are converted.
+constexpr std::int64_t kPieceBytes = 1 << 20;
+/// The most that a thread reads ahead to take means of, unless a single row of them takes more.
+constexpr std::int64_t kBufferBytes = 128 << 20;
+/// What isn't a height on any planet is a marker, such as the greatest negative float.
+constexpr float kGreatestHeight = 1e36f;
+
+std::int64_t RoundedUp(std::int64_t value, std::int64_t step) { return (value + step - 1) / step * step; }
+
+/// Turns stored values into raster values; missing ones into `fill`. Returns how many there were.
+std::int64_t Convert(const RasterPlan& plan, float* values, std::int64_t count) {
+  const float gap0 = plan.hasMissingValue[0] ? plan.missingValue[0] : std::nanf("");
+  const float gap1 = plan.hasMissingValue[1] ? plan.missingValue[1] : std::nanf("");
+  const double factor = plan.factor, addend = plan.addend;
+  const float fill = plan.fill;
+  int missing = 0;  // a piece has fewer points than an int can count
+  if (factor == 1 && addend == 0) {
+    for (std::int64_t i = 0; i < count; ++i) {
+      const float v = values[i];
+      const bool isHeight = std::fabs(v) <= kGreatestHeight && v != gap0 && v != gap1;
+      values[i] = isHeight ? v : fill;
+      missing += !isHeight;
+    }
+    return missing;
+  }
+  for (std::int64_t i = 0; i < count; ++i) {
+    const float v = values[i];
+    const bool isHeight = std::fabs(v) <= kGreatestHeight && v != gap0 && v != gap1;
+    const auto converted = static_cast<float>(v * factor + addend);
+    values[i] = isHeight ? converted : fill;
+    missing += !isHeight;
+  }
+  return missing;
+}
+
+/// One worker's way through a file.
+class PieceReader {
+ public:
+  PieceReader(const RasterPlan& plan, RasterJob& job) : plan_(plan), job_(job) {}
+
+  /// Rows `begin` to `end` of the result, counted in the file's order.
+  bool Read(std::int64_t begin, std::int64_t end, std::string& problem) {
+    if (!EnsureSource(problem)) return false;
+    if (plan_.shrink > 1) return ReadMeans(begin, end, problem);
+    const std::ptrdiff_t stride = plan_.northFirst ? -plan_.width : plan_.width;
+    if (!source_->Read({plan_.fileX, plan_.fileY + begin, plan_.width, end - begin}, Row(begin), stride,
+                       problem))
+      return false;
+    for (std::int64_t q = begin; q < end; ++q) Finish(Row(q));
+    return true;
+  }
+  bool HasMissing() const { return hasMissing_; }
+  void UseSource(RasterSource* source) { source_ = source; }
+
+ private:
+  bool EnsureSource(std::string& problem) {
+    if (source_) return true;
+    own_ = OpenRaster(job_.path, job_.band, problem);
+    source_ = own_.get();
+    return source_ != nullptr;
+  }
+
+  float* Row(std::int64_t q) const {
+    return job_.out + (plan_.northFirst ? plan_.height - 1 - q : q) * plan_.width;
+  }
+
+  void Finish(float* row) {
+    if (Convert(plan_, row, plan_.width) > 0) hasMissing_ = true;
+    if (!plan_.westFirst) std::reverse(row, row + plan_.width);
+  }
+
+  bool ReadMeans(std::int64_t begin, std::int64_t end, std::string& problem) {
+    const std::int64_t n = plan_.shrink, width = plan_.width * n;
+    const std::int64_t together = std::clamp<std::int64_t>(kBufferBytes / (width * n * 4), 1, end - begin);
+    buffer_.resize(static_cast<std::size_t>(together * n * width));
+    // Means are of heights, so what is missing has to be known before.
+    RasterPlan raw = plan_;
+    raw.fill = std::nanf("");
+    for (std::int64_t q = begin; q < end; q += together) {
+      const std::int64_t count = std::min(together, end - q);
+      if (!source_->Read({plan_.fileX, plan_.fileY + q * n, width, count * n}, buffer_.data(), width,
+                         problem))
+        return false;
+      for (std::int64_t j = 0; j < count * n; ++j) Convert(raw, buffer_.data() + j * width, width);
+      for (std::int64_t j = 0; j < count; ++j) {
+        float* row = Row(q + j);
+        for (std::int64_t i = 0; i < plan_.width; ++i) row[i] = Mean(buffer_.data() + j * n * width + i * n);
+        if (!plan_.westFirst) std::reverse(row, row + plan_.width);
+      }
+    }
+    return true;
+  }
+
+  /// Of the heights among the pixels that make a point.
+  float Mean(const float* corner) {
+    const std::int64_t n = plan_.shrink, width = plan_.width * n;
+    double sum = 0;
+    std::int64_t count = 0;
+    for (std::int64_t j = 0; j < n; ++j)
+      for (std::int64_t k = 0; k < n; ++k)
+        if (const float v = corner[j * width + k]; !std::isnan(v)) sum += v, ++count;
+    hasMissing_ |= count == 0;
+    return count ? static_cast<float>(sum / static_cast<double>(count)) : plan_.fill;
+  }
+
+  const RasterPlan& plan_;
+  RasterJob& job_;
+  std::unique_ptr<RasterSource> own_;
+  RasterSource* source_ = nullptr;
+  std::vector<float> buffer_;
+  bool hasMissing_ = false;
+};
+
+}  // namespace
+
+std::string ReadRaster(RasterJob& job, const RasterPlan& plan) {
+  const RasterInfo& info = job.source->Info();
+  // Pieces begin where the file's own pieces begin, and follow one another from the file's first row on.
+  const std::int64_t n = plan.shrink, rowBytes = plan.width * n * n * 4;
+  const std::int64_t blockRows = std::max<std::int64_t>(RoundedUp(info.blockRows, n) / n, 1);
+  const std::int64_t pieceRows = RoundedUp(std::max<std::int64_t>(kPieceBytes / rowBytes, 1), blockRows);
+  const std::int64_t lead = n == 1 ? plan.fileY % pieceRows : 0;
+  const std::int64_t pieces = (lead + plan.height + pieceRows - 1) / pieceRows;
+
+  const int threads = info.isRandomAccess ? std::max(job.threads, 1) : 1;
+  std::vector<PieceReader> readers;
+  for (int i = 0; i < threads; ++i) readers.emplace_back(plan, job);
+  readers[0].UseSource(job.source);
+  std::mutex mutex;
+  std::string problem;
+  const bool isDone = RunPieces(threads, pieces, job.progress, [&](int worker, std::int64_t piece) {
+    const std::int64_t begin = std::max<std::int64_t>(piece * pieceRows - lead, 0);
+    const std::int64_t end = std::min((piece + 1) * pieceRows - lead, plan.height);
+    std::string why;
+    if (readers[static_cast<std::size_t>(worker)].Read(begin, end, why)) return true;
+    const std::lock_guard lock(mutex);
+    if (problem.empty()) problem = why;
+    return false;
+  });
+  for (const PieceReader& reader : readers) job.hasMissing |= reader.HasMissing();
+  job.wasStopped = !isDone && problem.empty();
+  return job.wasStopped ? "stopped" : problem;
+}
+
+}  // namespace ovhost

@@ -1,0 +1,95 @@
+# `ov heightfield`: formats as other programs read them, exit codes, a disc that is full, reports.
+cat >hills.asc <<'END'
+ncols 4
+nrows 3
+xllcorner 6.5
+yllcorner 45.5
+cellsize 1
+NODATA_value -1
+10 20 30 40
+-1 21 31 41
+12 22 32 42
+END
+echo 'GEOGCS["WGS 84",DATUM["WGS_1984",SPHEROID["WGS 84",6378137,298.257223563]],PRIMEM["Greenwich",0],UNIT["degree",0.0174532925199433]]' >hills.prj
+cat >scene.ovd <<'END'
+<ombrivex_project>
+  <heightfield_load name="Hills" filename="hills.asc" vertical_offset="100"/>
+  <constant_scalar name="Number"/>
+</ombrivex_project>
+END
+
+expect 0 "$OV" heightfield scene.ovd Hills --json --stats
+prints '"points_without_height": 0'
+prints '"south": 46.0'
+prints '"east": 10.0'
+prints '"highest": 142.0'
+expect 0 "$OV" heightfield scene.ovd Hills --stats
+prints "4 x 3 points"
+for file in a.tif a.tiff a.png a.exr a.asc a.ovh; do
+  expect 0 "$OV" heightfield scene.ovd Hills -o $file --quiet
+  [ -s $file ] || fail "no $file"
+done
+expect 0 "$OV" heightfield scene.ovd Hills -o a16.tif --bits 16 --hillshade relief.png --slope slope.png
+shows "m are 0 to 65535"
+for picture in relief.png slope.png a.png; do
+  [ "$(head -c 4 $picture | od -An -tx1 | tr -d ' ')" = 89504e47 ] || fail "$picture is no PNG"
+done
+[ -z "$(find . -name '*.tmp*')" ] || fail "temporary files are left"
+
+# Another program's word on what was written.
+if command -v gdalinfo >/dev/null 2>&1; then
+  for file in a.tif a16.tif a.asc; do
+    expect 0 gdalinfo $file
+    prints "WGS 84"
+    prints "Origin = (6.5"
+    prints "Pixel Size = (1.0"
+    expect 0 gdallocationinfo -valonly -wgs84 $file 9 48
+    case $(cat out) in 130*) ;; *) [ $file = a16.tif ] || fail "$file: $(cat out) instead of 130 in the north" ;; esac
+  done
+  expect 0 gdal_translate -q -unscale -ot Float32 a16.tif plain.tif
+  expect 0 gdallocationinfo -valonly plain.tif 3 0
+  case $(cat out) in 140* | 139.99*) ;; *) fail "16 bits stand for $(cat out) instead of 140" ;; esac
+  expect 0 gdallocationinfo -valonly a.png 3 2
+  [ "$(cat out)" = 65535 ] || fail "the highest isn't 65535"
+fi
+
+# Usage
+for wrong in "" "-o a.xyz" "-o a.png --bits 32" "-o a.asc --bits 16" "--bits 8 -o a.tif" "--hillshade a.jpg" "--slope a" \
+  "--hillshade a.png --exaggeration 0"; do
+  # shellcheck disable=SC2086
+  expect 2 "$OV" heightfield scene.ovd Hills $wrong
+done
+expect 1 "$OV" heightfield scene.ovd Number --stats
+shows "is no heightfield"
+expect 1 "$OV" heightfield scene.ovd Nobody --stats
+expect 4 "$OV" heightfield scene.ovd Hills -o no_such_folder/a.tif
+mkdir folder.tif
+expect 4 "$OV" heightfield scene.ovd Hills -o folder.tif
+expect 1 "$OV" heightfield scene.ovd Hills -o b.tif --set Hills.filename=missing.tif
+shows missing.tif
+[ ! -e b.tif ] || fail "a file without heights"
+printf 'no raster' >no.tif
+expect 1 "$OV" heightfield scene.ovd Hills -o b.tif --set Hills.filename=no.tif
+shows "no known raster format"
+
+# A file that names others to read isn't followed.
+printf '<VRTDataset rasterXSize="4" rasterYSize="3"><VRTRasterBand dataType="Float32" band="1"><SimpleSource><SourceFilename relativeToVRT="1">hills.asc</SourceFilename></SimpleSource></VRTRasterBand></VRTDataset>' >virtual.tif
+expect 1 "$OV" heightfield scene.ovd Hills --stats --set Hills.filename=virtual.tif
+
+# A disc that takes no more than some blocks: the old file stays whole.
+cat >wide.ovd <<'END'
+<ombrivex_project>
+  <heightfield_load name="Wide" filename="wide.asc"/>
+</ombrivex_project>
+END
+{ printf 'ncols 700\nnrows 600\nxllcorner 0\nyllcorner 0\ncellsize 10\n'
+  awk 'BEGIN { for (y = 0; y < 600; ++y) { for (x = 0; x < 700; ++x) printf "%.4f ", 100 * sin(x * y * 0.37); print "" } }'; } >wide.asc
+for file in full.tif full.png full.asc full.ovh full.exr; do
+  echo "what was there" >$file
+  code=0
+  (trap '' XFSZ; ulimit -f 16; exec "$OV" heightfield wide.ovd Wide -o $file --quiet) >/dev/null 2>err || code=$?
+  [ $code = 4 ] || fail "$file: exit code $code of a full disc"
+  shows "$file"
+  [ "$(cat $file)" = "what was there" ] || fail "$file: the old file is gone"
+done
+[ -z "$(find . -name '*.tmp*')" ] || fail "temporary files are left"
