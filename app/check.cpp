@@ -44,6 +44,7 @@ long Check(const Options& options, long& faults) {
     const std::vector<trBase*> nodes = ovhost::AllNodes(&session.Project());
     ovhost::ReportBrokenLinks(&session.Project(), trError);
     ovhost::ReportShaderRings(&session.Project(), trError);
+    ovhost::ReportHeightfieldRings(&session.Project());
     CheckCompleteness(session.Project());
     faults += ovhost::NumErrors();
     return static_cast<long>(nodes.size());

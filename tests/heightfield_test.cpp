@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "host/base/log.h"
+#include "host/node/graph_check.h"
 #include "tests/shading_fixture.h"
 
 namespace {
@@ -277,6 +278,7 @@ TEST(Heightfield, RingsAreNamedAndFail) {
   CountingField& c = chain.Add("c", &b);
   CountingField& d = chain.Add("d", &c);
   Graph::Link(a, "input_node", c);
+  EXPECT_EQ(ovhost::ReportHeightfieldRings(&chain.project), 1);
   const long errors = ovhost::NumErrors();
   EXPECT_EQ(d.HfOperateTS(), 0);
   EXPECT_EQ(a.HfOperateTS(), 0);

@@ -1,4 +1,4 @@
-// Broken links, shaders that feed themselves, and networks too deep.
+// Broken links, shaders and heightfields that feed themselves, and networks too deep.
 #include "host/node/graph_check.h"
 
 #include <algorithm>
@@ -8,6 +8,7 @@
 #include "core/messages.h"
 #include "core/shader.h"
 #include "host/node/node_data.h"
+#include "host/raster/heightfield_walk.h"
 
 namespace ovhost {
 namespace {
@@ -18,8 +19,14 @@ const trFile& LinkOf(const trBase& node, long index) {
   return *static_cast<const trFile*>(node.ParamPtr(index));
 }
 
-/// The shaders that a shader calls.
-std::vector<const trBase*> Called(const trBase* node) {
+/// What may feed itself: its name, which nodes are of it, and what such a node asks.
+struct Kind {
+  const char* noun;
+  bool (*has)(const trBase* node);
+  std::vector<const trBase*> (*asked)(const trBase* node);
+};
+
+std::vector<const trBase*> CalledShaders(const trBase* node) {
   std::vector<const trBase*> called;
   for (long i = 0; i < node->NumParams(); ++i)
     if (node->ParamType(i) == trParamType::kShaderLink)
@@ -27,15 +34,25 @@ std::vector<const trBase*> Called(const trBase* node) {
   return called;
 }
 
+const Kind kShaders = {"shader",
+                       [](const trBase* node) { return dynamic_cast<const trShader*>(node) != nullptr; },
+                       CalledShaders};
+const Kind kHeightfields = {
+    "heightfield", [](const trBase* node) { return dynamic_cast<const trHeightfield*>(node) != nullptr; },
+    [](const trBase* node) {
+      const std::vector<trHeightfield*> linked = LinkedHeightfields(*node);
+      return std::vector<const trBase*>(linked.begin(), linked.end());
+    }};
+
 /// Depth-first search with a stack of its own: chains may be tens of thousands long.
 class RingSearch {
  public:
-  RingSearch(trBase* root, bool isQuiet) : isQuiet_(isQuiet) {
+  RingSearch(trBase* root, const Kind& kind, bool isQuiet) : kind_(kind), isQuiet_(isQuiet) {
     for (const trBase* node : AllNodes(root))
-      if (dynamic_cast<const trShader*>(node)) Start(node);
+      if (kind_.has(node)) Start(node);
   }
   long NumFound() const { return found_; }
-  /// The shader with the most shaders below it, and their number with its own; where there are no rings.
+  /// The node with the most of its kind below it, and their number with its own; where there are no rings.
   const trBase* Deepest() const { return deepest_; }
   long Depth() const { return depth_; }
 
@@ -70,7 +87,7 @@ class RingSearch {
 
   void Enter(const trBase* node) {
     seen_[node].state = State::kOnPath;
-    path_.push_back({node, Called(node)});
+    path_.push_back({node, kind_.asked(node)});
   }
 
   void Leave(const Step& step) {
@@ -89,7 +106,7 @@ class RingSearch {
     if (isQuiet_) return;
     constexpr size_t kNamed = 12;
     auto step = std::find_if(path_.begin(), path_.end(), [first](const Step& s) { return s.node == first; });
-    std::string text = "the shader feeds itself: ";
+    std::string text = std::string("the ") + kind_.noun + " feeds itself: ";
     for (size_t named = 0; step != path_.end(); ++step, ++named) {
       if (named < kNamed) text += step->node->NameAndPath() + " <- ";
       if (named == kNamed) text += "... <- ";
@@ -98,6 +115,7 @@ class RingSearch {
     trError(text + first->NameAndPath());
   }
 
+  const Kind& kind_;
   const bool isQuiet_;
   std::unordered_map<const trBase*, Seen> seen_;
   std::vector<Step> path_;
@@ -128,7 +146,7 @@ long ReportBrokenLinks(trBase* root, void (*report)(const trString&)) {
 }
 
 long ReportShaderRings(trBase* root, void (*reportDepth)(const trString&)) {
-  const RingSearch search(root, false);
+  const RingSearch search(root, kShaders, false);
   if (search.NumFound() == 0 && search.Depth() > trShadingInterface::kMaxShaderDepth) {
     const trScopedErrorsWarningsContext context(search.Deepest());
     reportDepth("the shader network is " + std::to_string(search.Depth()) + " shaders deep; " +
@@ -137,6 +155,8 @@ long ReportShaderRings(trBase* root, void (*reportDepth)(const trString&)) {
   return search.NumFound();
 }
 
-bool HasShaderRing(trBase* root) { return RingSearch(root, true).NumFound() > 0; }
+long ReportHeightfieldRings(trBase* root) { return RingSearch(root, kHeightfields, false).NumFound(); }
+
+bool HasShaderRing(trBase* root) { return RingSearch(root, kShaders, true).NumFound() > 0; }
 
 }  // namespace ovhost
