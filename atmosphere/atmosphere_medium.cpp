@@ -5,12 +5,15 @@ namespace atmosphere {
 
 namespace {
 
+/// x^-power; the usual power of 1 is a division.
+float InversePower(float x, float power) { return power == 1.0f ? 1.0f / x : std::pow(x, -power); }
+
 /// A falling power of the angle from the light's rim, levelled off at the rim.
 float ImprovedGlow(float theta, bool glow, float radius, float amount, float power) {
   // A light without extent would have an infinitely bright centre.
   const float rim = glow ? std::max(radius, 1e-6f) : 1.0f;
-  const float peak = std::pow(rim, -power);
-  float w = std::pow(std::max(1e-6f, theta - rim), -power) / peak;
+  const float peak = InversePower(rim, power);
+  float w = InversePower(std::max(1e-6f, theta - rim), power) / peak;
   if (w >= 1e-6f) w = 1.0f - std::exp(-w);
   const float m = peak * w;
   if (amount < 1.0f) return (m - 1.0f) * amount + 1.0f;

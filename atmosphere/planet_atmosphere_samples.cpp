@@ -95,14 +95,20 @@ void PlanetAtmosphere::MeanDensities(const double* height, const double* lit, in
   double boundary[kMediaBlock + 2], level[kMediaBlock];
   for (int i = 0; i <= count; i += 2)
     Store(atmosphere::DensityExp(Load(height + i) * -inverse), boundary + i);
-  for (int i = 0; i < count; i += 2) Store(atmosphere::CoarseExp(Load(lit + i) * -inverse), level + i);
   // The mean over a stretch that climbs; for one nearly level, the density at its lit point.
   const double least = scaleHeight * derived_.invSamples * 0.1;
+  bool isAnyLevel = false;
   for (int i = 0; i < count; ++i) {
     const double rise = height[i + 1] - height[i];
-    density[i] = std::fabs(rise) > least ? GuardedDivide((boundary[i] - boundary[i + 1]) * scaleHeight, rise)
-                                         : level[i];
+    if (std::fabs(rise) > least)
+      density[i] = GuardedDivide((boundary[i] - boundary[i + 1]) * scaleHeight, rise);
+    else
+      isAnyLevel = true;
   }
+  if (!isAnyLevel) return;
+  for (int i = 0; i < count; i += 2) Store(atmosphere::CoarseExp(Load(lit + i) * -inverse), level + i);
+  for (int i = 0; i < count; ++i)
+    if (!(std::fabs(height[i + 1] - height[i]) > least)) density[i] = level[i];
 }
 
 void PlanetAtmosphere::EvaluateMedia(AtmosphereRayData& data, int first) const {

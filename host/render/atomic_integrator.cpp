@@ -66,18 +66,22 @@ trAtomicIntegrator::Result trAtomicIntegrator::Integrate(trRenderState& state,
   for (Slot& slot : slots_) slot.volume->AddRaySamples(state, *this, slot.rayData);
 
   // By depth, and in the order of adding at equal depth. One volume's samples come in order already.
-  order_.resize(samples_.size());
-  for (size_t i = 0; i < order_.size(); ++i) order_[i] = static_cast<int>(i);
-  const auto nearer = [this](int a, int b) {
-    const double da = samples_[a].distance, db = samples_[b].distance;
-    return da != db ? da < db : a < b;
-  };
-  if (!std::is_sorted(order_.begin(), order_.end(), nearer)) std::sort(order_.begin(), order_.end(), nearer);
+  const size_t count = samples_.size();
+  bool isInOrder = true;
+  for (size_t i = 1; i < count; ++i) isInOrder &= samples_[i - 1].distance <= samples_[i].distance;
+  if (!isInOrder) {
+    order_.resize(count);
+    for (size_t i = 0; i < count; ++i) order_[i] = static_cast<int>(i);
+    std::sort(order_.begin(), order_.end(), [this](int a, int b) {
+      const double da = samples_[a].distance, db = samples_[b].distance;
+      return da != db ? da < db : a < b;
+    });
+  }
 
   Result result;
   trFCol enviroLeft(1.0f);
-  for (int i : order_) {
-    trAtmosSample& sample = samples_[i];
+  for (size_t i = 0; i < count; ++i) {
+    trAtmosSample& sample = samples_[isInOrder ? i : order_[i]];
     sample.throughput = result.transmittance;
     sample.owner->EvaluateRaySample(state, sample);
     result.direct += result.transmittance * Finite(sample.colourDirect);
