@@ -13,6 +13,7 @@
 #include "heightfield/heightfield_from_shader.h"
 #include "heightfield/heightfield_generate.h"
 #include "heightfield/heightfield_merge.h"
+#include "heightfield/heightfield_shader.h"
 #include "heightfield/size_operators.h"
 #include "heightfield/vertical_operators.h"
 #include "imagemap/image_map_shader.h"
@@ -49,6 +50,8 @@ const Row kRows[] = {
     {"shader/colour", "colour_adjust_shader", trCreateNode<ColourAdjustShader>},
     {"shader/colour", "distance_shader", trCreateNode<DistanceShader>},
     {"shader/surface", "glass_shader", trCreateNode<GlassShader>},
+    {"hidden", "heightfield_displacement_shader", trCreateNode<HeightfieldDisplacementShader>},
+    {"shader/displacement/heightfield", "heightfield_shader", trCreateNode<HeightfieldShader>},
     {"shader/colour", "image_map_shader", trCreateNode<ImageMapShader>},
     {"shader/displacement", "image_map_shader", trCreateNode<ImageMapShader>},
     {"shader/surface", "lambert_shader", trCreateNode<LambertShader>},

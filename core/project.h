@@ -3,6 +3,8 @@
 
 #include "core/node.h"
 
+class trHeightfield;
+
 /// The root node: frames, the active shadable object, and where the project's files lie. Main thread only.
 class OV_API juProject : public trBase {
  public:
@@ -18,6 +20,9 @@ class OV_API juProject : public trBase {
   void SetActiveShadableObject(trBase* object);
   /// The camera of the project's first render node, else the first camera; null where there is none.
   trBase* PActiveCameraNode() const;
+
+  /// Shows a heightfield to the user; without a window, tells its size and range on the console.
+  void OpenHfView(trHeightfield* heightfield);
 
   /// Folder against which relative file names are resolved; empty for a project never saved.
   const trString& Folder() const { return folder_; }

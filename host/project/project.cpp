@@ -1,6 +1,7 @@
 // The project node.
 #include "core/project.h"
 
+#include "core/heightfield.h"
 #include "core/ocio.h"
 #include "host/node/node_data.h"
 #include "host/project/render_node.h"
@@ -45,6 +46,15 @@ trBase* juProject::PActiveCameraNode() const {
     if (!firstCamera && node->IsTrue("is_camera")) firstCamera = node;
   }
   return firstCamera;
+}
+
+void juProject::OpenHfView(trHeightfield* heightfield) {
+  if (!heightfield || !heightfield->HfOperateTS()) return;
+  const auto metres = [](double value) { return ovhost::ValueToText(value) + " m"; };
+  trPrintMessage(heightfield->NameAndPath() + ": " + std::to_string(heightfield->HfXPnts()) + " x " +
+                 std::to_string(heightfield->HfYPnts()) + " points, " + metres(heightfield->HfScaledXSize()) +
+                 " x " + metres(heightfield->HfScaledYSize()) + ", heights " +
+                 metres(heightfield->HfMinHeight()) + " to " + metres(heightfield->HfMaxHeight()));
 }
 
 namespace {
