@@ -101,6 +101,7 @@ TEST(HeightfieldShader, BordersFadeAndStitchableOnesSumToOne) {
   stage.field.Make(11, 11, 10, 10, [](int, int) { return 1.0; });
   stage.Anchor(1);
   const auto step = [](double t) { return t < 0 ? 0 : t > 1 ? 1 : (3 - 2 * t) * t * t; };
+  stage.Set({{"stitchable_border", 0}});
   EXPECT_EQ(stage.Height(0, 50), 10) << "without a border the weight is 1 to the edge";
   stage.Set({{"border_blending", 0.2}});
   for (const double x : {0.0, 5.0, 12.0, 50.0, 91.0})
@@ -176,6 +177,7 @@ TEST(HeightfieldShader, LiesByLatitudeAndLongitudeOnThePlanet) {
 
 TEST(HeightfieldShader, DetailShiftsTheLookupByItsOctaves) {
   Stage stage;
+  stage.field.Make(41, 41, 10, 10, [](int x, int y) { return x + 2.0 * y; });
   stage.Anchor(1);
   stage.Set({{"add_fractal_detail", 1},
              {"fractal_amount", 0.3},
@@ -193,7 +195,7 @@ TEST(HeightfieldShader, DetailShiftsTheLookupByItsOctaves) {
     }
     return std::pair((mx - x) / 1.2 * 0.3, (my - y) / 1.2 * 0.3);
   };
-  const double x = 4.3, y = 2.6;
+  const double x = 14.3, y = 12.6;
   const auto [ox, oy] = offset(x / 2, y / 2);
   EXPECT_NEAR(stage.Height(10 * x, 10 * y), 10 * (x + 2 * ox + 2 * (y + 2 * oy)), 1e-6);
   const double plain = stage.Height(10 * x, 10 * y);
