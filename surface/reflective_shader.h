@@ -10,8 +10,8 @@
 struct ReflectivePoint;
 
 /// What owners tell the shader about the point in hand, one record a thread. Written before each Shade, by
-/// the thread that calls it.
-struct ReflectiveThreadState {
+/// the thread that calls it; records of two threads never share a cache line.
+struct alignas(64) ReflectiveThreadState {
   // Offsets of the rays of a soft reflection, kept until the parameters they were made for change.
   std::unique_ptr<trVector[]> reflectionOffsets, transmissionOffsets;
   std::int32_t cachedCount = -1;

@@ -21,39 +21,25 @@ TEST_F(Glass, SetsUpItsReflectiveChild) {
   ASSERT_NE(child, nullptr);
   EXPECT_EQ(child->isThinWalled, 0);
   EXPECT_EQ(child->volumeMethod, 2);
-  EXPECT_TRUE(child->transparency == trManRgb(1, 1, 1));
-  Set(glass, "double-sided_surface", 1);
-  Set(glass, "transparency", trManRgb(0.1f, 0.2f, 0.3f));
-  Set(glass, "reflectivity", trManRgb(0.4f, 0.5f, 0.6f));
-  Set(glass, "reflection_tint", trManRgb(0.7f, 0.8f, 0.9f));
-  Set(glass, "decay_tint", trManRgb(0.3f, 0.2f, 0.1f));
-  Set(glass, "volume_1_colour", trManRgb(0.6f, 0.5f, 0.4f));
-  const struct {
-    const char *own, *childs;
-    double value;
-  } cases[] = {{"highlight_intensity", "highlight_intensity", 2},
-               {"caustic_intensity", "caustic_intensity", 3},
-               {"specular_roughness", "specular_roughness", 0.25},
-               {"index_of_refraction", "index_of_refraction", 1.7}};
-  for (const auto& c : cases) {
-    Set(glass, c.own, c.value);
-    EXPECT_EQ(DoubleParam(*child, c.childs), c.value) << c.own;
+  const trManRgb colour(0.1f, 0.2f, 0.3f);
+  for (const char* name :
+       {"transparency", "reflectivity", "reflection_tint", "decay_tint", "volume_1_colour"})
+    Set(glass, name, colour);
+  for (const char* name : {"reflectivity", "reflection_tint"})
+    EXPECT_TRUE(ColourParam(*child, name) == colour) << name;
+  EXPECT_TRUE(child->transparency == colour && child->decayTint == colour && child->volumeColour == colour);
+  double value = 0;
+  for (const char* name :
+       {"highlight_intensity", "caustic_intensity", "specular_roughness", "index_of_refraction"}) {
+    Set(glass, name, value += 0.25);
+    EXPECT_EQ(DoubleParam(*child, name), value) << name;
   }
-  Set(glass, "decay_distance", 7.0);
-  Set(glass, "volume_1_density", 0.5);
-  Set(glass, "volume_1_colour_is_volumetric", 1);
-  Set(glass, "volume_method_in_path_tracer", 1);
-  EXPECT_EQ(child->isThinWalled, 1);
-  EXPECT_TRUE(child->transparency == trManRgb(0.1f, 0.2f, 0.3f));
-  EXPECT_TRUE(ColourParam(*child, "reflectivity") == trManRgb(0.4f, 0.5f, 0.6f));
-  EXPECT_TRUE(ColourParam(*child, "reflection_tint") == trManRgb(0.7f, 0.8f, 0.9f));
-  EXPECT_TRUE(child->decayTint == trManRgb(0.3f, 0.2f, 0.1f));
-  EXPECT_TRUE(child->volumeColour == trManRgb(0.6f, 0.5f, 0.4f));
+  for (const char* name : {"double-sided_surface", "decay_distance", "volume_1_density",
+                           "volume_1_colour_is_volumetric", "volume_method_in_path_tracer"})
+    Set(glass, name, 1);
+  EXPECT_TRUE(child->isThinWalled && child->isColourVolumetric);
+  EXPECT_EQ(child->decayDistance + child->volumeDensity + child->volumeMethod, 3);
   EXPECT_EQ(DoubleParam(*child, "highlight_model"), 1);
-  EXPECT_EQ(child->decayDistance, 7);
-  EXPECT_EQ(child->volumeDensity, 0.5);
-  EXPECT_EQ(child->isColourVolumetric, 1);
-  EXPECT_EQ(child->volumeMethod, 1);
   EXPECT_EQ(child->ThreadState(0).roughnessAddend, 0.005f);
   EXPECT_EQ(child->ThreadState(0).softnessAddend, 0);
 }
