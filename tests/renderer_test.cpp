@@ -142,10 +142,10 @@ TEST_F(Render, ACropIsThatPartOfTheWhole) {
     ASSERT_EQ(part.height, rect.y1 - rect.y0);
     ASSERT_EQ(part.pixelSize, whole.pixelSize);
     for (int y = 0; y < part.height; ++y)
-      EXPECT_EQ(std::memcmp(part.PixelAt(0, y), whole.PixelAt(rect.x0, rect.y0 + y),
+      EXPECT_EQ(std::memcmp(part.PixelAt(0, y), whole.PixelAt(rect.x0, whole.height - rect.y1 + y),
                             static_cast<size_t>(part.width) * part.pixelSize),
                 0)
-          << "crop " << number << ", row " << y;
+          << "crop " << number << ", row " << y << " from the bottom";
   }
 }
 
