@@ -54,6 +54,14 @@ void FillRays(const RayBundle& bundle, double farthest, unsigned mask, int* vali
   std::fill_n(rays.mask, n, mask);
   for (int i = 0; i < n; ++i) rays.id[i] = static_cast<unsigned>(i);
   std::fill_n(rays.flags, n, 0u);
+  // Without instructions that are 16 lanes wide Embree looks at those that aren't valid too: proper rays of
+  // no length.
+  for (int i = 0; i < n; ++i) {
+    if (valid[i]) continue;
+    rays.org_x[i] = rays.org_y[i] = rays.org_z[i] = rays.dir_x[i] = rays.dir_y[i] = rays.tnear[i] = 0;
+    rays.dir_z[i] = 1;
+    rays.tfar[i] = -1;
+  }
 }
 
 }  // namespace
