@@ -117,6 +117,7 @@ class OV_API trHeightfield : public trFloatMap, public trBase {
   const trHeightfield* ScaleOwner() const;
   /// Stands for the present rasters of all heightfields that this one links to.
   std::uint64_t InputsVersion() const;
+  void DropValidity();
 
   trHeightfieldLink inputNode_;
   std::atomic<long> isValid_{0};

@@ -61,9 +61,8 @@ class RowCache {
     for (std::size_t x = 0; x < columns_.taps.size(); ++x) {
       const Tap& tap = columns_.taps[x];
       const float* const points = &padded_[static_cast<std::size_t>(tap.first + 1)];
-      double sum = 0;
-      for (int i = 0; i < 4; ++i) sum += tap.weights[i] * points[i];
-      to[x] = sum;
+      const double* const w = tap.weights;
+      to[x] = (w[0] * points[0] + w[2] * points[2]) + (w[1] * points[1] + w[3] * points[3]);
     }
     heldSmooth_[y & 3] = y;
     return to;
@@ -231,19 +230,25 @@ void HeightfieldResize::FillFrom(const trHeightfield& input, double stepX, doubl
     const int begin = static_cast<int>(band) * kBand, end = std::min(begin + kBand, height);
     for (int y = begin; y < end; ++y) {
       float* const to = HfScanlineRaw(y);
-      const float* const nearest = cache.Nearest(rows.nearest[static_cast<std::size_t>(y)]);
+      const float* const nearest =
+          smooth == 1 ? nullptr : cache.Nearest(rows.nearest[static_cast<std::size_t>(y)]);
       if (smooth == 0) {
         for (int x = 0; x < width; ++x) to[x] = static_cast<float>(nearest[x] * unit);
         continue;
       }
+      // The mix of both and the new unit go into the weights.
       const Tap tap = rows.taps[static_cast<std::size_t>(y)];
       const double *a = cache.Smooth(tap.first), *b = cache.Smooth(tap.first + 1),
                    *c = cache.Smooth(tap.first + 2), *d = cache.Smooth(tap.first + 3);
-      const double* const w = tap.weights;
-      for (int x = 0; x < width; ++x) {
-        const double value = w[0] * a[x] + w[1] * b[x] + w[2] * c[x] + w[3] * d[x];
-        to[x] = static_cast<float>(((1 - smooth) * nearest[x] + smooth * value) * unit);
-      }
+      const double wa = tap.weights[0] * smooth * unit, wb = tap.weights[1] * smooth * unit,
+                   wc = tap.weights[2] * smooth * unit, wd = tap.weights[3] * smooth * unit,
+                   wn = (1 - smooth) * unit;
+      if (smooth == 1)
+        for (int x = 0; x < width; ++x)
+          to[x] = static_cast<float>(wa * a[x] + wb * b[x] + (wc * c[x] + wd * d[x]));
+      else
+        for (int x = 0; x < width; ++x)
+          to[x] = static_cast<float>(wa * a[x] + wb * b[x] + (wc * c[x] + wd * d[x]) + wn * nearest[x]);
     }
   });
 }

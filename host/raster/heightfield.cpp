@@ -115,10 +115,14 @@ void trHeightfield::HfValidate() {
   isValid_.store(1, std::memory_order_release);
 }
 
-void trHeightfield::HfInvalidate() {
+void trHeightfield::DropValidity() {
   static std::atomic<std::uint64_t> versions{0};
   version_ = ++versions;
   isValid_.store(0, std::memory_order_release);
+}
+
+void trHeightfield::HfInvalidate() {
+  DropValidity();
   ovhost::BumpHeightfieldState();
 }
 

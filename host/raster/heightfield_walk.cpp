@@ -115,7 +115,7 @@ void HeightfieldWalk::Operate(trHeightfield& node) {
   node.isOperating_ = true;
   try {
     if (node.isValid_ && node.followsInputs_ && node.inputsVersion_ != node.InputsVersion())
-      node.HfInvalidate();
+      node.DropValidity();
     result = node.HfOperate();
   } catch (const std::exception& problem) {
     trError(trString("The heightfield couldn't be made: ") + problem.what());
