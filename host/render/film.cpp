@@ -14,9 +14,11 @@ struct LayerKind {
   int channels;
   const char* suffixes;  ///< one letter a channel
 };
-constexpr LayerKind kLayerKinds[] = {{"depth", 1, "Z"},        {"position", 3, "XYZ"}, {"normal", 3, "XYZ"},
-                                     {"albedo", 3, "RGB"},     {"direct", 3, "RGB"},   {"indirect", 3, "RGB"},
-                                     {"atmosphere", 3, "RGB"}, {"node_id", 1, "I"}};
+constexpr LayerKind kLayerKinds[] = {
+    {"depth", 1, "Z"},      {"position", 3, "XYZ"},     {"normal", 3, "XYZ"},     {"albedo", 3, "RGB"},
+    {"direct", 3, "RGB"},   {"indirect", 3, "RGB"},     {"atmosphere", 3, "RGB"}, {"diffuse", 3, "RGB"},
+    {"specular", 3, "RGB"}, {"transmission", 3, "RGB"}, {"emission", 3, "RGB"},   {"sky", 3, "RGB"},
+    {"node_id", 1, "I"}};
 
 std::array<float, 3> Floats(const trFCol& c) { return {c.r, c.g, c.b}; }
 std::array<float, 3> Floats(const trVector& v) {
@@ -31,6 +33,11 @@ std::array<float, 3> ValuesOf(const std::string& layer, const CameraSample& s) {
   if (layer == "direct") return Floats(s.direct);
   if (layer == "indirect") return Floats(s.indirect);
   if (layer == "atmosphere") return Floats(s.atmosphere);
+  if (layer == "diffuse") return Floats(s.light.diffuse);
+  if (layer == "specular") return Floats(s.light.specular);
+  if (layer == "transmission") return Floats(s.light.transmission);
+  if (layer == "emission") return Floats(s.light.emission);
+  if (layer == "sky") return Floats(s.light.sky);
   return {s.nodeId, 0, 0};
 }
 

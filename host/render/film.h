@@ -9,13 +9,15 @@
 #include "core/colour.h"
 #include "core/vector.h"
 #include "host/image/picture.h"
+#include "host/render/light_layers.h"
 #include "host/render/render.h"
 
 namespace ovhost {
 
 /// Everything one camera sample brings home.
 struct CameraSample {
-  trFCol beauty;
+  trFCol beauty;  ///< sum of the layers
+  LightLayers light;
   float alpha = 0;
   float depth = 0;    ///< metres along the ray; 0 where nothing was hit
   trVector position;  ///< world, metres

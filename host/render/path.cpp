@@ -8,47 +8,27 @@
 namespace ovhost {
 namespace {
 
-constexpr double kPi = 3.14159265358979;
 /// Filter footprint of a camera sample, in pixels: the samples of a pixel average what is finer than it.
 constexpr double kPixelFootprint = 0.5;
 /// Footprint of a diffuse bounce, as a share of the distance: detail finer than this averages out over the
 /// hemisphere.
 constexpr double kBounceFootprint = 0.05;
 
-/// Smallest chance of a path to go on.
-constexpr double kLeastSurvival = 0.25;
 /// Share of the open sky taken to be seen from the end of a path: the tabulated light knows no terrain.
 constexpr float kDeepVisibility = 0.7f;
 /// Two samples of a pixel whose surfaces are this close, as a share of the distance, have the same air before
 /// them.
 constexpr double kSharedAirTolerance = 0.04;
 
-/// A cosine-weighted direction about `normal` (Malley's method on concentric discs, Shirley and Chiu 1997).
-trVector CosineDirection(const trVector& normal, const tr2Vector& draw) {
-  const double a = 2 * draw.x - 1, b = 2 * draw.y - 1;
-  double r, phi;
-  if (a == 0 && b == 0) {
-    r = phi = 0;
-  } else if (std::fabs(a) > std::fabs(b)) {
-    r = a;
-    phi = kPi / 4 * (b / a);
-  } else {
-    r = b;
-    phi = kPi / 2 - kPi / 4 * (a / b);
+/// Whether a reflection is emission and diffuse reflection over all of the surface.
+bool IsPlain(const trBsdf& bsdf, const trFCol& opacity) {
+  if (opacity != trFCol(1.0f)) return false;
+  for (int i = 0; i < bsdf.NumLobes(); ++i) {
+    const trLobe& lobe = bsdf.Lobe(i);
+    if (lobe.kind != trLobe::kDiffuseReflection && !lobe.colour.IsBlack()) return false;
   }
-  const trVector side =
-      Normalised(std::fabs(normal.y) < 0.9 ? Cross(normal, {0, 1, 0}) : Cross(normal, {1, 0, 0}));
-  const trVector front = Cross(side, normal);
-  return side * (r * std::cos(phi)) + front * (r * std::sin(phi)) +
-         normal * std::sqrt(std::fmax(0, 1 - r * r));
+  return true;
 }
-
-trFCol FiniteOrBlack(const trFCol& c) {
-  return std::isfinite(c.r) && std::isfinite(c.g) && std::isfinite(c.b) ? c : trFCol();
-}
-
-/// How much of what is behind something is hidden by it, of what it lets through.
-float Opacity(const trFCol& transmittance) { return 1 - Luminance(transmittance) / Luminance(trFCol(1.0f)); }
 
 trFCol Clamped(const trFCol& c, float limit) {
   const float luminance = Luminance(c);
@@ -58,7 +38,11 @@ trFCol Clamped(const trFCol& c, float limit) {
 }  // namespace
 
 PathTracer::PathTracer(World& world, const PathSettings& settings)
-    : world_(world), settings_(settings), hits_(world.View()), state_(world, si_) {
+    : world_(world),
+      settings_(settings),
+      hits_(world.View()),
+      state_(world, si_),
+      walk_(world, settings, counters_) {
   si_.SetFrame(static_cast<float>(world.Settings().frame));
   si_.SetMainView(&world.View());
   si_.SetThread(ThreadSlot());
@@ -97,7 +81,7 @@ void PathTracer::ShadeHit(const SurfaceHit& hit, const trVector& origin, const t
                           double footprintAngle, bool isCamera, Surface& surface) {
   hits_.Locate(hit, origin, direction, footprintAngle, surface);
   if (!TakePiece(hit, isCamera, surface)) {
-    RunShaders(hit, origin, surface);
+    RunShaders(hit, origin, isCamera, surface);
     surface.normal = Normalised(si_.N());
   }
   if (!(surface.normal.LengthSquared() > 0.5)) surface.normal = surface.face;
@@ -127,44 +111,47 @@ bool PathTracer::TakePiece(const SurfaceHit& hit, bool isCamera, Surface& surfac
     shaded.footprint = isCamera ? kPixelFootprint * pixelAngle * shaded.relative.Length() : size;
     const trRandomStream random = si_.Random();
     si_.Random() = {MixBits64(static_cast<std::uint64_t>(piece.patch) << 32 | piece.number)};
-    RunShaders(middle, {}, shaded);
+    RunShaders(middle, {}, isCamera, shaded);
     si_.Random() = random;
-    entry.isShared = si_.N() == shaded.normal;
+    entry.isShared = shaded.isPlain && si_.N() == shaded.normal;
     entry.emission = shaded.emission;
     entry.diffuse = shaded.diffuse;
-    entry.transmission = shaded.transmission;
   }
   if (!entry.isShared) return false;
+  surface.isPlain = true;
   surface.emission = entry.emission;
   surface.diffuse = entry.diffuse;
-  surface.transmission = entry.transmission;
   return true;
 }
 
-void PathTracer::RunShaders(const SurfaceHit& hit, const trVector& origin, Surface& surface) {
+void PathTracer::RunShaders(const SurfaceHit& hit, const trVector& origin, bool isCamera, Surface& surface) {
   hits_.FillState(hit, origin, surface, si_);
   si_.SetWants(trShadingInterface::kCd | trShadingInterface::kCo | trShadingInterface::kCe |
-               trShadingInterface::kOo);
+               trShadingInterface::kCs | trShadingInterface::kOo);
+  trRenderState::Ray& ray = state_.CurrentRay();
+  ray.depth = isCamera ? 1 : 2;
+  ray.spread = isCamera ? 0 : kDiffuseSpread;
+  ray.highlights = false;
+  si_.SetLightDepth(ray.depth);
+  state_.ShadeOutputs() = {};
   if (surface.material && surface.material->surfaceShader) surface.material->surfaceShader->ShadeTS(si_);
 
   const trBsdf& bsdf = si_.Bsdf();
-  surface.emission = FiniteOrBlack(bsdf.Emission());
-  surface.diffuse = FiniteOrBlack(bsdf.ColourOf(trLobe::kDiffuseReflection));
-  surface.transmission = FiniteOrBlack(bsdf.ColourOf(trLobe::kDiffuseTransmission));
+  surface.emission = PositivePart(bsdf.Emission());
+  surface.diffuse = PositivePart(bsdf.ColourOf(trLobe::kDiffuseReflection));
+  surface.isPlain = IsPlain(bsdf, si_.Oo_surf());
 }
 
 bool PathTracer::TowardsSun(const Surface& surface, const SunLight& sun, const tr2Vector& draw,
                             SunRay& ray) const {
   ray.direction = sun.SampleDisc(draw);
   const double cosine = Dot(surface.normal, ray.direction);
-  const trFCol& colour = cosine > 0 ? surface.diffuse : surface.transmission;
-  if (colour.IsBlack() || cosine == 0) return false;
-  const bool faces = Dot(surface.face, ray.direction) > 0;
+  if (cosine <= 0 || surface.diffuse.IsBlack()) return false;
   // A lit shading normal over a turned-away face is the face's own shadow.
-  if (cosine > 0 && !faces) return false;
+  if (Dot(surface.face, ray.direction) <= 0) return false;
   ray.nearest = surface.rayOffset;
-  ray.origin = surface.relative + surface.face * (faces ? ray.nearest : -ray.nearest);
-  ray.light = colour * sun.Radiance() * static_cast<float>(std::fabs(cosine));
+  ray.origin = surface.relative + surface.face * ray.nearest;
+  ray.light = surface.diffuse * sun.Radiance() * static_cast<float>(cosine);
   return true;
 }
 
@@ -175,7 +162,10 @@ trFCol PathTracer::DirectLight(const Surface& surface, const tr2Vector& draw) {
     if (!TowardsSun(surface, *sun, draw, ray)) continue;
     if (sun->DoShadowsFromSurfaces()) {
       ++counters_.shadowRays;
-      if (world_.Rays().Occluded(ray.origin, ray.direction, ray.nearest, world_.FarDistance())) continue;
+      if (world_.Rays().Occluded(ray.origin, ray.direction, ray.nearest, world_.FarDistance())) {
+        if (!world_.HasSeeThrough()) continue;
+        ray.light *= PastClear(ray);
+      }
     }
     state_.CurrentRay().depth = 1;
     light += ray.light * sun->ThroughVolumes(state_, surface.world);
@@ -200,7 +190,10 @@ void PathTracer::SamplePixel(int x, int y, std::uint32_t begin, std::uint32_t en
   }
   LightCameraHits();
   for (int i = 0; i < litCount_; ++i) Follow(paths_[lit_[i]]);
-  for (int i = 0; i < pathCount_; ++i) results[i] = paths_[i].result;
+  for (int i = 0; i < pathCount_; ++i) {
+    paths_[i].result.beauty = paths_[i].result.light.Sum();
+    results[i] = paths_[i].result;
+  }
 }
 
 void PathTracer::StartPath(int x, int y, std::uint32_t index, Path& path) const {
@@ -230,29 +223,33 @@ bool PathTracer::ShadeCameraRay(Path& path) {
   si_.Random() = {path.random};
   const trAtomicIntegrator::Result air = CameraAir(path.direction, distance);
   result.atmosphere = FiniteOrBlack(air.Colour());
-  result.beauty += result.atmosphere;
+  result.light.sky = result.atmosphere;
   path.throughput *= air.transmittance;
   if (!isHit || path.hit.IsHoldout()) {
-    result.alpha = Opacity(path.throughput);
+    result.alpha = 1 - Brightness(path.throughput);
     if (isHit) return false;
     for (const auto& sun : world_.Suns()) {
-      const double radius = sun->AngularRadiusInRadians(path.origin);
-      if (!sun->HasVisibleDisc() || Dot(path.direction, sun->Dir()) < std::cos(radius)) continue;
-      // The disc's radiance from its irradiance; what a picture can't hold is left to the view transform.
-      result.beauty += path.throughput * sun->Radiance() * static_cast<float>(1 / (radius * radius));
+      if (!sun->HasVisibleDisc() || !sun->IsInDisc(path.direction)) continue;
+      // What a picture can't hold is left to the view transform.
+      result.light.sky +=
+          path.throughput * sun->Radiance() * static_cast<float>(sun->DiscBrightness(path.direction));
     }
     return false;
   }
   Surface& surface = path.surface;
   ShadeHit(path.hit, path.origin, path.direction, kPixelFootprint * world_.View().PixelAngularSize(), true,
            surface);
+  if (!surface.isPlain) {
+    FollowLobes(path, 1);
+    return false;
+  }
   result.alpha = 1;
   result.depth = static_cast<float>(distance);
   result.position = surface.world;
   result.normal = surface.normal;
   result.albedo = surface.diffuse;
   result.nodeId = static_cast<float>(path.hit.NodeId());
-  result.direct = surface.emission;
+  result.light.emission = FiniteOrBlack(path.throughput * surface.emission);
   return true;
 }
 
@@ -261,14 +258,13 @@ void PathTracer::LightCameraHits() {
   for (int i = 0; i < litCount_; ++i) draws[i] = paths_[lit_[i]].sampler.Next();
   state_.CurrentRay().depth = 1;
   for (const auto& sun : world_.Suns()) {
-    std::array<trFCol, kSamplesTogether> light;
+    std::array<SunRay, kSamplesTogether> rays;
     std::array<Path*, kSamplesTogether> reached;
     bundle_.Clear();
     for (int i = 0; i < litCount_; ++i) {
       Path& path = paths_[lit_[i]];
-      SunRay ray;
+      SunRay& ray = rays[bundle_.count];
       if (!TowardsSun(path.surface, *sun, draws[i], ray)) continue;
-      light[bundle_.count] = ray.light;
       reached[bundle_.count] = &path;
       bundle_.Add(ray.origin, ray.direction, ray.nearest);
     }
@@ -277,20 +273,25 @@ void PathTracer::LightCameraHits() {
       counters_.shadowRays += bundle_.count;
       occluded = world_.Rays().Occluded(bundle_, world_.FarDistance());
     }
-    for (int k = 0; k < bundle_.count; ++k)
-      if (!(occluded >> k & 1))
-        reached[k]->result.direct += light[k] * sun->ThroughVolumes(state_, reached[k]->surface.world);
+    for (int k = 0; k < bundle_.count; ++k) {
+      if (occluded >> k & 1) {
+        if (!world_.HasSeeThrough()) continue;
+        rays[k].light *= PastClear(rays[k]);
+      }
+      reached[k]->result.direct += rays[k].light * sun->ThroughVolumes(state_, reached[k]->surface.world);
+    }
   }
   for (int i = 0; i < litCount_; ++i) {
     Path& path = paths_[lit_[i]];
-    path.result.direct = FiniteOrBlack(path.throughput * path.result.direct);
-    path.result.beauty += path.result.direct;
+    LightLayers& layers = path.result.light;
+    layers.diffuse = FiniteOrBlack(path.throughput * path.result.direct);
+    path.result.direct = layers.diffuse + layers.emission;
   }
 }
 
 void PathTracer::AddIndirect(Path& path, const trFCol& light) const {
   const trFCol added = Clamped(FiniteOrBlack(light), settings_.clampIndirect);
-  path.result.beauty += added;
+  path.result.light.diffuse += added;
   path.result.indirect += added;
 }
 
@@ -301,7 +302,9 @@ bool PathTracer::Bounce(Path& path, int depth) const {
   path.throughput *= surface.diffuse;
   if (depth == 1) path.throughput *= world_.SkyOnSurfaces();
   const tr2Vector bounce = path.sampler.Next();
-  const double survive = std::clamp(2.5 * path.throughput.MaxChannel(), kLeastSurvival, 1.0);
+  const double survive = depth < settings_.rouletteStart
+                             ? 1.0
+                             : std::clamp(2.5 * path.throughput.MaxChannel(), settings_.leastSurvival, 1.0);
   if (survive < 1 && path.sampler.Next().x >= survive) return false;
   path.throughput *= static_cast<float>(1 / survive);
   if (path.throughput.MaxChannel() <= 0) return false;
@@ -310,6 +313,23 @@ bool PathTracer::Bounce(Path& path, int depth) const {
   path.nearest = surface.rayOffset;
   path.origin = surface.relative + surface.face * surface.rayOffset;
   return true;
+}
+
+trFCol PathTracer::PastClear(const SunRay& ray) {
+  return walk_.Shadows().ThroughClear(ray.origin, ray.direction, ray.nearest, counters_.shadowRays);
+}
+
+void PathTracer::FollowLobes(Path& path, int depth) {
+  LightWalk::Start start;
+  start.sampler = path.sampler;
+  start.random = MixBits64(path.random + depth);
+  start.direction = path.direction;
+  start.throughput = path.throughput;
+  start.depth = depth;
+  start.diffuseBounces = depth - 1;
+  start.nodeId = path.hit.NodeId();
+  start.castsShadows = state_.CurrentRay().groupCastsShadows;
+  walk_.Follow(start, path.surface, si_.Bsdf(), si_.Oo_surf(), path.result);
 }
 
 void PathTracer::Follow(Path& path) {
@@ -333,6 +353,7 @@ void PathTracer::Follow(Path& path) {
 
     Surface& surface = path.surface;
     ShadeHit(path.hit, path.origin, path.direction, kBounceFootprint, false, surface);
+    if (!surface.isPlain) return FollowLobes(path, depth);
     AddIndirect(path, path.throughput * (surface.emission + DirectLight(surface, path.sampler.Next())));
     // What deeper bounces would bring, from the tabulated sky.
     if (depth > settings_.maxBounces)

@@ -2,25 +2,14 @@
 #pragma once
 
 #include "host/render/film.h"
-#include "host/render/hit_shading.h"
-#include "host/render/sampler.h"
+#include "host/render/light_walk.h"
 #include "host/render/shade_cache.h"
-#include "host/render/world.h"
 
 namespace ovhost {
 
 /// Samples of a pixel, numbered from a multiple of this on, that are traced together: they share the
 /// integrals of the air in front of them.
 constexpr std::uint32_t kSamplesTogether = RayBundle::kSize;
-
-struct PathSettings {
-  int maxBounces = 1;
-  float clampIndirect = 1.5f;  ///< largest luminance an indirect path may add; 0 for no limit
-};
-
-struct PathCounters {
-  std::uint64_t cameraRays = 0, shadowRays = 0, bounceRays = 0, volumeSamples = 0;
-};
 
 /// One thread's path tracer. Per-thread state.
 class OV_API PathTracer {
@@ -35,7 +24,8 @@ class OV_API PathTracer {
 
   /// A shaded point.
   struct Surface : SurfacePoint {
-    trFCol emission, diffuse, transmission;
+    trFCol emission, diffuse;
+    bool isPlain = true;  ///< emission and diffuse lobes are all there is
   };
 
  private:
@@ -64,6 +54,8 @@ class OV_API PathTracer {
   void LightCameraHits();
   /// The rest of a path, from the surface that the camera sees.
   void Follow(Path& path);
+  /// Hands the path over where its surface isn't plain.
+  void FollowLobes(Path& path, int depth);
   /// Turns the path into a diffuse bounce; false where roulette or the surface ends it.
   bool Bounce(Path& path, int depth) const;
   void AddIndirect(Path& path, const trFCol& light) const;
@@ -74,8 +66,10 @@ class OV_API PathTracer {
   /// sample is its own.
   bool TakePiece(const SurfaceHit& hit, bool isCamera, Surface& surface);
   /// Runs the surface's network at a hit.
-  void RunShaders(const SurfaceHit& hit, const trVector& origin, Surface& surface);
+  void RunShaders(const SurfaceHit& hit, const trVector& origin, bool isCamera, Surface& surface);
   bool TowardsSun(const Surface& surface, const SunLight& sun, const tr2Vector& draw, SunRay& ray) const;
+  /// What of a sun's light that something stops comes through all the same.
+  trFCol PastClear(const SunRay& ray);
   trFCol DirectLight(const Surface& surface, const tr2Vector& draw);
   /// The air along a camera ray, taken over from an earlier sample of the pixel where that saw as far.
   trAtomicIntegrator::Result CameraAir(const trVector& direction, double distance);
@@ -89,6 +83,7 @@ class OV_API PathTracer {
   trRenderState state_;
   trAtomicIntegrator integrator_;
   PathCounters counters_;
+  LightWalk walk_;
 
   struct SharedAir {
     double distance;

@@ -33,7 +33,7 @@ class OV_API ShadeCache {
     const SurfacePart* part = nullptr;
     std::uint32_t patch = 0, number = 0;
     bool isShared = false;  ///< false where each sample must be shaded on its own
-    trFCol emission, diffuse, transmission;
+    trFCol emission, diffuse;
   };
 
   /// Of 2^bits entries.

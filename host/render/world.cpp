@@ -9,6 +9,7 @@
 #include "host/project/enviro_light.h"
 #include "host/project/sunlight.h"
 #include "host/render/sampler.h"
+#include "host/render/shading_context.h"
 
 namespace ovhost {
 namespace {
@@ -71,6 +72,12 @@ trVector SunLight::TracePos(const trVector& point, double& distance) const {
 trVector SunLight::SampleDisc(const tr2Vector& draw) const {
   const double r = std::sqrt(draw.x) * std::tan(angularRadius_), phi = 2 * kPi * draw.y;
   return Normalised(direction_ + sideA_ * (r * std::cos(phi)) + sideB_ * (r * std::sin(phi)));
+}
+
+double SunLight::DiscPdf(const trVector& direction) const {
+  // Evenly over a disc in the plane at unit distance.
+  const double radius = std::tan(angularRadius_), cosine = std::fmax(Dot(direction, direction_), 1e-3);
+  return 1 / (kPi * radius * radius * cosine * cosine * cosine);
 }
 
 trFCol SunLight::ThroughVolumes(trRenderState& state, const trVector& point) const {
@@ -142,7 +149,22 @@ bool World::BuildParts() {
   for (const auto& prototype : shared_.prototypes)
     if (!accel_->Build(*prototype)) return false;
   accel_->Add(parts_);
+  FindSeeThrough();
   return accel_->Build();
+}
+
+void World::FindSeeThrough() {
+  ShadowRays probe(*this);
+  const auto ask = [&](SurfacePart& part, size_t primitives) {
+    part.isSeeThrough = probe.FindsClear(part, primitives);
+    hasSeeThrough_ |= part.isSeeThrough;
+  };
+  const auto askAll = [&](const Assembly& parts) {
+    for (const auto& grid : parts.grids) ask(*grid, grid->patches.size());
+    for (const auto& mesh : parts.meshes) ask(*mesh, mesh->triangles.size());
+  };
+  askAll(parts_);
+  for (const auto& prototype : shared_.prototypes) askAll(prototype->parts);
 }
 
 bool World::DiceParts() {

@@ -44,10 +44,18 @@ class SunLight final : public trLightState {
   bool HasVisibleDisc() const { return visibleDisc_; }
   /// A direction to a point of the disc, from two draws of 0 to 1.
   trVector SampleDisc(const tr2Vector& draw) const;
+  /// Density of SampleDisc per solid angle, for directions in the disc.
+  double DiscPdf(const trVector& direction) const;
+  bool IsInDisc(const trVector& direction) const {
+    return Dot(direction, direction_) >= std::cos(angularRadius_);
+  }
+  /// Radiance of the disc in a direction, of which the light's is a share: what makes its irradiance.
+  double DiscBrightness(const trVector& direction) const { return kPi * DiscPdf(direction); }
   /// What of the light the volumes let through to `point`.
   trFCol ThroughVolumes(trRenderState& state, const trVector& point) const;
 
  private:
+  static constexpr double kPi = 3.14159265358979;
   const World& world_;
   trVector direction_, sideA_, sideB_;
   trFCol radiance_;
@@ -99,6 +107,8 @@ class OV_API World final : public trRenderServices {
   const Assembly& Parts() const { return parts_; }
   /// The object that the eye is inside of, below its displaced surface, or null.
   const trBase* ObjectAroundEye() const;
+  /// Whether there is anything that shadow rays may get through.
+  bool HasSeeThrough() const { return hasSeeThrough_; }
   double DiceSeconds() const { return diceSeconds_; }
   /// Where a ray that hits nothing ends: past every volume.
   double FarDistance() const { return 1e9; }
@@ -110,6 +120,7 @@ class OV_API World final : public trRenderServices {
   bool BuildParts();
   bool DiceParts();
   void BuildSkies();
+  void FindSeeThrough();
   bool StartShaders();
   void FinishShaders();
 
@@ -133,6 +144,7 @@ class OV_API World final : public trRenderServices {
   trFCol skyOnSurfaces_, skyInAtmosphere_;
   DiceStatistics dicing_;
   double diceSeconds_ = 0;
+  bool hasSeeThrough_ = false;
 };
 
 }  // namespace ovhost

@@ -1,0 +1,101 @@
+// Paths over surfaces that reflect, refract or are partly clear, and through what is inside them. Diffuse
+// surfaces alone don't need it.
+#pragma once
+
+#include "host/render/film.h"
+#include "host/render/lobes.h"
+#include "host/render/media.h"
+#include "host/render/path_settings.h"
+#include "host/render/sampler.h"
+#include "host/render/shading_context.h"
+
+namespace ovhost {
+
+/// Cone that a diffuse bounce opens, radians: what it meets is seen no sharper, so that bright images of a
+/// sun don't turn into bright dots (path space regularisation, Kaplanyan and Dachsbacher 2013).
+constexpr double kDiffuseSpread = 0.25;
+
+/// Follows one path at a time from a shaded surface on: lights by multiple importance sampling, then one of
+/// the surface's lobes, until nothing is left. Per-thread state.
+class OV_API LightWalk {
+ public:
+  LightWalk(World& world, const PathSettings& settings, PathCounters& counters);
+  ~LightWalk();
+
+  /// Where a path comes from when it meets the first surface that is not just diffuse.
+  struct Start {
+    PixelSampler sampler;
+    std::uint64_t random = 0;
+    trVector direction;  ///< of the ray that met the surface
+    trFCol throughput{1.0f};
+    int depth = 1;             ///< rays so far
+    int diffuseBounces = 0;    ///< of them after diffuse reflection
+    int nodeId = 0;            ///< of the object met
+    bool castsShadows = true;  ///< whether it does
+  };
+  /// `bsdf` and `opacity` are what shading left at `point`. Adds to `result` what the path brings.
+  void Follow(const Start& start, const SurfacePoint& point, const trBsdf& bsdf, const trFCol& opacity,
+              CameraSample& result);
+  ShadowRays& Shadows() { return shadows_; }
+
+ private:
+  bool IsDirect() const { return kind_ == LightKind::kDirect; }
+  /// Adds light that has been scattered, to the layer of the path's first scattering.
+  void Add(const trFCol& light);
+  void AddDirect(const LobeSet::Lit& lit, const trFCol& emission);
+
+  // At a surface. Each is false where the path ends.
+  bool Scatter(const trBsdf& bsdf, const trFCol& opacity);
+  bool GoOn(const trVector& direction);
+  bool Survives();
+  /// Tells the picture what is seen.
+  void Note();
+  void LightByLobes(bool isBorder);
+  void LightByTables(const LobeSet::Allowed& allowed);
+  bool Choose(bool isBorder);
+
+  // To the next surface
+  bool Travel();
+  void AddBackground();
+  /// What a broad ray sees of the open sky, where there is a table of that; false where there is none.
+  bool AddTabulatedSky(bool isHit);
+  void ShadeHit(const SurfaceHit& hit);
+  trFCol Air(double distance);
+
+  // Inside a surface
+  bool ScatterInside(double distance);
+  bool ScatterAsSurface(const SurfacePoint& point, const trFCol& colour);
+  void LightInside(const trFCol& albedo);
+  trFCol ColourInside();
+  /// What of a sun comes in a straight line to a point inside, through the border that the line leaves by.
+  trFCol ThroughBorder(const trVector& origin, const trVector& direction, double nearest);
+
+  World& world_;
+  PathSettings settings_;
+  PathCounters& counters_;
+  ShadingContext shading_;
+  ShadowRays shadows_;
+  trAtomicIntegrator integrator_;
+  LobeSet lobes_;
+
+  // The path in hand
+  CameraSample* result_ = nullptr;
+  PixelSampler sampler_;
+  std::uint64_t random_ = 0;
+  trVector origin_, direction_;
+  double nearest_ = 0, spread_ = 0, footprint_ = 0;
+  trFCol throughput_{1.0f};
+  SurfacePoint point_, entry_;  ///< the surface in hand, and the one by which the medium was entered
+  trFCol emission_;
+  int depth_ = 1, diffuseBounces_ = 0, specularBounces_ = 0, sheets_ = 0, eventsInside_ = 0;
+  LightKind kind_ = LightKind::kDirect;
+  int nodeId_ = 0;
+  bool isNoted_ = false, castsShadows_ = true;
+  /// How the last scattering could have met a sun's disc: not at all (negative: lights were counted there),
+  /// by this density, or as the only way (infinite).
+  double discPdf_ = 0;
+  bool isInside_ = false, sunsCounted_ = false;
+  PathMedium medium_;
+};
+
+}  // namespace ovhost

@@ -1,0 +1,112 @@
+// Running surface shaders, and shadow rays that need them.
+#include "host/render/shading_context.h"
+
+#include "host/base/parallel.h"
+#include "host/render/lobes.h"
+#include "host/render/sampler.h"
+
+namespace ovhost {
+namespace {
+
+/// Clear surfaces that a shadow ray goes through at most.
+constexpr int kMostSheets = 32;
+/// Points at which a part is asked whether light gets through.
+constexpr int kProbes = 64;
+/// Filter footprint of a shadow ray, as a share of the distance.
+constexpr double kShadowFootprint = 0.005;
+/// Light below this doesn't count.
+constexpr float kLeastLight = 1e-4f;
+
+}  // namespace
+
+ShadingContext::ShadingContext(const World& world, trRenderServices& services)
+    : state(services, si), hits(world.View()) {
+  si.SetFrame(static_cast<float>(world.Settings().frame));
+  si.SetMainView(&world.View());
+  si.SetThread(ThreadSlot());
+  si.RootEye() = world.View().eye;
+}
+
+void ShadingContext::Shade(const SurfaceHit& hit, const trVector& origin, const SurfacePoint& point) {
+  hits.FillState(hit, origin, point, si);
+  si.SetLightDepth(state.CurrentRay().depth);
+  si.SetWants(trShadingInterface::kCd | trShadingInterface::kCo | trShadingInterface::kCe |
+              trShadingInterface::kCs | trShadingInterface::kOo);
+  state.ShadeOutputs() = {};
+  if (point.material && point.material->surfaceShader) point.material->surfaceShader->ShadeTS(si);
+}
+
+ShadowRays::ShadowRays(World& world) : world_(world), shading_(world, world) {}
+
+trFCol ShadowRays::Transmittance(const trVector& origin, const trVector& direction, double nearest,
+                                 std::uint64_t& rays) {
+  ++rays;
+  if (!world_.Rays().Occluded(origin, direction, nearest, world_.FarDistance())) return trFCol(1.0f);
+  return ThroughClear(origin, direction, nearest, rays);
+}
+
+trFCol ShadowRays::ThroughClear(const trVector& origin, const trVector& direction, double nearest,
+                                std::uint64_t& rays) {
+  if (!world_.HasSeeThrough()) return {};
+  trFCol left(1.0f);
+  trVector from = origin;
+  double start = nearest;
+  for (int sheet = 0; sheet < kMostSheets; ++sheet) {
+    SurfaceHit hit;
+    ++rays;
+    if (!world_.Rays().Intersect(from, direction, start, world_.FarDistance(), hit, kShadowRays)) return left;
+    if (!hit.part->isSeeThrough) return {};
+    ShadeAt(hit, from, direction);
+    left *= StraightThrough(shading_.si.Bsdf(), shading_.si.Oo_surf(), false);
+    if (left.MaxChannel() < kLeastLight) return {};
+    from = from + direction * hit.distance;
+    start = 1e-4 + 4e-7 * (std::fabs(from.x) + std::fabs(from.y) + std::fabs(from.z));
+  }
+  return {};
+}
+
+trFCol ShadowRays::AcrossBorder(const SurfaceHit& hit, const trVector& origin, const trVector& direction) {
+  ShadeAt(hit, origin, direction);
+  return StraightThrough(shading_.si.Bsdf(), shading_.si.Oo_surf(), true);
+}
+
+void ShadowRays::ShadeAt(const SurfaceHit& hit, const trVector& origin, const trVector& direction) {
+  SurfacePoint point;
+  shading_.hits.Locate(hit, origin, direction, kShadowFootprint, point);
+  trRenderState::Ray& ray = shading_.state.CurrentRay();
+  ray = trRenderState::Ray();
+  ray.origin = origin + world_.View().eye;
+  ray.end = point.world;
+  ray.depth = 2;
+  ray.highlights = false;
+  shading_.si.Random() = {MixBits64(static_cast<std::uint64_t>(hit.primitive) << 32 | 1)};
+  shading_.Shade(hit, origin, point);
+}
+
+bool ShadowRays::FindsClear(const SurfacePart& part, size_t primitives) {
+  if (primitives == 0 || !(part.rayKinds & kShadowRays)) return false;
+  for (int i = 0; i < kProbes; ++i) {
+    const std::uint64_t random = MixBits64(0x5eed + i);
+    SurfaceHit hit;
+    hit.part = &part;
+    hit.primitive = static_cast<std::uint32_t>(random % primitives);
+    // Within a patch, and within a triangle's half of it.
+    hit.u = static_cast<double>(random >> 40) * 0x1p-25;
+    hit.v = static_cast<double>(random >> 16 & 0xffffff) * 0x1p-25;
+    hit.faceNormal = {0, 1, 0};
+    SurfacePoint point;
+    shading_.hits.Locate(hit, {}, {0, -1, 0}, 0, point);
+    hit.faceNormal = point.normal;
+    if (part.kind == SurfacePart::Kind::kGrid) {
+      const auto& grid = static_cast<const GridMesh&>(part);
+      point.relative = trVector(grid.vertices[static_cast<size_t>(hit.primitive) * kPatchVertices].point);
+    }
+    // From outside, a little off the surface.
+    hit.distance = 1;
+    ShadeAt(hit, point.relative + point.normal, -point.normal);
+    if (!StraightThrough(shading_.si.Bsdf(), shading_.si.Oo_surf(), false).IsBlack()) return true;
+  }
+  return false;
+}
+
+}  // namespace ovhost
