@@ -9,6 +9,7 @@
 #include "host/base/log.h"
 #include "host/project/project_file.h"
 #include "tests/shading_fixture.h"
+#include "tests/temp_file.h"
 
 namespace {
 
@@ -133,8 +134,6 @@ struct LwoFile {
   std::vector<std::array<size_t, 3>> polygons;
   size_t tagged = 0;
 };
-
-std::string TemporaryFile(const char* name) { return testing::TempDir() + name; }
 
 }  // namespace
 
@@ -287,7 +286,7 @@ TEST(HeightfieldGenerate, TakesItsInputsSizeAndOtherShaders) {
 }
 
 TEST(HeightfieldGenerate, AProjectGeneratesAtLoadWhatWasGenerated) {
-  const std::string path = TemporaryFile("generate.ovd");
+  const std::string path = TempFile("generate.ovd");
   std::vector<float> generated;
   {
     Generators graph;
@@ -377,7 +376,7 @@ TEST(Lwo, AHeightfieldBecomesTrianglesWithTheUpSideOut) {
   EXPECT_EQ(Press(node, "export_button"), 0);
   Graph::Link(node, "input_node", source);
   EXPECT_EQ(Press(node, "export_button"), 0);
-  const std::string path = TemporaryFile("field.lwo");
+  const std::string path = TempFile("field.lwo");
   Generators::Set(node, "filename", path);
   {
     const Reports reports;
@@ -414,7 +413,7 @@ TEST(Lwo, AScenesFirstGroupIsWritten) {
   const Graph graph;
   trScene scene;
   ASSERT_TRUE(scene.Init());
-  const std::string path = TemporaryFile("scene.LWO");
+  const std::string path = TempFile("scene.LWO");
   long status = 1;
   EXPECT_EQ(scene.WriteObjectFile(nullptr, path.c_str(), &status), 0);  // no group
   EXPECT_EQ(status, 0);

@@ -12,14 +12,9 @@
 #include "host/image/image_reader.h"
 #include "host/image/picture.h"
 #include "tests/shading_fixture.h"
+#include "tests/temp_file.h"
 
 namespace {
-
-std::string Folder() {
-  const std::string folder = ::testing::TempDir() + "/image_test";
-  std::filesystem::create_directories(folder);
-  return folder;
-}
 
 /// A float picture of four channels, every value told by its place.
 std::string WriteTestImage(const std::string& name, int width, int height,
@@ -31,7 +26,7 @@ std::string WriteTestImage(const std::string& name, int width, int height,
   for (int y = 0; y < height; ++y)
     for (int x = 0; x < width; ++x)
       for (int c = 0; c < 4; ++c) picture.pixels.push_back(value(x, y, c));
-  const std::string path = Folder() + "/" + name;
+  const std::string path = TempFile(name);
   EXPECT_EQ(ovhost::WritePicture(path, picture, {}, true), "");
   return path;
 }
@@ -62,20 +57,20 @@ TEST(Image, FilesComeAsTheyAreAndAreSharedWhileInUse) {
 
   const std::string framed = WriteTestImage("frame_0042.exr", 2, 2, Told);
   const int frame = 42;
-  EXPECT_TRUE(image.ReadFile(Folder() + "/frame_####.exr", &frame));
+  EXPECT_TRUE(image.ReadFile(TempFile("frame_####.exr"), &frame));
 }
 
 TEST(Image, DamagedAndLyingFilesCostAMessage) {
-  const std::string good = WriteTestImage("whole.exr", 64, 64, Told), folder = Folder();
+  const std::string good = WriteTestImage("whole.exr", 64, 64, Told);
   std::ifstream in(good, std::ios::binary);
   const std::string bytes((std::istreambuf_iterator<char>(in)), {});
   const auto write = [&](const char* name, const std::string& data) {
-    std::ofstream(folder + "/" + name, std::ios::binary) << data;
-    return folder + "/" + name;
+    std::ofstream(TempFile(name), std::ios::binary) << data;
+    return TempFile(name);
   };
   std::string huge = "P6\n100000 100000\n255\n";
-  const std::string paths[] = {folder + "/missing.png",
-                               folder,
+  const std::string paths[] = {TempFile("missing.png"),
+                               TempFile(""),
                                write("empty.png", ""),
                                write("text.png", "not a picture at all, though it says so"),
                                write("half.exr", bytes.substr(0, bytes.size() / 2)),
@@ -322,7 +317,7 @@ TEST(ImageMap, CouplingsAndSheet) {
 }
 
 TEST(ColourManagement, ConvertsFromTheConfiguredSpace) {
-  const std::string config = Folder() + "/config.ocio";
+  const std::string config = TempFile("config.ocio");
   std::ofstream(config)
       << "ocio_profile_version: 2\nroles: {default: raw, scene_linear: lin_rec709}\n"
          "file_rules: [!<Rule> {name: Default, colorspace: default}]\n"

@@ -10,6 +10,7 @@
 #include "host/render/path.h"
 #include "host/render/render.h"
 #include "tests/shading_fixture.h"
+#include "tests/temp_file.h"
 
 namespace {
 
@@ -43,15 +44,11 @@ class Render : public testing::Test {
   Render() {
     if (!ovhost::FindClass("planet")) ovhost::LoadPlugins();
     project_ = ovhost::NewDefaultProject();
-    folder_ = testing::TempDir() + "/render_test";
-    std::filesystem::remove_all(folder_);
-    std::filesystem::create_directories(folder_);
     Set("Render", "image_width", 96);
     Set("Render", "image_height", 64);
     Set("Render", "samples", 3);
     Set("Render", "detail", 0.5);
   }
-  ~Render() override { std::filesystem::remove_all(folder_); }
 
   void Set(const char* node, const char* param, const trParamValue& value) {
     trBase* found = project_->NodeByPath(node);
@@ -72,7 +69,7 @@ class Render : public testing::Test {
 
   ovhost::RenderSettings Settings(const std::string& name) const {
     ovhost::RenderSettings settings;
-    settings.output = folder_ + "/" + name;
+    settings.output = TempFile(name);
     settings.projectHash = 7;
     settings.threads = 2;
     return settings;
@@ -107,7 +104,6 @@ class Render : public testing::Test {
   }
 
   std::unique_ptr<juProject> project_;
-  std::string folder_;
 };
 
 TEST_F(Render, SameBytesForAnyNumberOfThreads) {
@@ -132,7 +128,7 @@ TEST_F(Render, ACropIsThatPartOfTheWhole) {
     ASSERT_EQ(picture.ReadFile(settings.output, nullptr), 1);
   };
   trImage whole;
-  render("whole.exr", std::nullopt, whole);
+  render("uncropped.exr", std::nullopt, whole);
   ASSERT_EQ(whole.width, 96);
   int number = 0;
   for (const ovhost::PixelRect rect : {ovhost::PixelRect{37, 5, 81, 40}, {0, 33, 96, 34}, {95, 63, 96, 64}}) {
@@ -184,7 +180,7 @@ TEST_F(Render, GoesOnAfterAStopToTheSamePicture) {
 
   std::ofstream(checkpoint, std::ios::binary) << kept;
   EXPECT_EQ(Run(other), RenderOutcome::kDone);
-  EXPECT_TRUE(Bytes(settings.output) == Bytes(folder_ + "/whole.exr"));
+  EXPECT_TRUE(Bytes(settings.output) == Bytes(TempFile("whole.exr")));
   EXPECT_FALSE(std::filesystem::exists(checkpoint));
 }
 
@@ -283,7 +279,7 @@ TEST_F(Render, RefusesShadersThatFeedThemselves) {
   Graph::Link(*project_->NodeByPath("Planet 01/Power fractal shader v3 01"), "input_node",
               *project_->NodeByPath("Planet 01/Compute terrain 01"));
   EXPECT_EQ(Run(Settings("ring.exr")), RenderOutcome::kFailed);
-  EXPECT_FALSE(std::filesystem::exists(folder_ + "/ring.exr"));
+  EXPECT_FALSE(std::filesystem::exists(TempFile("ring.exr")));
 }
 
 }  // namespace

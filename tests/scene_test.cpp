@@ -4,6 +4,7 @@
 
 #include "core/scene_maker.h"
 #include "tests/shading_fixture.h"
+#include "tests/temp_file.h"
 
 namespace {
 
@@ -258,7 +259,7 @@ TEST(SceneMaker, AngularPositionFollowsThePositionAndBack) {
 }
 
 TEST(SceneMaker, MotionFilesAreKeyedWholeOrNotAtAll) {
-  const std::string path = testing::TempDir() + "/motion.txt";
+  const std::string path = TempFile("motion.txt");
   Steps maker;
   long position;
   ASSERT_TRUE(maker.FindParam(position, "position"));
