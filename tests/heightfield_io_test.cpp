@@ -318,6 +318,22 @@ class Memory : public ByteSource {
   std::string bytes_;
 };
 
+TEST(OvhFiles, AreReadAsDescribed) {
+  // Written by another program, after the description of the format.
+  const Loaded loaded = Load(std::string(OV_SOURCE_DIR) + "/tests/fuzz/ovh/tiles.ovh");
+  ASSERT_EQ(loaded.problem, "");
+  ASSERT_EQ(loaded.plan.width, 20);
+  ASSERT_EQ(loaded.plan.height, 35);
+  EXPECT_EQ(loaded.plan.xScale, 10);
+  EXPECT_EQ(loaded.plan.yScale, 20);
+  EXPECT_EQ(loaded.plan.zScale, 5);
+  EXPECT_NEAR(loaded.plan.corners.east, 8, 1e-12);
+  EXPECT_NEAR(loaded.plan.corners.south, 46, 1e-12);
+  for (int y = 0; y < 35; ++y)
+    for (int x = 0; x < 20; ++x)
+      EXPECT_EQ(loaded.values[static_cast<size_t>(y * 20 + x)], static_cast<float>(std::sin(x * 0.3) * y));
+}
+
 TEST(OvhFiles, DamageIsFound) {
   const Folder folder;
   const Hills hills(300, 40, true);
