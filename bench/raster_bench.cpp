@@ -146,20 +146,50 @@ void Fill(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * kPoints);
 }
 
-BENCHMARK(Copy)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(ReadWithGdal, plain_tif, "plain.tif")->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(Load, plain_tif, "plain.tif")->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(ReadWithGdal, deflate_tif, "deflate.tif")->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(Load, deflate_tif, "deflate.tif")->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(Load, ovh, "own.ovh")->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(Write, tif, "out.tif", 32)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(Write, tif_16_bits, "out16.tif", 16)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(Write, png, "out.png", 16)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(Write, ovh, "out.ovh", 0)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(Write, asc, "out.asc", 0)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(Hillshade)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(Measure)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(Fill)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(Copy)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
+BENCHMARK_CAPTURE(ReadWithGdal, plain_tif, "plain.tif")
+    ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
+BENCHMARK_CAPTURE(Load, plain_tif, "plain.tif")
+    ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
+BENCHMARK_CAPTURE(ReadWithGdal, deflate_tif, "deflate.tif")
+    ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
+BENCHMARK_CAPTURE(Load, deflate_tif, "deflate.tif")
+    ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
+BENCHMARK_CAPTURE(Load, ovh, "own.ovh")
+    ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
+BENCHMARK_CAPTURE(Write, tif, "out.tif", 32)
+    ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
+BENCHMARK_CAPTURE(Write, tif_16_bits, "out16.tif", 16)
+    ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
+BENCHMARK_CAPTURE(Write, png, "out.png", 16)
+    ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
+BENCHMARK_CAPTURE(Write, ovh, "out.ovh", 0)
+    ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
+BENCHMARK_CAPTURE(Write, asc, "out.asc", 0)
+    ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
+BENCHMARK(Hillshade)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
+BENCHMARK(Measure)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
+BENCHMARK(Fill)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
 
 }  // namespace
 

@@ -36,8 +36,8 @@ void WriteChunk(AtomicFile& file, const char* type, const unsigned char* data, s
 }
 
 unsigned char Paeth(int left, int above, int corner) {
-  const int estimate = left + above - corner;
-  const int dl = std::abs(estimate - left), da = std::abs(estimate - above), dc = std::abs(estimate - corner);
+  const int dl = std::abs(above - corner), da = std::abs(left - corner);
+  const int dc = std::abs(left + above - 2 * corner);
   return static_cast<unsigned char>(dl <= da && dl <= dc ? left : da <= dc ? above : corner);
 }
 
@@ -51,27 +51,29 @@ struct Band {
   void FetchRow(const GreyPng& picture, std::int64_t y, std::vector<unsigned char>& bytes) {
     values.resize(static_cast<std::size_t>(picture.width));
     picture.row(y, values.data());
-    bytes.clear();
-    for (const std::uint16_t v : values) {
-      if (picture.bits == 16) bytes.push_back(static_cast<unsigned char>(v >> 8));
-      bytes.push_back(static_cast<unsigned char>(v));
+    const std::size_t step = static_cast<std::size_t>(picture.bits / 8);
+    bytes.resize(values.size() * step);
+    for (std::size_t i = 0; i < values.size(); ++i) {
+      bytes[i * step] = static_cast<unsigned char>(step == 2 ? values[i] >> 8 : values[i]);
+      bytes[i * step + step - 1] = static_cast<unsigned char>(values[i]);
     }
   }
 
   void Filter(const GreyPng& picture, std::int64_t begin, std::int64_t end) {
     const std::size_t step = static_cast<std::size_t>(picture.bits / 8);
-    filtered.clear();
+    const std::size_t rowBytes = static_cast<std::size_t>(picture.width) * step;
     if (begin > 0)
       FetchRow(picture, begin - 1, above);
     else
-      above.assign(static_cast<std::size_t>(picture.width) * step, 0);
+      above.assign(rowBytes, 0);
+    filtered.resize((rowBytes + 1) * static_cast<std::size_t>(end - begin));
+    unsigned char* out = filtered.data();
     for (std::int64_t y = begin; y < end; ++y) {
       FetchRow(picture, y, row);
-      filtered.push_back(kPaeth);
-      for (std::size_t i = 0; i < row.size(); ++i) {
-        const int left = i >= step ? row[i - step] : 0, corner = i >= step ? above[i - step] : 0;
-        filtered.push_back(static_cast<unsigned char>(row[i] - Paeth(left, above[i], corner)));
-      }
+      *out++ = kPaeth;
+      for (std::size_t i = 0; i < step; ++i) *out++ = static_cast<unsigned char>(row[i] - above[i]);
+      for (std::size_t i = step; i < rowBytes; ++i)
+        *out++ = static_cast<unsigned char>(row[i] - Paeth(row[i - step], above[i], above[i - step]));
       above.swap(row);
     }
   }

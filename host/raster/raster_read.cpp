@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <mutex>
 #include <vector>
 
@@ -20,29 +21,28 @@ constexpr float kGreatestHeight = 1e36f;
 
 std::int64_t RoundedUp(std::int64_t value, std::int64_t step) { return (value + step - 1) / step * step; }
 
-/// Turns stored values into raster values; missing ones into `fill`. Returns how many there were.
-std::int64_t Convert(const RasterPlan& plan, float* values, std::int64_t count) {
+/// Marks stored values that are no heights as NaN. Returns how many there were.
+int MarkMissing(const RasterPlan& plan, float* values, std::int64_t count) {
   const float gap0 = plan.hasMissingValue[0] ? plan.missingValue[0] : std::nanf("");
   const float gap1 = plan.hasMissingValue[1] ? plan.missingValue[1] : std::nanf("");
-  const double factor = plan.factor, addend = plan.addend;
-  const float fill = plan.fill;
-  int missing = 0;  // a piece has fewer points than an int can count
-  if (factor == 1 && addend == 0) {
-    for (std::int64_t i = 0; i < count; ++i) {
-      const float v = values[i];
-      const bool isHeight = std::fabs(v) <= kGreatestHeight && v != gap0 && v != gap1;
-      values[i] = isHeight ? v : fill;
-      missing += !isHeight;
-    }
-    return missing;
-  }
+  int missing = 0;
   for (std::int64_t i = 0; i < count; ++i) {
     const float v = values[i];
-    const bool isHeight = std::fabs(v) <= kGreatestHeight && v != gap0 && v != gap1;
-    const auto converted = static_cast<float>(v * factor + addend);
-    values[i] = isHeight ? converted : fill;
-    missing += !isHeight;
+    const int isHeight = (std::fabs(v) <= kGreatestHeight) & (v != gap0) & (v != gap1);
+    values[i] = isHeight ? v : std::numeric_limits<float>::quiet_NaN();
+    missing += 1 - isHeight;
   }
+  return missing;
+}
+
+/// Turns a row of stored values into raster values; missing ones into `fill`. Returns how many there were.
+int Convert(const RasterPlan& plan, float* values, std::int64_t count) {
+  const int missing = MarkMissing(plan, values, count);
+  const double factor = plan.factor, addend = plan.addend;
+  if (factor != 1 || addend != 0)
+    for (std::int64_t i = 0; i < count; ++i) values[i] = static_cast<float>(values[i] * factor + addend);
+  if (missing > 0 && !std::isnan(plan.fill))
+    for (std::int64_t i = 0; i < count; ++i) values[i] = std::isnan(values[i]) ? plan.fill : values[i];
   return missing;
 }
 
