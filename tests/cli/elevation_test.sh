@@ -93,3 +93,24 @@ for file in full.tif full.png full.asc full.ovh full.exr; do
   [ "$(cat $file)" = "what was there" ] || fail "$file: the old file is gone"
 done
 [ -z "$(find . -name '*.tmp*')" ] || fail "temporary files are left"
+
+# A stop on the way: what the operator has done goes to a name of its own, and the old file stays.
+cat >long.ovd <<'END'
+<ombrivex_project>
+  <power_fractal_shader_v3 name="Fractal"/>
+  <heightfield_load name="Hills" filename="hills.asc" georeference="0"/>
+  <heightfield_resize name="Grid" input_node="Hills" re-sample_pixels="1" size_in_pixels="6000 6000"/>
+  <heightfield_from_shader name="Sampled" input_node="Grid" shader="Fractal"/>
+</ombrivex_project>
+END
+echo "what was there" >long.tif
+"$OV" heightfield long.ovd Sampled -o long.tif --progress json >out 2>err &
+job=$!
+while kill -0 $job 2>/dev/null && ! grep -q Generating err; do sleep 0.1; done
+kill -TERM $job 2>/dev/null || fail "it was done before it could be stopped"
+code=0
+wait $job || code=$?
+[ $code = 143 ] || fail "exit code $code of a stopped run"
+shows "stopped; long.partial.tif holds"
+[ -s long.partial.tif ] || fail "what was done is gone"
+[ "$(cat long.tif)" = "what was there" ] || fail "the old file is gone"
