@@ -9,11 +9,14 @@
 #include "fractal/vortex_warp_shader.h"
 #include "fractal/warp_shaders.h"
 #include "heightfield/filter_operators.h"
+#include "heightfield/heightfield_erode_v2.h"
+#include "heightfield/heightfield_erode_v3.h"
 #include "heightfield/heightfield_export_lwo.h"
 #include "heightfield/heightfield_from_shader.h"
 #include "heightfield/heightfield_generate.h"
 #include "heightfield/heightfield_merge.h"
 #include "heightfield/heightfield_shader.h"
+#include "heightfield/heightfield_smooth_erode.h"
 #include "heightfield/size_operators.h"
 #include "heightfield/vertical_operators.h"
 #include "imagemap/image_map_shader.h"
@@ -82,11 +85,15 @@ const Row kRows[] = {
     {"heightfield_operator", "heightfield_clip_vertical", trCreateNode<HeightfieldClipVertical>},
     {"heightfield_operator", "heightfield_curve_vertical", trCreateNode<HeightfieldCurveVertical>},
     {"heightfield_operator", "heightfield_crop", trCreateNode<HeightfieldCrop>},
+    {"hidden", "heightfield_erode_v2", trCreateNode<HeightfieldErodeV2>},
+    {"heightfield_operator", "heightfield_erode_v3", trCreateNode<HeightfieldErodeV3>},
     {"heightfield_operator", "heightfield_export_LWO", trCreateNode<HeightfieldExportLWO>},
     {"heightfield_operator", "heightfield_from_shader", trCreateNode<HeightfieldFromShader>},
     {"heightfield_operator", "heightfield_merge", trCreateNode<HeightfieldMerge>},
     {"heightfield_operator", "heightfield_resize", trCreateNode<HeightfieldResize>},
     {"heightfield_operator", "heightfield_smooth", trCreateNode<HeightfieldSmooth>},
+    {"heightfield_operator", "heightfield_smooth_erode", trCreateNode<HeightfieldSmoothErode>},
+    {"hidden", "heightfield_erode_experiment", trCreateNode<HeightfieldErosionExperiment>},
     {"object/displaceable", "planet", trCreateNode<Planet>},
     {"hidden", "object_writer_lwo", trCreateNode<ObjectWriterLWO>},
 };

@@ -14,10 +14,14 @@ class OV_API trMersenneTwister {
   void sgenrand(unsigned long seed);
   /// Next number of the sequence, 0 to 2^32 - 1.
   unsigned long genrand();
+  /// The next `count` numbers of the sequence, as so many calls of genrand would give them, only faster.
+  void Draw(unsigned int* numbers, int count);
   /// Unit draw: genrand() over 2^32 - 1, both ends included.
   double Unit() { return static_cast<double>(genrand()) / 4294967295.0; }
 
  private:
+  void Refill();
+
   std::array<unsigned int, 624> state_;
   int next_ = 624;
 };

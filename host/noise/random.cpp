@@ -1,11 +1,25 @@
 // MT19937 and the process-wide generator of seeds.
 #include "core/random.h"
 
+#include <algorithm>
 #include <ctime>
 
 namespace {
 constexpr int kStateSize = 624;
 constexpr int kShift = 397;
+
+unsigned int Twisted(unsigned int far, unsigned int high, unsigned int low) {
+  const unsigned int y = (high & 0x80000000u) | (low & 0x7fffffffu);
+  return far ^ (y >> 1) ^ ((0u - (y & 1u)) & 0x9908b0dfu);
+}
+
+unsigned int Tempered(unsigned int y) {
+  y ^= y >> 11;
+  y ^= (y << 7) & 0x9d2c5680u;
+  y ^= (y << 15) & 0xefc60000u;
+  return y ^ (y >> 18);
+}
+
 bool globalSeedFixed = false;
 }  // namespace
 
@@ -18,19 +32,32 @@ void trMersenneTwister::sgenrand(unsigned long seed) {
   next_ = kStateSize;
 }
 
+void trMersenneTwister::Refill() {
+  // In stretches whose sources lie a fixed way off, which compilers turn into vectors.
+  constexpr int kWrap = kStateSize - kShift;
+  for (int i = 0; i < kWrap; ++i) state_[i] = Twisted(state_[i + kShift], state_[i], state_[i + 1]);
+  for (int i = kWrap; i < kStateSize - 1; ++i)
+    state_[i] = Twisted(state_[i - kWrap], state_[i], state_[i + 1]);
+  state_[kStateSize - 1] = Twisted(state_[kShift - 1], state_[kStateSize - 1], state_[0]);
+  next_ = 0;
+}
+
 unsigned long trMersenneTwister::genrand() {
-  if (next_ >= kStateSize) {
-    for (int i = 0; i < kStateSize; ++i) {
-      const unsigned int y = (state_[i] & 0x80000000u) | (state_[(i + 1) % kStateSize] & 0x7fffffffu);
-      state_[i] = state_[(i + kShift) % kStateSize] ^ (y >> 1) ^ ((y & 1u) ? 0x9908b0dfu : 0u);
-    }
-    next_ = 0;
+  if (next_ >= kStateSize) Refill();
+  return Tempered(state_[next_++]);
+}
+
+void trMersenneTwister::Draw(unsigned int* numbers, int count) {
+  while (count > 0) {
+    if (next_ >= kStateSize) Refill();
+    const int stretch = std::min(count, kStateSize - next_);
+    const unsigned int* __restrict from = state_.data() + next_;
+    unsigned int* __restrict to = numbers;
+    for (int i = 0; i < stretch; ++i) to[i] = Tempered(from[i]);
+    next_ += stretch;
+    numbers += stretch;
+    count -= stretch;
   }
-  unsigned int y = state_[next_++];
-  y ^= y >> 11;
-  y ^= (y << 7) & 0x9d2c5680u;
-  y ^= (y << 15) & 0xefc60000u;
-  return y ^ (y >> 18);
 }
 
 long trNewSeed() {
