@@ -30,6 +30,7 @@ struct Options {
   std::optional<int> width, height, samples;
   std::vector<std::string> layers;
   double noise = 0;
+  bool denoise = false;
   bool overwrite = false, skipExisting = false, dryRun = false, allowMissing = false;
 };
 
@@ -150,6 +151,7 @@ ovhost::RenderSettings Settings(Program& program, const Options& options, Sessio
   if (!options.memory.empty()) settings.memoryBytes = ParseBytes(options.memory);
   if (!options.time.empty()) settings.timeLimitSeconds = ParseSeconds(options.time);
   settings.noiseLimit = options.noise;
+  settings.denoise = options.denoise;
   settings.resume = options.resume == "never"     ? ovhost::ResumeMode::kNever
                     : options.resume == "require" ? ovhost::ResumeMode::kRequire
                                                   : ovhost::ResumeMode::kAuto;
@@ -303,6 +305,7 @@ void AddRender(Program& program) {
                       "Memory budget, such as 4G; three quarters of what is free by default");
   command->add_option("--time", options->time,
                       "Longest time for a frame, such as 90s or 5m; what is done then is written");
+  command->add_flag("--denoise", options->denoise, "Smooth what noise is left, along the scene's features");
   command->add_option("--noise", options->noise, "Stop when the estimated relative error is below this")
       ->check(CLI::Range(0.0, 1e6));
   auto* overwrite =

@@ -135,6 +135,24 @@ Picture Film::MakePicture() const {
   return picture;
 }
 
+std::vector<float> Film::MeanVariance() const {
+  const int width = area_.x1 - area_.x0;
+  std::vector<float> variance(static_cast<size_t>(width) * (area_.y1 - area_.y0));
+  for (int tile = 0; tile < NumTiles(); ++tile) {
+    const double n = tileSamples_[tile];
+    if (n < 2) continue;
+    const PixelRect rect = TileRect(tile);
+    for (int y = rect.y0; y < rect.y1; ++y)
+      for (int x = rect.x0; x < rect.x1; ++x) {
+        const size_t pixel = static_cast<size_t>(y - area_.y0) * width + (x - area_.x0);
+        const float* sums = &sums_[pixel * stride_];
+        const double mean = Luminance({sums[0], sums[1], sums[2]}) / n;
+        variance[pixel] = static_cast<float>(std::max(0.0, sums[4] / n - mean * mean) / (n - 1));
+      }
+  }
+  return variance;
+}
+
 double Film::RelativeError() const {
   double errorSum = 0, luminanceSum = 0;
   size_t pixels = 0;

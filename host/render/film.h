@@ -47,6 +47,8 @@ class OV_API Film {
 
   /// The mean picture so far.
   Picture MakePicture() const;
+  /// Variance of every pixel's mean luminance; 0 where there is one sample.
+  std::vector<float> MeanVariance() const;
   /// Estimated relative error: root mean square of the pixels' standard errors over the mean luminance.
   double RelativeError() const;
 

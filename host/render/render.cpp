@@ -14,6 +14,7 @@
 #include "host/project/camera.h"
 #include "host/project/render_node.h"
 #include "host/render/checkpoint.h"
+#include "host/render/denoise.h"
 #include "host/render/path.h"
 
 namespace ovhost {
@@ -197,6 +198,10 @@ bool FrameRender::MakeLayers() {
     }
     plan_.layers.push_back(name);
   }
+  if (settings_.denoise)
+    for (const char* guide : {"albedo", "normal"})
+      if (std::find(plan_.layers.begin(), plan_.layers.end(), guide) == plan_.layers.end())
+        plan_.layers.push_back(guide);
   return true;
 }
 
@@ -243,6 +248,7 @@ void FrameRender::RunPass(Pass pass, Film& film, World& world, Tracers& tracers)
 
 std::string FrameRender::WriteOutput(const Film& film) {
   Picture picture = film.MakePicture();
+  if (settings_.denoise) DenoisePicture(picture, film.MeanVariance());
   picture.metadata = {{"Software", std::string("ovstd ") + OV_VERSION},
                       {"DateTime", settings_.sceneTime},
                       {"ov:scene", settings_.sceneName},

@@ -38,6 +38,8 @@ struct RenderSettings {
   /// When the scene was last changed, "YYYY:MM:DD hh:mm:ss" in UTC: the picture's date. The time of rendering
   /// would give the same picture other bytes.
   std::string sceneTime = "1970:01:01 00:00:00";
+  /// Smooths what noise is left, guided by the layers albedo and normal, which are then made as well.
+  bool denoise = false;
   std::vector<std::string> layers;  ///< AOVs written besides beauty and alpha, EXR only; {"all"} for all
 };
 
