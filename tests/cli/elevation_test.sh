@@ -114,3 +114,12 @@ wait $job || code=$?
 shows "stopped; long.partial.tif holds"
 [ -s long.partial.tif ] || fail "what was done is gone"
 [ "$(cat long.tif)" = "what was there" ] || fail "the old file is gone"
+
+# The geoid of the sample scene, through the shader that uses it.
+geoid=/usr/share/proj/egm96_15.gtx
+if [ -e $geoid ]; then
+  expect 0 "$OV" heightfield "$SOURCE/scenes/real_dem.ovd" "Geoid on the planet" --json
+  prints '"node": "/Geoid"'
+  prints '"south": -90.0'
+  prints '"east": 179.75'
+fi
