@@ -31,7 +31,9 @@ struct RayContext {
 /// A running ray tracer.
 class RayDevice {
  public:
-  RayDevice() : handle_(rtcNewDevice("")) {}
+  /// Hits differ in their last bits between instruction sets. AVX-512 would gain some 3 % of a render;
+  /// without it the machines of a farm agree.
+  RayDevice() : handle_(rtcNewDevice("max_isa=avx2")) {}
   ~RayDevice() {
     if (handle_) rtcReleaseDevice(handle_);
   }
