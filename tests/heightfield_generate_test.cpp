@@ -381,7 +381,7 @@ TEST(Lwo, AHeightfieldBecomesTrianglesWithTheUpSideOut) {
   {
     const Reports reports;
     EXPECT_EQ(Press(node, "export_button"), 1);
-    EXPECT_EQ(reports.text, "Writing LWO file: " + path);
+    EXPECT_EQ(reports.text, "Writing LWO file: " + std::filesystem::path(path).lexically_normal().string());
   }
   const LwoFile file(path);
   EXPECT_EQ(file.order, "TAGS LAYR PNTS POLS PTAG SURF ");
