@@ -28,8 +28,8 @@ struct Options {
   std::string output, renderNode, camera, frames, tile, memory, time, resume = "auto";
   std::vector<int> crop;
   std::optional<int> width, height, samples;
+  std::optional<double> noise;
   std::vector<std::string> layers;
-  double noise = 0;
   bool denoise = false;
   bool overwrite = false, skipExisting = false, dryRun = false, allowMissing = false;
 };
@@ -306,7 +306,9 @@ void AddRender(Program& program) {
   command->add_option("--time", options->time,
                       "Longest time for a frame, such as 90s or 5m; what is done then is written");
   command->add_flag("--denoise", options->denoise, "Smooth what noise is left, along the scene's features");
-  command->add_option("--noise", options->noise, "Stop when the estimated relative error is below this")
+  command
+      ->add_option("--noise", options->noise,
+                   "Take no more samples where noise is below this share of the brightness; 0 for never")
       ->check(CLI::Range(0.0, 1e6));
   auto* overwrite =
       command->add_flag("--overwrite", options->overwrite, "Write over pictures that exist (the default)");

@@ -89,7 +89,7 @@ class Chamber : public testing::Test {
     ovhost::WorldSettings settings;
     settings.view = view_;
     // Edges of some two centimetres on the ball, however narrow the view.
-    settings.edgePixels = 0.005 / view_.PixelAngularSize();
+    settings.edgePixels = edge_ / view_.PixelAngularSize();
     ovhost::World world(project_, settings, stop);
     EXPECT_TRUE(world.Build());
     ovhost::PathTracer tracer(world, settings_);
@@ -127,6 +127,7 @@ class Chamber : public testing::Test {
   }
 
   juProject project_;
+  double edge_ = 0.005;  ///< wanted angle of a micropolygon's edge
   trView view_;
   ovhost::PathSettings settings_;
 };
@@ -289,6 +290,7 @@ TEST_F(Chamber, NonsenseInLobesStaysOutOfThePicture) {
   AddSun(Normalised(trVector(0.2, 0.3, 1)), 0.5);
   AddBall("Room", 60, Glow(1));
   MadeShader& ball = AddBall("Ball", 1, {});
+  edge_ = 0.1;
   const float bad[] = {std::nanf(""), HUGE_VALF, -HUGE_VALF, -1, 0, 1e30f};
   for (const float x : bad)
     for (int what = 0; what < 10; ++what) {

@@ -145,6 +145,30 @@ TEST_F(Render, ACropIsThatPartOfTheWhole) {
   }
 }
 
+TEST_F(Render, NoisyPartsTakeMoreSamples) {
+  // The sky is clean after the first pass; the ground takes more, the same for any number of threads.
+  std::string first;
+  for (const int threads : {1, 4}) {
+    ovhost::RenderSettings settings = Settings("adaptive.exr");
+    settings.threads = threads;
+    settings.samples = 96;
+    settings.noiseLimit = 0.02;
+    settings.layers = {"samples"};
+    ASSERT_EQ(Run(settings), RenderOutcome::kDone);
+    const std::string bytes = Bytes(settings.output);
+    if (first.empty()) first = bytes;
+    EXPECT_TRUE(bytes == first) << threads << " threads";
+  }
+  ovhost::RenderSettings settings = Settings("adaptive.exr");
+  ovhost::RenderControl control;
+  ovhost::RenderStatistics statistics;
+  settings.samples = 96;
+  settings.noiseLimit = 0.02;
+  ASSERT_EQ(ovhost::RenderFrame(*project_, settings, control, &statistics), RenderOutcome::kDone);
+  EXPECT_GT(statistics.cameraRays, 96u * 64 * 16);
+  EXPECT_LT(statistics.cameraRays, 96u * 64 * 96);
+}
+
 TEST_F(Render, GoesOnAfterAStopToTheSamePicture) {
   trBase& planet = *project_->NodeByPath("Planet 01");
   auto* stopper = new StopAfter;

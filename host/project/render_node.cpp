@@ -7,20 +7,37 @@ trRenderNode::trRenderNode() {
   DeclareTrue("is_render");
   SetRange(sizeHint_, this, {.min = 1, .max = 16384});
   SetRange(samplesHint_, this, {.min = 1, .max = 4096});
+  SetRange(noiseHint_, this, {.min = 0, .max = 1, .focusPower = 3});
   SetRange(bouncesHint_, this, {.min = 0, .max = 16});
+  SetRange(deepBouncesHint_, this, {.min = 0, .max = 64});
+  SetRange(chanceHint_, this, {.min = 0, .max = 1});
+  SetRange(brightnessHint_, this, {.min = 0, .max = 100, .focusPower = 2});
   SetRange(detailHint_, this, {.min = 0.05, .max = 4});
+  SetRange(filterWidthHint_, this, {.min = 0, .max = 8});
   SetRange(exposureHint_, this, {.min = -10, .max = 10});
   SetMenu(engineHint_, this, {{"Path tracer", 1}});
+  SetMenu(filterHint_, this, {{"Box", 0}, {"Tent", 1}, {"Gaussian", 2}, {"Blackman-Harris", 3}});
   Param(camera_, "camera", "");
   Param(imageWidth_, "image_width", 960, &sizeHint_);
   Param(imageHeight_, "image_height", 540, &sizeHint_);
   GuiTab("Quality", "quality_tab");
   Param(engine_, "engine", 1, &engineHint_);
   Param(samples_, "samples", 16, &samplesHint_).Display("Samples per pixel");
+  // Tiles whose noise is below this, as a share of their brightness, take no more samples.
+  Param(noiseTarget_, "noise_target", 0.0, &noiseHint_).Display("Noise to stop at");
+  Param(leastSamples_, "least_samples", 16, &samplesHint_).Display("Samples before that");
   Param(detail_, "detail", 1.0, &detailHint_);
-  Param(maxBounces_, "max_bounces", 1, &bouncesHint_);
-  Param(clampIndirect_, "clamp_indirect", 1.5);
+  GuiTab("Light", "light_tab");
+  Param(maxBounces_, "max_bounces", 1, &bouncesHint_).Display("Diffuse bounces");
+  Param(maxSpecularBounces_, "max_specular_bounces", 8, &deepBouncesHint_)
+      .Display("Reflections and refractions");
+  Param(clampIndirect_, "clamp_indirect", 1.5, &brightnessHint_).Display("Clamp indirect light");
+  Param(roulette_, "russian_roulette", 1).Display("Russian roulette");
+  Param(rouletteStart_, "roulette_start", 1, &bouncesHint_).Display("Bounces before roulette");
+  Param(leastSurvival_, "roulette_least_chance", 0.25, &chanceHint_).Display("Least chance to go on");
   GuiTab("Film", "film_tab");
+  Param(filter_, "pixel_filter", 1, &filterHint_);
+  Param(filterWidth_, "filter_width", 2.0, &filterWidthHint_).Display("Filter width in pixels");
   Param(exposure_, "exposure", 0.0, &exposureHint_).Display("Exposure in stops");
   Param(softClip_, "soft_clip", 1).Display("Roll off highlights");
 }

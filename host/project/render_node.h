@@ -9,23 +9,34 @@ class OV_API trRenderNode : public trBase {
 
   long Width() const { return imageWidth_; }
   long Height() const { return imageHeight_; }
-  /// Camera samples a pixel.
+  /// Camera samples a pixel, at most.
   long Samples() const { return samples_; }
+  /// Noise, as a share of brightness, at which a part of the picture takes no more samples; 0 for never.
+  double NoiseTarget() const { return noiseTarget_; }
+  long LeastSamples() const { return leastSamples_; }
   /// Dicing detail: 1 gives micropolygon edges of about a pixel, 2 half of that.
   double Detail() const { return detail_; }
   long MaxBounces() const { return maxBounces_; }
+  long MaxSpecularBounces() const { return maxSpecularBounces_; }
   /// Largest luminance one indirect path may add to a pixel's sample; 0 for no limit.
   double ClampIndirect() const { return clampIndirect_; }
+  /// After so many bounces, weak paths end by chance; -1 for never.
+  long RouletteStart() const { return roulette_ ? rouletteStart_ : -1; }
+  double LeastSurvival() const { return leastSurvival_; }
+  /// 0 box, 1 tent, 2 Gaussian, 3 Blackman-Harris.
+  long Filter() const { return filter_; }
+  double FilterWidth() const { return filterWidth_; }
   double Exposure() const { return exposure_; }
   bool SoftClip() const { return softClip_ != 0; }
   /// The camera to render from; null for the project's first.
   trBase* Camera() const { return camera_.LinkedNode(); }
 
  private:
-  trIntHint sizeHint_, samplesHint_, bouncesHint_, engineHint_;
-  trDoubleHint detailHint_, exposureHint_;
+  trIntHint sizeHint_, samplesHint_, bouncesHint_, deepBouncesHint_, engineHint_, filterHint_;
+  trDoubleHint detailHint_, exposureHint_, noiseHint_, chanceHint_, brightnessHint_, filterWidthHint_;
   trCameraLink camera_;
-  long imageWidth_, imageHeight_, samples_, maxBounces_, engine_;
-  double detail_, clampIndirect_, exposure_;
-  unsigned char softClip_;
+  long imageWidth_, imageHeight_, engine_, samples_, leastSamples_, maxBounces_, maxSpecularBounces_,
+      rouletteStart_, filter_;
+  double noiseTarget_, detail_, clampIndirect_, leastSurvival_, filterWidth_, exposure_;
+  unsigned char roulette_, softClip_;
 };

@@ -8,7 +8,7 @@
 namespace ovhost {
 namespace {
 
-constexpr char kMagic[8] = {'O', 'V', 'C', 'H', 'E', 'C', 'K', '1'};
+constexpr char kMagic[8] = {'O', 'V', 'C', 'H', 'E', 'C', 'K', '2'};
 
 struct Header {
   char magic[8];

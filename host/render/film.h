@@ -26,6 +26,11 @@ struct CameraSample {
   float nodeId = 0;  ///< 1 + the number of the object; 0 for the sky
 };
 
+struct LayerKind;
+
+/// Samples of a pixel in a pass, from the second pass on.
+constexpr int kPassSamples = 16;
+
 /// Pixel sums. Tiles are written by one thread at a time each; the rest is main thread only.
 class OV_API Film {
  public:
@@ -43,14 +48,17 @@ class OV_API Film {
   /// Samples a pixel that a tile has.
   std::uint32_t& TileSamples(int tile) { return tileSamples_[tile]; }
   std::uint32_t TileSamples(int tile) const { return tileSamples_[tile]; }
-  void Add(int x, int y, const CameraSample& sample);
+  /// Adds a pixel's samples of one pass.
+  void Add(int x, int y, const CameraSample* samples, int count);
 
   /// The mean picture so far.
   Picture MakePicture() const;
   /// Variance of every pixel's mean luminance; 0 where there is one sample.
   std::vector<float> MeanVariance() const;
-  /// Estimated relative error: root mean square of the pixels' standard errors over the mean luminance.
-  double RelativeError() const;
+  /// Estimated noise of a tile: the root mean square of its pixels' standard errors beside their mean
+  /// luminance, in the noisiest of its blocks of 8 by 8 pixels. Infinite before the second pass. Depends on
+  /// nothing but the tile's sums.
+  double TileNoise(int tile) const;
 
   // Checkpoints: the raw sums.
   const std::vector<float>& Sums() const { return sums_; }
@@ -60,13 +68,16 @@ class OV_API Film {
 
  private:
   struct Layer {
-    const char* name;
-    int first, channels;
+    const LayerKind* kind;
+    int first;
   };
+  size_t FirstSum(int x, int y) const;
+
   PixelRect area_;
   int fullWidth_, fullHeight_, tilesX_, tilesY_, stride_;
   std::vector<Layer> layers_;
-  std::vector<float> sums_;  ///< stride_ floats a pixel: R G B A, squared luminance, then the layers
+  std::vector<float>
+      sums_;  ///< stride_ floats a pixel: R G B A, squared luminances of samples and of passes, then the layers
   std::vector<std::uint32_t> tileSamples_;
 };
 

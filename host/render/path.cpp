@@ -205,14 +205,8 @@ void PathTracer::StartPath(int x, int y, std::uint32_t index, Path& path) const 
   path.throughput = trFCol(1.0f);
   path.result = CameraSample();
 
-  // A tent filter over two pixels, by importance.
-  const auto tent = [](double u) { return u < 0.5 ? std::sqrt(2 * u) - 1 : 1 - std::sqrt(2 - 2 * u); };
-  const tr2Vector jitter = path.sampler.Next();
-  const double sx = (x + 0.5 + tent(jitter.x)) / view.width * 2 - 1,
-               sy = 1 - (y + 0.5 + tent(jitter.y)) / view.height * 2;
   path.origin = trVector();
-  path.direction = Normalised(view.forward + view.right * (sx * view.tanHalfHorizontal) +
-                              view.up * (sy * view.tanHalfVertical));
+  path.direction = settings_.filter.Direction(view, x, y, path.sampler.Next());
   path.nearest = view.nearClip;
 }
 

@@ -10,17 +10,26 @@ namespace ovhost {
 /// Samples of a pixel, numbered from a multiple of this on, that are traced together: they share the
 /// integrals of the air in front of them.
 constexpr std::uint32_t kSamplesTogether = RayBundle::kSize;
+static_assert(kSamplesTogether == kPassSamples);
 
-/// One thread's path tracer. Per-thread state.
-class OV_API PathTracer {
+/// What makes samples of a picture's pixels, one for each thread. Per-thread state.
+class OV_API PixelEngine {
  public:
-  PathTracer(World& world, const PathSettings& settings);
-  ~PathTracer();
-
+  virtual ~PixelEngine() = default;
   /// Traces samples `begin` to `end` of a pixel of the full picture, at most kSamplesTogether, into
   /// `results`.
-  void SamplePixel(int x, int y, std::uint32_t begin, std::uint32_t end, CameraSample* results);
-  const PathCounters& Counters() const { return counters_; }
+  virtual void SamplePixel(int x, int y, std::uint32_t begin, std::uint32_t end, CameraSample* results) = 0;
+  virtual const PathCounters& Counters() const = 0;
+};
+
+/// One thread's path tracer. Per-thread state.
+class OV_API PathTracer final : public PixelEngine {
+ public:
+  PathTracer(World& world, const PathSettings& settings);
+  ~PathTracer() override;
+
+  void SamplePixel(int x, int y, std::uint32_t begin, std::uint32_t end, CameraSample* results) override;
+  const PathCounters& Counters() const override { return counters_; }
 
   /// A shaded point.
   struct Surface : SurfacePoint {

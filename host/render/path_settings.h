@@ -3,9 +3,12 @@
 
 #include <cstdint>
 
+#include "host/render/pixel_filter.h"
+
 namespace ovhost {
 
 struct PathSettings {
+  PixelFilter filter;
   int maxBounces = 1;           ///< diffuse
   int maxSpecularBounces = 8;   ///< reflected and refracted
   float clampIndirect = 1.5f;   ///< largest luminance an indirect path may add; 0 for no limit

@@ -43,6 +43,8 @@ T* FindNode(juProject& project, const std::string& wanted) {
 /// What the frame is made with: the render node's settings under the command line's.
 struct Plan {
   int width = 0, height = 0, samples = 0;
+  std::uint32_t leastSamples = 0;
+  double noiseTarget = 0;  ///< tiles below it take no more samples; 0 for none
   PixelRect area;
   trView view;
   double edgePixels = 0;
@@ -69,8 +71,8 @@ std::vector<Pass> Passes(int samples) {
   return passes;
 }
 
-/// Path tracers by the slots of the arena that use them.
-using Tracers = std::vector<std::unique_ptr<PathTracer>>;
+/// Engines by the slots of the arena that use them.
+using Tracers = std::vector<std::unique_ptr<PixelEngine>>;
 
 /// The render in hand.
 class FrameRender {
@@ -103,6 +105,11 @@ class FrameRender {
   std::uint64_t SceneKey() const;
   RenderOutcome RunInArena(int threads);
   void RunPass(Pass pass, Film& film, World& world, Tracers& tracers);
+  /// Whether a tile takes no more samples: it has all, or its noise is below the target.
+  bool IsTileDone(int tile, const Film& film) const;
+  bool IsPassDone(Pass pass, const Film& film) const;
+  /// Counts what is done, for progress; whether that is all.
+  bool CountDone(const Film& film);
   bool Report(double fraction);
   bool TimeIsUp() const {
     return settings_.timeLimitSeconds > 0 && Seconds() - start_ > settings_.timeLimitSeconds;
@@ -118,8 +125,9 @@ class FrameRender {
   trRenderNode defaults_;
   Plan plan_;
   CheckpointKey key_;
-  std::atomic<std::uint64_t> tileSamplesDone_{0};
   unsigned long progressState_ = 0;
+  std::atomic<std::uint64_t> tileSamplesDone_{0};
+  std::uint64_t tileSamplesLeftOut_ = 0;  ///< by tiles that are done before they have all
   double lastReport_ = 0, lastWrite_ = 0;
   std::thread::id mainThread_ = std::this_thread::get_id();
   std::atomic<bool> outOfTime_{false};
@@ -158,7 +166,14 @@ bool FrameRender::MakePlan() {
   }
   plan_.edgePixels = kEdgePixels / std::clamp(render->Detail(), 0.01, 16.0);
   plan_.path.maxBounces = static_cast<int>(std::clamp<long>(render->MaxBounces(), 0, 64));
+  plan_.path.maxSpecularBounces = static_cast<int>(std::clamp<long>(render->MaxSpecularBounces(), 0, 256));
   plan_.path.clampIndirect = static_cast<float>(render->ClampIndirect());
+  plan_.path.rouletteStart = static_cast<int>(std::clamp<long>(render->RouletteStart(), 0, 64));
+  plan_.path.leastSurvival = render->RouletteStart() < 0 ? 1 : std::clamp(render->LeastSurvival(), 0.0, 1.0);
+  plan_.path.filter = PixelFilter(static_cast<PixelFilter::Shape>(std::clamp<long>(render->Filter(), 0, 3)),
+                                  render->FilterWidth());
+  plan_.noiseTarget = settings_.noiseLimit.value_or(render->NoiseTarget());
+  plan_.leastSamples = static_cast<std::uint32_t>(std::clamp<long>(render->LeastSamples(), 2, 1 << 20));
   plan_.transform = {render->Exposure(), render->SoftClip()};
 
   UpdateAnimation(&project_, settings_.frame);
@@ -205,6 +220,32 @@ bool FrameRender::MakeLayers() {
   return true;
 }
 
+bool FrameRender::IsTileDone(int tile, const Film& film) const {
+  const std::uint32_t samples = film.TileSamples(tile);
+  if (samples >= static_cast<std::uint32_t>(plan_.samples)) return true;
+  return plan_.noiseTarget > 0 && samples >= plan_.leastSamples && film.TileNoise(tile) < plan_.noiseTarget;
+}
+
+bool FrameRender::IsPassDone(Pass pass, const Film& film) const {
+  for (int tile = 0; tile < film.NumTiles(); ++tile)
+    if (film.TileSamples(tile) < pass.end && !IsTileDone(tile, film)) return false;
+  return true;
+}
+
+bool FrameRender::CountDone(const Film& film) {
+  std::uint64_t done = 0, leftOut = 0;
+  int tilesDone = 0;
+  for (int tile = 0; tile < film.NumTiles(); ++tile) {
+    done += film.TileSamples(tile);
+    if (!IsTileDone(tile, film)) continue;
+    ++tilesDone;
+    leftOut += plan_.samples - std::min<std::uint64_t>(film.TileSamples(tile), plan_.samples);
+  }
+  tileSamplesDone_ = done;
+  tileSamplesLeftOut_ = leftOut;
+  return tilesDone == film.NumTiles();
+}
+
 bool FrameRender::Report(double fraction) {
   auto* node = const_cast<trBase*>(plan_.context);
   const double elapsed = Seconds() - start_;
@@ -215,8 +256,8 @@ bool FrameRender::Report(double fraction) {
 void FrameRender::RunPass(Pass pass, Film& film, World& world, Tracers& tracers) {
   ParallelFor(static_cast<size_t>(film.NumTiles()), [&](size_t index) {
     const int tile = static_cast<int>(index);
-    std::unique_ptr<PathTracer>& tracer = tracers[ThreadSlot()];
-    if (film.TileSamples(tile) >= pass.end) return;
+    std::unique_ptr<PixelEngine>& tracer = tracers[ThreadSlot()];
+    if (film.TileSamples(tile) >= pass.end || IsTileDone(tile, film)) return;
     if (control_.stop || control_.writeNow || outOfTime_) return;
     if (!tracer) tracer = std::make_unique<PathTracer>(world, plan_.path);
     CameraSample samples[kSamplesTogether];
@@ -225,21 +266,21 @@ void FrameRender::RunPass(Pass pass, Film& film, World& world, Tracers& tracers)
     for (int y = rect.y0; y < rect.y1; ++y)
       for (int x = rect.x0; x < rect.x1; ++x) {
         tracer->SamplePixel(x, y, pass.begin, pass.end, samples);
-        for (std::uint32_t i = pass.begin; i < pass.end; ++i) film.Add(x, y, samples[i - pass.begin]);
+        film.Add(x, y, samples, static_cast<int>(pass.end - pass.begin));
       }
     film.TileSamples(tile) = pass.end;
+    tileSamplesDone_ += pass.end - pass.begin;
     const PathCounters& after = tracer->Counters();
     std::atomic_ref(statistics_.cameraRays) += after.cameraRays - before.cameraRays;
     std::atomic_ref(statistics_.shadowRays) += after.shadowRays - before.shadowRays;
     std::atomic_ref(statistics_.bounceRays) += after.bounceRays - before.bounceRays;
     std::atomic_ref(statistics_.volumeSamples) += after.volumeSamples - before.volumeSamples;
-    tileSamplesDone_ += pass.end - pass.begin;
     // The main thread renders too, and speaks for all.
     if (std::this_thread::get_id() != mainThread_) return;
     if (TimeIsUp() && pass.begin > 0) outOfTime_ = true;
     if (Seconds() - lastReport_ > 0.2) {
       lastReport_ = Seconds();
-      if (!Report(static_cast<double>(tileSamplesDone_) /
+      if (!Report(static_cast<double>(tileSamplesDone_ + tileSamplesLeftOut_) /
                   (static_cast<double>(film.NumTiles()) * plan_.samples)))
         control_.stop = true;
     }
@@ -325,12 +366,12 @@ RenderOutcome FrameRender::RunInArena(int threads) {
   statistics_.diceSeconds = world.DiceSeconds();
   statistics_.gridBytes = world.Dicing().vertices * sizeof(GridVertex);
 
+  CountDone(film);
   for (const Pass& pass : Passes(plan_.samples)) {
     bool isPassDone = false;
     while (!isPassDone) {
       RunPass(pass, film, world, tracers);
-      const auto& counts = film.AllTileSamples();
-      isPassDone = *std::min_element(counts.begin(), counts.end()) >= pass.end;
+      isPassDone = IsPassDone(pass, film);
       if (control_.stop || outOfTime_) break;
       if (control_.writeNow.exchange(false))
         if (const std::string problem = WriteOutput(film); !problem.empty()) trWarning(problem);
@@ -338,7 +379,7 @@ RenderOutcome FrameRender::RunInArena(int threads) {
     if (control_.stop) return Stop(film);
     if (outOfTime_) break;
     statistics_.samplesDone = static_cast<int>(pass.end);
-    if (settings_.noiseLimit > 0 && pass.end >= 4 && film.RelativeError() < settings_.noiseLimit) break;
+    if (CountDone(film)) break;
     const bool isFirst = pass.begin == 0, isLast = statistics_.samplesDone == plan_.samples;
     if (!settings_.writeEveryPass || isLast || !(isFirst || Seconds() - lastWrite_ > kSecondsBetweenWrites))
       continue;

@@ -30,8 +30,9 @@ struct RenderSettings {
   int threads = 0;                ///< 0: all cores
   std::uint64_t memoryBytes = 0;  ///< budget; 0: three quarters of what is free
   double timeLimitSeconds = 0;    ///< 0: none; the frame is written as far as it is
-  double noiseLimit = 0;          ///< 0: none; stop when the estimated relative error of the picture is below
-  bool writeEveryPass = true;     ///< a usable file after each pass
+  /// Noise, as a share of brightness, at which a part of the picture takes no more samples; 0 for never.
+  std::optional<double> noiseLimit;
+  bool writeEveryPass = true;  ///< a usable file after each pass
   ResumeMode resume = ResumeMode::kAuto;
   std::uint64_t projectHash = 0;  ///< of the project as loaded and overridden; ties checkpoints to it
   std::string sceneName;          ///< for the picture's metadata
