@@ -76,8 +76,8 @@ class OV_API Film {
   PixelRect area_;
   int fullWidth_, fullHeight_, tilesX_, tilesY_, stride_;
   std::vector<Layer> layers_;
-  std::vector<float>
-      sums_;  ///< stride_ floats a pixel: R G B A, squared luminances of samples and of passes, then the layers
+  std::vector<float> sums_;  ///< stride_ floats a pixel: R G B A, squared luminances of samples and of
+                             ///< passes, then the layers
   std::vector<std::uint32_t> tileSamples_;
 };
 
