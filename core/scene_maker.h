@@ -25,14 +25,17 @@ class OV_API trSceneMaker : public trBase {
   long current_variation = 0;
 
  protected:
-  /// Declares `visible`, `visible_in_reflections`, `cast_shadows` and `allow_subdivision`, with these
-  /// defaults.
+  /// Declares `visible` (to the camera), `visible_in_reflections` (to reflected, refracted and bounced rays),
+  /// `cast_shadows` and `allow_subdivision`, with these defaults. They don't depend on one another: what
+  /// isn't visible may still throw a shadow. What may not be subdivided shows displacement by its surface
+  /// shader as bumps.
   void DeclareVisibilityParams(unsigned char visible, unsigned char inReflections, unsigned char castShadows,
                                unsigned char allowSubdivision);
-  /// Declares `holdout`: present to rays and alpha, black in the picture.
+  /// Declares `holdout`: hides what is behind it from the camera, and leaves the picture empty there.
   void DeclareAdvancedVisibilityParams();
   /// Copies the declared ones to the scene's flags; a maker that declares none leaves the scene as it is.
   void ApplyVisibilityParams(trScene& scene) const;
+  bool AllowsSubdivision() const { return allowSubdivision_ != 0; }
 
  private:
   unsigned char visible_ = 1, visibleInReflections_ = 1, castShadows_ = 1, allowSubdivision_ = 1,
@@ -129,10 +132,15 @@ class OV_API juObjectGenerator : public juObjectGeneratorOrReader {
   virtual long GenerateMesh(trScene& scene, long materialIndex) = 0;
 
  protected:
-  /// The standard tabs of a generator: `surface_shader`, `mesh_displacer`, position, rotation and scale.
+  /// The standard tabs of a generator: `translate`, `rotate`, `scale`; `surface_shader`,
+  /// `double-sided_surface`, `use_smooth_normals`, `smooth_polygons_at_terminator`, and `mesh_displacer`
+  /// where the class hasn't declared it; the visibility parameters, where `allow_subdivision` on lets the
+  /// renderer divide a mesh that its generator would rather keep whole; and `population_mode`, which a
+  /// populator sets: the object is then made for it alone.
   void DeclareObjectGeneratorTabbedParams();
 
  private:
+  unsigned char doubleSided_ = 1, useSmoothNormals_ = 1, smoothsTerminator_ = 1, populationMode_ = 0;
   trShaderLink surfaceShader_;
   trVector translate_, rotate_, scale_{1, 1, 1};
 };

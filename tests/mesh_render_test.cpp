@@ -250,4 +250,54 @@ TEST(MeshRender, WholeTrianglesShowDisplacementAsBumps) {
   }
 }
 
+TEST(MeshRender, SingleSidedSurfacesAreBlackFromBehind) {
+  for (const bool isDoubleSided : {true, false})
+    for (const bool isBehind : {true, false}) {
+      MeshStage stage;
+      // From the north, where the eye is.
+      auto& sun = stage.AddSun();
+      sun.SetParam("elevation", 0.0, trWhoSystem);
+      sun.SetParam("heading", 0.0, trWhoSystem);
+      auto& shader = stage.AddShader("Leaf");
+      shader.onShade = [](trShadingInterface& si) { si.SetShadingToLambert(trFCol(0.5f)); };
+      stage.AddMaker("Leaf", [&](trScene& scene) {
+        trMaterial material(nullptr, &shader, nullptr, 1);
+        material.isDoubleSided = isDoubleSided;
+        AddTriangle(scene, {-40, -40, 0}, {isBehind ? 0.0 : 40.0, isBehind ? 40.0 : -40.0, 0},
+                    {isBehind ? 40.0 : 0.0, isBehind ? -40.0 : 40.0, 0}, scene.AddMaterial(material));
+        return 1;
+      });
+      const float light = stage.Picture(3)[4].beauty.g;
+      EXPECT_NEAR(light, isBehind && !isDoubleSided ? 0 : 0.5, 1e-3) << isDoubleSided << isBehind;
+    }
+}
+
+TEST(MeshRender, RoundMeshesHaveARoundShadowLine) {
+  // A coarse ball with a ball's normals, in light from the side.
+  for (const bool isSmoothed : {false, true}) {
+    MeshStage stage;
+    auto& sun = stage.AddSun();
+    sun.SetParam("elevation", 0.0, trWhoSystem);
+    sun.SetParam("heading", 90.0, trWhoSystem);
+    auto& shader = stage.AddShader("Ball");
+    shader.onShade = [](trShadingInterface& si) { si.SetShadingToLambert(trFCol(1.0f)); };
+    stage.AddMaker("Ball", [&](trScene& scene) {
+      trMaterial material(nullptr, &shader, nullptr, 1);
+      material.smoothsTerminator = isSmoothed;
+      return scene.AddPolySphere({0, 0, 0}, {6, 6, 6}, 6, 3, scene.AddMaterial(material));
+    });
+    int lit = 0, wrong = 0;
+    for (const CameraSample& sample : stage.Picture(64)) {
+      const double cosine = sample.normal.x;
+      if (sample.alpha == 0 || std::fabs(cosine) < 0.05) continue;
+      if (cosine < 0) {
+        EXPECT_EQ(sample.beauty.g, 0);
+      }
+      if (cosine > 0) ++lit, wrong += sample.beauty.g == 0;
+    }
+    EXPECT_GT(lit, 300);
+    EXPECT_EQ(wrong > 0, !isSmoothed) << wrong;
+  }
+}
+
 }  // namespace

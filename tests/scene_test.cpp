@@ -308,4 +308,29 @@ TEST(SceneMaker, GeneratorsPlaceAndDisplaceTheirMesh) {
   EXPECT_GT(Dot(normals[0], mesh.GetPPoint(mesh.GetPTri(1)->point[0])->position), 0);
 }
 
+TEST(SceneMaker, GeneratorsCarryTheirSwitchesOver) {
+  Ball ball;
+  const auto make = [&](trSceneMaker::Context context) {
+    auto scene = std::make_unique<trScene>();
+    EXPECT_TRUE(ball.Make(*scene, context));
+    return scene;
+  };
+  const auto materialOf = [](const trScene& scene) {
+    return *scene.GetPGroup(1)->Subscene()->GetPMaterial(1);
+  };
+  EXPECT_TRUE(materialOf(*make(trSceneMaker::kRender)).isDoubleSided);
+  EXPECT_FALSE(make(trSceneMaker::kRender)->GetPGroup(1)->Subscene()->AllowsTriSubdivision());
+  for (const char* param : {"double-sided_surface", "use_smooth_normals", "smooth_polygons_at_terminator"})
+    ball.SetParam(param, 0, trWhoUser);
+  ball.SetParam("allow_subdivision", 1, trWhoUser);
+  const auto scene = make(trSceneMaker::kRender);
+  EXPECT_FALSE(materialOf(*scene).isDoubleSided);
+  EXPECT_FALSE(materialOf(*scene).useNormals);
+  EXPECT_FALSE(materialOf(*scene).smoothsTerminator);
+  EXPECT_TRUE(scene->GetPGroup(1)->Subscene()->AllowsTriSubdivision());
+  ball.SetParam("population_mode", 1, trWhoUser);
+  EXPECT_EQ(make(trSceneMaker::kRender)->NumGroups(), 0) << "its populator shows it";
+  EXPECT_EQ(make(trSceneMaker::kInstance)->NumGroups(), 1);
+}
+
 }  // namespace

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "host/render/grid_mesh.h"
+#include "host/render/micro_mesh.h"
 #include "host/render/tri_mesh.h"
 
 namespace ovhost {
@@ -39,10 +40,11 @@ struct Population {
 struct OV_API Assembly {
   trVector origin;  ///< vertices are relative to this point of the frame
   std::vector<std::unique_ptr<GridMesh>> grids;
+  std::vector<std::unique_ptr<MicroMesh>> micros;
   std::vector<std::unique_ptr<TriMesh>> meshes;
   std::vector<std::unique_ptr<Population>> populations;
 
-  bool IsEmpty() const { return grids.empty() && meshes.empty() && populations.empty(); }
+  bool IsEmpty() const { return grids.empty() && micros.empty() && meshes.empty() && populations.empty(); }
   /// What triangles and instances take, with their share of the ray tracer's hierarchies.
   std::uint64_t Bytes() const;
 };
@@ -85,10 +87,15 @@ struct SceneSource {
   int nodeId = 0;                ///< 1 + the number of the scene maker
 };
 
+/// Triangles of a part's scene, as they are.
+std::unique_ptr<TriMesh> MakeTriMesh(const SurfacePart& part, const std::vector<std::int32_t>& sceneTris,
+                                     const trVector& origin);
+
 /// Takes a scene and its groups apart into `assembly`, whose origin must be set. Surfaces with a geometry
-/// shader, or with displacement where the scene lets its triangles be divided, become base meshes to dice;
-/// all others triangles as they are; particles become instances of prototypes, which are added to `shared` as
-/// they are met, or triangles. After StartRender, as shaders are asked whether they displace.
+/// shader become base meshes to dice; those with displacement, where the scene lets its triangles be divided,
+/// roots of displaced meshes; all others triangles as they are; particles become instances of prototypes,
+/// which are added to `shared` as they are met, or triangles. After StartRender, as shaders are asked whether
+/// they displace.
 OV_API void GatherParts(const trScene& scene, const SceneSource& source, Assembly& assembly,
                         SharedParts& shared);
 

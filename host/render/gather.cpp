@@ -10,10 +10,6 @@ bool MayDisplace(const trMaterial& material) {
   return material.surfaceShader && material.surfaceShader->HasDisplacementTS();
 }
 
-bool IsDiced(const trScene& scene, const trMaterial& material) {
-  return material.geometryShader || (scene.AllowsTriSubdivision() && MayDisplace(material));
-}
-
 void FillPart(SurfacePart& part, const trScene& scene, const trGeomGroup* group, const SceneSource& source) {
   part.scene = &scene;
   part.group = group;
@@ -36,19 +32,32 @@ class Gatherer {
       : scene_(scene), group_(group), source_(source), assembly_(assembly) {}
 
   void Run() {
-    std::vector<char> isDiced(scene_.NumMaterials() + 1);
-    for (long i = 1; i <= scene_.NumMaterials(); ++i) isDiced[i] = IsDiced(scene_, *scene_.GetPMaterial(i));
+    std::vector<char> isDiced(scene_.NumMaterials() + 1), isDisplaced(isDiced.size());
+    for (long i = 1; i <= scene_.NumMaterials(); ++i) {
+      const trMaterial& material = *scene_.GetPMaterial(i);
+      isDiced[i] = material.geometryShader != nullptr;
+      isDisplaced[i] = scene_.AllowsTriSubdivision() && MayDisplace(material);
+    }
     grids_.resize(isDiced.size());
+    std::vector<std::int32_t> plain, displaced;
     for (long i = 1; i <= scene_.NumTris(); ++i) {
       const long material = MaterialIndex(scene_, *scene_.GetPTri(i));
       if (isDiced[material])
         i += AddQuad(material, i);
       else
-        plain_.push_back(static_cast<std::int32_t>(i));
+        (isDisplaced[material] ? displaced : plain).push_back(static_cast<std::int32_t>(i));
     }
     for (auto& grid : grids_)
       if (grid) assembly_.grids.push_back(std::move(grid));
-    AddTriangles();
+    SurfacePart part(SurfacePart::Kind::kTriangles);
+    FillPart(part, scene_, group_, source_);
+    if (!displaced.empty()) {
+      auto mesh = std::make_unique<MicroMesh>();
+      FillPart(*mesh, scene_, group_, source_);
+      mesh->roots = std::move(displaced);
+      assembly_.micros.push_back(std::move(mesh));
+    }
+    if (!plain.empty()) assembly_.meshes.push_back(MakeTriMesh(part, plain, assembly_.origin));
   }
 
  private:
@@ -71,23 +80,11 @@ class Gatherer {
     return isQuad ? 1 : 0;
   }
 
-  void AddTriangles() {
-    if (plain_.empty()) return;
-    auto mesh = std::make_unique<TriMesh>();
-    FillPart(*mesh, scene_, group_, source_);
-    mesh->mayDisplace.resize(scene_.NumMaterials() + 1);
-    for (long i = 1; i <= scene_.NumMaterials(); ++i)
-      mesh->mayDisplace[i] = MayDisplace(*scene_.GetPMaterial(i));
-    FillTriMesh(*mesh, plain_, assembly_.origin);
-    if (!mesh->triangles.empty()) assembly_.meshes.push_back(std::move(mesh));
-  }
-
   const trScene& scene_;
   const trGeomGroup* group_;
   const SceneSource& source_;
   Assembly& assembly_;
   std::vector<std::unique_ptr<GridMesh>> grids_;  ///< by material's index
-  std::vector<std::int32_t> plain_;
 };
 
 /// A scene and its groups on their way into an assembly; `level` counts the copies that they are inside of.
@@ -152,6 +149,18 @@ class SceneWalk {
 };
 
 }  // namespace
+
+std::unique_ptr<TriMesh> MakeTriMesh(const SurfacePart& part, const std::vector<std::int32_t>& sceneTris,
+                                     const trVector& origin) {
+  auto mesh = std::make_unique<TriMesh>();
+  static_cast<SurfacePart&>(*mesh) = part;
+  mesh->kind = SurfacePart::Kind::kTriangles;
+  mesh->mayDisplace.resize(part.scene->NumMaterials() + 1);
+  for (long i = 1; i <= part.scene->NumMaterials(); ++i)
+    mesh->mayDisplace[i] = MayDisplace(*part.scene->GetPMaterial(i));
+  FillTriMesh(*mesh, sceneTris, origin);
+  return mesh;
+}
 
 void GatherParts(const trScene& scene, const SceneSource& source, Assembly& assembly, SharedParts& shared) {
   SceneWalk(source, shared).Gather(scene, nullptr, 0, assembly);

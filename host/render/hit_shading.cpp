@@ -68,6 +68,21 @@ tr2Vector Barycentric(const trVector& edge1, const trVector& edge2, const trVect
   return {(c * d - b * e) / determinant, (a * e - b * d) / determinant};
 }
 
+/// From a triangle to the surface that its normals tell of: the mean of the point's feet on the corners'
+/// tangent planes, where it lies below them (Hanika, Hacking the Shadow Terminator, Ray Tracing Gems II,
+/// 2021). `isBack` takes the other side.
+trVector LiftOf(const Triangle& triangle, const trVector* normals, const trTransform<double>& toWorld,
+                const SurfaceHit& hit, const trVector& point, bool isBack) {
+  const double shares[3] = {1 - hit.u - hit.v, hit.u, hit.v};
+  trVector lift;
+  for (int i = 0; i < 3; ++i) {
+    const trVector normal = toWorld.Normal(normals[i]) * (isBack ? -1.0 : 1.0);
+    const double height = Dot(point - toWorld.Point(triangle.points[i]), normal);
+    if (height < 0) lift -= normal * (height * shares[i]);
+  }
+  return lift;
+}
+
 }  // namespace
 
 const trMaterial* MaterialOf(const trScene& scene, const trTri& tri) {
@@ -103,8 +118,11 @@ void HitShading::Locate(const SurfaceHit& hit, const trVector& origin, const trV
                         double footprintAngle, SurfacePoint& point) {
   point.part = hit.part;
   point.footprint = hit.distance * footprintAngle;
+  point.lift = trVector();
   if (hit.part->kind == SurfacePart::Kind::kGrid)
     LocateOnGrid(hit, origin, direction, point);
+  else if (hit.part->kind == SurfacePart::Kind::kMicro)
+    LocateOnMicro(hit, direction, point);
   else
     LocateOnTriangle(hit, direction, point);
 }
@@ -138,8 +156,11 @@ void HitShading::LocateOnTriangle(const SurfaceHit& hit, const trVector& directi
   point.normal = outward;
   trVector normals[3];
   if (point.material && point.material->useNormals &&
-      mesh.scene->GetNormals(triangle.tri.normal, normals, 3) == 3)
+      mesh.scene->GetNormals(triangle.tri.normal, normals, 3) == 3) {
     point.normal = toWorld.Normal(Triangle::Blend(normals, hit.u, hit.v));
+    if (point.material->smoothsTerminator)
+      point.lift = LiftOf(triangle, normals, toWorld, hit, point.world, Dot(point.face, outward) < 0);
+  }
 
   // The corners are rounded as far as they are from the eye, and so is the place of a copy.
   double farthest = 0;
@@ -150,6 +171,28 @@ void HitShading::LocateOnTriangle(const SurfaceHit& hit, const trVector& directi
     for (const float x : instance.centre) farthest = std::fmax(farthest, std::fabs(x));
   }
   point.rayOffset = std::fmax(RayOffset(point.relative), 4e-7 * farthest);
+}
+
+void HitShading::LocateOnMicro(const SurfaceHit& hit, const trVector& direction, SurfacePoint& point) {
+  const auto& mesh = static_cast<const MicroMesh&>(*hit.part);
+  const auto& corners = mesh.triangles[hit.primitive];
+  trVector points[3], normals[3];
+  for (int k = 0; k < 3; ++k) {
+    points[k] = mesh.vertices[corners[k]].point;
+    normals[k] = mesh.vertices[corners[k]].normal.Unpack();
+  }
+  trVector normal = Triangle::Blend(normals, hit.u, hit.v);
+  point.world = Triangle::Blend(points, hit.u, hit.v) + mesh.origin;
+  if (const Frame frame = FrameOf(hit); frame.copyToWorld) {
+    normal = frame.copyToWorld->Normal(normal);
+    point.world = frame.copyToWorld->Point(point.world);
+  }
+
+  point.material = MaterialOf(*mesh.scene, *mesh.scene->GetPTri(mesh.sceneTris[hit.primitive]));
+  point.relative = point.world - view_.eye;
+  point.face = Dot(hit.faceNormal, direction) <= 0 ? hit.faceNormal : -hit.faceNormal;
+  point.normal = Normalised(normal);
+  point.rayOffset = RayOffset(point.relative);
 }
 
 void HitShading::FillState(const SurfaceHit& hit, const trVector& origin, const SurfacePoint& point,
@@ -173,9 +216,21 @@ void HitShading::FillState(const SurfaceHit& hit, const trVector& origin, const 
 
   if (point.part->kind == SurfacePart::Kind::kGrid)
     FillFromGrid(hit, point, si);
+  else if (point.part->kind == SurfacePart::Kind::kMicro)
+    FillFromMicro(hit, point, si);
   else
     FillFromTriangle(hit, point, si);
   si.ResetResults();
+}
+
+void HitShading::RunShader(const SurfacePoint& point, trShadingInterface& si) {
+  if (!point.material || !point.material->surfaceShader) return;
+  point.material->surfaceShader->ShadeTS(si);
+  if (point.material->isDoubleSided || Dot(point.normal, point.face) >= 0) return;
+  for (int i = 0; i < si.Bsdf().NumLobes(); ++i) {
+    trLobe& lobe = si.Bsdf().Lobe(i);
+    if (lobe.kind == trLobe::kDiffuseReflection) lobe.colour = trFCol();
+  }
 }
 
 void HitShading::FillFromGrid(const SurfaceHit& hit, const SurfacePoint& point, trShadingInterface& si) {
@@ -206,6 +261,49 @@ void HitShading::FillFromGrid(const SurfaceHit& hit, const SurfacePoint& point, 
   si.Ptg() = si.Pt();
   si.P() = point.world;
   si.Pt() = texture + patch.textureOrigin;
+  si.N() = si.Ni() = point.normal;
+  si.Nt() = Normalised(textureNormal);
+  si.RenderState().TerminatorInfo() = {};
+}
+
+void HitShading::FillFromMicro(const SurfaceHit& hit, const SurfacePoint& point, trShadingInterface& si) {
+  const auto& mesh = static_cast<const MicroMesh&>(*hit.part);
+  const auto& corners = mesh.triangles[hit.primitive];
+  trVector bases[3], baseNormals[3], textures[3], textureNormals[3];
+  for (int k = 0; k < 3; ++k) {
+    const MicroVertex& vertex = mesh.vertices[corners[k]];
+    bases[k] = vertex.base;
+    baseNormals[k] = vertex.baseNormal.Unpack();
+    textures[k] = vertex.texture;
+    textureNormals[k] = vertex.textureNormal.Unpack();
+  }
+  trVector base = Triangle::Blend(bases, hit.u, hit.v) + mesh.origin;
+  trVector baseNormal = Triangle::Blend(baseNormals, hit.u, hit.v);
+  trVector texture = Triangle::Blend(textures, hit.u, hit.v) + mesh.textureOrigin;
+  trVector textureNormal = Triangle::Blend(textureNormals, hit.u, hit.v);
+  // The texture point of the undisplaced surface: what the scene says, or the point itself.
+  const trTri& root = *mesh.scene->GetPTri(mesh.sceneTris[hit.primitive]);
+  trVector mapped[3], points[3];
+  const bool isMapped = mesh.scene->GetTexVecs(root.texVert, mapped, 3) == 3;
+  trVector baseTexture = base;
+  if (isMapped) {
+    mesh.scene->GetPointVecs(root.point, points, 3);
+    const trTransform<double>& toWorld = mesh.scene->GetTransform();
+    const tr2Vector b =
+        Barycentric(toWorld.Direction(points[1] - points[0]), toWorld.Direction(points[2] - points[0]),
+                    base - toWorld.Point(points[0]));
+    baseTexture = Triangle::Blend(mapped, b.x, b.y);
+  }
+  if (const Frame frame = FrameOf(hit); frame.copyToWorld) {
+    base = frame.copyToWorld->Point(base);
+    for (trVector* n : {&baseNormal, &textureNormal}) *n = frame.copyToWorld->Normal(*n);
+    if (!isMapped)
+      for (trVector* p : {&texture, &baseTexture}) *p = frame.copyToWorld->Point(*p);
+  }
+  si.SetSample(base, Normalised(baseNormal));
+  si.Ptg() = baseTexture;
+  si.P() = point.world;
+  si.Pt() = texture;
   si.N() = si.Ni() = point.normal;
   si.Nt() = Normalised(textureNormal);
   si.RenderState().TerminatorInfo() = {};

@@ -13,6 +13,9 @@ struct SurfacePoint {
   trVector face;         ///< normal of the face that was met, unit, on the ray's side
   double footprint = 0;  ///< filter footprint, metres
   double rayOffset = 0;  ///< how far off the face a ray starts so that it doesn't meet the face again
+  /// From the point to the smooth surface that a flat triangle stands for, where its shadow line is softened:
+  /// rays to lights start there. Zero otherwise.
+  trVector lift;
   const SurfacePart* part = nullptr;
   const trMaterial* material = nullptr;  ///< null in a scene without materials
 };
@@ -29,13 +32,18 @@ class OV_API HitShading {
   /// eye and object, and what the ray in hand knows of the surface. Results are cleared.
   void FillState(const SurfaceHit& hit, const trVector& origin, const SurfacePoint& point,
                  trShadingInterface& si);
+  /// Runs the surface's shader, if it has one, on a filled state. The back of a single-sided surface reflects
+  /// nothing diffusely.
+  static void RunShader(const SurfacePoint& point, trShadingInterface& si);
 
  private:
   void LocateOnGrid(const SurfaceHit& hit, const trVector& origin, const trVector& direction,
                     SurfacePoint& point);
   void LocateOnTriangle(const SurfaceHit& hit, const trVector& direction, SurfacePoint& point);
   void FillFromGrid(const SurfaceHit& hit, const SurfacePoint& point, trShadingInterface& si);
+  void LocateOnMicro(const SurfaceHit& hit, const trVector& direction, SurfacePoint& point);
   void FillFromTriangle(const SurfaceHit& hit, const SurfacePoint& point, trShadingInterface& si);
+  void FillFromMicro(const SurfaceHit& hit, const SurfacePoint& point, trShadingInterface& si);
 
   /// How the object space of a hit's scene, and that of the copy it is in, lie in the world.
   struct Frame {

@@ -134,7 +134,7 @@ void PathTracer::RunShaders(const SurfaceHit& hit, const trVector& origin, bool 
   ray.highlights = false;
   si_.SetLightDepth(ray.depth);
   state_.ShadeOutputs() = {};
-  if (surface.material && surface.material->surfaceShader) surface.material->surfaceShader->ShadeTS(si_);
+  HitShading::RunShader(surface, si_);
 
   const trBsdf& bsdf = si_.Bsdf();
   surface.emission = PositivePart(bsdf.Emission());
@@ -147,10 +147,12 @@ bool PathTracer::TowardsSun(const Surface& surface, const SunLight& sun, const t
   ray.direction = sun.SampleDisc(draw);
   const double cosine = Dot(surface.normal, ray.direction);
   if (cosine <= 0 || surface.diffuse.IsBlack()) return false;
-  // A lit shading normal over a turned-away face is the face's own shadow.
-  if (Dot(surface.face, ray.direction) <= 0) return false;
+  // A lit shading normal over a turned-away face is the face's own shadow, unless the face stands for a round
+  // surface.
+  const bool isLifted = surface.lift != trVector();
+  if (!isLifted && Dot(surface.face, ray.direction) <= 0) return false;
   ray.nearest = surface.rayOffset;
-  ray.origin = surface.relative + surface.face * ray.nearest;
+  ray.origin = surface.relative + surface.face * ray.nearest + surface.lift;
   ray.light = surface.diffuse * sun.Radiance() * static_cast<float>(cosine);
   return true;
 }

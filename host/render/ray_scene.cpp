@@ -181,6 +181,16 @@ void RayScene::Add(const GridMesh& mesh) {
   Attach(geometry, mesh.rayKinds, &mesh);
 }
 
+void RayScene::Add(const MicroMesh& mesh) {
+  if (mesh.triangles.empty()) return;
+  RTCGeometry geometry = rtcNewGeometry(device_->Handle(), RTC_GEOMETRY_TYPE_TRIANGLE);
+  rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, mesh.vertices.data(), 0,
+                             sizeof(mesh.vertices[0]), mesh.vertices.size());
+  rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, mesh.triangles.data(), 0,
+                             sizeof(mesh.triangles[0]), mesh.triangles.size());
+  Attach(geometry, mesh.rayKinds, &mesh);
+}
+
 void RayScene::Add(const TriMesh& mesh) {
   if (mesh.triangles.empty()) return;
   RTCGeometry geometry = rtcNewGeometry(device_->Handle(), RTC_GEOMETRY_TYPE_TRIANGLE);
@@ -204,6 +214,7 @@ void RayScene::Add(const Population& population) {
 
 void RayScene::Add(const Assembly& parts) {
   for (const auto& grid : parts.grids) Add(*grid);
+  for (const auto& mesh : parts.micros) Add(*mesh);
   for (const auto& mesh : parts.meshes) Add(*mesh);
   for (const auto& population : parts.populations) Add(*population);
 }

@@ -58,6 +58,7 @@ class RayScene {
   RayScene& operator=(const RayScene&) = delete;
 
   void Add(const GridMesh& mesh);
+  void Add(const MicroMesh& mesh);
   void Add(const TriMesh& mesh);
   void Add(const Population& population);
   void Add(const Assembly& parts);

@@ -33,7 +33,7 @@ void ShadingContext::Shade(const SurfaceHit& hit, const trVector& origin, const 
   si.SetWants(trShadingInterface::kCd | trShadingInterface::kCo | trShadingInterface::kCe |
               trShadingInterface::kCs | trShadingInterface::kOo);
   state.ShadeOutputs() = {};
-  if (point.material && point.material->surfaceShader) point.material->surfaceShader->ShadeTS(si);
+  HitShading::RunShader(point, si);
 }
 
 ShadowRays::ShadowRays(World& world) : world_(world), shading_(world, world) {}

@@ -24,7 +24,7 @@ inline unsigned RayKindsOf(const trScene& scene) {
 
 /// A piece of a scene's surface with vertices of one kind.
 struct SurfacePart {
-  enum class Kind : unsigned char { kGrid, kTriangles };
+  enum class Kind : unsigned char { kGrid, kTriangles, kMicro };
 
   explicit SurfacePart(Kind kind) : kind(kind) {}
 

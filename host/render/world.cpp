@@ -18,6 +18,8 @@ constexpr double kPi = 3.14159265358979;
 /// What a diced vertex costs with its share of Embree's hierarchy and of dicing's temporaries, bytes.
 /// Mountains of 2.2 million vertices take 270 MB with everything else the program needs.
 constexpr double kBytesPerVertex = 96;
+/// What a vertex of a displaced mesh costs, in those of diced surfaces: two triangles each.
+constexpr std::uint64_t kMicroVertexShare = 4;
 /// Albedo of ground whose light only brightens the air above it.
 constexpr float kGroundAlbedo = 0.2f;
 
@@ -161,10 +163,26 @@ void World::FindSeeThrough() {
   };
   const auto askAll = [&](const Assembly& parts) {
     for (const auto& grid : parts.grids) ask(*grid, grid->patches.size());
+    for (const auto& mesh : parts.micros) ask(*mesh, mesh->triangles.size());
     for (const auto& mesh : parts.meshes) ask(*mesh, mesh->triangles.size());
   };
   askAll(parts_);
   for (const auto& prototype : shared_.prototypes) askAll(prototype->parts);
+}
+
+bool World::DiceAssembly(Assembly& parts, const DiceSettings& settings) {
+  for (const auto& grid : parts.grids)
+    if (!Dice(*grid, settings, *this, dicing_)) return false;
+  // A displaced mesh has a few times as much to keep for each vertex.
+  DiceSettings meshSettings = settings;
+  meshSettings.maxVertices = settings.maxVertices / kMicroVertexShare;
+  std::erase_if(parts.micros, [&](const std::unique_ptr<MicroMesh>& mesh) {
+    bool moves = true;
+    if (stop_ || !DisplaceMesh(*mesh, meshSettings, *this, dicing_, moves) || moves) return false;
+    parts.meshes.push_back(MakeTriMesh(*mesh, mesh->roots, parts.origin));
+    return true;
+  });
+  return !stop_;
 }
 
 bool World::DiceParts() {
@@ -177,26 +195,25 @@ bool World::DiceParts() {
   for (const auto& prototype : shared_.prototypes) take(prototype->parts.Bytes());
   FindFinestEdges(parts_, shared_, settings_.edgePixels);
 
-  size_t numGrids = parts_.grids.size();
-  for (const auto& prototype : shared_.prototypes) numGrids += prototype->parts.grids.size();
+  size_t numDiced = parts_.grids.size() + parts_.micros.size();
+  for (const auto& prototype : shared_.prototypes)
+    numDiced += prototype->parts.grids.size() + prototype->parts.micros.size();
   DiceSettings dice;
   dice.view = settings_.view;
   dice.edgePixels = settings_.edgePixels;
-  if (memory)
-    dice.maxVertices = std::max<std::uint64_t>(
-        static_cast<std::uint64_t>(static_cast<double>(memory) * 0.6 / kBytesPerVertex) /
-            std::max<size_t>(numGrids, 1),
-        100000);
+  if (memory) {
+    const double vertices = static_cast<double>(memory) * 0.6 / kBytesPerVertex;
+    dice.maxVertices =
+        std::max<std::uint64_t>(static_cast<std::uint64_t>(vertices) / std::max<size_t>(numDiced, 1), 100000);
+  }
   dice.frame = settings_.frame;
   dice.seed = settings_.seed;
   dice.stop = &stop_;
-  for (const auto& grid : parts_.grids)
-    if (!Dice(*grid, dice, *this, dicing_)) return false;
+  if (!DiceAssembly(parts_, dice)) return false;
   for (const auto& prototype : shared_.prototypes) {
     dice.copiedEdge = prototype->finestEdge;
     dice.origin = prototype->parts.origin;
-    for (const auto& grid : prototype->parts.grids)
-      if (!Dice(*grid, dice, *this, dicing_)) return false;
+    if (!DiceAssembly(prototype->parts, dice)) return false;
   }
   if (dicing_.coarsened > 0)
     trWarning("Memory limit: micropolygons are " + std::to_string(1 << dicing_.coarsened) +

@@ -119,6 +119,7 @@ class OV_API World final : public trRenderServices {
   void CollectVolumes(const trScene& scene);
   bool BuildParts();
   bool DiceParts();
+  bool DiceAssembly(Assembly& parts, const DiceSettings& settings);
   void BuildSkies();
   void FindSeeThrough();
   bool StartShaders();

@@ -66,20 +66,32 @@ void juObjectGenerator::DeclareObjectGeneratorTabbedParams() {
   Param(scale_, "scale", trVector(1, 1, 1));
   GuiTab("Surface Shaders", "shaders_tab");
   Param(surfaceShader_, "surface_shader", "");
+  Param(doubleSided_, "double-sided_surface", 1);
+  Param(useSmoothNormals_, "use_smooth_normals", 1);
+  Param(smoothsTerminator_, "smooth_polygons_at_terminator", 1);
   long declared;
   if (!FindParam(declared, "mesh_displacer")) Param(meshDisplacer_, "mesh_displacer", "");
+  GuiTab("Visibility", "visibility_tab");
+  DeclareVisibilityParams(1, 1, 1, 0);
+  DeclareAdvancedVisibilityParams();
+  Param(populationMode_, "population_mode", 0);
 }
 
-long juObjectGenerator::GenerateOrRead(trScene& scene, Context) {
+long juObjectGenerator::GenerateOrRead(trScene& scene, Context context) {
+  if (populationMode_ && context == kRender) return 1;
   trTransform<double> transform;
   SetTransformFromParams(transform, &scene, nullptr, translate_, rotate_, scale_);
   const long group = scene.BeginGroup(Name());
   if (!group) return 0;
   trScene& mesh = *scene.GetPGroup(group)->Subscene();
-  const trMaterial material(nullptr, static_cast<trShader*>(surfaceShader_.LinkedNode(true)), nullptr, 1.0f);
+  trMaterial material(nullptr, static_cast<trShader*>(surfaceShader_.LinkedNode(true)), nullptr, 1.0f);
+  material.isDoubleSided = doubleSided_ != 0;
+  material.useNormals = useSmoothNormals_ != 0;
+  material.smoothsTerminator = smoothsTerminator_ != 0;
   const long materialIndex = mesh.AddMaterial(material);
   const long made = materialIndex ? GenerateMesh(mesh, materialIndex) : 0;
   scene.EndGroup();
+  if (AllowsSubdivision()) scene.SetAllowsTriSubdivision(true);
   return made;
 }
 
