@@ -36,6 +36,9 @@ class FunctionShader : public trSurfaceShader {
   trFCol colour{0.25f, 0.5f, 0.75f};
 };
 
+/// Whether a shader runs for what the camera sees. Shadow rays ask too, of copied scenes as they are made.
+inline bool IsForCamera(trShadingInterface& si) { return si.RenderState().CurrentRay().depth == 1; }
+
 /// A project of makers and shaders in a black void, and pictures of it.
 struct MeshStage : Graph {
   MeshStage() { LookFrom({0, 0, 10}); }
