@@ -300,4 +300,34 @@ TEST(MeshRender, RoundMeshesHaveARoundShadowLine) {
   }
 }
 
+TEST(MeshRender, AllKindsTogetherAreTheSameForAnyNumberOfThreads) {
+  MeshStage stage;
+  stage.AddSun();
+  auto& plain = stage.AddShader("Plain");
+  ShadeAsLambert(plain);
+  auto& waves = stage.AddShader("Waves");
+  ShadeAsLambert(waves);
+  waves.onDisplace = [](trShadingInterface& si) { si.P() += si.N() * (0.1 * std::sin(5 * si.Pg().x)); };
+  const auto ball = [](trScene& scene, const trVector& centre, trShader& shader, bool isDivided) {
+    scene.BeginGroup("ball");
+    trScene& group = *scene.GetPGroup(scene.NumGroups())->Subscene();
+    group.SetTransform(trTranslate(centre));
+    group.SetAllowsTriSubdivision(isDivided);
+    const long material = group.AddMaterial(trMaterial(nullptr, &shader, nullptr, 1));
+    group.AddPolySphere({0, 0, 0}, {2, 2, 2}, 8, 4, material);
+    return scene.EndGroup();
+  };
+  stage.AddMaker("Balls", [&](trScene& scene) {
+    return ball(scene, {-5, 0, 0}, plain, false) && ball(scene, {0, 0, 0}, waves, true) &&
+           ball(scene, {5, 0, 0}, waves, false);
+  });
+  stage.AddMaker("Holdout", [&](trScene& scene) {
+    scene.SetVisibilityMode(trSceneVisibilityMode::kHoldout);
+    return ball(scene, {2, 2, 2}, plain, false);
+  });
+  const auto one = stage.Picture(40, 3, 1);
+  EXPECT_GT(Coverage(one), 0.05);
+  for (const int threads : {2, 7}) EXPECT_EQ(LargestDifference(one, stage.Picture(40, 3, threads)), 0);
+}
+
 }  // namespace
