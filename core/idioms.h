@@ -36,12 +36,12 @@ const char* ResolveAlias(const trAlias (&aliases)[N], const char* name) {
   return name;
 }
 
-/// A heading of the sheet: a string parameter that says it.
+/// A heading of the sheet: a string parameter that says it, as its value and as its label.
 class trHeading {
  public:
   void Declare(trBase* node, const char* name, const char* text) {
     hint_.SetStyleFlags(trStringHint::kMultiLine);
-    node->Param(text_, name, text, &hint_);
+    node->Param(text_, name, text, &hint_).Display(text);
   }
 
  private:
@@ -91,8 +91,6 @@ inline void trSwitchFollowsLink(trBase* node, long index, trBase* who, const trF
   if (linked != (isOn != 0)) node->SetParam(switchName, linked, trWhoSystem);
 }
 
-/// Keeps a thread's shading state and gathered light, and puts them back, on every way out. Draws taken
-/// meanwhile stay taken, and a tripped depth guard stays tripped.
 /// The shader a link leads to, or null.
 inline trShader* LinkedShader(const trShaderLink& link) {
   return static_cast<trShader*>(link.LinkedNode(true));
@@ -102,8 +100,8 @@ inline void MultiplyByShader(trFCol& colour, trShader* shader, trShadingInterfac
   if (shader) colour *= Tamed(shader->FColValueTS(si));
 }
 
-/// Keeps a thread's shading state and puts it back, on every way out. Draws taken meanwhile stay taken, and a
-/// tripped depth guard stays tripped.
+/// Keeps a thread's shading state and gathered light, and puts them back, on every way out. Draws taken
+/// meanwhile stay taken, and a tripped depth guard stays tripped.
 class trShadingGuard {
  public:
   explicit trShadingGuard(trShadingInterface& si)

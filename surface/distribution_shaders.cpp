@@ -23,7 +23,7 @@ trFCol DistributionBase::Softened(const trFCol& v) const {
 
 trFCol DistributionBase::LegacyBroken(trShadingInterface& si, double cover, trShader* fractal) const {
   trFCol e;
-  const double c = fractal ? breakup_.contrast : 0.0;
+  const double c = breakup_.contrast;
   if (fractal) e = breakup_.Offset(si, *fractal);
   return e * static_cast<float>(c) + trFCol(static_cast<float>((cover - 0.5) * (2 * c + 1) + 0.5));
 }

@@ -17,7 +17,8 @@ class DistributionBase : public trSurfaceShader {
 
   /// Smooth step of each channel over a ramp about 0.5 that is as wide as the softness.
   trFCol Softened(const trFCol& v) const;
-  /// Breakup of the oldest form, which leaves cover out of the contrast.
+  /// Breakup of the oldest form, which leaves cover out of the contrast. The contrast holds without a fractal
+  /// too.
   trFCol LegacyBroken(trShadingInterface& si, double cover, trShader* fractal) const;
 
   trManRgb colour_;

@@ -201,8 +201,10 @@ long MergeShader::Shade(trShadingInterface& si) {
       si.Nt() = si.Ni();
     }
     mix.Single().ShadeTS(si);
-    si.Pt() = start.pt;
-    si.Nt() = start.nt;
+    if (textureSpace_ == kUndisplaced) {
+      si.Pt() = start.pt;
+      si.Nt() = start.nt;
+    }
     return 1;
   }
 

@@ -280,6 +280,11 @@ TEST(Distribution, VersionsKeepTheirArithmetic) {
     Set(shader, row.settings);
     EXPECT_NEAR(Cover(shader, 800), row.expected, 1e-5) << row.className;
   }
+
+  // The old form's contrast holds where nothing is broken up.
+  trShader& unbroken = graph.Shader("distribution_shader_v3");
+  Set(unbroken, {{"coverage", 0.6}, {"fractal_breakup", 0}});
+  EXPECT_NEAR(Cover(unbroken, 0), Step((0.6 - 0.5) * (2 * c + 1) + 0.5), 1e-5);
 }
 
 // ---------------------------------------------------------------------------------------------------------------
