@@ -23,18 +23,24 @@ struct Evaluator::Worker {
 };
 
 Evaluator::Evaluator(juProject& project, trShader& shader, double smoothSize)
-    : shader_(shader), smoothSize_(smoothSize), frame_(static_cast<float>(project.GetCurrentFrame())) {
+    : shader_(shader), smoothSize_(smoothSize) {
   ovhost::UpdateAnimation(&project, project.GetCurrentFrame());
   ovhost::ResolveAllLinks(&project);
-  if (const trBase* camera = project.PActiveCameraNode()) camera->GetParam("position", eye_);
+  const trView* view = nullptr;
+  if (trBase* camera = project.PActiveCameraNode()) {
+    view = static_cast<const trView*>(camera->RequestMember("view"));
+    camera->GetParam("position", eye_);
+  }
 
   const int threads = std::max(1, trNumCoresToUse());
   for (int i = 0; i < threads; ++i) {
     workers_.push_back(std::make_unique<Worker>());
     workers_.back()->shading.SetThread(static_cast<unsigned>(i));
+    workers_.back()->shading.SetFrame(static_cast<float>(project.GetCurrentFrame()));
+    workers_.back()->shading.SetMainView(view);
     workers_.back()->shading.SetRenderState(&workers_.back()->state);
   }
-  trRenderingInterface rendering(workers_[0]->state, threads, nullptr, trRenderContext::kFinal);
+  trRenderingInterface rendering(workers_[0]->state, threads, view, trRenderContext::kFinal);
   for (trBase* node : ovhost::AllNodes(&project))
     if (auto* each = dynamic_cast<trShader*>(node)) {
       const trScopedErrorsWarningsContext context(each);
@@ -55,7 +61,6 @@ EvalResult Evaluator::At(Worker& worker, const EvalPoint& point, std::uint64_t i
     si.SetSample(point.position, point.normal);
     si.Eye() = si.RootEye() = eye_;
     si.SmoothSize() = smoothSize_;
-    si.SetFrame(frame_);
     si.Random() = {index, 0};
   };
   EvalResult result;

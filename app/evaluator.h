@@ -38,7 +38,6 @@ class Evaluator {
   trShader& shader_;
   double smoothSize_;
   trVector eye_;
-  float frame_;
   std::vector<trShader*> started_;
   std::vector<std::unique_ptr<Worker>> workers_;
 };

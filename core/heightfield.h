@@ -78,6 +78,7 @@ class OV_API trHeightfield : public trFloatMap, public trBase {
   double HfZScale() const;
   double HfScaledXSize() const { return static_cast<double>(HfXSize()) * HfXScale(); }  ///< metres across
   double HfScaledYSize() const { return static_cast<double>(HfYSize()) * HfYScale(); }
+  /// A scale past 1e200 counts as that, so that sizes and heights stay finite; NaN counts as 0.
   void HfSetScale(const double& x, const double& y, const double& z);
   void HfSetScaleEnabled(unsigned char enabled);
   /// Geographic corners: the node's own if enabled; else, while its scale is its input's, the input's.

@@ -15,7 +15,8 @@ struct ConeKernel {
 
   /// Whether radii, in grid points, are small enough.
   static bool IsSensible(float rx, float ry) {
-    return (2.0 * std::ceil(rx) + 1) * (2.0 * std::ceil(ry) + 1) <= kMaxWeights;  // false for NaN
+    const double x = rx < 0 ? 0 : rx, y = ry < 0 ? 0 : ry;
+    return (2 * std::ceil(x) + 1) * (2 * std::ceil(y) + 1) <= kMaxWeights;  // false for NaN
   }
 
   /// For radii of 0 or more; what is less counts as 0. With `normalise` the weights' sum is 1.

@@ -172,9 +172,11 @@ double trHeightfield::HfZScale() const {
 }
 
 void trHeightfield::HfSetScale(const double& x, const double& y, const double& z) {
-  xScale_ = x;
-  yScale_ = y;
-  zScale_ = z;
+  constexpr double kMost = 1e200;
+  const auto bounded = [](double v) { return std::isnan(v) ? 0.0 : std::clamp(v, -kMost, kMost); };
+  xScale_ = bounded(x);
+  yScale_ = bounded(y);
+  zScale_ = bounded(z);
 }
 
 void trHeightfield::HfSetScaleEnabled(unsigned char enabled) {

@@ -263,6 +263,7 @@ void World::CollectVolumes(const trScene& scene) {
 
 bool World::StartShaders() {
   trShadingInterface si;
+  si.SetFrame(static_cast<float>(settings_.frame));
   trRenderState state(*this, si);
   trRenderingInterface rendering(state, settings_.threads, &settings_.view, trRenderContext::kFinal);
   for (trBase* node : AllNodes(&project_)) {
@@ -283,6 +284,7 @@ bool World::StartShaders() {
 
 void World::FinishShaders() {
   trShadingInterface si;
+  si.SetFrame(static_cast<float>(settings_.frame));
   trRenderState state(*this, si);
   trRenderingInterface rendering(state, settings_.threads, &settings_.view, trRenderContext::kFinal);
   for (trShader* shader : started_) shader->FinishRender(rendering);

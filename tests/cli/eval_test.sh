@@ -49,3 +49,21 @@ expect 4 "$OV" eval scene.ovd Position --grid 0 0 1 1 4 4 -o no_such_folder/wron
 sed 's|</ombrivex_project>|  <lambert_shader name="A" input_node="B"/>\n  <lambert_shader name="B" input_node="A"/>\n&|' scene.ovd >loop.ovd
 expect 1 "$OV" eval loop.ovd A points
 shows "feeds itself"
+
+# An evaluation happens at the project's frame and has its camera's view; so do the nodes that a render prepares.
+cat >frames.ovd <<'END'
+<ombrivex_project current_frame="2">
+  <camera name="Camera" position="0 0 -10"/>
+  <image_map_shader name="Sequence" image_filename="sequence_##.png" smooth_interpolation="0"/>
+  <distance_shader name="Depth" near_distance="0" far_distance="40" distance_mode="1"/>
+</ombrivex_project>
+END
+expect 0 "$OV" eval scene.ovd Colour --grid 0 0 1 1 2 2 -o sequence_02.png
+echo 0.5 0 0.5 >points
+expect 0 "$OV" eval frames.ovd Sequence points
+[ ! -s err ] || fail "another frame's picture was looked for"
+expect 0 "$OV" render frames.ovd -o frame.png --width 8 --height 4 -s 1 -f 2
+! grep -q "sequence_" err || fail "another frame's picture was looked for by the render"
+echo 5 3 0 >points
+expect 0 "$OV" eval frames.ovd Depth points
+prints ",0.25,0.25,0.25,"
