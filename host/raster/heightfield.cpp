@@ -172,7 +172,7 @@ double trHeightfield::HfZScale() const {
 }
 
 void trHeightfield::HfSetScale(const double& x, const double& y, const double& z) {
-  constexpr double kMost = 1e200;
+  static constexpr double kMost = 1e200;
   const auto bounded = [](double v) { return std::isnan(v) ? 0.0 : std::clamp(v, -kMost, kMost); };
   xScale_ = bounded(x);
   yScale_ = bounded(y);
