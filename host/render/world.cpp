@@ -14,7 +14,6 @@
 namespace ovhost {
 namespace {
 
-constexpr double kPi = 3.14159265358979;
 /// What a diced vertex costs with its share of Embree's hierarchy and of dicing's temporaries, bytes.
 /// Mountains of 2.2 million vertices take 270 MB with everything else the program needs.
 constexpr double kBytesPerVertex = 96;
