@@ -26,6 +26,7 @@ struct trFCol {
 
   constexpr bool IsBlack() const { return r == 0 && g == 0 && b == 0; }
   constexpr float MaxChannel() const { return std::max(r, std::max(g, b)); }
+  constexpr float MinChannel() const { return std::min(r, std::min(g, b)); }
 };
 
 constexpr trFCol operator*(float s, const trFCol& c) { return c * s; }

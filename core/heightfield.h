@@ -16,12 +16,6 @@ struct trLatLongCorners {
   double south = 0, west = 0, north = 0, east = 0;
 };
 
-/// Quotients of the heightfield nodes: a denominator of magnitude at most 1e-12 counts as that, with its
-/// sign.
-inline double trGuardedQuotient(double a, double b) {
-  return a / (b > 1e-12 || b < -1e-12 ? b : b >= 0 ? 1e-12 : -1e-12);
-}
-
 namespace ovhost {
 class HeightfieldWalk;
 }

@@ -86,15 +86,11 @@ class trDisplacementDirection {
 /// or off. Called from OnParamChanged.
 inline void trSwitchFollowsLink(trBase* node, long index, trBase* who, const trFile& link,
                                 const unsigned char& isOn, const char* switchName) {
-  if ((who != trWhoUser && who != trWhoUserIndirect) || !node->IsParam(index, &link)) return;
+  if (!trIsUser(who) || !node->IsParam(index, &link)) return;
   const bool linked = !link.FileStringR().empty();
   if (linked != (isOn != 0)) node->SetParam(switchName, linked, trWhoSystem);
 }
 
-/// The shader a link leads to, or null.
-inline trShader* LinkedShader(const trShaderLink& link) {
-  return static_cast<trShader*>(link.LinkedNode(true));
-}
 /// `colour` times the linked shader's, where there is one.
 inline void MultiplyByShader(trFCol& colour, trShader* shader, trShadingInterface& si) {
   if (shader) colour *= Tamed(shader->FColValueTS(si));
@@ -148,7 +144,7 @@ class trMask {
   }
 
   bool IsOn() const { return use_ != 0; }
-  const trShader* Link() const { return Shader(); }
+  const trShader* Link() const { return LinkedShader(shader_); }
 
   /// The mask at the state as a number into `m`, 1 without a mask; false when it is on and leads nowhere.
   /// `inverseFeatureScale` is the reciprocal of the masked shader's feature scale.
@@ -159,7 +155,7 @@ class trMask {
   bool EvaluateAt(trShadingInterface& si, const trVector& fitted, float& m) const {
     m = 1.0f;
     if (!use_) return true;
-    trShader* shader = Shader();
+    trShader* const shader = LinkedShader(shader_);
     if (!shader) return false;
     trFCol colour;
     if (fit_)
@@ -172,8 +168,6 @@ class trMask {
   }
 
  private:
-  trShader* Shader() const { return static_cast<trShader*>(shader_.LinkedNode(true)); }
-
   unsigned char use_ = 0, fit_ = 0, invert_ = 0;
   trShaderLink shader_;
 };

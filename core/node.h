@@ -281,6 +281,8 @@ class OV_API trBase : public trDestructionNotifier, public Kelpie::KPMessenger {
 extern OV_API trBase* const trWhoUser;
 extern OV_API trBase* const trWhoUserIndirect;
 extern OV_API trBase* const trWhoSystem;
+/// Whether a change comes from the user, by hand or through a tool.
+inline bool trIsUser(const trBase* who) { return who == trWhoUser || who == trWhoUserIndirect; }
 
 template <typename Key, typename T>
 long trBase::GetParam(const Key& key, T& value, const trBase*) const {

@@ -41,7 +41,7 @@ class OV_API trShader : public trBase {
   virtual long FinishRender(trRenderingInterface& rendering);
 
   /// The shader linked by input_node, or null. Thread-safe during a render.
-  trShader* InputShader() const { return static_cast<trShader*>(inputNode_.LinkedNode(true)); }
+  trShader* InputShader() const;
   bool IsEnabled() const { return enable_ != 0; }
 
   // --- The forms by which one shader calls another
@@ -88,6 +88,12 @@ class OV_API trShader : public trBase {
   trShaderLink inputNode_;
   unsigned char enable_ = 1;
 };
+
+/// The shader a link leads to, or null. Thread-safe during a render.
+inline trShader* LinkedShader(const trShaderLink& link) {
+  return static_cast<trShader*>(link.LinkedNode(true));
+}
+inline trShader* trShader::InputShader() const { return LinkedShader(inputNode_); }
 
 /// Base of nearly all shaders; displacement and colour both possible. By default both only run the input.
 class OV_API trSurfaceShader : public trShader {};

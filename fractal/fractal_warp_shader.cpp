@@ -68,7 +68,7 @@ void FractalWarpShader::Warp(trShadingInterface& si) const {
 
   Loop loop{mask, 0, -1};
   if (obeySmoothingFilter_) loop.footprint = (si.SmoothSize() - kTiny) * inverseScale;
-  if (auto* const filter = static_cast<trShader*>(scaleFilter_.LinkedNode(true))) {
+  if (auto* const filter = LinkedShader(scaleFilter_)) {
     loop.modulator = std::pow(1e-6, 1.0 - Luminance(filter->FColValueTS(si)));
     if (loop.modulator <= kTiny) return;
   }

@@ -214,7 +214,7 @@ void TransformShaderBase::OnLegacyChanged(const LegacySwitch& legacy, long index
   if (isOn) {
     SetParam("reset_space", legacy.space, this);
     SetParam("use_reset_space", 1, this);
-  } else if (who == trWhoUser || who == trWhoUserIndirect) {
+  } else if (trIsUser(who)) {
     SetParam("use_reset_space", 0, this);
     SetParam("reset_space", 0, this);
   }

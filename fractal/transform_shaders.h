@@ -27,7 +27,7 @@ class TransformShaderBase : public trSurfaceShader {
   explicit TransformShaderBase(bool isMergeForm);
   /// Replaces the texture point and scales the filter footprint.
   void ApplyTransform(trShadingInterface& si) const;
-  trShader* MergedShader() const { return static_cast<trShader*>(shader_.LinkedNode(true)); }
+  trShader* MergedShader() const { return LinkedShader(shader_); }
 
  private:
   struct LegacySwitch {

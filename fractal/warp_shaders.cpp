@@ -7,7 +7,7 @@ namespace {
 class WarpedTexture {
  public:
   WarpedTexture(trShadingInterface& si, const trShaderLink& warper) : si_(si), pt_(si.Pt()) {
-    auto* const shader = static_cast<trShader*>(warper.LinkedNode(true));
+    auto* const shader = LinkedShader(warper);
     if (!shader) return;
     const trVector p = si.P(), n = si.N();
     si.P() = si.Pt();

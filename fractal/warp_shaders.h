@@ -24,7 +24,7 @@ class WarpShader : public trSurfaceShader {
   unsigned char HasShade() override;
 
  private:
-  trShader* WarpedShader() const { return static_cast<trShader*>(shader_.LinkedNode(true)); }
+  trShader* WarpedShader() const { return LinkedShader(shader_); }
 
   trShaderLink warper_, shader_;
 };

@@ -157,8 +157,8 @@ HeightfieldSmooth::HeightfieldSmooth() {
 long HeightfieldSmooth::Compute(trHeightfield* input) {
   HfSetScaleEnabled(0);
   if (!input) return MakeFlat(*this);
-  const auto rx = static_cast<float>(trGuardedQuotient(radius_, input->HfXScale())),
-             ry = static_cast<float>(trGuardedQuotient(radius_, input->HfYScale()));
+  const auto rx = static_cast<float>(GuardedDivide(radius_, input->HfXScale())),
+             ry = static_cast<float>(GuardedDivide(radius_, input->HfYScale()));
   if (!ConeKernel::IsSensible(rx, ry)) {
     trError("The smooth radius spans too many points.");
     return 0;

@@ -80,7 +80,7 @@ void HeightfieldGenerate::OnParamChanged(long index, trBase* who) {
   const bool isSize = IsParam(index, &sizeInPixels_) || IsParam(index, &sizeInMetres_);
   if (holdsSize_ && (isSize || (IsParam(index, &newHeightfield_) && !newHeightfield_))) {
     DropRaster();
-    if (who == trWhoUser || who == trWhoUserIndirect) SetParam("auto_generate", 0, this);
+    if (trIsUser(who)) SetParam("auto_generate", 0, this);
     HfInvalidate();
   }
   HfSetFollowsInputs(!newHeightfield_);
@@ -96,8 +96,8 @@ bool HeightfieldGenerate::MakeRaster() {
   if (isAllocated_) return true;
   if (!Init(0, 0, RoundedCount(sizeInPixels_.x), RoundedCount(sizeInPixels_.y))) return false;
   Fill(0);
-  const double x = trGuardedQuotient(sizeInMetres_.x, static_cast<double>(HfXSize())),
-               y = trGuardedQuotient(sizeInMetres_.y, static_cast<double>(HfYSize()));
+  const double x = GuardedDivide(sizeInMetres_.x, static_cast<double>(HfXSize())),
+               y = GuardedDivide(sizeInMetres_.y, static_cast<double>(HfYSize()));
   HfSetMinZ(0);
   HfSetMaxZ(0);
   HfSetScaleEnabled(1);

@@ -135,8 +135,8 @@ long HeightfieldSmoothErode::Compute(trHeightfield* input) {
   if (!CopyInput(*this, from)) return 0;
   if (!from) return 1;
 
-  const auto rx = static_cast<float>(trGuardedQuotient(radius_, input->HfXScale()));
-  const auto ry = static_cast<float>(trGuardedQuotient(radius_, input->HfYScale()));
+  const auto rx = static_cast<float>(GuardedDivide(radius_, input->HfXScale()));
+  const auto ry = static_cast<float>(GuardedDivide(radius_, input->HfYScale()));
   if (!ConeKernel::IsSensible(rx, ry)) {
     trError("smooth_radius reaches over too many points.");
     return 0;

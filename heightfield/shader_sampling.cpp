@@ -81,7 +81,7 @@ void ShaderSampling::SampleRow(trShader& shader, trShadingInterface& si, long ro
   float* const heights = field_.HfScanlineRaw(static_cast<int>(row));
   for (std::size_t x = 0; x < worldX_.size(); ++x) {
     const double height = DisplacementAlong(shader, si, {worldX_[x], 0, worldZ_[row]}, {0, 1, 0});
-    heights[x] = static_cast<float>(trGuardedQuotient(height, zScale_));
+    heights[x] = static_cast<float>(GuardedDivide(height, zScale_));
   }
 }
 

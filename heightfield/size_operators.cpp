@@ -6,6 +6,8 @@
 #include <cstring>
 #include <vector>
 
+#include "core/guarded.h"
+
 namespace {
 
 /// Interpolation along an axis at regular steps: the four points from `first` on that take part, before what
@@ -107,8 +109,8 @@ HeightfieldCrop::Span HeightfieldCrop::Wanted(double a, double b, int count) con
 void HeightfieldCrop::TakeCorners(const trHeightfield& input, const Span& x, const Span& y) {
   trLatLongCorners corners;
   HfSetLatLongEnabled(input.HfLatLongCorners(&corners));
-  const double perX = trGuardedQuotient(corners.east - corners.west, static_cast<double>(input.HfXSize())),
-               perY = trGuardedQuotient(corners.north - corners.south, static_cast<double>(input.HfYSize()));
+  const double perX = GuardedDivide(corners.east - corners.west, static_cast<double>(input.HfXSize())),
+               perY = GuardedDivide(corners.north - corners.south, static_cast<double>(input.HfYSize()));
   HfSetLatLongCorners({corners.south + perY * y.first, corners.west + perX * x.first,
                        corners.south + perY * y.last, corners.west + perX * x.last});
 }
@@ -200,14 +202,14 @@ long HeightfieldResize::Resample(const trHeightfield* input) {
   if (!Init(0, 0, RoundedCount(sizeInPixels_.x), RoundedCount(sizeInPixels_.y))) return 0;
   const auto newX = static_cast<double>(HfXSize()), newY = static_cast<double>(HfYSize());
   // Without an input there are no metres to keep: they are taken for one per interval.
-  const double x = input ? trGuardedQuotient(input->HfScaledXSize(), newX) : 1,
-               y = input ? trGuardedQuotient(input->HfScaledYSize(), newY) : 1;
+  const double x = input ? GuardedDivide(input->HfScaledXSize(), newX) : 1,
+               y = input ? GuardedDivide(input->HfScaledYSize(), newY) : 1;
   HfSetScaleEnabled(1);
   HfSetScale(x, y, std::sqrt(std::fabs(x * y)));
   isResampled_ = true;
   if (input) {
-    FillFrom(*input, trGuardedQuotient(static_cast<double>(input->HfXSize()), newX),
-             trGuardedQuotient(static_cast<double>(input->HfYSize()), newY));
+    FillFrom(*input, GuardedDivide(static_cast<double>(input->HfXSize()), newX),
+             GuardedDivide(static_cast<double>(input->HfYSize()), newY));
     HfFindZRange();
   } else {
     Fill(0);
@@ -255,9 +257,9 @@ void HeightfieldResize::FillFrom(const trHeightfield& input, double stepX, doubl
 
 void HeightfieldResize::Rescale() {
   const double x = HfXScale(), y = HfYScale(), z = HfZScale();
-  const double newX = trGuardedQuotient(sizeInMetres_.x, static_cast<double>(HfXSize())),
-               newY = trGuardedQuotient(sizeInMetres_.y, static_cast<double>(HfYSize()));
-  const double growth = trGuardedQuotient(newX, x) * trGuardedQuotient(newY, y);
+  const double newX = GuardedDivide(sizeInMetres_.x, static_cast<double>(HfXSize())),
+               newY = GuardedDivide(sizeInMetres_.y, static_cast<double>(HfYSize()));
+  const double growth = GuardedDivide(newX, x) * GuardedDivide(newY, y);
   HfSetScaleEnabled(1);
   HfSetScale(newX, newY, rescaleVertical_ ? z * std::sqrt(std::fabs(growth)) : z);
   isResized_ = true;

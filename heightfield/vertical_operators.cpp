@@ -12,7 +12,7 @@ constexpr trRange kHeights = {.min = -1000.0, .max = 1000.0};
 constexpr trRange kFactors = {.min = -2.0, .max = 2.0};
 
 /// Metres in raster units.
-float Raster(double metres, double zScale) { return static_cast<float>(trGuardedQuotient(metres, zScale)); }
+float Raster(double metres, double zScale) { return static_cast<float>(GuardedDivide(metres, zScale)); }
 
 }  // namespace
 
@@ -41,8 +41,7 @@ long HeightfieldAdjustVertical::Compute(trHeightfield* input) {
   const float lowest = input->HfMinZ(), highest = input->HfMaxZ();
   float a = 1, b = 0;
   if (setRange_) {
-    a = static_cast<float>(
-        trGuardedQuotient(highest_ - lowest_, (static_cast<double>(highest) - lowest) * z));
+    a = static_cast<float>(GuardedDivide(highest_ - lowest_, (static_cast<double>(highest) - lowest) * z));
     b = Raster(lowest_, z) - a * lowest;
   }
   const float m = multiply_ ? static_cast<float>(multiplier_) : 1.0f;

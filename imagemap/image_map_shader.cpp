@@ -4,12 +4,6 @@
 #include "core/messages.h"
 #include "core/project.h"
 
-namespace {
-
-bool IsUser(const trBase* who) { return who == trWhoUser || who == trWhoUserIndirect; }
-
-}  // namespace
-
 ImageMapShader::ImageMapShader() {
   fileHint_.SetIsImageFile(true);
   Param(filename_, "image_filename", "", &fileHint_);
@@ -140,10 +134,10 @@ void ImageMapShader::OnParamChanged(long index, trBase* who) {
   if (IsParam(index, &camera_)) {
     const trBase* const before = heldCamera_;
     heldCamera_ = camera_.LinkedNode(true);
-    if (IsUser(who) && !before && heldCamera_ && projection_ != kCamera)
+    if (trIsUser(who) && !before && heldCamera_ && projection_ != kCamera)
       SetParam("projection_type", static_cast<long>(kCamera), who);
   }
-  if (IsParam(index, &projection_) && IsUser(who)) OnProjectionChanged();
+  if (IsParam(index, &projection_) && trIsUser(who)) OnProjectionChanged();
   mask_.OnParamChanged(this, index, who);
 }
 

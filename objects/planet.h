@@ -33,8 +33,8 @@ class Planet : public juSubSceneMaker, public juPreviewHandler {
   void PushTextureTransform();
   /// Turns directions of the unturned planet to where `rotation` takes them.
   trTransform<double> Turn() const;
-  trShader* SurfaceShader() const { return static_cast<trShader*>(surfaceShader_.LinkedNode(true)); }
-  trShader* AtmosphereShader() const { return static_cast<trShader*>(atmosphereShader_.LinkedNode(true)); }
+  trShader* SurfaceShader() const { return LinkedShader(surfaceShader_); }
+  trShader* AtmosphereShader() const { return LinkedShader(atmosphereShader_); }
 
   unsigned char showBox_ = 1, renderSurface_ = 1, renderAtmosphere_ = 1;
   unsigned char translateTextures_ = 0, rotateTextures_ = 0;

@@ -187,7 +187,7 @@ void DefaultShader::UpdateImage(ImageInput& image, trBase* who) {
     SetOnSampler(image, "unpremultiply", image.unpremultiply);
   }
   // The same name again means that the file changed.
-  if (who == trWhoUser || who == trWhoUserIndirect) SetOnSampler(image, "image_filename", "");
+  if (trIsUser(who)) SetOnSampler(image, "image_filename", "");
   SetOnSampler(image, "image_filename", image.file.FullPath());
   SetOnSampler(image, "alpha_as_colour", image.alphaAsColour);
 }

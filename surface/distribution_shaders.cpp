@@ -7,10 +7,6 @@
 namespace {
 
 constexpr trAlias kAliases[] = {{"surface_layers", "child_layers"}, {"diffuse_color", "colour"}};
-/// A mask whose smallest channel reaches this isn't broken up.
-constexpr float kFullCover = 0.999f;
-
-float MinChannel(const trFCol& c) { return std::min(c.r, std::min(c.g, c.b)); }
 
 }  // namespace
 
@@ -121,19 +117,7 @@ trFCol DistributionShaderV4::Mask(trShadingInterface& si) const {
   trFCol mask(static_cast<float>(limits * breakup_.coverage));
 
   float byShader = 1;
-  if (maskShader_.isOn) {
-    trShader* const shader = maskShader_.Shader();
-    if (!shader) return mask;
-    byShader = maskShader_.Value(si, *shader);
-    if (byShader == 0) return {};
-    if (maskShader_.asCoverage) mask *= byShader;
-  }
-  if (breakup_.isOn) {
-    trShader* const fractal = breakup_.Shader();
-    if (!fractal) return mask;
-    if (mask.MaxChannel() > 0 && MinChannel(mask) < kFullCover)
-      mask = breakup_.Broken(mask, breakup_.Offset(si, *fractal));
-  }
+  if (!maskShader_.Apply(si, mask, byShader) || !breakup_.Apply(si, mask)) return mask;
   mask = Softened(mask);
   return maskShader_.asCoverage ? mask : mask * byShader;
 }

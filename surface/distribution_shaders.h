@@ -37,7 +37,7 @@ class LayeredDistribution : public DistributionBase {
 
  protected:
   void DeclareColour();
-  trShader* ChildLayers() const override { return static_cast<trShader*>(childLayers_.LinkedNode(true)); }
+  trShader* ChildLayers() const override { return LinkedShader(childLayers_); }
 
  private:
   trShaderLink childLayers_;

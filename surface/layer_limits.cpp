@@ -7,6 +7,8 @@ constexpr double kPi = 3.14159265358979;
 constexpr double kRadians = kPi / 180.0;
 /// Cosine from which on two directions count as the same.
 constexpr double kSameDirection = 0.9999;
+/// A mask whose smallest channel reaches this counts as full cover, which no fractal breaks up.
+constexpr float kFullCover = 0.999f;
 
 double AngleFromCosine(double c) {
   return c < kSameDirection ? kPi / 2 - std::asin(std::clamp(c, -1.0, 1.0)) : 0.0;
@@ -121,6 +123,14 @@ void Breakup::Declare(trBase* node, bool invertFirst) {
   node->AddGuiAction({"fractal_breakup"}, {"fractal_contrast", "invert_breakup"}, 2);
 }
 
+bool Breakup::Apply(trShadingInterface& si, trFCol& mask) const {
+  if (!isOn) return true;
+  trShader* const fractal = Shader();
+  if (fractal && mask.MaxChannel() > 0 && mask.MinChannel() < kFullCover)
+    mask = Broken(mask, Offset(si, *fractal));
+  return fractal != nullptr;
+}
+
 trFCol Breakup::Offset(trShadingInterface& si, trShader& fractal) const {
   trFCol e = fractal.FColValueTS(si);
   for (int i = 0; i < 3; ++i) e[i] = std::clamp((invert ? 1.0f - e[i] : e[i]) - 0.5f, -0.5f, 0.5f);
@@ -138,6 +148,21 @@ void LayerMaskShader::Declare(trBase* node) {
   node->Param(asCoverage, "blend_as_coverage", 1).Display("Mask as coverage");
   node->AddGuiAction({"blend_by_shader"}, {"blending_shader"}, 3);
   node->AddGuiAction({"blend_by_shader"}, {"invert_blendshader", "blend_as_coverage"}, 2);
+}
+
+bool LayerMaskShader::Apply(trShadingInterface& si, trFCol& mask, float& value) const {
+  value = 1;
+  if (!isOn) return true;
+  trShader* const linked = LinkedShader(shader);
+  if (!linked) return false;
+  value = Luminance(linked->FColValueTS(si));
+  if (invert) value = 1.0f - value;
+  if (value == 0) {
+    mask = {};
+    return false;
+  }
+  if (asCoverage) mask *= value;
+  return true;
 }
 
 long CreateBreakupFractal(trBase* node, bool switchOn) {

@@ -85,7 +85,10 @@ struct Breakup {
   void OnParamChanged(trBase* node, long index, trBase* who) const {
     trSwitchFollowsLink(node, index, who, shader, isOn, "fractal_breakup");
   }
-  trShader* Shader() const { return static_cast<trShader*>(shader.LinkedNode(true)); }
+  trShader* Shader() const { return LinkedShader(shader); }
+  /// Breaks `mask` up, where it isn't full cover. False where no fractal is linked: the mask stands as it is,
+  /// unsoftened.
+  bool Apply(trShadingInterface& si, trFCol& mask) const;
   /// The fractal as an offset of the mask, -0.5 to 0.5 a channel.
   trFCol Offset(trShadingInterface& si, trShader& fractal) const;
   /// m + contrast (m - 0.5 + offset), per channel.
@@ -101,11 +104,9 @@ struct LayerMaskShader {
   void OnParamChanged(trBase* node, long index, trBase* who) const {
     trSwitchFollowsLink(node, index, who, shader, isOn, "blend_by_shader");
   }
-  trShader* Shader() const { return static_cast<trShader*>(shader.LinkedNode(true)); }
-  float Value(trShadingInterface& si, trShader& mask) const {
-    const float b = Luminance(mask.FColValueTS(si));
-    return invert ? 1.0f - b : b;
-  }
+  /// The shader's value into `value`, 1 where it is off, and times the mask where it counts as coverage.
+  /// False where it ends the mask: black if the value is 0, as it is if no shader is linked.
+  bool Apply(trShadingInterface& si, trFCol& mask, float& value) const;
 };
 
 /// Makes the fractal of a new layer beside `node`, bundled with it and linked to its `breakup_shader`, with

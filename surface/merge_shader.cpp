@@ -101,7 +101,7 @@ double MergeShader::Height(trShadingInterface& si, trShader& network) const {
 
 bool MergeShader::FindMix(trShadingInterface& si, bool mayDrop, Mix& mix) const {
   mix.input = InputShader();
-  mix.a = static_cast<trShader*>(shaderA_.LinkedNode(true));
+  mix.a = LinkedShader(shaderA_);
   if (!mix.input || !mix.a) return false;
   mix.toA = trFCol(static_cast<float>(mixToA_));
 
@@ -109,7 +109,7 @@ bool MergeShader::FindMix(trShadingInterface& si, bool mayDrop, Mix& mix) const 
     const double input = Height(si, *mix.input), a = Height(si, *mix.a);
     const bool isA = chooseByAltitude_ == kHighest ? a > input : chooseByAltitude_ == kLowest && input > a;
     mix.toA = trFCol(isA ? 1.0f : 0.0f);
-  } else if (auto* controller = static_cast<trShader*>(mixController_.LinkedNode(true))) {
+  } else if (auto* controller = LinkedShader(mixController_)) {
     const bool undisplaced = textureSpace_ == kUndisplaced;
     mix.toA = si.RenderState().CallShaderCd(controller, true, undisplaced ? &si.Ptg() : nullptr,
                                             undisplaced ? &si.Ni() : nullptr);

@@ -129,7 +129,7 @@ void SurfaceLayer::DisplaceLayer(trShadingInterface& si) {
   const trVector direction = direction_.Of(si);
   if (smoothingEffect_) si.P() = Mixed(si.Pt(), si.P(), smoothingAmount_);
   double amount = displacementOffset_;
-  if (auto* function = static_cast<trShader*>(displacementFunction_.LinkedNode(true)))
+  if (auto* function = LinkedShader(displacementFunction_))
     amount += function->FloatValueTS(si) * displacementMultiplier_;
   si.P() += direction * amount;
   if (trShader* children = ChildLayers()) children->DisplaceTS(si);
@@ -165,8 +165,7 @@ void SurfaceLayer::ShadeLayer(trShadingInterface& si) {
   trFCol emission;
   if (luminous_ && (si.doCo() || si.doCe())) {
     emission = luminosityTint_.ToRender() * static_cast<float>(luminosityMultiplier_);
-    if (auto* function = static_cast<trShader*>(luminosityFunction_.LinkedNode(true)))
-      emission *= function->FColValueTS(si);
+    if (auto* function = LinkedShader(luminosityFunction_)) emission *= function->FColValueTS(si);
   }
   if (!enableTestColour_ && !applyColour_) {
     si.Bsdf().Emission() += emission;
@@ -177,8 +176,7 @@ void SurfaceLayer::ShadeLayer(trShadingInterface& si) {
   trFCol colour = testColour_.ToRender();
   if (!enableTestColour_) {
     colour = diffuseColour_.ToRender();
-    if (auto* function = static_cast<trShader*>(colourFunction_.LinkedNode(true)))
-      colour *= function->FColValueTS(si);
+    if (auto* function = LinkedShader(colourFunction_)) colour *= function->FColValueTS(si);
   }
   si.Cutil() = colour;
   si.SetShadingToLambert(colour);

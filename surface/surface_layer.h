@@ -39,7 +39,7 @@ class SurfaceLayer : public trSurfaceShader {
   void DisplaceLayer(trShadingInterface& si);
   void ShadeLayer(trShadingInterface& si);
 
-  trShader* ChildLayers() const { return static_cast<trShader*>(childLayers_.LinkedNode(true)); }
+  trShader* ChildLayers() const { return LinkedShader(childLayers_); }
 
   // Colour and luminosity
   unsigned char applyColour_ = 1, enableTestColour_ = 0, luminous_ = 0;

@@ -6,12 +6,8 @@
 namespace {
 
 constexpr long kFavourRises = 1, kDisplacementIntersection = 2;
-/// A mask whose smallest channel reaches this counts as full cover, which no fractal breaks up.
-constexpr float kFullCover = 0.999f;
 constexpr double kSmallestZone = 0.0001;
 constexpr float kSmallestRatio = 1e-6f;
-
-float MinChannel(const trFCol& c) { return std::min(c.r, std::min(c.g, c.b)); }
 
 /// Smooth step of the mask over a ramp that widens with the square of the softness.
 trFCol Softened(const trFCol& v, float softness) {
@@ -58,13 +54,7 @@ trFCol SurfaceLayer::MaskInPlace(trShadingInterface& si, Pass pass, Underlying& 
   trFCol mask(static_cast<float>(limits * breakup_.coverage));
 
   float byShader = 1;
-  if (maskShader_.isOn) {
-    trShader* const shader = maskShader_.Shader();
-    if (!shader) return mask;
-    byShader = maskShader_.Value(si, *shader);
-    if (byShader == 0) return {};
-    if (maskShader_.asCoverage) mask *= byShader;
-  }
+  if (!maskShader_.Apply(si, mask, byShader)) return mask;
 
   if (intersectUnderlying_) {
     const trVector pt = si.Pt(), p = si.P(), nt = si.Nt(), n = si.N();
@@ -80,12 +70,7 @@ trFCol SurfaceLayer::MaskInPlace(trShadingInterface& si, Pass pass, Underlying& 
 
   // A new layer breaks up colour alone: its displacement keeps its smooth outline.
   trFCol broken = mask;
-  if (breakup_.isOn && !(isDisplacing && onlyBreakupColour_)) {
-    trShader* const fractal = breakup_.Shader();
-    if (!fractal) return mask;
-    if (mask.MaxChannel() > 0 && MinChannel(mask) < kFullCover)
-      broken = breakup_.Broken(mask, breakup_.Offset(si, *fractal));
-  }
+  if (!(isDisplacing && onlyBreakupColour_) && !breakup_.Apply(si, broken)) return broken;
   if (broken.MaxChannel() <= 0) return {};
   mask = Softened(broken, isDisplacing ? 1.0f : static_cast<float>(fuzzyZoneSoftness_));
   return maskShader_.asCoverage ? mask : mask * byShader;

@@ -101,7 +101,7 @@ bool Store(trParamInfo& param, const trParamValue& value) {
 constexpr trGuiActionPreset kExclusive = 1;
 
 void TurnOthersOff(trBase* node, long index, trBase* who) {
-  if (who != trWhoUser && who != trWhoUserIndirect) return;
+  if (!trIsUser(who)) return;
   for (const trGuiActionInfo& action : node->Data().guiActions) {
     const trString name = node->ParamName(index);
     long on = 0;

@@ -44,15 +44,15 @@ class FunctionInput {
     node->Param(constant_, constantName, fallback);
   }
   float Value(trShadingInterface& si) const {
-    auto* shader = static_cast<trShader*>(link_.LinkedNode(true));
+    auto* shader = LinkedShader(link_);
     return shader ? shader->FloatValueTS(si) : ToFloat(constant_);
   }
   trFCol Colour(trShadingInterface& si) const {
-    auto* shader = static_cast<trShader*>(link_.LinkedNode(true));
+    auto* shader = LinkedShader(link_);
     return shader ? shader->FColValueTS(si) : trFCol(ToFloat(constant_));
   }
   trVector Vector(trShadingInterface& si) const {
-    auto* shader = static_cast<trShader*>(link_.LinkedNode(true));
+    auto* shader = LinkedShader(link_);
     return shader ? shader->VectorValueTS(si) : trVector(constant_, constant_, constant_);
   }
 

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <exception>
 
+#include "core/guarded.h"
 #include "core/project.h"
 #include "host/node/node_data.h"
 #include "host/raster/heightfield_walk.h"
@@ -211,5 +212,5 @@ void trHeightfield::HfFindZRange() {
 }
 
 double trHeightfield::Hf01FromZ(const double& z) const {
-  return trGuardedQuotient(z - minZ_, static_cast<double>(maxZ_) - minZ_);
+  return GuardedDivide(z - minZ_, static_cast<double>(maxZ_) - minZ_);
 }

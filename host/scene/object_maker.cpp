@@ -1,5 +1,6 @@
 // Bases of objects made by code or read from files.
 #include "core/scene_maker.h"
+#include "core/shader.h"
 
 namespace {
 
@@ -84,7 +85,7 @@ long juObjectGenerator::GenerateOrRead(trScene& scene, Context context) {
   const long group = scene.BeginGroup(Name());
   if (!group) return 0;
   trScene& mesh = *scene.GetPGroup(group)->Subscene();
-  trMaterial material(nullptr, static_cast<trShader*>(surfaceShader_.LinkedNode(true)), nullptr, 1.0f);
+  trMaterial material(nullptr, LinkedShader(surfaceShader_), nullptr, 1.0f);
   material.isDoubleSided = doubleSided_ != 0;
   material.useNormals = useSmoothNormals_ != 0;
   material.smoothsTerminator = smoothsTerminator_ != 0;
