@@ -159,13 +159,50 @@ TEST(Dicing, NormalsFollowTheSurface) {
   EXPECT_GT(checked, 20u);
 }
 
-TEST(Dicing, ABudgetOfVerticesIsKept) {
-  Planet planet(3000);
-  planet.settings.maxVertices = 250000;
+TEST(Dicing, ABudgetOfVerticesGoesToWhatLooksLongest) {
+  Planet whole(3000), planet(3000);
+  whole.settings.edgePixels = planet.settings.edgePixels = 0.7;
+  whole.DiceWith(2);
+  planet.settings.maxVertices = whole.mesh.vertices.size() / 2;
   planet.DiceWith(2);
-  EXPECT_LE(planet.mesh.vertices.size(), 250000u);
-  EXPECT_GT(planet.statistics.coarsened, 0);
+  EXPECT_LE(planet.mesh.vertices.size(), planet.settings.maxVertices);
+  // A share of the vertices makes edges longer by its root; patches are cut in halves.
+  const double share = static_cast<double>(planet.mesh.vertices.size()) / whole.mesh.vertices.size();
+  EXPECT_GT(planet.statistics.longestEdge, 1);
+  EXPECT_LT(planet.statistics.longestEdge, 2 / std::sqrt(share));
   EXPECT_EQ(OpenEdges(planet.mesh), 0u);
+}
+
+/// Ridges with steps on every scale: edges hardly get shorter by being cut.
+class Steps : public Ridges {
+ public:
+  long Displace(trShadingInterface& si) override {
+    const trVector p = si.Pt();
+    Ridges::Displace(si);
+    for (double scale = 1000; scale > 1e-3; scale *= 0.5) {
+      const double cell = std::floor(p.x / scale) + 3 * std::floor(p.z / scale);
+      si.P() += si.Ng() * (150 * std::sin(12.9898 * cell + scale));
+    }
+    return 1;
+  }
+};
+
+TEST(Dicing, WhatCouldBeCutForEverStopsAtThePicturesLimit) {
+  Steps steps;
+  Planet one(3000), seven(3000);
+  for (Planet* planet : {&one, &seven}) {
+    planet->material = trMaterial(&planet->ball, &steps, nullptr, 1);
+    planet->settings.pictureVertices = 400000;
+    planet->DiceWith(planet == &one ? 1 : 7);
+  }
+  EXPECT_LE(one.mesh.vertices.size(), 400000u);
+  EXPECT_GT(one.mesh.vertices.size(), 200000u);
+  EXPECT_GT(one.statistics.longestEdge, 1);
+  EXPECT_EQ(OpenEdges(one.mesh), 0u);
+  ASSERT_EQ(one.mesh.vertices.size(), seven.mesh.vertices.size());
+  EXPECT_EQ(std::memcmp(one.mesh.vertices.data(), seven.mesh.vertices.data(),
+                        one.mesh.vertices.size() * sizeof(ovhost::GridVertex)),
+            0);
 }
 
 TEST(PackedNormal, KeepsDirectionsWithinAHundredthOfADegree) {

@@ -13,6 +13,7 @@ trRenderNode::trRenderNode() {
   SetRange(chanceHint_, this, {.min = 0, .max = 1});
   SetRange(brightnessHint_, this, {.min = 0, .max = 100, .focusPower = 2});
   SetRange(detailHint_, this, {.min = 0.05, .max = 4});
+  SetRange(dicingLimitHint_, this, {.min = 0, .max = 100, .focusPower = 2});
   SetRange(filterWidthHint_, this, {.min = 0, .max = 8});
   SetRange(exposureHint_, this, {.min = -10, .max = 10});
   SetMenu(engineHint_, this, {{"Path tracer", 1}});
@@ -27,6 +28,8 @@ trRenderNode::trRenderNode() {
   Param(noiseTarget_, "noise_target", 0.0, &noiseHint_).Display("Noise to stop at");
   Param(leastSamples_, "least_samples", 16, &samplesHint_).Display("Samples before that");
   Param(detail_, "detail", 1.0, &detailHint_);
+  // Rough displacement could be cut for ever.
+  Param(dicingLimit_, "dicing_limit", 16.0, &dicingLimitHint_).Display("Micropolygons per pixel at most");
   GuiTab("Light", "light_tab");
   Param(maxBounces_, "max_bounces", 1, &bouncesHint_).Display("Diffuse bounces");
   Param(maxSpecularBounces_, "max_specular_bounces", 8, &deepBouncesHint_)

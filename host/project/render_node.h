@@ -16,6 +16,9 @@ class OV_API trRenderNode : public trBase {
   long LeastSamples() const { return leastSamples_; }
   /// Dicing detail: 1 gives micropolygon edges of about a pixel, 2 half of that.
   double Detail() const { return detail_; }
+  /// Vertices of micropolygons that a surface may have, for each pixel of the picture at detail 1; 0 for no
+  /// limit but memory.
+  double DicingLimit() const { return dicingLimit_; }
   long MaxBounces() const { return maxBounces_; }
   long MaxSpecularBounces() const { return maxSpecularBounces_; }
   /// Largest luminance one indirect path may add to a pixel's sample; 0 for no limit.
@@ -33,10 +36,11 @@ class OV_API trRenderNode : public trBase {
 
  private:
   trIntHint sizeHint_, samplesHint_, bouncesHint_, deepBouncesHint_, engineHint_, filterHint_;
-  trDoubleHint detailHint_, exposureHint_, noiseHint_, chanceHint_, brightnessHint_, filterWidthHint_;
+  trDoubleHint detailHint_, dicingLimitHint_, exposureHint_, noiseHint_, chanceHint_, brightnessHint_,
+      filterWidthHint_;
   trCameraLink camera_;
   long imageWidth_, imageHeight_, engine_, samples_, leastSamples_, maxBounces_, maxSpecularBounces_,
       rouletteStart_, filter_;
-  double noiseTarget_, detail_, clampIndirect_, leastSurvival_, filterWidth_, exposure_;
+  double noiseTarget_, detail_, dicingLimit_, clampIndirect_, leastSurvival_, filterWidth_, exposure_;
   unsigned char roulette_, softClip_;
 };

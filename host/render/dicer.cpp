@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <limits>
 #include <new>
 #include <unordered_map>
 #include <unordered_set>
@@ -18,8 +19,15 @@ namespace ovhost {
 namespace {
 
 constexpr int kMaxLevel = 40;
+/// Until patches are small against the planet their corners say little of what lies between.
+constexpr int kLeastLevel = 1;
+constexpr double kLargestSize = 1e300;
 constexpr int kLeavesPerTask = 4;
-constexpr int kMaxCoarsenings = 16;
+/// Leaves per root quad that no picture is too small for.
+constexpr std::uint64_t kLeavesPerQuad = 16;
+/// Balancing splits some leaves more: so much of a limit is left to it, and again where that was too little.
+constexpr double kLeftToBalancing = 0.85;
+constexpr int kMaxBalancings = 40;
 /// Filter footprint of displacement, as a share of a micropolygon's longest edge. Fractals fade their last
 /// octaves out well before the footprint, and edges are shorter than the longest.
 constexpr double kFootprint = 0.5;
@@ -94,6 +102,12 @@ struct Displacer {
   trRenderState state_;
 };
 
+/// A leaf with the length of its micropolygons' edges, in wanted lengths.
+struct SizedNode {
+  Node node;
+  double size;
+};
+
 /// Builds the quadtree.
 class Refiner {
  public:
@@ -102,19 +116,13 @@ class Refiner {
     frustum_ = FrustumPlanes(settings.view);
   }
 
-  /// False where there would be more than `maxLeaves`.
-  bool FindLeaves(double edgePixels, std::uint64_t maxLeaves, std::vector<Node>& leaves,
-                  std::uint64_t& displacements) {
+  /// All that are needed. False where there would be more than `maxLeaves`.
+  bool FindLeaves(std::uint64_t maxLeaves, std::vector<Node>& leaves, std::uint64_t& displacements) const {
     leaves.clear();
-    std::vector<Node> front;
-    for (std::uint32_t quad = 0; quad < mesh_.quadCorners.size() / 4; ++quad) {
-      front.push_back({quad, 0, 0, 1, 0, {}});
-      EvaluateNode(front.back());
-      displacements += 5;
-    }
+    std::vector<Node> front = Roots(displacements);
     while (!front.empty() && !Stopped()) {
       std::vector<Node> next;
-      for (const Node& node : front) (NeedsSplit(node, edgePixels) ? next : leaves).push_back(node);
+      for (const Node& node : front) (EdgeSize(node) > 1 ? next : leaves).push_back(node);
       if (leaves.size() + next.size() * 4 > maxLeaves) return false;
       front = Split(next, displacements);
     }
@@ -122,7 +130,69 @@ class Refiner {
     return leaves.size() <= maxLeaves;
   }
 
+  /// As many as are allowed, split in order of need. The longest edge that is left, in wanted lengths.
+  double FindNeediestLeaves(std::uint64_t maxLeaves, std::vector<Node>& leaves,
+                            std::uint64_t& displacements) const {
+    double share = kLeftToBalancing;
+    for (int i = 0; i < kMaxBalancings && !Stopped(); ++i, share *= kLeftToBalancing) {
+      const double longest = SplitNeediest(static_cast<std::uint64_t>(static_cast<double>(maxLeaves) * share),
+                                           leaves, displacements);
+      Balance(leaves, displacements);
+      if (leaves.size() <= maxLeaves) return longest;
+    }
+    if (Stopped()) return 1;
+    throw std::bad_alloc();
+  }
+
  private:
+  std::vector<Node> Roots(std::uint64_t& displacements) const {
+    std::vector<Node> roots;
+    for (std::uint32_t quad = 0; quad < mesh_.quadCorners.size() / 4; ++quad) {
+      roots.push_back({quad, 0, 0, 1, 0, {}});
+      EvaluateNode(roots.back());
+      displacements += 5;
+    }
+    return roots;
+  }
+
+  /// In rounds: all leaves above half the largest size are split at once, or the largest of them once there
+  /// is no room for all.
+  double SplitNeediest(std::uint64_t maxLeaves, std::vector<Node>& leaves,
+                       std::uint64_t& displacements) const {
+    std::vector<SizedNode> sized = Sized(Roots(displacements));
+    double largest = 0;
+    for (;;) {
+      largest = 0;
+      for (const SizedNode& leaf : sized) largest = std::fmax(largest, leaf.size);
+      const std::uint64_t room = maxLeaves > sized.size() ? (maxLeaves - sized.size()) / 3 : 0;
+      if (largest <= 1 || room == 0 || Stopped()) break;
+      const double above = std::fmax(1, largest / 2);
+      const auto middle = std::stable_partition(sized.begin(), sized.end(),
+                                                [&](const SizedNode& leaf) { return !(leaf.size > above); });
+      std::stable_sort(middle, sized.end(),
+                       [](const SizedNode& a, const SizedNode& b) { return a.size < b.size; });
+      const size_t count = std::min<std::uint64_t>(sized.end() - middle, room);
+      std::vector<Node> split;
+      for (auto leaf = sized.end() - count; leaf != sized.end(); ++leaf) split.push_back(leaf->node);
+      sized.resize(sized.size() - count);
+      const std::vector<SizedNode> children = Sized(Split(split, displacements));
+      sized.insert(sized.end(), children.begin(), children.end());
+    }
+    leaves.clear();
+    for (const SizedNode& leaf : sized) {
+      if (leaf.node.level < kLeastLevel) throw std::bad_alloc();
+      leaves.push_back(leaf.node);
+    }
+    return std::fmax(largest, 1);
+  }
+
+  std::vector<SizedNode> Sized(const std::vector<Node>& nodes) const {
+    std::vector<SizedNode> sized;
+    sized.reserve(nodes.size());
+    for (const Node& node : nodes) sized.push_back({node, std::fmin(EdgeSize(node), kLargestSize)});
+    return sized;
+  }
+
   bool Stopped() const { return settings_.stop && settings_.stop->load(std::memory_order_relaxed); }
 
   /// Inward normals of the view's four sides, unit.
@@ -165,15 +235,14 @@ class Refiner {
                    half,      node.level + 1, {left, d[4], top, d[3], at(0.5, 1.5)}};
   }
 
-  bool NeedsSplit(const Node& node, double edgePixels) const {
-    if (node.level >= kMaxLevel) return false;
+  /// How long the edges of a leaf's micropolygons look, in wanted lengths: it is split where that is over 1.
+  double EdgeSize(const Node& node) const {
+    if (node.level >= kMaxLevel) return 0;
     const auto& d = node.displaced;
     double edge = 0;
     for (int i = 0; i < 4; ++i) edge = std::fmax(edge, (d[(i + 1) % 4] - d[i]).Length());
-    // Until patches are small against the planet their corners say little of what lies between.
-    if (node.level < 1) return true;
-    if (settings_.copiedEdge > 0)
-      return edge / kPatchSide > settings_.copiedEdge * (edgePixels / settings_.edgePixels);
+    if (node.level < kLeastLevel) return std::numeric_limits<double>::infinity();
+    if (settings_.copiedEdge > 0) return edge / kPatchSide / settings_.copiedEdge;
 
     const trVector& eye = settings_.view.eye;
     double distance = (d[4] - eye).Length();
@@ -191,7 +260,7 @@ class Refiner {
       pixels *= pixelAngle / std::fmax(kCoarserOutOfView * pixelAngle, kFinestOutOfView);
     else if (IsBehindHorizon(d[4], radius))
       pixels /= 8;
-    return pixels > edgePixels;
+    return pixels / settings_.edgePixels;
   }
 
   bool InView(const trVector& centre, double radius) const {
@@ -385,20 +454,25 @@ void SmoothNormals(GridMesh& mesh, const std::vector<PatchEdges>& edges) {
   });
 }
 
+std::uint64_t MaxLeaves(const DiceSettings& settings, std::uint64_t numQuads) {
+  const std::uint64_t byMemory = settings.maxVertices ? settings.maxVertices / kPatchVertices : ~0ull;
+  const std::uint64_t byPicture =
+      settings.pictureVertices
+          ? std::max(settings.pictureVertices / kPatchVertices, numQuads * kLeavesPerQuad)
+          : ~0ull;
+  return std::min(byMemory, byPicture);
+}
+
 }  // namespace
 
 bool Dice(GridMesh& mesh, const DiceSettings& settings, trRenderServices& services,
           DiceStatistics& statistics) {
   Refiner refiner(mesh, settings, services);
-  double edgePixels = settings.edgePixels;
-  const std::uint64_t maxLeaves = settings.maxVertices ? settings.maxVertices / kPatchVertices : ~0ull;
-  int coarsened = 0;
+  const std::uint64_t maxLeaves = MaxLeaves(settings, mesh.quadCorners.size() / 4);
   std::vector<Node> leaves;
-  while (!refiner.FindLeaves(edgePixels, maxLeaves, leaves, statistics.displacements)) {
-    if (++coarsened > kMaxCoarsenings) throw std::bad_alloc();
-    edgePixels *= 2;
-  }
-  statistics.coarsened = std::max(statistics.coarsened, coarsened);
+  if (!refiner.FindLeaves(maxLeaves, leaves, statistics.displacements))
+    statistics.longestEdge = std::fmax(
+        statistics.longestEdge, refiner.FindNeediestLeaves(maxLeaves, leaves, statistics.displacements));
   mesh.patches.reserve(leaves.size());
   for (const Node& leaf : leaves) mesh.patches.push_back({leaf.quad, leaf.u, leaf.v, leaf.size, {}});
   leaves = {};

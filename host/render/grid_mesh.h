@@ -67,7 +67,9 @@ struct OV_API GridMesh : SurfacePart {
 struct DiceSettings {
   trView view;
   double edgePixels = 1.4;        ///< wanted length of a micropolygon's edge on screen
-  std::uint64_t maxVertices = 0;  ///< 0: no limit
+  std::uint64_t maxVertices = 0;  ///< that there is memory for; 0: no limit
+  /// That the picture's size is worth; 0: no limit. Every surface may have some, however small the picture.
+  std::uint64_t pictureVertices = 0;
   double frame = 1;
   std::uint64_t seed = 0;
   const std::atomic<bool>* stop = nullptr;
@@ -81,10 +83,11 @@ struct DiceSettings {
 
 struct DiceStatistics {
   std::uint64_t vertices = 0, displacements = 0, patches = 0;
-  int coarsened = 0;  ///< how often a mesh's edge length was doubled to stay under maxVertices
+  double longestEdge = 1;  ///< in wanted lengths, where a limit of vertices left edges longer than that
 };
 
-/// Cuts the scene's surface into patches for the view, displaces every vertex, and smooths the normals. False
+/// Cuts the scene's surface into patches for the view, displaces every vertex, and smooths the normals. Where
+/// that would take more vertices than allowed, what looks longest is cut first, until they are used up. False
 /// when it was stopped. Uses all workers of the caller's TBB arena; the result doesn't depend on how many
 /// there are. Throws std::bad_alloc where even the coarsest surface has more vertices than allowed.
 OV_API bool Dice(GridMesh& mesh, const DiceSettings& settings, trRenderServices& services,

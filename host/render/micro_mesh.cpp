@@ -18,7 +18,9 @@ namespace {
 
 constexpr std::uint32_t kNone = ~0u;
 constexpr int kMaxCuts = 40;
-constexpr int kMaxCoarsenings = 16;
+constexpr int kMaxCoarsenings = 40;
+/// Vertices per point of the mesh itself that no picture is too small for.
+constexpr std::uint64_t kVerticesPerPoint = 16;
 /// How many times longer displacement may make an edge for it to be cut as one of its length.
 constexpr double kMostStretch = 4;
 /// Filter footprint of displacement, as a share of the longest edge.
@@ -80,7 +82,10 @@ class MeshDisplacer {
     LoadRoots();
     moves = Moves();
     if (!moves) return !Stopped();
-    const std::uint64_t most = settings_.maxVertices ? settings_.maxVertices : ~0ull;
+    std::uint64_t most = settings_.maxVertices ? settings_.maxVertices : ~0ull;
+    if (settings_.pictureVertices)
+      most = std::min(
+          most, std::max<std::uint64_t>(settings_.pictureVertices, positions_.size() * kVerticesPerPoint));
     const Start start{positions_, wedges_, faces_};
     int coarsened = 0;
     while (!Cut(most) && !Stopped()) {
@@ -90,7 +95,7 @@ class MeshDisplacer {
       wedges_ = start.wedges;
       faces_ = start.faces;
     }
-    statistics.coarsened = std::max(statistics.coarsened, coarsened);
+    statistics.longestEdge = std::fmax(statistics.longestEdge, coarser_);
     Finish();
     statistics.vertices += mesh_.vertices.size();
     statistics.displacements += displacements_;

@@ -27,6 +27,8 @@ constexpr double kSecondsBetweenWrites = 3;
 /// Longest edge of a micropolygon at detail 1, pixels. Patches are cut in halves, so edges measure 0.9
 /// to 1.8.
 constexpr double kEdgePixels = 2.0;
+/// What a surface may have outside the view, where vertices don't go by pixels.
+constexpr double kVerticesOutOfView = 1e6;
 
 double Seconds() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
@@ -48,11 +50,20 @@ struct Plan {
   PixelRect area;
   trView view;
   double edgePixels = 0;
+  std::uint64_t pictureVertices = 0;
   PathSettings path;
   ViewTransform transform;
   std::vector<std::string> layers;
   const trBase* context = nullptr;
 };
+
+/// How many vertices a surface may have; 0 for no limit.
+std::uint64_t PictureVertices(double pixels, double edgePixels, double perPixel) {
+  if (!(perPixel > 0)) return 0;
+  const double detail = kEdgePixels / edgePixels;
+  return static_cast<std::uint64_t>(
+      std::fmin(kVerticesOutOfView + perPixel * pixels * detail * detail, 0x1p60));
+}
 
 /// Samples that a tile takes at one go.
 struct Pass {
@@ -165,6 +176,7 @@ bool FrameRender::MakePlan() {
     return false;
   }
   plan_.edgePixels = kEdgePixels / std::clamp(render->Detail(), 0.01, 16.0);
+  plan_.pictureVertices = PictureVertices(width * height, plan_.edgePixels, render->DicingLimit());
   plan_.path.maxBounces = static_cast<int>(std::clamp<long>(render->MaxBounces(), 0, 64));
   plan_.path.maxSpecularBounces = static_cast<int>(std::clamp<long>(render->MaxSpecularBounces(), 0, 256));
   plan_.path.clampIndirect = static_cast<float>(render->ClampIndirect());
@@ -350,6 +362,7 @@ RenderOutcome FrameRender::RunInArena(int threads) {
   WorldSettings worldSettings;
   worldSettings.view = plan_.view;
   worldSettings.edgePixels = plan_.edgePixels;
+  worldSettings.pictureVertices = plan_.pictureVertices;
   worldSettings.frame = settings_.frame;
   worldSettings.seed = settings_.seed;
   worldSettings.threads = threads;

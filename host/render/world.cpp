@@ -205,6 +205,7 @@ bool World::DiceParts() {
     dice.maxVertices =
         std::max<std::uint64_t>(static_cast<std::uint64_t>(vertices) / std::max<size_t>(numDiced, 1), 100000);
   }
+  dice.pictureVertices = settings_.pictureVertices;
   dice.frame = settings_.frame;
   dice.seed = settings_.seed;
   dice.stop = &stop_;
@@ -214,10 +215,18 @@ bool World::DiceParts() {
     dice.origin = prototype->parts.origin;
     if (!DiceAssembly(prototype->parts, dice)) return false;
   }
-  if (dicing_.coarsened > 0)
-    trWarning("Memory limit: micropolygons are " + std::to_string(1 << dicing_.coarsened) +
-              " times as long as the render node asks for.");
+  if (dicing_.longestEdge > 1) WarnOfLongEdges(dice);
   return true;
+}
+
+void World::WarnOfLongEdges(const DiceSettings& dice) const {
+  const bool isMemory =
+      dice.maxVertices && (!dice.pictureVertices || dice.maxVertices < dice.pictureVertices);
+  char times[32];
+  std::snprintf(times, sizeof times, "%.2g", dicing_.longestEdge);
+  trWarning(std::string(isMemory ? "Memory limit" : "Limit of micropolygons a pixel") +
+            ": the longest edges of micropolygons are " + times +
+            " times as long as the render node asks for.");
 }
 
 bool World::MakeScenes() {

@@ -69,6 +69,7 @@ struct WorldSettings {
   double frame = 1;
   std::uint64_t seed = 0;
   std::uint64_t memoryBytes = 0;
+  std::uint64_t pictureVertices = 0;  ///< that a surface may have for the picture's size; 0: no limit
   int threads = 1;
 };
 
@@ -119,6 +120,7 @@ class OV_API World final : public trRenderServices {
   void CollectVolumes(const trScene& scene);
   bool BuildParts();
   bool DiceParts();
+  void WarnOfLongEdges(const DiceSettings& dice) const;
   bool DiceAssembly(Assembly& parts, const DiceSettings& settings);
   void BuildSkies();
   void FindSeeThrough();
