@@ -9,6 +9,7 @@
 #include "host/base/log.h"
 #include "host/node/graph_check.h"
 #include "host/node/node_data.h"
+#include "host/raster/heightfield_load.h"
 
 namespace ovapp {
 namespace {
@@ -45,6 +46,7 @@ long Check(const Options& options, long& faults) {
     ovhost::ReportBrokenLinks(&session.Project(), trError);
     ovhost::ReportShaderRings(&session.Project(), trError);
     ovhost::ReportHeightfieldRings(&session.Project());
+    ovhost::ReportElevationFiles(&session.Project());
     CheckCompleteness(session.Project());
     faults += ovhost::NumErrors();
     return static_cast<long>(nodes.size());

@@ -140,7 +140,7 @@ int Run(Program&, const Options& options) {
   auto* shader = dynamic_cast<trShader*>(&node);
   if (!shader) throw Failure{kFailed, node.NameAndPath() + ": not a shader, so it has nothing to evaluate"};
 
-  const long errorsBefore = ovhost::NumErrors();
+  const ErrorWatch errors;
   Evaluator evaluator(session.Project(), *shader, options.smoothSize);
   if (!options.grid.empty()) {
     EvaluateGrid(evaluator, options);
@@ -148,7 +148,7 @@ int Run(Program&, const Options& options) {
     const PointList input = ReadInput(options);
     PrintResults(input, evaluator.Evaluate(input.points), options);
   }
-  return ovhost::NumErrors() > errorsBefore ? kFailed : kDone;
+  return errors.Code();
 }
 
 }  // namespace

@@ -202,7 +202,7 @@ int Run(Program& program, const Options& options) {
   trHeightfield* heightfield = ovhost::HeightfieldOf(node);
   if (!heightfield) throw Failure{kFailed, node.NameAndPath() + ": is no heightfield and leads to none"};
 
-  const long errorsBefore = ovhost::NumErrors();
+  const ErrorWatch errors;
   ovhost::RenderControl control;
   const RenderSignals signals(control);
   Progress progress(program.common, &control.stop);
@@ -214,8 +214,8 @@ int Run(Program& program, const Options& options) {
     EndStopped(run, options, writer);
   }
   if (run.outcome == HeightfieldRun::Outcome::kFailed)
-    throw Failure{kFailed,
-                  ovhost::NumErrors() > errorsBefore ? "" : run.last->NameAndPath() + ": couldn't be made"};
+    throw Failure{std::max<int>(errors.Code(), kFailed),
+                  errors.HasErrors() ? "" : run.last->NameAndPath() + ": couldn't be made"};
 
   if (!options.output.empty()) writer.WriteHeights(*heightfield, options.output);
   const HeightGrid grid = ovhost::GridOf(*heightfield);
@@ -227,8 +227,7 @@ int Run(Program& program, const Options& options) {
     else
       PrintText(json);
   }
-  // What was made in spite of an error isn't what was asked for.
-  return ovhost::NumErrors() > errorsBefore ? kFailed : kDone;
+  return errors.Code();
 }
 
 }  // namespace

@@ -261,15 +261,14 @@ int Run(Program& program, const Options& options) {
     settings.output = job.path;
     settings.frame = static_cast<double>(job.frame);
     ovhost::RenderStatistics statistics;
-    const long errorsBefore = ovhost::NumErrors();
+    const ErrorWatch errors;
     const ovhost::RenderOutcome outcome = ovhost::RenderFrame(project, settings, control, &statistics);
     progress.Pause();
     Report(job, outcome, statistics);
     // A frame that failed doesn't keep the others from being made, but the end tells of it; a stop ends them
     // all.
     if (outcome != ovhost::RenderOutcome::kDone && code == kDone) code = CodeOf(outcome);
-    // A picture that was made in spite of an error, such as of a chain too deep, isn't what was asked for.
-    if (ovhost::NumErrors() > errorsBefore && code == kDone) code = kFailed;
+    if (code == kDone || code == kFailed) code = std::max<int>(code, errors.Code());
     if (outcome == ovhost::RenderOutcome::kStopped || control.stop) return kResumable;
   }
   return code;

@@ -8,6 +8,7 @@
 
 #include "app/app.h"
 #include "core/project.h"
+#include "host/base/log.h"
 
 namespace ovapp {
 
@@ -45,6 +46,21 @@ class Session {
   void ApplyVariables(const std::string& file) const;
 
   std::unique_ptr<juProject> project_;
+};
+
+/// Counts what goes wrong while it lives. Thread-safe.
+class ErrorWatch {
+ public:
+  ErrorWatch() : errors_(ovhost::NumErrors()), fileErrors_(ovhost::NumFileErrors()) {}
+  bool HasErrors() const { return ovhost::NumErrors() > errors_; }
+  /// The exit code of what came of it all the same: what was made in spite of an error isn't what was asked
+  /// for.
+  int Code() const {
+    return ovhost::NumFileErrors() > fileErrors_ ? kInvalidProject : HasErrors() ? kFailed : kDone;
+  }
+
+ private:
+  long errors_, fileErrors_;
 };
 
 /// Every node with the fact, parents first.

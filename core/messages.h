@@ -6,7 +6,7 @@
 
 class trBase;
 
-/// Further data of an error: the parameter or file it is about; empty where unknown.
+/// Further data of an error: the parameter it is about, or the file that can't be read; empty where unknown.
 struct trErrorWarningData {
   trString parameter;
   trString file;

@@ -18,7 +18,7 @@ struct Context {
 };
 thread_local std::vector<Context> contexts;
 
-std::atomic<long> errorCount{0}, warningCount{0};
+std::atomic<long> errorCount{0}, fileErrorCount{0}, warningCount{0};
 std::mutex outputMutex;
 ovhost::LogFormat format = ovhost::LogFormat::kText;
 ovhost::LogLevel lowestLevel = ovhost::LogLevel::kMessage;
@@ -81,6 +81,7 @@ void Report(ovhost::LogLevel level, const trString& text, const trErrorWarningDa
   }
   if (data && !data->parameter.empty()) record.parameter = data->parameter;
   if (level == ovhost::LogLevel::kError) ++errorCount;
+  if (level == ovhost::LogLevel::kError && data && !data->file.empty()) ++fileErrorCount;
   if (level == ovhost::LogLevel::kWarning) ++warningCount;
 
   const std::lock_guard lock(outputMutex);
@@ -137,6 +138,7 @@ void SetLogSink(LogSink newSink, void* context) {
 }
 
 long NumErrors() { return errorCount; }
+long NumFileErrors() { return fileErrorCount; }
 long NumWarnings() { return warningCount; }
 void SetNumThreads(int count) { threadCount = std::clamp(count, 0, kMaxThreads); }
 

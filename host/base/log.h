@@ -26,6 +26,8 @@ OV_API void SetLogSink(LogSink sink, void* context);
 /// Errors and warnings reported since the program started. Thread-safe.
 OV_API long NumErrors();
 OV_API long NumWarnings();
+/// Those of the errors that were about a file which can't be read. Thread-safe.
+OV_API long NumFileErrors();
 /// Number of threads for renders and long jobs: `count`, or all cores for 0. Main thread only.
 OV_API void SetNumThreads(int count);
 

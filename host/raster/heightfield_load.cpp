@@ -3,6 +3,7 @@
 
 #include "core/idioms.h"
 #include "core/messages.h"
+#include "host/node/node_data.h"
 #include "host/raster/fill_missing.h"
 
 namespace {
@@ -12,6 +13,8 @@ constexpr double kMetresOfUnit[] = {0, 1, 0.3048, 1200.0 / 3937, 1000, 0.1, 0.01
 constexpr long kUnits = std::size(kMetresOfUnit);
 
 constexpr long kFillWithValue = 1;
+
+constexpr char kStopped[] = "stopped";
 
 }  // namespace
 
@@ -112,23 +115,42 @@ long trHeightfieldLoad::HfOperate() {
   if (!problem.empty()) {
     Cleanup();
     HfSetLatLongEnabled(0);
-    trErrorWarningData data{"filename", path};
-    if (problem != "stopped") trError(path + ": " + problem, &data);
+    if (problem != kStopped) ReportFile(path, problem);
     return 0;
   }
   HfValidate();
   return 1;
 }
 
-std::string trHeightfieldLoad::ReadFile(const std::string& path) {
+void trHeightfieldLoad::ReportFile(const std::string& path, const std::string& problem) const {
+  trErrorWarningData data{"filename", path};
+  trError(path + ": " + problem, &data);
+}
+
+std::unique_ptr<ovhost::RasterSource> trHeightfieldLoad::Open(const std::string& path,
+                                                              ovhost::RasterPlan& plan,
+                                                              std::string& problem) const {
   const ovhost::RasterRequest request = Request();
-  std::string problem;
-  const auto source = ovhost::OpenRaster(path, request.band, problem);
-  if (!source) return problem;
-  ovhost::RasterPlan plan;
-  problem = ovhost::PlanRaster(source->Info(), request, plan);
-  if (!problem.empty()) return problem;
+  auto source = ovhost::OpenRaster(path, request.band, problem);
+  if (source) problem = ovhost::PlanRaster(source->Info(), request, plan);
+  if (!problem.empty()) return nullptr;
   if (!plan.warning.empty()) trWarning(path + ": " + plan.warning);
+  return source;
+}
+
+void trHeightfieldLoad::CheckFile() const {
+  const std::string path = filename_.FullPath();
+  ovhost::RasterPlan plan;
+  std::string problem;
+  if (!path.empty() && !Open(path, plan, problem)) ReportFile(path, problem);
+}
+
+std::string trHeightfieldLoad::ReadFile(const std::string& path) {
+  ovhost::RasterPlan plan;
+  std::string problem;
+  const auto source = Open(path, plan, problem);
+  if (!source) return problem;
+  const ovhost::RasterRequest request = Request();
 
   if (!Init(0, 0, static_cast<int>(plan.width), static_cast<int>(plan.height)))
     return "reading a part of it, or down-sampling, takes less memory";
@@ -161,3 +183,14 @@ std::string trHeightfieldLoad::ReadFile(const std::string& path) {
   HfFindZRange();
   return {};
 }
+
+namespace ovhost {
+
+void ReportElevationFiles(trBase* root) {
+  for (trBase* node : AllNodes(root)) {
+    const trScopedErrorsWarningsContext context(node);
+    if (const auto* loader = dynamic_cast<const trHeightfieldLoad*>(node)) loader->CheckFile();
+  }
+}
+
+}  // namespace ovhost

@@ -11,10 +11,16 @@ class OV_API trHeightfieldLoad : public trHeightfield {
  public:
   trHeightfieldLoad();
   long HfOperate() override;
+  /// Reports the file that can't be read, as far as its beginning tells, and warns of what would be left out
+  /// of it. Main thread only.
+  void CheckFile() const;
   void OnParamChanged(long index, trBase* who) override;
 
  private:
   ovhost::RasterRequest Request() const;
+  std::unique_ptr<ovhost::RasterSource> Open(const std::string& path, ovhost::RasterPlan& plan,
+                                             std::string& problem) const;
+  void ReportFile(const std::string& path, const std::string& problem) const;
   /// Reads the file into the raster. Empty, or why it can't be read.
   std::string ReadFile(const std::string& path);
   void MakeFlat();
@@ -27,3 +33,10 @@ class OV_API trHeightfieldLoad : public trHeightfield {
   tr2Vector bottomLeft_, topRight_, metresPerPixel_;
   double verticalScale_, verticalOffset_, missingValue_, fillValue_;
 };
+
+namespace ovhost {
+
+/// Reports as errors the elevation files that can't be read, without reading them. Main thread only.
+OV_API void ReportElevationFiles(trBase* root);
+
+}  // namespace ovhost

@@ -65,16 +65,34 @@ expect 1 "$OV" heightfield scene.ovd Nobody --stats
 expect 4 "$OV" heightfield scene.ovd Hills -o no_such_folder/a.tif
 mkdir folder.tif
 expect 4 "$OV" heightfield scene.ovd Hills -o folder.tif
-expect 1 "$OV" heightfield scene.ovd Hills -o b.tif --set Hills.filename=missing.tif
+# A file that is needed and can't be read: neither a raster nor a picture with nothing in its place counts as done.
+cat >shown.ovd <<'END'
+<ombrivex_project>
+  <heightfield_load name="Hills" filename="hills.asc" georeference="0"/>
+  <render name="Render" image_width="16" image_height="9" samples="1"/>
+  <planet name="Planet" surface_shader="On it"/>
+  <heightfield_shader name="On it" heightfield="Hills"/>
+</ombrivex_project>
+END
+expect 0 "$OV" render shown.ovd -o shown.png
+for file in missing.tif no.tif; do
+  printf 'no raster' >no.tif
+  expect 3 "$OV" render shown.ovd -o shown_$file.png --set Hills.filename=$file
+  [ "$(grep -c "error: .*$file" err)" = 1 ] || fail "not one message about $file"
+  [ -s shown_$file.png ] || fail "no picture without $file"
+  expect 3 "$OV" check shown.ovd --set Hills.filename=$file
+  shows "/Hills: filename: "
+  expect 3 "$OV" heightfield shown.ovd "On it" --stats --set Hills.filename=$file
+done
+expect 3 "$OV" heightfield scene.ovd Hills -o b.tif --set Hills.filename=missing.tif
 shows missing.tif
 [ ! -e b.tif ] || fail "a file without heights"
-printf 'no raster' >no.tif
-expect 1 "$OV" heightfield scene.ovd Hills -o b.tif --set Hills.filename=no.tif
+expect 3 "$OV" heightfield scene.ovd Hills -o b.tif --set Hills.filename=no.tif
 shows "no known raster format"
 
 # A file that names others to read isn't followed.
 printf '<VRTDataset rasterXSize="4" rasterYSize="3"><VRTRasterBand dataType="Float32" band="1"><SimpleSource><SourceFilename relativeToVRT="1">hills.asc</SourceFilename></SimpleSource></VRTRasterBand></VRTDataset>' >virtual.tif
-expect 1 "$OV" heightfield scene.ovd Hills --stats --set Hills.filename=virtual.tif
+expect 3 "$OV" heightfield scene.ovd Hills --stats --set Hills.filename=virtual.tif
 
 # A disc that takes no more than some blocks: the old file stays whole.
 cat >wide.ovd <<'END'
