@@ -47,23 +47,19 @@ struct SlopeFilter {
     knightWeight = cone.Row(1)[4];
   }
 
-  /// Calls tap(dx, dy) for the points in the order in which they are summed.
-  template <typename Tap>
-  [[gnu::always_inline]] static void ForEachTap(const Tap& tap) {
-    tap(-1, -2);
-    tap(1, -2);
-    tap(-2, -1);
-    tap(-1, -1);
-    tap(1, -1);
-    tap(2, -1);
-    tap(-2, 1);
-    tap(-1, 1);
-    tap(1, 1);
-    tap(2, 1);
-    tap(-1, 2);
-    tap(1, 2);
-  }
+  /// Where the taps lie, in the order in which they are summed.
+  struct Tap {
+    int dx, dy;
+  };
+  static constexpr Tap kTaps[] = {{-1, -2}, {1, -2}, {-2, -1}, {-1, -1}, {1, -1}, {2, -1},
+                                  {-2, 1},  {-1, 1}, {1, 1},   {2, 1},   {-1, 2}, {1, 2}};
   static constexpr bool IsDiagonal(int dx, int dy) { return dx * dx + dy * dy == 2; }
+  double Scale(int dx, int dy) const { return IsDiagonal(dx, dy) ? diagonalScale : knightScale; }
+  double Weight(int dx, int dy) const { return IsDiagonal(dx, dy) ? diagonalWeight : knightWeight; }
+  /// What a tap counts; its shares along the axes are dx and dy times that.
+  double Weighted(float difference, int dx, int dy) const {
+    return static_cast<double>(difference) * Scale(dx, dy) * Weight(dx, dy);
+  }
 
  private:
   static double InverseSquare(double distanceSquared) {

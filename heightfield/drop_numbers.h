@@ -15,7 +15,9 @@ inline double UnitDraw(unsigned int number) {
 /// The sequence of a generator. Per-thread state.
 class DropNumbers {
  public:
-  explicit DropNumbers(trMersenneTwister& generator) : generator_(generator) {}
+  /// Without `centres` there is no Four.
+  explicit DropNumbers(trMersenneTwister& generator, bool centres = true)
+      : generator_(generator), centres_(centres) {}
 
   /// The next unit draw.
   double Unit() {
@@ -48,10 +50,11 @@ class DropNumbers {
     generator_.Draw(raw_ + left, kBatch);
     next_ = 0;
     end_ = left + kBatch;
-    for (int i = 0; i < end_; ++i) centred_[i] = UnitDraw(raw_[i]) - 0.5;
+    for (int i = 0; centres_ && i < end_; ++i) centred_[i] = UnitDraw(raw_[i]) - 0.5;
   }
 
   trMersenneTwister& generator_;
+  const bool centres_;
   int next_ = 0, end_ = 0;
   unsigned int raw_[2 * kBatch];
   double centred_[2 * kBatch];

@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "core/messages.h"
+#include "heightfield/drop_lanes.h"
 #include "heightfield/drop_walk.h"
 
 namespace {
@@ -33,13 +34,16 @@ void LowerPriority() {
 /// The workers of a run. The destructor stops and joins them.
 class Crew {
  public:
-  Crew(const DropField& field, std::vector<trMersenneTwister>& generators, int workers,
+  using Walk = bool(const DropField&, trMersenneTwister&, std::int64_t drops, DropWatch&);
+
+  Crew(const DropField& field, Walk* walk, int workers, std::vector<trMersenneTwister>& generators,
        std::int64_t dropsEach, bool startStopped)
-      : stop_(startStopped), running_(workers) {
+      : walk_(walk), stop_(startStopped), running_(workers) {
     for (int i = 0; i < workers; ++i) watches_.push_back(std::make_unique<DropWatch>(stop_));
     for (int i = 0; i < workers; ++i)
-      threads_.emplace_back([this, &field, &generator = generators[i], &watch = *watches_[i], dropsEach,
-                             isAlone = workers == 1] { Work(field, generator, dropsEach, isAlone, watch); });
+      threads_.emplace_back([this, &field, &generator = generators[i], &watch = *watches_[i], dropsEach] {
+        Work(field, generator, dropsEach, watch);
+      });
   }
   ~Crew() {
     Stop();
@@ -73,12 +77,10 @@ class Crew {
   }
 
  private:
-  void Work(const DropField& field, trMersenneTwister& generator, std::int64_t drops, bool isAlone,
-            DropWatch& watch) {
+  void Work(const DropField& field, trMersenneTwister& generator, std::int64_t drops, DropWatch& watch) {
     try {
       LowerPriority();
-      const auto walk = isAlone ? WalkDrops : WalkDropsAmongOthers;
-      if (drops < 1 || walk(field, generator, drops, watch)) watch.percent.exchange(100);
+      if (drops < 1 || walk_(field, generator, drops, watch)) watch.percent.exchange(100);
     } catch (...) {
       Stop();
       const std::lock_guard lock(mutex_);
@@ -89,6 +91,7 @@ class Crew {
     changed_.notify_one();
   }
 
+  Walk* const walk_;
   std::atomic<unsigned char> stop_;
   std::vector<std::unique_ptr<DropWatch>> watches_;
   std::mutex mutex_;
@@ -100,9 +103,14 @@ class Crew {
 
 }  // namespace
 
-bool RunDrops(const DropField& field, std::vector<trMersenneTwister>& generators, int workers,
-              std::int64_t drops, const DropReport& report) {
-  Crew crew(field, generators, workers, drops / workers, !report(0));
+bool RunDrops(const DropField& field, DropOrder order, int threads,
+              std::vector<trMersenneTwister>& generators, std::int64_t drops, const DropReport& report) {
+  const bool inOrder = order == DropOrder::kRepeatable;
+  const int workers = inOrder ? 1 : threads;
+  const auto walk = inOrder                    ? WalkDrops
+                    : CanWalkSideBySide(field) ? WalkDropsSideBySide
+                                               : WalkDropsAmongOthers;
+  Crew crew(field, walk, workers, generators, drops / workers, !report(0));
   while (!crew.WaitForEnd())
     if (!report(static_cast<float>(crew.Percent()) * 0.01f)) crew.Stop();
   crew.Finish();

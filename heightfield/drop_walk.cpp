@@ -1,24 +1,11 @@
 // The walk of bilinear drops in scalar arithmetic.
 #include "heightfield/drop_walk.h"
 
+#include "heightfield/drop_access.h"
 #include "heightfield/drop_math.h"
 #include "heightfield/drop_numbers.h"
 
 namespace {
-
-/// Accesses to a raster of one thread, and to one of many.
-struct Alone {
-  static float Load(const float* p) { return *p; }
-  static void Store(float* p, float v) { *p = v; }
-};
-struct AmongOthers {
-  static float Load(const float* p) {
-    float v;
-    __atomic_load(p, &v, __ATOMIC_RELAXED);
-    return v;
-  }
-  static void Store(float* p, float v) { __atomic_store(p, &v, __ATOMIC_RELAXED); }
-};
 
 /// Four points with their bilinear weights: (x, y), (x + 1, y), (x, y + 1), (x + 1, y + 1), fewer where the
 /// border makes some the same.
@@ -94,14 +81,12 @@ class Walker {
   template <typename At>
   [[gnu::always_inline]] void SumTaps(float centre, const At& at) {
     double slopeX = 0, slopeY = 0;
-    SlopeFilter::ForEachTap([&](int dx, int dy) {
-      const bool diagonal = SlopeFilter::IsDiagonal(dx, dy);
-      const double t = static_cast<double>(at(dx, dy) - centre) *
-                       (diagonal ? filter_.diagonalScale : filter_.knightScale) *
-                       (diagonal ? filter_.diagonalWeight : filter_.knightWeight);
+#pragma GCC unroll 12
+    for (const auto [dx, dy] : SlopeFilter::kTaps) {
+      const double t = filter_.Weighted(at(dx, dy) - centre, dx, dy);
       slopeX += dx * t;
       slopeY += dy * t;
-    });
+    }
     slopeX_ = slopeX;
     slopeY_ = slopeY;
   }
@@ -220,23 +205,6 @@ bool WalkAll(const DropField& field, trMersenneTwister& generator, std::int64_t 
   return true;
 }
 
-template <typename Access>
-bool WalkBySettings(const DropField& field, trMersenneTwister& generator, std::int64_t drops,
-                    DropWatch& watch) {
-  const auto walk = [&]<BorderFlow kBorder>() {
-    return field.settings.nearestCentre ? WalkAll<kBorder, true, Access>(field, generator, drops, watch)
-                                        : WalkAll<kBorder, false, Access>(field, generator, drops, watch);
-  };
-  switch (field.settings.border) {
-    case BorderFlow::kStop:
-      return walk.template operator()<BorderFlow::kStop>();
-    case BorderFlow::kOffMap:
-      return walk.template operator()<BorderFlow::kOffMap>();
-    default:
-      return walk.template operator()<BorderFlow::kAround>();
-  }
-}
-
 }  // namespace
 
 double SlipLimit(bool slips, double degrees) {
@@ -252,10 +220,14 @@ std::int64_t DropCount(int width, int height, double perPoint) {
 }
 
 bool WalkDrops(const DropField& field, trMersenneTwister& generator, std::int64_t drops, DropWatch& watch) {
-  return WalkBySettings<Alone>(field, generator, drops, watch);
+  return ForDropKind(field.settings, [&]<BorderFlow kBorder, bool kNearest>() {
+    return WalkAll<kBorder, kNearest, Alone>(field, generator, drops, watch);
+  });
 }
 
 bool WalkDropsAmongOthers(const DropField& field, trMersenneTwister& generator, std::int64_t drops,
                           DropWatch& watch) {
-  return WalkBySettings<AmongOthers>(field, generator, drops, watch);
+  return ForDropKind(field.settings, [&]<BorderFlow kBorder, bool kNearest>() {
+    return WalkAll<kBorder, kNearest, AmongOthers>(field, generator, drops, watch);
+  });
 }

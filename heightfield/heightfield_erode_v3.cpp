@@ -49,7 +49,8 @@ long HeightfieldErodeV3::Compute() {
   const std::int64_t drops = DropCount(width, height, params_.duration);
 
   unsigned long token = 0;
-  if (!RunDrops(field, generators, multiThread_ ? cores : 1, drops, ReportErosion(*this, token))) return 0;
+  const auto order = multiThread_ ? DropOrder::kAny : DropOrder::kRepeatable;
+  if (!RunDrops(field, order, cores, generators, drops, ReportErosion(*this, token))) return 0;
   TakeDifference(*this, *input, params_.resultMode);
   HfFindZRange();
   return 1;

@@ -24,16 +24,14 @@ class WholeCellDrop {
   void TakeSlope() {
     const float centre = *Ground();
     slopeX_ = slopeY_ = 0;
-    SlopeFilter::ForEachTap([&](int dx, int dy) {
-      const bool diagonal = SlopeFilter::IsDiagonal(dx, dy);
+#pragma GCC unroll 12
+    for (const auto [dx, dy] : SlopeFilter::kTaps) {
       const float height =
           *At(std::clamp(cellX_ + dx, 0, field_.width - 1), std::clamp(cellY_ + dy, 0, field_.height - 1));
-      const double t = static_cast<double>(height - centre) *
-                       (diagonal ? filter_.diagonalScale : filter_.knightScale) *
-                       (diagonal ? filter_.diagonalWeight : filter_.knightWeight);
+      const double t = filter_.Weighted(height - centre, dx, dy);
       slopeX_ += dx * t;
       slopeY_ += dy * t;
-    });
+    }
   }
 
   /// The direction of a step from four numbers, as a unit vector; `age` multiplies the diffusion.

@@ -6,8 +6,10 @@
 #include <functional>
 #include <limits>
 #include <map>
+#include <thread>
 
 #include "core/heightfield.h"
+#include "heightfield/drop_lanes.h"
 #include "heightfield/drop_run.h"
 #include "heightfield/drop_walk.h"
 #include "heightfield/heightfield_erode_v2.h"
@@ -94,6 +96,15 @@ struct NeverStops {
   DropWatch watch{stop};
 };
 
+const DropReport kGoOn = [](float) { return true; };
+constexpr DropOrder kOrders[] = {DropOrder::kRepeatable, DropOrder::kAny};
+
+std::vector<trMersenneTwister> Generators(int count) {
+  std::vector<trMersenneTwister> generators;
+  for (int i = 0; i < count; ++i) generators.emplace_back(i);
+  return generators;
+}
+
 }  // namespace
 
 TEST(Drops, AgreeWithTheirStepsToldOneByOne) {
@@ -141,13 +152,51 @@ TEST(Drops, NeitherRaiseNorDigBeyondWhatWasThere) {
   Raster raster = Hills(80, 80);
   const auto [low, high] = std::minmax_element(raster.z.begin(), raster.z.end());
   const float lowest = *low, highest = *high;
-  std::vector<trMersenneTwister> generators;
-  for (int i = 0; i < 3; ++i) generators.emplace_back(i);
-  for (int workers : {1, 3}) {
-    EXPECT_TRUE(RunDrops(FieldOf(raster, settings), generators, workers, 20000, [](float) { return true; }));
+  auto generators = Generators(3);
+  for (DropOrder order : kOrders) {
+    EXPECT_TRUE(RunDrops(FieldOf(raster, settings), order, 3, generators, 20000, kGoOn));
     for (float z : raster.z) {
       ASSERT_GE(z, lowest - 1e-3f);
       ASSERT_LE(z, highest + 1e-3f);
+    }
+  }
+}
+
+// Workers that meet lose an update now and then, and change nothing else of what drops do on the whole: as
+// much is taken away and laid down as by the drops one after another.
+TEST(Drops, AmongOthersMoveAsMuchGround) {
+  const auto moved = [](const std::vector<float>& before, const std::vector<float>& after) {
+    double down = 0, up = 0;
+    for (size_t i = 0; i < before.size(); ++i) (after[i] < before[i] ? down : up) += after[i] - before[i];
+    return std::pair(down, up);
+  };
+  for (const auto& [name, settings] : AllSettings()) {
+    const Raster before = Hills(100, 90);
+    Raster inTurn = before;
+    reference::ErodeV3(inTurn, settings);
+    const auto [down, up] = moved(before.z, inTurn.z);
+    for (const auto walk : {WalkDropsAmongOthers, WalkDropsSideBySide}) {
+      Raster walked = before;
+      const DropField field = FieldOf(walked, settings);
+      if (walk == WalkDropsSideBySide && !CanWalkSideBySide(field)) continue;
+      auto generators = Generators(2);
+      NeverStops never;
+      const auto work = [&](int i) {
+        EXPECT_TRUE(walk(field, generators[i], reference::Drops(walked, settings) / 2, never.watch));
+      };
+      std::thread other(work, 1);
+      work(0);
+      other.join();
+      const auto [downNow, upNow] = moved(before.z, walked.z);
+      EXPECT_NEAR(downNow / down, 1, 0.2) << name;
+      EXPECT_NEAR(upNow / up, 1, 0.2) << name;
+    }
+    for (const auto& [w, h] : kSizes) {
+      Raster small = Hills(w, h);
+      auto generators = Generators(3);
+      EXPECT_TRUE(RunDrops(FieldOf(small, settings), DropOrder::kAny, 3, generators, 100, kGoOn));
+      EXPECT_TRUE(std::all_of(small.z.begin(), small.z.end(), [](float z) { return std::fabs(z) < 100; }))
+          << name;
     }
   }
 }
@@ -166,13 +215,12 @@ TEST(Drops, SurviveHostileNumbers) {
           s.erosionPower = s.deposition = s.depositionRate = other;
           Raster raster = Hills(17, 13);
           for (size_t i = 0; i < raster.z.size(); i += 7) raster.z[i] = bad;
-          std::vector<trMersenneTwister> generators;
-          for (int i = 0; i < 2; ++i) generators.emplace_back(i);
-          for (int workers : {1, 2})
-            EXPECT_TRUE(RunDrops(FieldOf(raster, s), generators, workers, 100, [](float) { return true; }));
+          auto generators = Generators(2);
+          for (DropOrder order : kOrders)
+            EXPECT_TRUE(RunDrops(FieldOf(raster, s), order, 2, generators, 100, kGoOn));
           trMersenneTwister generator(0);
-          WalkWholeCellDrops(FieldOf(raster, s), other, generator, 100, [](float) { return true; });
-          WalkExperimentalDrops(FieldOf(raster, s), other, generator, 100, [](float) { return true; });
+          WalkWholeCellDrops(FieldOf(raster, s), other, generator, 100, kGoOn);
+          WalkExperimentalDrops(FieldOf(raster, s), other, generator, 100, kGoOn);
         }
 }
 
@@ -189,16 +237,15 @@ TEST(Drops, RunsReportAndStop) {
   Settings settings;
   settings.flowDistance = 1e300;  // no drop ends by itself
   Raster raster = Hills(64, 64);
-  std::vector<trMersenneTwister> generators;
-  for (int i = 0; i < 2; ++i) generators.emplace_back(i);
-  for (int workers : {1, 2}) {
+  auto generators = Generators(2);
+  for (DropOrder order : kOrders) {
     int polls = 0;
-    EXPECT_FALSE(RunDrops(FieldOf(raster, settings), generators, workers, 1000000,
+    EXPECT_FALSE(RunDrops(FieldOf(raster, settings), order, 2, generators, 1000000,
                           [&](float) { return ++polls < 3; }));
     EXPECT_GE(polls, 3);
     const std::vector<float> before = raster.z;
     EXPECT_FALSE(
-        RunDrops(FieldOf(raster, settings), generators, workers, 1000000, [](float) { return false; }));
+        RunDrops(FieldOf(raster, settings), order, 2, generators, 1000000, [](float) { return false; }));
     EXPECT_EQ(Differences(before, raster.z), 0u) << "stopped before the first step";
   }
 
@@ -206,16 +253,17 @@ TEST(Drops, RunsReportAndStop) {
   settings.flowDistance = 0;
   for (std::int64_t drops : {1000, 1, 0, -5}) {
     std::vector<float> fractions;
-    EXPECT_TRUE(RunDrops(FieldOf(raster, settings), generators, 2, drops, [&](float fraction) {
-      fractions.push_back(fraction);
-      return true;
-    }));
+    EXPECT_TRUE(
+        RunDrops(FieldOf(raster, settings), DropOrder::kAny, 2, generators, drops, [&](float fraction) {
+          fractions.push_back(fraction);
+          return true;
+        }));
     EXPECT_EQ(fractions.front(), 0.0f);
     EXPECT_EQ(fractions.back(), 1.0f);
   }
   settings.flowDistance = 100;
   const std::vector<float> before = raster.z;
-  EXPECT_TRUE(RunDrops(FieldOf(raster, settings), generators, 2, 1, [](float) { return true; }));
+  EXPECT_TRUE(RunDrops(FieldOf(raster, settings), DropOrder::kAny, 2, generators, 1, kGoOn));
   EXPECT_EQ(Differences(before, raster.z), 0u) << "a remainder of drops isn't walked";
 }
 
