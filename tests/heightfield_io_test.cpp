@@ -303,6 +303,78 @@ TEST(RasterPlan, Placing) {
   }
 }
 
+TEST(RasterPlan, PlacingOnAMap) {
+  RasterInfo info;
+  info.width = 41;
+  info.height = 21;
+  info.hasTransform = true;
+  const double metres[6] = {-500, 1000, 0, 20500, 0, -1000};  // points at 0 to 40 km, 0 to 20 km
+  std::copy(metres, metres + 6, info.transform);
+  info.reference = RasterInfo::Reference::kMetric;
+  info.metresPerDegree = 100000;
+  double east = 0, bend = 0;
+  info.toLonLat = [&](double* x, double* y, int count) {
+    for (int i = 0; i < count; ++i) {
+      const double right = x[i] / 1e5;
+      x[i] = std::remainder(east + right, 360);
+      y[i] = y[i] / 1e5 + bend * right * (0.4 - right);
+    }
+    return std::string();
+  };
+  RasterPlan plan;
+  // Across the antimeridian too; the middle is what says where a box is.
+  for (const double start : {0.0, 179.7, 179.9, -180.1}) {
+    east = start;
+    ASSERT_EQ(PlanRaster(info, {}, plan), "");
+    ASSERT_TRUE(plan.hasCorners);
+    EXPECT_EQ(plan.warning, "");
+    EXPECT_NEAR(std::remainder(plan.corners.west - start, 360), 0, 1e-9);
+    EXPECT_NEAR(plan.corners.east - plan.corners.west, 0.4, 1e-9);
+    EXPECT_LE(std::fabs(plan.corners.west + plan.corners.east), 360);
+    EXPECT_NEAR(plan.corners.south, 0, 1e-9);
+    EXPECT_NEAR(plan.corners.north, 0.2, 1e-9);
+    EXPECT_EQ(plan.xScale, 1000);
+  }
+  // Of a part, its own corners, whatever the order of rows.
+  RasterRequest part;
+  part.useWindow = true;
+  part.windowX0 = 10, part.windowX1 = 30, part.windowY0 = 5, part.windowY1 = 10;
+  east = 0;
+  for (const bool isSouthFirst : {false, true}) {
+    if (isSouthFirst) info.transform[3] = -500, info.transform[5] = 1000;
+    ASSERT_EQ(PlanRaster(info, part, plan), "");
+    EXPECT_NEAR(plan.corners.west, 0.1, 1e-9);
+    EXPECT_NEAR(plan.corners.east, 0.3, 1e-9);
+    EXPECT_NEAR(plan.corners.south, 0.05, 1e-9);
+    EXPECT_NEAR(plan.corners.north, 0.1, 1e-9);
+  }
+  // Parallels that are parabolas on the map: the mean along the edge is 2/3 of their height.
+  bend = 1;
+  ASSERT_EQ(PlanRaster(info, {}, plan), "");
+  EXPECT_NEAR(plan.corners.south, 0.04 * 2 / 3, 1e-9);
+  EXPECT_NE(plan.warning.find("2.67e+03 metres"), std::string::npos) << plan.warning;
+
+  // Around a pole, and where nothing can be computed: no corners, one message.
+  for (const bool isPole : {false, true}) {
+    info.toLonLat = [isPole](double* x, double* y, int count) {
+      for (int i = 0; isPole && i < count; ++i) {
+        const double dx = x[i] - 20000, dy = y[i] - 10000;
+        x[i] = std::atan2(dx, -dy) * 180 / M_PI;
+        y[i] = 90 - std::hypot(dx, dy) / 1e5;
+      }
+      return std::string(isPole ? "" : "no grid");
+    };
+    ASSERT_EQ(PlanRaster(info, {}, plan), "");
+    EXPECT_FALSE(plan.hasCorners);
+    EXPECT_NE(plan.warning, "");
+    EXPECT_EQ(plan.xScale, 1000);
+  }
+  RasterRequest scaleOnly;
+  scaleOnly.georeference = RasterRequest::Georeference::kScale;
+  ASSERT_EQ(PlanRaster(info, scaleOnly, plan), "");
+  EXPECT_EQ(plan.warning, "");
+}
+
 /// A file in memory.
 class Memory : public ByteSource {
  public:

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <limits>
 
-#include "host/raster/raster_read.h"
+#include "host/raster/projected_corners.h"
 
 namespace ovhost {
 namespace {
@@ -77,6 +77,9 @@ bool PlaceByReference(const RasterInfo& info, const RasterRequest& request, Rast
                           : "its coordinate reference system " + info.referenceName + " isn't known") +
                      ": its cells of " + Short(across) + " x " + Short(up) +
                      " are taken as metres (degrees if georeference is set to 3)";
+    if (info.toLonLat && !isTurned && request.georeference == Georeference::kAsFile && IsScale(plan.xScale) &&
+        IsScale(plan.yScale))
+      SetProjectedCorners(info, plan);
     return true;
   }
   const Ends lon = AxisEnds(t[0], t[1], plan.fileX, plan.width, plan.shrink);

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -36,8 +37,11 @@ struct RasterInfo {
     kGeographic  ///< degrees of longitude and latitude
   } reference = Reference::kNone;
   double metresPerUnit = 1;        ///< kMetric
-  double metresPerDegree = 111e3;  ///< kGeographic: along a meridian
+  double metresPerDegree = 111e3;  ///< along a meridian
   std::string referenceName;
+  /// Of a map projection: turns `count` positions of the reference into degrees of longitude and latitude, of
+  /// its own datum. Empty, or why that can't be done. Null for other references.
+  std::function<std::string(double* x, double* y, int count)> toLonLat;
 };
 
 /// A rectangle of a file's pixels.

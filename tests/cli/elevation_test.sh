@@ -141,3 +141,28 @@ if [ -e $geoid ]; then
   prints '"south": -90.0'
   prints '"east": 179.75'
 fi
+
+# Part of it on the map of a zone: corners as the tools of the raster library compute them, each side the mean of its edge.
+if [ -e $geoid ] && command -v gdalwarp >/dev/null 2>&1; then
+  expect 0 gdalwarp -q -t_srs EPSG:32632 -te 300000 5000000 500000 5200000 -tr 5000 5000 $geoid zone.tif
+  expect 0 "$OV" heightfield scene.ovd Hills --stats --set Hills.filename=zone.tif
+  [ ! -s err ] || fail "a message about a map that fits"
+  printf '%s\n' '302500 5002500' '400000 5002500' '497500 5002500' '302500 5197500' '400000 5197500' '497500 5197500' \
+    '302500 5100000' '497500 5100000' | gdaltransform -s_srs EPSG:32632 -t_srs EPSG:4326 | awk '
+    { x[NR] = $1; y[NR] = $2 }
+    END { printf "latitude %.6f to %.6f, longitude %.6f to %.6f\n", (y[1] + 4 * y[2] + y[3]) / 6, (y[4] + 4 * y[5] + y[6]) / 6,
+                 (x[1] + 4 * x[7] + x[4]) / 6, (x[3] + 4 * x[8] + x[6]) / 6 }' >wanted
+  grep corners out | awk '{ printf "latitude %.6f to %.6f, longitude %.6f to %.6f\n", $3, $5, $7, $9 }' >found
+  cmp -s wanted found || fail "corners $(cat found) instead of $(cat wanted)"
+  # Grads from Paris; a projection that nobody knows.
+  expect 0 gdal_translate -q -a_srs EPSG:4807 -a_ullr 0 50 10 40 zone.tif grads.tif
+  expect 0 "$OV" heightfield scene.ovd Hills --stats --set Hills.filename=grads.tif
+  prints "latitude 36.1125 to 44.8875, longitude 2.449729"
+  expect 0 gdal_translate -q -a_srs 'PROJCS["Nowhere",GEOGCS["x",DATUM["d",SPHEROID["s",6378137,298]],PRIMEM["g",0],
+    UNIT["degree",0.0174532925199433]],PROJECTION["No_Such"],UNIT["metre",1]]' zone.tif nowhere.tif
+  expect 0 "$OV" heightfield scene.ovd Hills --stats --set Hills.filename=nowhere.tif
+  [ "$(grep -c "warning: .*Nowhere gives no latitude and longitude" err)" = 1 ] || fail "not one message about the reference"
+  [ "$(wc -l <err)" = 1 ] || fail "more than one message"
+  ! grep -q corners out || fail "corners from nowhere"
+  prints "5000 x 5000 m"
+fi

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <memory>
 #include <vector>
 
 #include "core/api.h"
@@ -68,6 +69,40 @@ CPLStringList FilesBeside(const std::filesystem::path& path) {
   return names;
 }
 
+/// The way from a map projection to degrees, set up when it is used: few who open a file do.
+class ToLonLat {
+ public:
+  explicit ToLonLat(const OGRSpatialReference& projected)
+      : projected_(projected.Clone(), [](OGRSpatialReference* reference) { reference->Release(); }) {}
+
+  std::string operator()(double* x, double* y, int count) const {
+    const GdalScope scope;
+    try {
+      const std::unique_ptr<OGRSpatialReference> degrees(projected_->CloneGeogCS());
+      if (!degrees) return scope.Problem("it has no globe");
+      projected_->SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
+      degrees->SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
+      const std::unique_ptr<OGRCoordinateTransformation> way(
+          OGRCreateCoordinateTransformation(projected_.get(), degrees.get()));
+      if (!way || !way->Transform(count, x, y)) return scope.Problem("it can't be computed");
+      const double unit = degrees->GetAngularUnits() / kDegreesToRadians;
+      for (int i = 0; i < count; ++i) {
+        x[i] = x[i] * unit + degrees->GetPrimeMeridian();  // which is in degrees, whatever the unit
+        y[i] *= unit;
+        if (!std::isfinite(x[i]) || !std::isfinite(y[i])) return "it leads off the globe";
+      }
+      return {};
+    } catch (const GdalGaveUp& gaveUp) {
+      return gaveUp.text;
+    } catch (const std::exception& error) {
+      return error.what();
+    }
+  }
+
+ private:
+  std::shared_ptr<OGRSpatialReference> projected_;
+};
+
 /// What the coordinate reference system says of the transform's units; angles come out as degrees.
 void ReadReference(const OGRSpatialReference* reference, RasterInfo& info) {
   using Reference = RasterInfo::Reference;
@@ -75,20 +110,20 @@ void ReadReference(const OGRSpatialReference* reference, RasterInfo& info) {
   const char* name = reference->GetName();
   info.referenceName = name ? name : "";
   info.reference = Reference::kUnknown;
+  OGRErr failed = OGRERR_NONE;
+  const double radius = reference->GetSemiMajor(&failed);
+  info.metresPerDegree = (failed == OGRERR_NONE ? radius : 6378137.0) * kDegreesToRadians;
   if (reference->IsGeographic()) {
     const double degrees = reference->GetAngularUnits() / kDegreesToRadians;
-    const double meridian = reference->GetPrimeMeridian() * degrees;
-    OGRErr failed = OGRERR_NONE;
-    const double radius = reference->GetSemiMajor(&failed);
     for (double& t : info.transform) t *= degrees;
-    info.transform[0] += meridian;
-    info.metresPerDegree = (failed == OGRERR_NONE ? radius : 6378137.0) * kDegreesToRadians;
+    info.transform[0] += reference->GetPrimeMeridian();
     info.reference = Reference::kGeographic;
   } else if (reference->IsProjected() || reference->IsLocal()) {
     const double metres = reference->GetLinearUnits();
     if (!std::isfinite(metres) || metres <= 0) return;
     info.metresPerUnit = metres;
     info.reference = Reference::kMetric;
+    if (reference->IsProjected()) info.toLonLat = ToLonLat(*reference);
   }
 }
 
