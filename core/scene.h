@@ -47,8 +47,13 @@ class OV_API trMaterial {
         surfaceShader(surface),
         extraShader(extra),
         displacementTolerance(displacementTolerance) {}
-  /// Displaces the state's sample by the geometry shader, then by the surface shader.
-  long GeometryDisplace(trRenderState& state) const;
+  /// Displaces the state's sample by the geometry shader, then by the surface shader. 0 is a failure.
+  long GeometryDisplace(trRenderState& state) const {
+    return GeometryPlace(state) ? SurfaceDisplace(state) : 0;
+  }
+  /// The two steps of it.
+  long GeometryPlace(trRenderState& state) const;
+  long SurfaceDisplace(trRenderState& state) const;
 
   std::int32_t id = 0;
   trString name;

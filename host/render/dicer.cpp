@@ -5,15 +5,12 @@
 // fall on their even neighbours, which the coarser one shares to the bit, so the surface has no cracks.
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <limits>
 #include <new>
-#include <unordered_map>
 #include <unordered_set>
 
 #include "host/base/parallel.h"
-#include "host/render/grid_mesh.h"
-#include "host/render/sampler.h"
+#include "host/render/patch_edges.h"
 
 namespace ovhost {
 namespace {
@@ -36,15 +33,6 @@ constexpr double kFootprint = 0.5;
 /// and never finer than the second figure, radians a pixel, however long the lens.
 constexpr double kCoarserOutOfView = 12;
 constexpr double kFinestOutOfView = 0.003;
-
-/// A base point as a key: its bits, mixed. 64 bits over some ten million points: a clash has a chance near
-/// 1e-6 and would only split a patch too many.
-std::uint64_t KeyOf(const trVector& p) {
-  std::uint64_t h = 0x243f6a8885a308d3ull;
-  for (const double c : {p.x + 0.0, p.y + 0.0, p.z + 0.0})
-    h = MixBits64(h ^ std::bit_cast<std::uint64_t>(c)) * 31;
-  return h;
-}
 
 /// An edge's key doesn't depend on its direction. Ends are mixed apart first: mirrored points must not
 /// cancel.
@@ -77,23 +65,20 @@ struct Displacer {
     si_.Random() = {KeyOf(base) ^ settings_.seed};
     // The footprint depends on the undisplaced point alone, so every patch that shares a vertex gives it the
     // same one.
-    si_.SmoothSize() = kFootprint * (settings_.copiedEdge > 0
-                                         ? settings_.copiedEdge
-                                         : FootprintAt(settings_.view, settings_.edgePixels,
-                                                       (SurfacePoint(world) - settings_.view.eye).Length()));
-    mesh_.material->GeometryDisplace(state_);
+    si_.SmoothSize() = FootprintOf(world);
+    if (mesh_.material->GeometryPlace(state_)) {
+      si_.SmoothSize() = FootprintOf(si_.P());
+      mesh_.material->SurfaceDisplace(state_);
+    }
     if (!std::isfinite(si_.P().LengthSquared())) si_.P() = world;
     return si_;
   }
 
  private:
-  /// The base point moved by the geometry shader alone.
-  trVector SurfacePoint(const trVector& world) {
-    if (!mesh_.material->geometryShader) return world;
-    mesh_.material->geometryShader->DisplaceTS(si_);
-    const trVector surface = si_.P();
-    si_.SetSample(world, si_.Ng());
-    return surface;
+  double FootprintOf(const trVector& point) const {
+    if (settings_.copiedEdge > 0) return kFootprint * settings_.copiedEdge;
+    return kFootprint *
+           FootprintAt(settings_.view, settings_.edgePixels, (point - settings_.view.eye).Length());
   }
 
   const GridMesh& mesh_;
@@ -321,24 +306,6 @@ class Refiner {
   std::array<trVector, 4> frustum_;
 };
 
-/// The side of a patch that vertex index k of it runs along: 0 bottom, 1 right, 2 top, 3 left.
-int BorderVertex(int side, int k) {
-  switch (side) {
-    case 0:
-      return k;
-    case 1:
-      return k * kPatchStride + kPatchSide;
-    case 2:
-      return kPatchSide * kPatchStride + k;
-    default:
-      return k * kPatchStride;
-  }
-}
-
-struct PatchEdges {
-  bool coarserNeighbour[4] = {false, false, false, false};
-};
-
 /// Which sides of each patch meet a coarser one: the parent's edge there is some leaf's edge.
 std::vector<PatchEdges> FindCoarserNeighbours(const GridMesh& mesh) {
   const auto key = [&](const Patch& p, double u, double v) { return KeyOf(mesh.BasePoint(p.quad, u, v)); };
@@ -368,14 +335,6 @@ std::vector<PatchEdges> FindCoarserNeighbours(const GridMesh& mesh) {
   return result;
 }
 
-/// Calls `use(vertex, onto)` for every border vertex that falls on its neighbour.
-template <typename Use>
-void ForSnappedVertices(const PatchEdges& edges, Use use) {
-  for (int side = 0; side < 4; ++side)
-    if (edges.coarserNeighbour[side])
-      for (int k = 1; k < kPatchSide; k += 2) use(BorderVertex(side, k), BorderVertex(side, k - 1));
-}
-
 void DisplacePatches(GridMesh& mesh, const DiceSettings& settings, trRenderServices& services,
                      const std::vector<PatchEdges>& edges) {
   mesh.vertices.resize(mesh.patches.size() * kPatchVertices);
@@ -399,58 +358,6 @@ void DisplacePatches(GridMesh& mesh, const DiceSettings& settings, trRenderServi
         }
       ForSnappedVertices(edges[i], [&](int vertex, int onto) { vertices[vertex] = vertices[onto]; });
     }
-  });
-}
-
-/// Normals: the area-weighted mean of the faces round a vertex, border vertices gathering from every patch
-/// they stand in.
-void SmoothNormals(GridMesh& mesh, const std::vector<PatchEdges>& edges) {
-  const auto borderKey = [&](const Patch& p, int vertex) {
-    return KeyOf(mesh.BasePoint(p.quad, p.u0 + p.size * (vertex % kPatchStride) / kPatchSide,
-                                p.v0 + p.size * (vertex / kPatchStride) / kPatchSide));
-  };
-  const auto isBorder = [](int vertex) {
-    const int row = vertex / kPatchStride, column = vertex % kPatchStride;
-    return row == 0 || row == kPatchSide || column == 0 || column == kPatchSide;
-  };
-  std::vector<int> border;
-  for (int v = 0; v < kPatchVertices; ++v)
-    if (isBorder(v)) border.push_back(v);
-
-  std::vector<trFVector> borderSums(mesh.patches.size() * border.size());
-  std::vector<std::uint64_t> borderKeys(borderSums.size());
-  ParallelFor(mesh.patches.size(), [&](size_t i) {
-    GridVertex* vertices = &mesh.vertices[i * kPatchVertices];
-    std::array<trVector, kPatchVertices> sums{};
-    for (int row = 0; row < kPatchSide; ++row)
-      for (int column = 0; column < kPatchSide; ++column) {
-        const int a = row * kPatchStride + column, b = a + 1, c = b + kPatchStride, d = a + kPatchStride;
-        const trVector diagonal1 = trVector(vertices[c].point) - trVector(vertices[a].point);
-        const trVector diagonal2 = trVector(vertices[d].point) - trVector(vertices[b].point);
-        const trVector normal = Cross(diagonal1, diagonal2);
-        for (const int v : {a, b, c, d}) sums[v] += normal;
-      }
-    ForSnappedVertices(edges[i], [&](int vertex, int onto) {
-      sums[onto] += sums[vertex];
-      sums[vertex] = trVector();
-    });
-    for (int v = 0; v < kPatchVertices; ++v) vertices[v].normal = PackedNormal(Normalised(sums[v]));
-    for (size_t k = 0; k < border.size(); ++k) {
-      borderSums[i * border.size() + k] = trFVector(sums[border[k]]);
-      borderKeys[i * border.size() + k] = borderKey(mesh.patches[i], border[k]);
-    }
-  });
-
-  std::unordered_map<std::uint64_t, trVector> shared;
-  shared.reserve(borderKeys.size() / 2);
-  for (size_t i = 0; i < borderKeys.size(); ++i) shared[borderKeys[i]] += trVector(borderSums[i]);
-  ParallelFor(mesh.patches.size(), [&](size_t i) {
-    GridVertex* vertices = &mesh.vertices[i * kPatchVertices];
-    for (size_t k = 0; k < border.size(); ++k)
-      vertices[border[k]].normal =
-          PackedNormal(Normalised(shared.find(borderKeys[i * border.size() + k])->second));
-    ForSnappedVertices(edges[i],
-                       [&](int vertex, int onto) { vertices[vertex].normal = vertices[onto].normal; });
   });
 }
 
