@@ -24,6 +24,9 @@ using Json = nlohmann::ordered_json;
 using ovhost::HeightfieldRun;
 using ovhost::HeightGrid;
 
+/// What writing a file takes of the time, in those of a quick operator.
+constexpr double kWriting = 2;
+
 struct Options {
   ProjectOptions project;
   std::string node, output, hillshade, slope;
@@ -77,6 +80,7 @@ class Writer {
   }
 
   void WriteHeights(trHeightfield& heightfield, const std::string& path) {
+    progress_.NextStage();
     what_ = "Writing " + path;
     std::string note;
     Check(ExtensionOf(path) == ".lwo"
@@ -87,6 +91,7 @@ class Writer {
 
   void WritePictures(const HeightGrid& grid) {
     if (!options_.hillshade.empty()) {
+      progress_.NextStage();
       what_ = "Writing " + options_.hillshade;
       const double exaggeration = options_.exaggeration.value_or(ovhost::ReliefExaggeration(grid));
       Check(ovhost::WriteHillshade(options_.hillshade, grid, exaggeration, write_.threads, write_.progress));
@@ -96,6 +101,7 @@ class Writer {
       Tell(options_.hillshade + ": written" + text);
     }
     if (options_.slope.empty()) return;
+    progress_.NextStage();
     what_ = "Writing " + options_.slope;
     Check(ovhost::WriteSlope(options_.slope, grid, write_.threads, write_.progress));
     Tell(options_.slope + ": written");
@@ -195,6 +201,16 @@ void PrintText(const Json& json) {
     std::printf("  missing   %ld points\n", missing);
 }
 
+/// What is made, then what is written.
+std::vector<Progress::Stage> Stages(trHeightfield& heightfield, const Options& options) {
+  std::vector<Progress::Stage> stages;
+  for (const ovhost::HeightfieldStage& stage : ovhost::StagesOf(heightfield))
+    stages.push_back({stage.node, stage.weight});
+  for (const std::string& path : {options.output, options.hillshade, options.slope})
+    if (!path.empty()) stages.push_back({nullptr, kWriting});
+  return stages;
+}
+
 int Run(Program& program, const Options& options) {
   Session session(options.project);
   CheckOutputs(options);
@@ -206,6 +222,7 @@ int Run(Program& program, const Options& options) {
   ovhost::RenderControl control;
   const RenderSignals signals(control);
   Progress progress(program.common, &control.stop);
+  progress.SetStages(Stages(*heightfield, options));
   Writer writer(options, progress, control.stop);
   const HeightfieldRun run = ovhost::RunHeightfield(*heightfield, control.stop);
   progress.Pause();

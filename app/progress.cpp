@@ -47,11 +47,45 @@ void Progress::SetPart(const std::string& label, size_t index, size_t count) {
   label_ = label;
   part_ = index;
   parts_ = std::max<size_t>(count, 1);
+  stages_.clear();
+  figure_ = 0;
+}
+
+void Progress::SetStages(std::vector<Stage> stages) {
+  const std::lock_guard lock(mutex_);
+  stages_ = std::move(stages);
+  stage_ = 0;
+  figure_ = 0;
+}
+
+void Progress::NextStage() {
+  const std::lock_guard lock(mutex_);
+  while (stage_ < stages_.size() && stages_[stage_].node) ++stage_;
+  ++stage_;
+}
+
+size_t Progress::StageOf(const trBase* node) const {
+  for (size_t i = 0; i < stages_.size(); ++i)
+    if (stages_[i].node == node) return i;
+  return node->IsTrue("is_render") ? stages_.size() - 1 : stages_.size();
+}
+
+double Progress::Figure(size_t index, double fraction) {
+  if (stages_.empty()) return fraction;
+  double before = 0, all = 0;
+  for (size_t i = 0; i < stages_.size(); ++i) {
+    if (i < index) before += stages_[i].weight;
+    all += stages_[i].weight;
+  }
+  // A render tells that it begins before what it needs is made.
+  if (index < stages_.size() && fraction > 0)
+    figure_ = std::max(figure_, (before + fraction * stages_[index].weight) / all);
+  return figure_;
 }
 
 void Progress::Report(const std::string& text, double fraction) {
   const std::lock_guard lock(mutex_);
-  Show(text, std::clamp(fraction, 0.0, 1.0), -1);
+  Show(text, Figure(std::max<size_t>(stage_, 1) - 1, std::clamp(fraction, 0.0, 1.0)), -1);
 }
 
 void Progress::Pause() {
@@ -64,11 +98,14 @@ void Progress::ClearBar() {
   hasBar_ = false;
 }
 
-bool Progress::Receive(void* self, const trBase*, const trString& text, float fraction, float remaining,
+bool Progress::Receive(void* self, const trBase* node, const trString& text, float fraction, float remaining,
                        bool) {
   auto* progress = static_cast<Progress*>(self);
   const std::lock_guard lock(progress->mutex_);
-  progress->Show(text, std::clamp(static_cast<double>(fraction), 0.0, 1.0), remaining);
+  const size_t stage = progress->StageOf(node);
+  const bool isLast = stage + 1 >= progress->stages_.size();
+  progress->Show(text, progress->Figure(stage, std::clamp(static_cast<double>(fraction), 0.0, 1.0)),
+                 isLast ? remaining : -1);
   return !progress->stop_ || !*progress->stop_;
 }
 

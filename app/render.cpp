@@ -18,10 +18,14 @@
 #include "host/image/picture.h"
 #include "host/node/node_data.h"
 #include "host/project/project_file.h"
+#include "host/raster/heightfield_run.h"
 #include "host/render/render.h"
 
 namespace ovapp {
 namespace {
+
+/// What rendering takes of the time, in that of a quick heightfield operator.
+constexpr double kRendering = 40;
 
 struct Options {
   ProjectOptions project;
@@ -258,6 +262,11 @@ int Run(Program& program, const Options& options) {
     progress.SetPart(jobs.size() > 1 ? "frame " + std::to_string(job.frame) : "", i, jobs.size());
     project.SetParam("current_frame", job.frame, trWhoSystem);
     ovhost::UpdateAnimation(&project, static_cast<double>(job.frame));
+    std::vector<Progress::Stage> stages;
+    for (const ovhost::HeightfieldStage& stage : ovhost::PendingHeightfields(&project))
+      stages.push_back({stage.node, stage.weight});
+    stages.push_back({nullptr, kRendering});
+    progress.SetStages(std::move(stages));
     settings.output = job.path;
     settings.frame = static_cast<double>(job.frame);
     ovhost::RenderStatistics statistics;

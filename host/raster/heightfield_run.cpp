@@ -8,6 +8,8 @@
 #include "host/base/atomic_file.h"
 #include "host/base/log.h"
 #include "host/node/node_data.h"
+#include "host/raster/heightfield_load.h"
+#include "host/raster/heightfield_walk.h"
 
 namespace ovhost {
 namespace {
@@ -60,6 +62,19 @@ trGuiPushButton* ComputeButton(const trBase& node) {
   return nullptr;
 }
 
+/// What a costly operator or a file takes, in those of others.
+constexpr double kCostly = 10;
+
+bool IsCostly(const trBase& node) {
+  return ComputeButton(node) || dynamic_cast<const trHeightfieldLoad*>(&node);
+}
+
+bool ComputesByItself(const trBase& node) {
+  if (!ComputeButton(node)) return true;
+  long isOn = 0;
+  return (node.GetParam("auto_generate", isOn) || node.GetParam("auto_calculate", isOn)) && isOn != 0;
+}
+
 }  // namespace
 
 HeightfieldRun RunHeightfield(trHeightfield& wanted, const std::atomic<bool>& stop) {
@@ -75,6 +90,25 @@ HeightfieldRun RunHeightfield(trHeightfield& wanted, const std::atomic<bool>& st
     if (!isMade) return {Outcome::kFailed, node, false};
   }
   return {Outcome::kDone, &wanted, false};
+}
+
+std::vector<HeightfieldStage> StagesOf(trHeightfield& wanted) {
+  std::vector<HeightfieldStage> stages;
+  for (const trHeightfield* node : InOrder(wanted)) stages.push_back({node, IsCostly(*node) ? kCostly : 1});
+  return stages;
+}
+
+std::vector<HeightfieldStage> PendingHeightfields(trBase* root) {
+  std::vector<HeightfieldStage> stages;
+  std::unordered_set<const trBase*> seen;
+  for (trBase* user : AllNodes(root)) {
+    if (dynamic_cast<trHeightfield*>(user)) continue;
+    for (trHeightfield* used : LinkedHeightfields(*user))
+      for (const trHeightfield* node : InOrder(*used))
+        if (IsCostly(*node) && !node->HfIsValid() && ComputesByItself(*node) && seen.insert(node).second)
+          stages.push_back({node, kCostly});
+  }
+  return stages;
 }
 
 trHeightfield* HeightfieldOf(trBase& node) {

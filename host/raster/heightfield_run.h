@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <string>
+#include <vector>
 
 #include "core/heightfield.h"
 
@@ -23,6 +24,17 @@ struct HeightfieldRun {
 /// that wait for a button (generate_button, calculate_button) have it pressed, whatever their flags say.
 /// `stop` is what ends long work, and is only looked at. Main thread only.
 OV_API HeightfieldRun RunHeightfield(trHeightfield& wanted, const std::atomic<bool>& stop);
+
+/// A heightfield that takes a while to be made.
+struct HeightfieldStage {
+  const trBase* node;
+  double weight;  ///< of the time, roughly: most operators take 1
+};
+/// What RunHeightfield makes, in order. Main thread only.
+OV_API std::vector<HeightfieldStage> StagesOf(trHeightfield& wanted);
+/// The costly ones among the heightfields that other nodes of a project use, as far as a render will have to
+/// make them. Main thread only.
+OV_API std::vector<HeightfieldStage> PendingHeightfields(trBase* root);
 
 /// The heightfield itself, or the one that a node's parameter `heightfield` leads to; null for other nodes.
 OV_API trHeightfield* HeightfieldOf(trBase& node);

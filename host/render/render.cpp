@@ -121,6 +121,7 @@ class FrameRender {
   bool IsPassDone(Pass pass, const Film& film) const;
   /// Counts what is done, for progress; whether that is all.
   bool CountDone(const Film& film);
+  double FractionDone(const Film& film) const;
   bool Report(double fraction);
   bool TimeIsUp() const {
     return settings_.timeLimitSeconds > 0 && Seconds() - start_ > settings_.timeLimitSeconds;
@@ -140,6 +141,7 @@ class FrameRender {
   std::atomic<std::uint64_t> tileSamplesDone_{0};
   std::uint64_t tileSamplesLeftOut_ = 0;  ///< by tiles that are done before they have all
   double lastReport_ = 0, lastWrite_ = 0;
+  double traceStart_ = 0, fractionAtStart_ = 0;  ///< of tracing
   std::thread::id mainThread_ = std::this_thread::get_id();
   std::atomic<bool> outOfTime_{false};
 };
@@ -258,10 +260,17 @@ bool FrameRender::CountDone(const Film& film) {
   return tilesDone == film.NumTiles();
 }
 
+double FrameRender::FractionDone(const Film& film) const {
+  return static_cast<double>(tileSamplesDone_ + tileSamplesLeftOut_) /
+         (static_cast<double>(film.NumTiles()) * plan_.samples);
+}
+
 bool FrameRender::Report(double fraction) {
   auto* node = const_cast<trBase*>(plan_.context);
-  const double elapsed = Seconds() - start_;
-  const float remaining = fraction > 0.01 ? static_cast<float>(elapsed / fraction - elapsed) : -1.0f;
+  // What went before the first sample says nothing of how long the others take.
+  const double done = fraction - fractionAtStart_;
+  const float remaining =
+      done > 0.01 ? static_cast<float>((Seconds() - traceStart_) / done * (1 - fraction)) : -1.0f;
   return node->ReportProgress(progressState_, "Rendering", static_cast<float>(fraction), remaining) != 0;
 }
 
@@ -292,9 +301,7 @@ void FrameRender::RunPass(Pass pass, Film& film, World& world, Tracers& tracers)
     if (TimeIsUp() && pass.begin > 0) outOfTime_ = true;
     if (Seconds() - lastReport_ > 0.2) {
       lastReport_ = Seconds();
-      if (!Report(static_cast<double>(tileSamplesDone_ + tileSamplesLeftOut_) /
-                  (static_cast<double>(film.NumTiles()) * plan_.samples)))
-        control_.stop = true;
+      if (!Report(FractionDone(film))) control_.stop = true;
     }
   });
 }
@@ -380,6 +387,8 @@ RenderOutcome FrameRender::RunInArena(int threads) {
   statistics_.gridBytes = world.Dicing().vertices * sizeof(GridVertex);
 
   CountDone(film);
+  traceStart_ = Seconds();
+  fractionAtStart_ = FractionDone(film);
   for (const Pass& pass : Passes(plan_.samples)) {
     bool isPassDone = false;
     while (!isPassDone) {

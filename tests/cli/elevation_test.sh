@@ -129,6 +129,9 @@ kill -TERM $job 2>/dev/null || fail "it was done before it could be stopped"
 code=0
 wait $job || code=$?
 [ $code = 143 ] || fail "exit code $code of a stopped run"
+# One figure for the whole chain: what comes before the generator is behind it, and nothing falls.
+awk -F '[:,]' '/"progress"/ { if ($2 < last) bad = 1; last = $2 } /Generating/ { if ($2 < 0.4) bad = 1 } END { exit bad }' err ||
+  fail "the figure of progress starts again"
 shows "stopped; long.partial.tif holds"
 [ -s long.partial.tif ] || fail "what was done is gone"
 [ "$(cat long.tif)" = "what was there" ] || fail "the old file is gone"
