@@ -195,6 +195,25 @@ void HitShading::LocateOnMicro(const SurfaceHit& hit, const trVector& direction,
   point.rayOffset = RayOffset(point.relative);
 }
 
+double HitShading::Curvature(const SurfaceHit& hit) {
+  if (hit.levels > 0) return 0;
+  const auto between = [](const auto& a, const auto& b) {
+    const double length = (trVector(a.point) - trVector(b.point)).Length();
+    return length > 0 ? (a.normal.Unpack() - b.normal.Unpack()).Length() / length : 0;
+  };
+  if (hit.part->kind == SurfacePart::Kind::kGrid) {
+    const GridCell cell(static_cast<const GridMesh&>(*hit.part), hit);
+    return std::fmax(between(*cell.corners[0], *cell.corners[3]),
+                     between(*cell.corners[1], *cell.corners[2]));
+  }
+  if (hit.part->kind != SurfacePart::Kind::kMicro) return 0;
+  const auto& mesh = static_cast<const MicroMesh&>(*hit.part);
+  const auto& corners = mesh.triangles[hit.primitive];
+  const MicroVertex &a = mesh.vertices[corners[0]], &b = mesh.vertices[corners[1]],
+                    &c = mesh.vertices[corners[2]];
+  return std::max({between(a, b), between(b, c), between(c, a)});
+}
+
 void HitShading::FillState(const SurfaceHit& hit, const trVector& origin, const SurfacePoint& point,
                            trShadingInterface& si) {
   si.Eye() = origin + view_.eye;

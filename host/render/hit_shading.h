@@ -32,6 +32,9 @@ class OV_API HitShading {
   /// eye and object, and what the ray in hand knows of the surface. Results are cleared.
   void FillState(const SurfaceHit& hit, const trVector& origin, const SurfacePoint& point,
                  trShadingInterface& si);
+  /// How fast the normals of the micropolygon that was met turn, radians a metre; 0 for triangles that stay
+  /// whole, and in copies.
+  static double Curvature(const SurfaceHit& hit);
   /// Runs the surface's shader, if it has one, on a filled state. The back of a single-sided surface reflects
   /// nothing diffusely.
   static void RunShader(const SurfacePoint& point, trShadingInterface& si);

@@ -15,6 +15,8 @@ constexpr double kSpreadOfRoughness = 0.5;
 constexpr double kFootprintOfSpread = 0.2;
 /// Cones wider than this see blurred air: few samples do.
 constexpr double kBlurredSpread = 0.05;
+/// Widest opening of a path that curved mirrors sent, radians.
+constexpr double kWidestOpening = 0.1;
 /// Clear sheets that a path goes through at most, and events of scattering inside surfaces.
 constexpr int kMostSheets = 64, kMostEventsInside = 64;
 /// Share of the open sky taken to be seen from the end of a path: the tabulated light knows no terrain.
@@ -23,7 +25,13 @@ constexpr float kDeepVisibility = 0.7f;
 }  // namespace
 
 LightWalk::LightWalk(World& world, const PathSettings& settings, PathCounters& counters)
-    : world_(world), settings_(settings), counters_(counters), shading_(world, world), shadows_(world) {}
+    : world_(world),
+      settings_(settings),
+      counters_(counters),
+      roulette_(settings, world),
+      shading_(world, world),
+      pieces_(world, shading_),
+      shadows_(world) {}
 
 LightWalk::~LightWalk() { integrator_.FreeRayData(); }
 
@@ -42,7 +50,9 @@ void LightWalk::Follow(const Start& start, const SurfacePoint& point, const trBs
   discPdf_ = diffuseBounces_ > 0 ? -1 : kInfinity;
   isNoted_ = diffuseBounces_ > 0;
   isInside_ = sunsCounted_ = false;
-  nodeId_ = start.nodeId;
+  nodeId_ = start.hit->NodeId();
+  opening_ = kPixelFootprint * world_.View().PixelAngularSize();
+  curvature_ = HitShading::Curvature(*start.hit);
   castsShadows_ = start.castsShadows;
   point_ = point;
   footprint_ = point.footprint;
@@ -188,6 +198,9 @@ bool LightWalk::Choose(bool isBorder) {
   } else {
     ++specularBounces_;
     spread_ = std::max(spread_, kSpreadOfRoughness * std::min(sampled.roughness, 1.0f));
+    // Curved mirrors open the cone of a sample (Igehy, Tracing Ray Differentials, 1999).
+    const double turn = sampled.isStraight ? 0 : curvature_ * point_.footprint;
+    opening_ = std::min(opening_ + (sampled.kind == LightKind::kSpecular ? 2 : 1) * turn, kWidestOpening);
     discPdf_ = sampled.pdf > 0 ? sampled.pdf : kInfinity;
     if (settings_.lights != PathSettings::Lights::kBoth && sampled.pdf > 0)
       discPdf_ = settings_.lights == PathSettings::Lights::kLobesOnly ? kInfinity : -1;
@@ -206,8 +219,7 @@ bool LightWalk::Choose(bool isBorder) {
 bool LightWalk::Survives() {
   const float carried = throughput_.MaxChannel();
   if (!(carried > 0) || !std::isfinite(carried)) return false;
-  if (depth_ < settings_.rouletteStart) return true;
-  const double survive = std::clamp(2.5 * carried, settings_.leastSurvival, 1.0);
+  const double survive = roulette_.Chance(depth_, throughput_, result_->light.Sum());
   if (survive < 1 && sampler_.Next().x >= survive) return false;
   throughput_ *= static_cast<float>(1 / survive);
   return true;
@@ -277,7 +289,7 @@ trFCol LightWalk::Air(double distance) {
   ray.end = ray.origin + direction_ * distance;
   // Mirrors see the air as sharp as the eye does, and volumes drop light by depth.
   ray.depth = IsDirect() ? 1 : 2 + std::max(diffuseBounces_ - 1, 0);
-  ray.quality = spread_ < kBlurredSpread ? 1.0 : 0.0;
+  ray.quality = std::max(spread_, opening_) < kBlurredSpread ? 1.0 : 0.0;
   ray.pixelAngularSize = world_.View().PixelAngularSize();
   shading_.si.Random() = {MixBits64(random_ + 0x100 + depth_ + sheets_)};
   integrator_.Begin(shading_.state);
@@ -310,20 +322,29 @@ void LightWalk::AddBackground() {
 
 void LightWalk::ShadeHit(const SurfaceHit& hit) {
   shading_.hits.Locate(hit, origin_, direction_, 0, point_);
-  point_.footprint = footprint_ + hit.distance * std::max(spread_ * kFootprintOfSpread,
-                                                          0.5 * world_.View().PixelAngularSize());
+  point_.footprint = footprint_ + hit.distance * std::max(spread_ * kFootprintOfSpread, opening_);
+  nodeId_ = hit.NodeId();
+  curvature_ = HitShading::Curvature(hit);
   trRenderState::Ray& ray = shading_.state.CurrentRay();
   ray = trRenderState::Ray();
   ray.origin = origin_ + world_.View().eye;
   ray.end = point_.world;
+  ray.pixelAngularSize = world_.View().PixelAngularSize();
+  if (const ShadeCache::Entry* shared = pieces_.Find(hit, point_, PieceShading::Sight::kCone)) {
+    trBsdf& bsdf = shading_.si.Bsdf();
+    bsdf.Clear();
+    bsdf.Emission() = shared->emission;
+    bsdf.AddLambert(shared->diffuse);
+    shading_.si.Oo_surf() = trFCol(1.0f);
+    castsShadows_ = hit.part->scene->CastsShadows();
+    return;
+  }
   ray.depth = depth_;
   ray.highlights = false;
   ray.spread = spread_;
   ray.importance = std::min(throughput_.MaxChannel(), 1.0f);
-  ray.pixelAngularSize = world_.View().PixelAngularSize();
   shading_.si.Random() = {MixBits64(random_ + depth_ + sheets_)};
   shading_.Shade(hit, origin_, point_);
-  nodeId_ = hit.NodeId();
   castsShadows_ = ray.groupCastsShadows;
   point_.normal = Normalised(shading_.si.N());
 }

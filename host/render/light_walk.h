@@ -5,15 +5,11 @@
 #include "host/render/film.h"
 #include "host/render/lobes.h"
 #include "host/render/media.h"
-#include "host/render/path_settings.h"
+#include "host/render/piece_shading.h"
+#include "host/render/roulette.h"
 #include "host/render/sampler.h"
-#include "host/render/shading_context.h"
 
 namespace ovhost {
-
-/// Cone that a diffuse bounce opens, radians: what it meets is seen no sharper, so that bright images of a
-/// sun don't turn into bright dots (path space regularisation, Kaplanyan and Dachsbacher 2013).
-constexpr double kDiffuseSpread = 0.25;
 
 /// Follows one path at a time from a shaded surface on: lights by multiple importance sampling, then one of
 /// the surface's lobes, until nothing is left. Per-thread state.
@@ -28,10 +24,10 @@ class OV_API LightWalk {
     std::uint64_t random = 0;
     trVector direction;  ///< of the ray that met the surface
     trFCol throughput{1.0f};
-    int depth = 1;             ///< rays so far
-    int diffuseBounces = 0;    ///< of them after diffuse reflection
-    int nodeId = 0;            ///< of the object met
-    bool castsShadows = true;  ///< whether it does
+    const SurfaceHit* hit = nullptr;  ///< of that ray
+    int depth = 1;                    ///< rays so far
+    int diffuseBounces = 0;           ///< of them after diffuse reflection
+    bool castsShadows = true;         ///< whether the object met does
   };
   /// `bsdf` and `opacity` are what shading left at `point`. Adds to `result` what the path brings.
   void Follow(const Start& start, const SurfacePoint& point, const trBsdf& bsdf, const trFCol& opacity,
@@ -73,7 +69,9 @@ class OV_API LightWalk {
   World& world_;
   PathSettings settings_;
   PathCounters& counters_;
+  Roulette roulette_;
   ShadingContext shading_;
+  PieceShading pieces_;
   ShadowRays shadows_;
   trAtomicIntegrator integrator_;
   LobeSet lobes_;
@@ -84,6 +82,8 @@ class OV_API LightWalk {
   std::uint64_t random_ = 0;
   trVector origin_, direction_;
   double nearest_ = 0, spread_ = 0, footprint_ = 0;
+  double opening_ = 0;    ///< how fast the footprint of a sharp path grows, radians
+  double curvature_ = 0;  ///< of the surface in hand, radians a metre
   trFCol throughput_{1.0f};
   SurfacePoint point_, entry_;  ///< the surface in hand, and the one by which the medium was entered
   trFCol emission_;

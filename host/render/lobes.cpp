@@ -49,6 +49,15 @@ trVector CosineDirection(const trVector& normal, const tr2Vector& draw) {
          normal * std::sqrt(std::fmax(0, 1 - r * r));
 }
 
+bool IsPlain(const trBsdf& bsdf, const trFCol& opacity) {
+  if (opacity != trFCol(1.0f)) return false;
+  for (int i = 0; i < bsdf.NumLobes(); ++i) {
+    const trLobe& lobe = bsdf.Lobe(i);
+    if (lobe.kind != trLobe::kDiffuseReflection && !lobe.colour.IsBlack()) return false;
+  }
+  return true;
+}
+
 trFCol StraightThrough(const trBsdf& bsdf, const trFCol& opacity, bool bordersToo) {
   const trFCol share = ShareLeft(bsdf, trLobe::kSpecularTransmission);
   trFCol clear;

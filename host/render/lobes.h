@@ -13,6 +13,9 @@ namespace ovhost {
 /// A thin sheet whose roughness is at most this lets light go straight on: shadow rays pass it as paths do.
 constexpr float kStraightRoughness = 0.02f;
 
+/// Whether a reflection is emission and diffuse reflection over all of the surface.
+OV_API bool IsPlain(const trBsdf& bsdf, const trFCol& opacity);
+
 /// What goes straight through a surface: what its opacity leaves and its clear thin sheets transmit. With
 /// `bordersToo` what clear solids transmit counts as well, as if it weren't bent.
 OV_API trFCol StraightThrough(const trBsdf& bsdf, const trFCol& opacity, bool bordersToo);

@@ -8,8 +8,6 @@
 namespace ovhost {
 namespace {
 
-/// Filter footprint of a camera sample, in pixels: the samples of a pixel average what is finer than it.
-constexpr double kPixelFootprint = 0.5;
 /// Footprint of a diffuse bounce, as a share of the distance: detail finer than this averages out over the
 /// hemisphere.
 constexpr double kBounceFootprint = 0.05;
@@ -19,16 +17,6 @@ constexpr float kDeepVisibility = 0.7f;
 /// Two samples of a pixel whose surfaces are this close, as a share of the distance, have the same air before
 /// them.
 constexpr double kSharedAirTolerance = 0.04;
-
-/// Whether a reflection is emission and diffuse reflection over all of the surface.
-bool IsPlain(const trBsdf& bsdf, const trFCol& opacity) {
-  if (opacity != trFCol(1.0f)) return false;
-  for (int i = 0; i < bsdf.NumLobes(); ++i) {
-    const trLobe& lobe = bsdf.Lobe(i);
-    if (lobe.kind != trLobe::kDiffuseReflection && !lobe.colour.IsBlack()) return false;
-  }
-  return true;
-}
 
 trFCol Clamped(const trFCol& c, float limit) {
   const float luminance = Luminance(c);
@@ -40,21 +28,17 @@ trFCol Clamped(const trFCol& c, float limit) {
 PathTracer::PathTracer(World& world, const PathSettings& settings)
     : world_(world),
       settings_(settings),
-      hits_(world.View()),
-      state_(world, si_),
-      walk_(world, settings, counters_) {
-  si_.SetFrame(static_cast<float>(world.Settings().frame));
-  si_.SetMainView(&world.View());
-  si_.SetThread(ThreadSlot());
-  si_.RootEye() = world.View().eye;
-}
+      shading_(world, world),
+      pieces_(world, shading_),
+      roulette_(settings, world),
+      walk_(world, settings, counters_) {}
 
 PathTracer::~PathTracer() { integrator_.FreeRayData(); }
 
 trAtomicIntegrator::Result PathTracer::Air(const trVector& origin, const trVector& direction, double distance,
                                            int depth) {
   if (world_.Volumes().empty()) return {};
-  trRenderState::Ray& ray = state_.CurrentRay();
+  trRenderState::Ray& ray = shading_.state.CurrentRay();
   ray = trRenderState::Ray();
   ray.origin = origin;
   ray.end = origin + direction * distance;
@@ -62,8 +46,8 @@ trAtomicIntegrator::Result PathTracer::Air(const trVector& origin, const trVecto
   // What a diffuse bounce sees is averaged over the hemisphere: few samples do.
   ray.quality = depth == 1 ? 1.0 : 0.0;
   ray.pixelAngularSize = world_.View().PixelAngularSize();
-  integrator_.Begin(state_);
-  const trAtomicIntegrator::Result result = integrator_.Integrate(state_, world_.Volumes());
+  integrator_.Begin(shading_.state);
+  const trAtomicIntegrator::Result result = integrator_.Integrate(shading_.state, world_.Volumes());
   counters_.volumeSamples += integrator_.NumSamples();
   return result;
 }
@@ -79,67 +63,31 @@ trAtomicIntegrator::Result PathTracer::CameraAir(const trVector& direction, doub
 
 void PathTracer::ShadeHit(const SurfaceHit& hit, const trVector& origin, const trVector& direction,
                           double footprintAngle, bool isCamera, Surface& surface) {
-  hits_.Locate(hit, origin, direction, footprintAngle, surface);
-  if (!TakePiece(hit, isCamera, surface)) {
+  shading_.hits.Locate(hit, origin, direction, footprintAngle, surface);
+  const auto sight = isCamera ? PieceShading::Sight::kCamera : PieceShading::Sight::kBounce;
+  if (const ShadeCache::Entry* shared = pieces_.Find(hit, surface, sight)) {
+    surface.isPlain = true;
+    surface.emission = shared->emission;
+    surface.diffuse = shared->diffuse;
+  } else {
     RunShaders(hit, origin, isCamera, surface);
-    surface.normal = Normalised(si_.N());
+    surface.normal = Normalised(shading_.si.N());
   }
   if (!(surface.normal.LengthSquared() > 0.5)) surface.normal = surface.face;
   if (Dot(surface.normal, surface.face) < 0) surface.normal = -surface.normal;
 }
 
-bool PathTracer::TakePiece(const SurfaceHit& hit, bool isCamera, Surface& surface) {
-  if (hit.part->kind != SurfacePart::Kind::kGrid || hit.levels > 0) return false;
-  const auto& mesh = static_cast<const GridMesh&>(*hit.part);
-  const double pixelAngle = world_.View().PixelAngularSize();
-  ShadePiece piece;
-  double size = 0;
-  if (!isCamera)
-    size = PieceForBounce(mesh, hit, surface.footprint, piece);
-  else if (!PieceForCamera(mesh, hit, pixelAngle, piece))
-    return false;
-
-  bool isNew;
-  ShadeCache::Entry& entry = (isCamera ? seenPieces_ : bouncePieces_).Find(piece, isNew);
-  if (isNew) {
-    SurfaceHit middle = hit;
-    middle.u = piece.u;
-    middle.v = piece.v;
-    middle.distance = 0;
-    Surface shaded;
-    hits_.Locate(middle, MiddleOf(mesh, piece), -hit.faceNormal, 0, shaded);
-    shaded.footprint = isCamera ? kPixelFootprint * pixelAngle * shaded.relative.Length() : size;
-    const trRandomStream random = si_.Random();
-    si_.Random() = {MixBits64(static_cast<std::uint64_t>(piece.patch) << 32 | piece.number)};
-    RunShaders(middle, {}, isCamera, shaded);
-    si_.Random() = random;
-    entry.isShared = shaded.isPlain && si_.N() == shaded.normal;
-    entry.emission = shaded.emission;
-    entry.diffuse = shaded.diffuse;
-  }
-  if (!entry.isShared) return false;
-  surface.isPlain = true;
-  surface.emission = entry.emission;
-  surface.diffuse = entry.diffuse;
-  return true;
-}
-
 void PathTracer::RunShaders(const SurfaceHit& hit, const trVector& origin, bool isCamera, Surface& surface) {
-  hits_.FillState(hit, origin, surface, si_);
-  si_.SetWants(trShadingInterface::kCd | trShadingInterface::kCo | trShadingInterface::kCe |
-               trShadingInterface::kCs | trShadingInterface::kOo);
-  trRenderState::Ray& ray = state_.CurrentRay();
+  trRenderState::Ray& ray = shading_.state.CurrentRay();
   ray.depth = isCamera ? 1 : 2;
   ray.spread = isCamera ? 0 : kDiffuseSpread;
   ray.highlights = false;
-  si_.SetLightDepth(ray.depth);
-  state_.ShadeOutputs() = {};
-  HitShading::RunShader(surface, si_);
+  shading_.Shade(hit, origin, surface);
 
-  const trBsdf& bsdf = si_.Bsdf();
+  const trBsdf& bsdf = shading_.si.Bsdf();
   surface.emission = PositivePart(bsdf.Emission());
   surface.diffuse = PositivePart(bsdf.ColourOf(trLobe::kDiffuseReflection));
-  surface.isPlain = IsPlain(bsdf, si_.Oo_surf());
+  surface.isPlain = IsPlain(bsdf, shading_.si.Oo_surf());
 }
 
 bool PathTracer::TowardsSun(const Surface& surface, const SunLight& sun, const tr2Vector& draw,
@@ -169,8 +117,8 @@ trFCol PathTracer::DirectLight(const Surface& surface, const tr2Vector& draw) {
         ray.light *= PastClear(ray);
       }
     }
-    state_.CurrentRay().depth = 1;
-    light += ray.light * sun->ThroughVolumes(state_, surface.world);
+    shading_.state.CurrentRay().depth = 1;
+    light += ray.light * sun->ThroughVolumes(shading_.state, surface.world);
   }
   return light;
 }
@@ -216,7 +164,7 @@ bool PathTracer::ShadeCameraRay(Path& path) {
   const bool isHit = path.hit.part != nullptr;
   const double distance = isHit ? path.hit.distance : world_.FarDistance();
   CameraSample& result = path.result;
-  si_.Random() = {path.random};
+  shading_.si.Random() = {path.random};
   const trAtomicIntegrator::Result air = CameraAir(path.direction, distance);
   result.atmosphere = FiniteOrBlack(air.Colour());
   result.light.sky = result.atmosphere;
@@ -252,7 +200,7 @@ bool PathTracer::ShadeCameraRay(Path& path) {
 void PathTracer::LightCameraHits() {
   std::array<tr2Vector, kSamplesTogether> draws;
   for (int i = 0; i < litCount_; ++i) draws[i] = paths_[lit_[i]].sampler.Next();
-  state_.CurrentRay().depth = 1;
+  shading_.state.CurrentRay().depth = 1;
   for (const auto& sun : world_.Suns()) {
     std::array<SunRay, kSamplesTogether> rays;
     std::array<Path*, kSamplesTogether> reached;
@@ -274,7 +222,8 @@ void PathTracer::LightCameraHits() {
         if (!world_.HasSeeThrough()) continue;
         rays[k].light *= PastClear(rays[k]);
       }
-      reached[k]->result.direct += rays[k].light * sun->ThroughVolumes(state_, reached[k]->surface.world);
+      reached[k]->result.direct +=
+          rays[k].light * sun->ThroughVolumes(shading_.state, reached[k]->surface.world);
     }
   }
   for (int i = 0; i < litCount_; ++i) {
@@ -292,15 +241,12 @@ void PathTracer::AddIndirect(Path& path, const trFCol& light) const {
 }
 
 bool PathTracer::Bounce(Path& path, int depth) const {
-  // Roulette goes by what the path still carries, so that dark ground costs less.
   if (depth > settings_.maxBounces || world_.SkyOnSurfaces().IsBlack()) return false;
   const Surface& surface = path.surface;
   path.throughput *= surface.diffuse;
   if (depth == 1) path.throughput *= world_.SkyOnSurfaces();
   const tr2Vector bounce = path.sampler.Next();
-  const double survive = depth < settings_.rouletteStart
-                             ? 1.0
-                             : std::clamp(2.5 * path.throughput.MaxChannel(), settings_.leastSurvival, 1.0);
+  const double survive = roulette_.Chance(depth, path.throughput, path.result.light.Sum());
   if (survive < 1 && path.sampler.Next().x >= survive) return false;
   path.throughput *= static_cast<float>(1 / survive);
   if (path.throughput.MaxChannel() <= 0) return false;
@@ -323,13 +269,13 @@ void PathTracer::FollowLobes(Path& path, int depth) {
   start.throughput = path.throughput;
   start.depth = depth;
   start.diffuseBounces = depth - 1;
-  start.nodeId = path.hit.NodeId();
-  start.castsShadows = state_.CurrentRay().groupCastsShadows;
-  walk_.Follow(start, path.surface, si_.Bsdf(), si_.Oo_surf(), path.result);
+  start.hit = &path.hit;
+  start.castsShadows = shading_.state.CurrentRay().groupCastsShadows;
+  walk_.Follow(start, path.surface, shading_.si.Bsdf(), shading_.si.Oo_surf(), path.result);
 }
 
 void PathTracer::Follow(Path& path) {
-  si_.Random() = {MixBits64(path.random + 1)};
+  shading_.si.Random() = {MixBits64(path.random + 1)};
   for (int depth = 1; Bounce(path, depth);) {
     ++depth;
     ++counters_.bounceRays;
@@ -354,7 +300,8 @@ void PathTracer::Follow(Path& path) {
     // What deeper bounces would bring, from the tabulated sky.
     if (depth > settings_.maxBounces)
       AddIndirect(path, path.throughput * surface.diffuse *
-                            world_.IndirectDiffuse(state_, surface.world, surface.normal) * kDeepVisibility);
+                            world_.IndirectDiffuse(shading_.state, surface.world, surface.normal) *
+                            kDeepVisibility);
   }
 }
 

@@ -3,7 +3,6 @@
 
 #include "host/render/film.h"
 #include "host/render/light_walk.h"
-#include "host/render/shade_cache.h"
 
 namespace ovhost {
 
@@ -71,9 +70,6 @@ class OV_API PathTracer final : public PixelEngine {
 
   void ShadeHit(const SurfaceHit& hit, const trVector& origin, const trVector& direction,
                 double footprintAngle, bool isCamera, Surface& surface);
-  /// Takes the surface's colours from its piece, shading that if it is the first time; false where every
-  /// sample is its own.
-  bool TakePiece(const SurfaceHit& hit, bool isCamera, Surface& surface);
   /// Runs the surface's network at a hit.
   void RunShaders(const SurfaceHit& hit, const trVector& origin, bool isCamera, Surface& surface);
   bool TowardsSun(const Surface& surface, const SunLight& sun, const tr2Vector& draw, SunRay& ray) const;
@@ -87,11 +83,11 @@ class OV_API PathTracer final : public PixelEngine {
 
   World& world_;
   PathSettings settings_;
-  HitShading hits_;
-  trShadingInterface si_;
-  trRenderState state_;
+  ShadingContext shading_;
+  PieceShading pieces_;
   trAtomicIntegrator integrator_;
   PathCounters counters_;
+  Roulette roulette_;
   LightWalk walk_;
 
   struct SharedAir {
@@ -106,7 +102,6 @@ class OV_API PathTracer final : public PixelEngine {
   int litCount_ = 0;
   RayBundle bundle_;
   std::array<SurfaceHit, kSamplesTogether> hitsOfBundle_;
-  ShadeCache seenPieces_{13}, bouncePieces_{15};
 };
 
 }  // namespace ovhost

@@ -39,6 +39,13 @@ Side BlockSide(const Along& at, int cells) {
           (first + 0.5 * cells) / kPatchSide};
 }
 
+/// One of `pieces` parts of a micropolygon.
+Side PartSide(const Along& at, int pieces) {
+  const int part = std::min(static_cast<int>(at.within * pieces), pieces - 1);
+  return {static_cast<std::uint32_t>((pieces * kMaxPieces + part) * kPatchSide + at.cell),
+          (at.cell + (part + 0.5) / pieces) / kPatchSide};
+}
+
 /// A piece along an edge that measures `edgeSquared`, where a pixel's piece may measure `limitSquared`. False
 /// past kMaxPieces.
 bool PixelSide(const Along& at, double edgeSquared, double limitSquared, Side& side) {
@@ -51,9 +58,7 @@ bool PixelSide(const Along& at, double edgeSquared, double limitSquared, Side& s
   }
   int pieces = 2;
   while (edgeSquared > limitSquared * (pieces * pieces)) ++pieces;
-  const int part = std::min(static_cast<int>(at.within * pieces), pieces - 1);
-  side = {static_cast<std::uint32_t>((pieces * kMaxPieces + part) * kPatchSide + at.cell),
-          (at.cell + (part + 0.5) / pieces) / kPatchSide};
+  side = PartSide(at, pieces);
   return true;
 }
 
@@ -67,6 +72,13 @@ void SetPiece(const SurfaceHit& hit, const Side& u, const Side& v, ShadePiece& p
 
 const GridVertex* PatchVertices(const GridMesh& mesh, std::uint32_t patch) {
   return &mesh.vertices[static_cast<size_t>(patch) * kPatchVertices];
+}
+
+/// Length of a patch's micropolygons, on the whole.
+double MeanEdge(const GridMesh& mesh, std::uint32_t patch) {
+  const GridVertex* vertices = PatchVertices(mesh, patch);
+  const trVector diagonal = trVector(vertices[kPatchVertices - 1].point) - trVector(vertices[0].point);
+  return diagonal.Length() * (0.70710678 / kPatchSide);
 }
 
 }  // namespace
@@ -91,13 +103,21 @@ bool PieceForCamera(const GridMesh& mesh, const SurfaceHit& hit, double pixelAng
 }
 
 double PieceForBounce(const GridMesh& mesh, const SurfaceHit& hit, double footprint, ShadePiece& piece) {
-  const GridVertex* vertices = PatchVertices(mesh, hit.primitive);
-  const trVector diagonal = trVector(vertices[kPatchVertices - 1].point) - trVector(vertices[0].point);
-  const double edge = diagonal.Length() * (0.70710678 / kPatchSide);
+  const double edge = MeanEdge(mesh, hit.primitive);
   int cells = 1;
   while (cells < kPatchSide && 2 * cells * edge <= footprint) cells *= 2;
   SetPiece(hit, BlockSide(Along(hit.u), cells), BlockSide(Along(hit.v), cells), piece);
   return edge * cells;
+}
+
+double PieceForCone(const GridMesh& mesh, const SurfaceHit& hit, double footprint, ShadePiece& piece) {
+  const double edge = MeanEdge(mesh, hit.primitive), limit = 2 * footprint;
+  if (edge <= limit) return PieceForBounce(mesh, hit, limit, piece);
+  int pieces = 2;
+  while (pieces < kMaxPieces && edge > limit * pieces) pieces *= 2;
+  if (edge > limit * pieces) return 0;
+  SetPiece(hit, PartSide(Along(hit.u), pieces), PartSide(Along(hit.v), pieces), piece);
+  return edge / pieces;
 }
 
 trVector MiddleOf(const GridMesh& mesh, const ShadePiece& piece) {

@@ -4,14 +4,13 @@
 #include "host/base/parallel.h"
 #include "host/render/lobes.h"
 #include "host/render/sampler.h"
+#include "host/render/shade_cache.h"
 
 namespace ovhost {
 namespace {
 
 /// Clear surfaces that a shadow ray goes through at most.
 constexpr int kMostSheets = 32;
-/// Points at which a part is asked whether light gets through.
-constexpr int kProbes = 64;
 /// Filter footprint of a shadow ray, as a share of the distance.
 constexpr double kShadowFootprint = 0.005;
 /// Light below this doesn't count.
@@ -83,30 +82,35 @@ void ShadowRays::ShadeAt(const SurfaceHit& hit, const trVector& origin, const tr
   shading_.Shade(hit, origin, point);
 }
 
-bool ShadowRays::FindsClear(const SurfacePart& part, size_t primitives) {
-  if (primitives == 0 || !(part.rayKinds & kShadowRays)) return false;
-  for (int i = 0; i < kProbes; ++i) {
+ShadowRays::Looks ShadowRays::Probe(const SurfacePart& part, size_t primitives, int probes) {
+  Looks looks;
+  const bool isPatch = part.kind == SurfacePart::Kind::kGrid;
+  for (int i = 0; i < probes && primitives > 0 && !(looks.isClear && looks.isPlain); ++i) {
     const std::uint64_t random = MixBits64(0x5eed + i);
     SurfaceHit hit;
     hit.part = &part;
     hit.primitive = static_cast<std::uint32_t>(random % primitives);
-    // Within a patch, and within a triangle's half of it.
-    hit.u = static_cast<double>(random >> 40) * 0x1p-25;
-    hit.v = static_cast<double>(random >> 16 & 0xffffff) * 0x1p-25;
+    hit.u = static_cast<double>(random >> 40) * 0x1p-24;
+    hit.v = static_cast<double>(random >> 16 & 0xffffff) * 0x1p-24;
+    if (!isPatch && hit.u + hit.v > 1) {
+      hit.u = 1 - hit.u;
+      hit.v = 1 - hit.v;
+    }
     hit.faceNormal = {0, 1, 0};
     SurfacePoint point;
     shading_.hits.Locate(hit, {}, {0, -1, 0}, 0, point);
     hit.faceNormal = point.normal;
-    if (part.kind == SurfacePart::Kind::kGrid) {
-      const auto& grid = static_cast<const GridMesh&>(part);
-      point.relative = trVector(grid.vertices[static_cast<size_t>(hit.primitive) * kPatchVertices].point);
-    }
+    if (isPatch)
+      point.relative = MiddleOf(static_cast<const GridMesh&>(part), {&part, hit.primitive, 0, hit.u, hit.v});
     // From outside, a little off the surface.
     hit.distance = 1;
     ShadeAt(hit, point.relative + point.normal, -point.normal);
-    if (!StraightThrough(shading_.si.Bsdf(), shading_.si.Oo_surf(), false).IsBlack()) return true;
+    const trBsdf& bsdf = shading_.si.Bsdf();
+    const trFCol& opacity = shading_.si.Oo_surf();
+    looks.isPlain |= IsPlain(bsdf, opacity);
+    looks.isClear |= !StraightThrough(bsdf, opacity, false).IsBlack();
   }
-  return false;
+  return looks;
 }
 
 }  // namespace ovhost

@@ -34,8 +34,12 @@ class OV_API ShadowRays {
   trFCol ThroughClear(const trVector& origin, const trVector& direction, double nearest, std::uint64_t& rays);
   /// Transmittance of the border of a solid that the line leaves at a hit, as if it weren't bent there.
   trFCol AcrossBorder(const SurfaceHit& hit, const trVector& origin, const trVector& direction);
-  /// Whether some points of a part, of many spread over it, let light straight through.
-  bool FindsClear(const SurfacePart& part, size_t primitives);
+  /// What points spread over a part are like: whether some let light straight through, and whether some are
+  /// plain.
+  struct Looks {
+    bool isClear = false, isPlain = false;
+  };
+  Looks Probe(const SurfacePart& part, size_t primitives, int probes);
 
  private:
   void ShadeAt(const SurfaceHit& hit, const trVector& origin, const trVector& direction);

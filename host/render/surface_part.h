@@ -31,7 +31,8 @@ struct SurfacePart {
   Kind kind;
   bool isHoldout = false;  ///< hides what is behind it from the camera, and leaves the picture empty there
   bool isSeeThrough =
-      false;  ///< shadow rays have to look at it: some of its points let light straight through
+      false;               ///< shadow rays have to look at it: some of its points let light straight through
+  bool mayBePlain = true;  ///< some of its points may be emission and diffuse reflection alone
   unsigned rayKinds = kAllRays;
   int nodeId = 0;  ///< 1 + the number of the scene maker
   const trScene* scene = nullptr;

@@ -19,6 +19,8 @@ namespace {
 constexpr double kBytesPerVertex = 96;
 /// What a vertex of a displaced mesh costs, in those of diced surfaces: two triangles each.
 constexpr std::uint64_t kMicroVertexShare = 4;
+/// Points at which parts are looked at before the render: all together, and of one part.
+constexpr int kAllProbes = 1 << 15, kLeastProbes = 64, kMostProbes = 2048;
 /// Albedo of ground whose light only brightens the air above it.
 constexpr float kGroundAlbedo = 0.2f;
 
@@ -150,23 +152,29 @@ bool World::BuildParts() {
   for (const auto& prototype : shared_.prototypes)
     if (!accel_->Build(*prototype)) return false;
   accel_->Add(parts_);
-  FindSeeThrough();
+  LookAtParts();
   return accel_->Build();
 }
 
-void World::FindSeeThrough() {
-  ShadowRays probe(*this);
-  const auto ask = [&](SurfacePart& part, size_t primitives) {
-    part.isSeeThrough = probe.FindsClear(part, primitives);
-    hasSeeThrough_ |= part.isSeeThrough;
+void World::LookAtParts() {
+  std::vector<std::pair<SurfacePart*, size_t>> all;
+  const auto collect = [&all](const Assembly& parts) {
+    for (const auto& grid : parts.grids) all.emplace_back(grid.get(), grid->patches.size());
+    for (const auto& mesh : parts.micros) all.emplace_back(mesh.get(), mesh->triangles.size());
+    for (const auto& mesh : parts.meshes) all.emplace_back(mesh.get(), mesh->triangles.size());
   };
-  const auto askAll = [&](const Assembly& parts) {
-    for (const auto& grid : parts.grids) ask(*grid, grid->patches.size());
-    for (const auto& mesh : parts.micros) ask(*mesh, mesh->triangles.size());
-    for (const auto& mesh : parts.meshes) ask(*mesh, mesh->triangles.size());
-  };
-  askAll(parts_);
-  for (const auto& prototype : shared_.prototypes) askAll(prototype->parts);
+  collect(parts_);
+  for (const auto& prototype : shared_.prototypes) collect(prototype->parts);
+
+  // Small clear spots are found where there are few parts to look at.
+  const int probes = std::clamp(kAllProbes / static_cast<int>(all.size() + 1), kLeastProbes, kMostProbes);
+  ShadowRays eye(*this);
+  for (const auto& [part, primitives] : all) {
+    const ShadowRays::Looks looks = eye.Probe(*part, primitives, probes);
+    part->mayBePlain = looks.isPlain;
+    part->isSeeThrough = looks.isClear && (part->rayKinds & kShadowRays);
+    hasSeeThrough_ |= part->isSeeThrough;
+  }
 }
 
 bool World::DiceAssembly(Assembly& parts, const DiceSettings& settings) {

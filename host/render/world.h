@@ -123,7 +123,7 @@ class OV_API World final : public trRenderServices {
   void WarnOfLongEdges(const DiceSettings& dice) const;
   bool DiceAssembly(Assembly& parts, const DiceSettings& settings);
   void BuildSkies();
-  void FindSeeThrough();
+  void LookAtParts();
   bool StartShaders();
   void FinishShaders();
 

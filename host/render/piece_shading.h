@@ -1,0 +1,31 @@
+// Colours of diffuse surfaces by pieces, shaded once for all samples that meet a piece.
+#pragma once
+
+#include "host/render/shade_cache.h"
+#include "host/render/shading_context.h"
+
+namespace ovhost {
+
+/// Looks up or shades the piece of a grid that a ray meets, at the piece's middle. Per-thread state.
+class OV_API PieceShading {
+ public:
+  /// How a ray sees a surface: from the eye, over the hemisphere, or by mirrors and clear borders.
+  enum class Sight { kCamera, kBounce, kCone };
+
+  /// `shading`, which outlives this, runs the shaders.
+  PieceShading(const World& world, ShadingContext& shading) : world_(world), shading_(shading) {}
+
+  /// The colours of the piece under a hit that was located; null where every sample is its own: the surface
+  /// isn't diffuse alone, bends its normals, or has pieces as small as footprints. Valid until the next call.
+  const ShadeCache::Entry* Find(const SurfaceHit& hit, const SurfacePoint& point, Sight sight);
+
+ private:
+  void Shade(const SurfaceHit& hit, const GridMesh& mesh, const ShadePiece& piece, Sight sight,
+             double footprint, ShadeCache::Entry& entry);
+
+  const World& world_;
+  ShadingContext& shading_;
+  ShadeCache seen_{13}, bounced_{15}, mirrored_{15};
+};
+
+}  // namespace ovhost
