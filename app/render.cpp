@@ -29,7 +29,7 @@ constexpr double kRendering = 40;
 
 struct Options {
   ProjectOptions project;
-  std::string output, renderNode, camera, frames, tile, memory, time, resume = "auto";
+  std::string output, renderNode, camera, engine, frames, tile, memory, time, resume = "auto";
   std::vector<int> crop;
   std::optional<int> width, height, samples;
   std::optional<double> noise;
@@ -146,6 +146,8 @@ ovhost::RenderSettings Settings(Program& program, const Options& options, Sessio
   ovhost::RenderSettings settings;
   settings.renderNode = options.renderNode;
   settings.camera = options.camera;
+  if (!options.engine.empty())
+    settings.engine = options.engine == "path" ? ovhost::Engine::kPath : ovhost::Engine::kStandard;
   settings.width = options.width;
   settings.height = options.height;
   settings.samples = options.samples;
@@ -300,6 +302,12 @@ void AddRender(Program& program) {
                       "Name or path of the render node; the first by default");
   command->add_option("--camera", options->camera,
                       "Name or path of the camera; the render node's by default");
+  command
+      ->add_option(
+          "--engine", options->engine,
+          "standard: clean pictures soon; path: follows light as far as it goes; the render node's by "
+          "default")
+      ->check(CLI::IsMember({"standard", "path"}));
   command->add_option("--width", options->width, "Width in pixels")->check(CLI::Range(1, 1 << 20));
   command->add_option("--height", options->height, "Height in pixels")->check(CLI::Range(1, 1 << 20));
   command->add_option("-s,--samples", options->samples, "Samples a pixel")->check(CLI::Range(1, 1 << 20));

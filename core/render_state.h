@@ -111,6 +111,9 @@ class OV_API trRenderServices {
     return Trace(state, origin, direction, false);
   }
   virtual trVoxelLightingSystem* VoxelLighting() { return nullptr; }
+  /// Key of draws that shaders keep from one point to the next, so that they don't hang on which point came
+  /// first; 0 leaves them to the stream in hand.
+  virtual std::uint64_t KeyOfKeptDraws() const { return 0; }
 };
 
 /// Services where nothing is rendered: no lights, nothing to hit, nothing between two points. Thread-safe.
@@ -228,6 +231,10 @@ class OV_API trRenderState {
     const trGeomGroup* group = nullptr;     ///< met; null where it isn't known
     trVector corners[3];                    ///< corners of the ray's footprint where it met the surface
     unsigned char flags[4] = {0, 0, 0, 0};  ///< the renderer's own marks of a surface; water clears them
+
+    // What the surface in hand means by a ray that it traces, set for the call alone.
+    const trLobe* lobe = nullptr;  ///< the ray stands for all of this lobe; null: for its direction only
+    float weight = 1;              ///< largest channel of what its light will be multiplied by
   };
   Ray& CurrentRay() { return ray_; }
   const Ray& CurrentRay() const { return ray_; }
@@ -261,6 +268,7 @@ class OV_API trRenderState {
   trFCol TraceInside(const trVector& origin, const trVector& direction, double& distance) {
     return services_.TraceInside(*this, origin, direction, distance);
   }
+  std::uint64_t KeyOfKeptDraws() const { return services_.KeyOfKeptDraws(); }
   /// A unit draw of the render, both ends included.
   double Random() { return shading_.RandDouble(); }
 

@@ -2,8 +2,7 @@
 #include "surface/reflective_point.h"
 #include "surface/reflective_shader.h"
 
-void ReflectiveShader::AppendLobes(trShadingInterface& si, const ReflectivePoint& at) const {
-  const int medium = at.absorbsReflected || at.absorbsTransmitted ? AddMedium(si) : -1;
+trLobe ReflectiveShader::ReflectionLobe(const ReflectivePoint& at) const {
   trLobe lobe;
   lobe.normal = at.isFront ? at.normal : -at.normal;
   lobe.roughness = at.roughness;
@@ -18,16 +17,26 @@ void ReflectiveShader::AppendLobes(trShadingInterface& si, const ReflectivePoint
   lobe.edge = at.edge;
   lobe.colour = at.reflectance;
   lobe.model = lobe.facets = modelOfLobes_;
-  lobe.medium = static_cast<signed char>(at.absorbsReflected ? medium : -1);
-  si.Bsdf().AddLobe(lobe);
+  return lobe;
+}
 
+trLobe ReflectiveShader::TransmissionLobe(const ReflectivePoint& at) const {
+  trLobe lobe = ReflectionLobe(at);
   // Inside, what isn't reflected gets out; outside, what reflectivity leaves gets in.
   lobe.kind = trLobe::kSpecularTransmission;
   lobe.base = lobe.edge = at.transparency;
   lobe.reflectivity = at.isFront || at.isThin ? at.reflectivity : trFCol(1.0f);
   lobe.colour = at.transmittance;
   lobe.model = -1;
-  lobe.medium = static_cast<signed char>(at.absorbsTransmitted ? medium : -1);
   lobe.thin = at.isThin;
-  si.Bsdf().AddLobe(lobe);
+  return lobe;
+}
+
+void ReflectiveShader::AppendLobes(trShadingInterface& si, const ReflectivePoint& at) const {
+  const int medium = at.absorbsReflected || at.absorbsTransmitted ? AddMedium(si) : -1;
+  trLobe reflection = ReflectionLobe(at), transmission = TransmissionLobe(at);
+  reflection.medium = static_cast<signed char>(at.absorbsReflected ? medium : -1);
+  transmission.medium = static_cast<signed char>(at.absorbsTransmitted ? medium : -1);
+  si.Bsdf().AddLobe(reflection);
+  si.Bsdf().AddLobe(transmission);
 }

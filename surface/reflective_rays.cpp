@@ -20,6 +20,24 @@ trVector OffsetDirection(const trVector& axis, const trVector& offset, const trV
   return direction.LengthSquared() > 0.5 ? direction : axis;
 }
 
+/// Tells the renderer what the rays traced in its lifetime are for.
+class RayPurpose {
+ public:
+  RayPurpose(trRenderState& rs, const trLobe* lobe, const trFCol& weight) : ray_(rs.CurrentRay()) {
+    ray_.lobe = lobe;
+    ray_.weight = weight.MaxChannel();
+  }
+  ~RayPurpose() {
+    ray_.lobe = nullptr;
+    ray_.weight = 1;
+  }
+  RayPurpose(const RayPurpose&) = delete;
+  RayPurpose& operator=(const RayPurpose&) = delete;
+
+ private:
+  trRenderState::Ray& ray_;
+};
+
 }  // namespace
 
 long ReflectiveShader::NumSamples() const {
@@ -31,18 +49,36 @@ void ReflectiveShader::TraceRays(trShadingInterface& si, const ReflectivePoint& 
     TraceManyRays(si, at);
     return;
   }
-  if (at.reflects) TraceReflection(si, at, {}, at.reflectance);
-  if (at.transmits) TraceTransmission(si, at, {}, at.transmittance);
+  const trVector near = at.isFront ? at.normal : -at.normal;
+  if (at.reflects) {
+    const trLobe lobe = ReflectionLobe(at);
+    const RayPurpose purpose(si.RenderState(), &lobe, at.reflectance);
+    TraceReflection(si, at, OffsetDirection(at.reflected, {}, near), at.reflectance);
+  }
+  if (at.transmits) {
+    const trLobe lobe = TransmissionLobe(at);
+    const RayPurpose purpose(si.RenderState(), &lobe, at.transmittance);
+    TraceTransmission(si, at, OffsetDirection(at.transmitted, {}, -near), at.transmittance);
+  }
 }
 
 void ReflectiveShader::TraceManyRays(trShadingInterface& si, const ReflectivePoint& at) {
   ReflectiveThreadState& record = records_[si.Thread()];
   const long count = NumSamples();
   if (record.cachedCount != count || record.cachedSoftness != reflectionSoftness_) FillOffsets(si, record);
-  const float share = 1.0f / static_cast<float>(count);
+  const trFCol share(1.0f / static_cast<float>(count));
+  const trVector near = at.isFront ? at.normal : -at.normal;
+  const trFCol reflectance = at.reflectance * share, transmittance = at.transmittance * share;
   for (long i = 0; i < count; ++i) {
-    if (at.reflects) TraceReflection(si, at, record.reflectionOffsets[i], at.reflectance * share);
-    if (at.transmits) TraceTransmission(si, at, record.transmissionOffsets[i], at.transmittance * share);
+    if (at.reflects) {
+      const RayPurpose purpose(si.RenderState(), nullptr, reflectance);
+      TraceReflection(si, at, OffsetDirection(at.reflected, record.reflectionOffsets[i], near), reflectance);
+    }
+    if (at.transmits) {
+      const RayPurpose purpose(si.RenderState(), nullptr, transmittance);
+      TraceTransmission(si, at, OffsetDirection(at.transmitted, record.transmissionOffsets[i], -near),
+                        transmittance);
+    }
   }
 }
 
@@ -53,6 +89,8 @@ void ReflectiveShader::FillOffsets(trShadingInterface& si, ReflectiveThreadState
   record.reflectionOffsets = std::make_unique<trVector[]>(static_cast<size_t>(count));
   record.transmissionOffsets = std::make_unique<trVector[]>(static_cast<size_t>(count));
   const double softness = std::clamp(reflectionSoftness_, -kGreatestSoftness, kGreatestSoftness);
+  const trRandomStream inHand = si.Random();
+  if (const std::uint64_t key = si.RenderState().KeyOfKeptDraws()) si.Random() = {key, 0};
   const auto draw = [&](trVector& offset) {
     offset.z = (si.RandDouble() - 0.5) * 2 * softness;
     offset.y = (si.RandDouble() - 0.5) * 2 * softness;
@@ -62,21 +100,18 @@ void ReflectiveShader::FillOffsets(trShadingInterface& si, ReflectiveThreadState
     draw(record.reflectionOffsets[i]);
     draw(record.transmissionOffsets[i]);
   }
+  if (si.RenderState().KeyOfKeptDraws()) si.Random() = inHand;
 }
 
 void ReflectiveShader::TraceReflection(trShadingInterface& si, const ReflectivePoint& at,
-                                       const trVector& offset, const trFCol& weight) const {
-  const trVector near = at.isFront ? at.normal : -at.normal;
-  const trVector direction = OffsetDirection(at.reflected, offset, near);
+                                       const trVector& direction, const trFCol& weight) const {
   const trFCol colour = at.isFront || at.isThin ? si.RenderState().TraceColor(at.Outside(), direction)
                                                 : TraceInner(si, at.Outside(), direction);
   si.RenderState().ShadeOutputs().reflection += Tamed(Tamed(colour) * weight);
 }
 
 void ReflectiveShader::TraceTransmission(trShadingInterface& si, const ReflectivePoint& at,
-                                         const trVector& offset, const trFCol& weight) const {
-  const trVector far = at.isFront ? -at.normal : at.normal;
-  const trVector direction = OffsetDirection(at.transmitted, offset, far);
+                                         const trVector& direction, const trFCol& weight) const {
   const trFCol colour = !at.isFront || at.isThin ? si.RenderState().TraceColor(at.Beyond(), direction)
                                                  : TraceInner(si, at.Beyond(), direction);
   si.RenderState().ShadeOutputs().transmission += Tamed(Tamed(colour) * weight);
@@ -97,10 +132,11 @@ trFCol ReflectiveShader::TraceInner(trShadingInterface& si, const trVector& orig
 
 void ReflectiveShader::TraceQuickly(trShadingInterface& si, const ReflectivePoint& at) const {
   trRenderState& rs = si.RenderState();
-  const auto append = [&](const trVector& from, const trVector& direction, const trFCol& weight) {
+  const auto append = [&](const trVector& from, const trVector& direction, const trLobe& lobe) {
+    const RayPurpose purpose(rs, &lobe, lobe.colour);
     const trFCol colour = Tamed(rs.QuickTraceColor(from, direction));
-    si.Bsdf().AddLobe(trBsdf::Lambert(trLobe::kLight, Tamed(weight * colour)));
+    si.Bsdf().AddLobe(trBsdf::Lambert(trLobe::kLight, Tamed(lobe.colour * colour)));
   };
-  if (at.reflects) append(at.Outside(), at.reflected, at.reflectance);
-  if (at.transmits) append(at.Beyond(), at.transmitted, at.transmittance);
+  if (at.reflects) append(at.Outside(), at.reflected, ReflectionLobe(at));
+  if (at.transmits) append(at.Beyond(), at.transmitted, TransmissionLobe(at));
 }

@@ -80,9 +80,9 @@ class ReflectiveShader : public trSurfaceShader {
   // Rays
   void TraceRays(trShadingInterface& si, const ReflectivePoint& at);
   void TraceManyRays(trShadingInterface& si, const ReflectivePoint& at);
-  void TraceReflection(trShadingInterface& si, const ReflectivePoint& at, const trVector& offset,
+  void TraceReflection(trShadingInterface& si, const ReflectivePoint& at, const trVector& direction,
                        const trFCol& weight) const;
-  void TraceTransmission(trShadingInterface& si, const ReflectivePoint& at, const trVector& offset,
+  void TraceTransmission(trShadingInterface& si, const ReflectivePoint& at, const trVector& direction,
                          const trFCol& weight) const;
   trFCol TraceInner(trShadingInterface& si, const trVector& origin, const trVector& direction) const;
   void TraceQuickly(trShadingInterface& si, const ReflectivePoint& at) const;
@@ -97,6 +97,8 @@ class ReflectiveShader : public trSurfaceShader {
   trFCol ScatteredInside(trShadingInterface& si, const Inside& inside, const trVector& origin,
                          const trVector& direction, double length, const trFCol& extinction) const;
 
+  trLobe ReflectionLobe(const ReflectivePoint& at) const;
+  trLobe TransmissionLobe(const ReflectivePoint& at) const;
   void AppendLobes(trShadingInterface& si, const ReflectivePoint& at) const;
   int AddMedium(trShadingInterface& si) const;
 

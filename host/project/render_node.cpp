@@ -12,17 +12,20 @@ trRenderNode::trRenderNode() {
   SetRange(deepBouncesHint_, this, {.min = 0, .max = 64});
   SetRange(chanceHint_, this, {.min = 0, .max = 1});
   SetRange(brightnessHint_, this, {.min = 0, .max = 100, .focusPower = 2});
+  SetRange(indirectHint_, this, {.min = 1, .max = 1024});
+  SetRange(spacingHint_, this, {.min = 1, .max = 32});
+  SetRange(importanceHint_, this, {.min = 0, .max = 1, .focusPower = 2});
   SetRange(detailHint_, this, {.min = 0.05, .max = 4});
   SetRange(dicingLimitHint_, this, {.min = 0, .max = 100, .focusPower = 2});
   SetRange(filterWidthHint_, this, {.min = 0, .max = 8});
   SetRange(exposureHint_, this, {.min = -10, .max = 10});
-  SetMenu(engineHint_, this, {{"Path tracer", 1}});
+  SetMenu(engineHint_, this, {{"Standard", kStandard}, {"Path tracer", kPath}});
   SetMenu(filterHint_, this, {{"Box", 0}, {"Tent", 1}, {"Gaussian", 2}, {"Blackman-Harris", 3}});
   Param(camera_, "camera", "");
   Param(imageWidth_, "image_width", 960, &sizeHint_);
   Param(imageHeight_, "image_height", 540, &sizeHint_);
   GuiTab("Quality", "quality_tab");
-  Param(engine_, "engine", 1, &engineHint_);
+  Param(engine_, "engine", kPath, &engineHint_);
   Param(samples_, "samples", 16, &samplesHint_).Display("Samples per pixel");
   // Tiles whose noise is below this, as a share of their brightness, take no more samples.
   Param(noiseTarget_, "noise_target", 0.0, &noiseHint_).Display("Noise to stop at");
@@ -38,6 +41,12 @@ trRenderNode::trRenderNode() {
   Param(roulette_, "russian_roulette", 1).Display("Russian roulette");
   Param(rouletteStart_, "roulette_start", 1, &bouncesHint_).Display("Bounces before roulette");
   Param(leastSurvival_, "roulette_least_chance", 0.25, &chanceHint_).Display("Least chance to go on");
+  GuiTab("Standard engine", "standard_tab");
+  // Sky light and bounces are averaged over so many directions at points so many pixels apart.
+  Param(indirectSamples_, "indirect_samples", 64, &indirectHint_).Display("Samples of indirect light");
+  Param(indirectSpacing_, "indirect_spacing", 4.0, &spacingHint_).Display("Pixels between them");
+  // Reflections and refractions that count less in a pixel are traced by chance.
+  Param(leastImportance_, "least_importance", 0.05, &importanceHint_).Display("Least importance of rays");
   GuiTab("Film", "film_tab");
   Param(filter_, "pixel_filter", 1, &filterHint_);
   Param(filterWidth_, "filter_width", 2.0, &filterWidthHint_).Display("Filter width in pixels");

@@ -5,10 +5,13 @@
 
 class OV_API trRenderNode : public trBase {
  public:
+  enum Engine : long { kStandard = 0, kPath = 1 };
+
   trRenderNode();
 
   long Width() const { return imageWidth_; }
   long Height() const { return imageHeight_; }
+  Engine UsedEngine() const { return engine_ == kStandard ? kStandard : kPath; }
   /// Camera samples a pixel, at most.
   long Samples() const { return samples_; }
   /// Noise, as a share of brightness, at which a part of the picture takes no more samples; 0 for never.
@@ -26,6 +29,11 @@ class OV_API trRenderNode : public trBase {
   /// After so many bounces, weak paths end by chance; -1 for never.
   long RouletteStart() const { return roulette_ ? rouletteStart_ : -1; }
   double LeastSurvival() const { return leastSurvival_; }
+  /// The standard engine: bounces averaged at a point of cached light, pixels between such points, and the
+  /// share in a pixel below which reflections and refractions are left to chance.
+  long IndirectSamples() const { return indirectSamples_; }
+  double IndirectSpacing() const { return indirectSpacing_; }
+  double LeastImportance() const { return leastImportance_; }
   /// 0 box, 1 tent, 2 Gaussian, 3 Blackman-Harris.
   long Filter() const { return filter_; }
   double FilterWidth() const { return filterWidth_; }
@@ -35,12 +43,13 @@ class OV_API trRenderNode : public trBase {
   trBase* Camera() const { return camera_.LinkedNode(); }
 
  private:
-  trIntHint sizeHint_, samplesHint_, bouncesHint_, deepBouncesHint_, engineHint_, filterHint_;
-  trDoubleHint detailHint_, dicingLimitHint_, exposureHint_, noiseHint_, chanceHint_, brightnessHint_,
-      filterWidthHint_;
+  trIntHint sizeHint_, samplesHint_, bouncesHint_, deepBouncesHint_, engineHint_, filterHint_, indirectHint_;
+  trDoubleHint spacingHint_, importanceHint_, detailHint_, dicingLimitHint_, exposureHint_, noiseHint_,
+      chanceHint_, brightnessHint_, filterWidthHint_;
   trCameraLink camera_;
   long imageWidth_, imageHeight_, engine_, samples_, leastSamples_, maxBounces_, maxSpecularBounces_,
-      rouletteStart_, filter_;
-  double noiseTarget_, detail_, dicingLimit_, clampIndirect_, leastSurvival_, filterWidth_, exposure_;
+      rouletteStart_, indirectSamples_, filter_;
+  double indirectSpacing_, leastImportance_, noiseTarget_, detail_, dicingLimit_, clampIndirect_,
+      leastSurvival_, filterWidth_, exposure_;
   unsigned char roulette_, softClip_;
 };

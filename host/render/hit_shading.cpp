@@ -13,11 +13,6 @@ double LargestComponent(const trVector& v) {
   return std::max({std::fabs(v.x), std::fabs(v.y), std::fabs(v.z)});
 }
 
-/// Far enough off a face that a ray doesn't meet it again: single precision of points relative to the eye.
-double RayOffset(const trVector& relative) {
-  return 1e-4 + 4e-7 * (std::fabs(relative.x) + std::fabs(relative.y) + std::fabs(relative.z));
-}
-
 /// The micropolygon of a patch that was met, and how much each of its vertices counts there.
 struct GridCell {
   const GridVertex* corners[4];

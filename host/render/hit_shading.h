@@ -20,6 +20,12 @@ struct SurfacePoint {
   const trMaterial* material = nullptr;  ///< null in a scene without materials
 };
 
+/// Far enough off a face, metres, that a ray doesn't meet it again: points relative to the eye have single
+/// precision.
+inline double RayOffset(const trVector& relative) {
+  return 1e-4 + 4e-7 * (std::fabs(relative.x) + std::fabs(relative.y) + std::fabs(relative.z));
+}
+
 /// Locates hits and fills shading states from them. Per-thread state.
 class OV_API HitShading {
  public:

@@ -276,33 +276,52 @@ void PathTracer::FollowLobes(Path& path, int depth) {
 
 void PathTracer::Follow(Path& path) {
   shading_.si.Random() = {MixBits64(path.random + 1)};
-  for (int depth = 1; Bounce(path, depth);) {
-    ++depth;
-    ++counters_.bounceRays;
-    const bool isHit = world_.Rays().Intersect(path.origin, path.direction, path.nearest,
-                                               world_.FarDistance(), path.hit, kIndirectRays);
-    const trVector from = path.origin + world_.View().eye;
-    trFCol sky;
-    if (!isHit && world_.SkyOfBounces().Lookup(from, path.direction, sky)) {
-      AddIndirect(path, path.throughput * sky);
-      return;
-    }
-    const trAtomicIntegrator::Result air =
-        Air(from, path.direction, isHit ? path.hit.distance : world_.FarDistance(), depth);
-    AddIndirect(path, path.throughput * air.Colour());
-    if (!isHit) return;
-    path.throughput *= air.transmittance;
+  for (int depth = 1; Bounce(path, depth);)
+    if (!FollowRay(path, ++depth)) return;
+}
 
-    Surface& surface = path.surface;
-    ShadeHit(path.hit, path.origin, path.direction, kBounceFootprint, false, surface);
-    if (!surface.isPlain) return FollowLobes(path, depth);
-    AddIndirect(path, path.throughput * (surface.emission + DirectLight(surface, path.sampler.Next())));
-    // What deeper bounces would bring, from the tabulated sky.
-    if (depth > settings_.maxBounces)
-      AddIndirect(path, path.throughput * surface.diffuse *
-                            world_.IndirectDiffuse(shading_.state, surface.world, surface.normal) *
-                            kDeepVisibility);
+trFCol PathTracer::Gather(const trVector& origin, const trVector& direction, double nearest,
+                          const PixelSampler& sampler, std::uint64_t random) {
+  Path path;
+  path.sampler = sampler;
+  path.random = random;
+  path.origin = origin;
+  path.direction = direction;
+  path.nearest = nearest;
+  shading_.si.Random() = {MixBits64(random + 1)};
+  for (int depth = 2; FollowRay(path, depth) && Bounce(path, depth);) ++depth;
+  return path.result.indirect;
+}
+
+bool PathTracer::FollowRay(Path& path, int depth) {
+  ++counters_.bounceRays;
+  const bool isHit = world_.Rays().Intersect(path.origin, path.direction, path.nearest, world_.FarDistance(),
+                                             path.hit, kIndirectRays);
+  const trVector from = path.origin + world_.View().eye;
+  trFCol sky;
+  if (!isHit && world_.SkyOfBounces().Lookup(from, path.direction, sky)) {
+    AddIndirect(path, path.throughput * sky);
+    return false;
   }
+  const trAtomicIntegrator::Result air =
+      Air(from, path.direction, isHit ? path.hit.distance : world_.FarDistance(), depth);
+  AddIndirect(path, path.throughput * air.Colour());
+  if (!isHit) return false;
+  path.throughput *= air.transmittance;
+
+  Surface& surface = path.surface;
+  ShadeHit(path.hit, path.origin, path.direction, kBounceFootprint, false, surface);
+  if (!surface.isPlain) {
+    FollowLobes(path, depth);
+    return false;
+  }
+  AddIndirect(path, path.throughput * (surface.emission + DirectLight(surface, path.sampler.Next())));
+  // What deeper bounces would bring, from the tabulated sky.
+  if (depth > settings_.maxBounces)
+    AddIndirect(path, path.throughput * surface.diffuse *
+                          world_.IndirectDiffuse(shading_.state, surface.world, surface.normal) *
+                          kDeepVisibility);
+  return true;
 }
 
 }  // namespace ovhost

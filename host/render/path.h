@@ -18,17 +18,21 @@ class OV_API PixelEngine {
   /// Traces samples `begin` to `end` of a pixel of the full picture, at most kSamplesTogether, into
   /// `results`.
   virtual void SamplePixel(int x, int y, std::uint32_t begin, std::uint32_t end, CameraSample* results) = 0;
-  virtual const PathCounters& Counters() const = 0;
+  virtual PathCounters Counters() const = 0;
 };
 
 /// One thread's path tracer. Per-thread state.
-class OV_API PathTracer final : public PixelEngine {
+class OV_API PathTracer : public PixelEngine {
  public:
   PathTracer(World& world, const PathSettings& settings);
   ~PathTracer() override;
 
   void SamplePixel(int x, int y, std::uint32_t begin, std::uint32_t end, CameraSample* results) override;
-  const PathCounters& Counters() const override { return counters_; }
+  PathCounters Counters() const override { return counters_; }
+  /// Radiance that a diffuse bounce brings, `nearest` metres on from `origin` (relative to the eye) along
+  /// `direction`, as paths estimate it.
+  trFCol Gather(const trVector& origin, const trVector& direction, double nearest,
+                const PixelSampler& sampler, std::uint64_t random);
 
   /// A shaded point.
   struct Surface : SurfacePoint {
@@ -36,7 +40,7 @@ class OV_API PathTracer final : public PixelEngine {
     bool isPlain = true;  ///< emission and diffuse lobes are all there is
   };
 
- private:
+ protected:
   /// A camera path on its way.
   struct Path {
     PixelSampler sampler;
@@ -48,6 +52,18 @@ class OV_API PathTracer final : public PixelEngine {
     Surface surface;
     CameraSample result;
   };
+
+  /// The rest of a path, from the surface that the camera sees.
+  virtual void Follow(Path& path);
+  /// Hands the path over where its surface isn't plain.
+  virtual void FollowLobes(Path& path, int depth);
+  void AddIndirect(Path& path, const trFCol& light) const;
+
+  World& world_;
+  PathSettings settings_;
+  PathCounters counters_;
+
+ private:
   /// Light that a sun would send along a path, and the ray that tells whether it does.
   struct SunRay {
     trVector origin, direction;
@@ -60,13 +76,10 @@ class OV_API PathTracer final : public PixelEngine {
   bool ShadeCameraRay(Path& path);
   /// Direct light of all paths whose camera rays met a surface, by bundles of shadow rays.
   void LightCameraHits();
-  /// The rest of a path, from the surface that the camera sees.
-  void Follow(Path& path);
-  /// Hands the path over where its surface isn't plain.
-  void FollowLobes(Path& path, int depth);
+  /// The surface that a bounce meets. False where the path ends there.
+  bool FollowRay(Path& path, int depth);
   /// Turns the path into a diffuse bounce; false where roulette or the surface ends it.
   bool Bounce(Path& path, int depth) const;
-  void AddIndirect(Path& path, const trFCol& light) const;
 
   void ShadeHit(const SurfaceHit& hit, const trVector& origin, const trVector& direction,
                 double footprintAngle, bool isCamera, Surface& surface);
@@ -81,12 +94,9 @@ class OV_API PathTracer final : public PixelEngine {
   trAtomicIntegrator::Result Air(const trVector& origin, const trVector& direction, double distance,
                                  int depth);
 
-  World& world_;
-  PathSettings settings_;
   ShadingContext shading_;
   PieceShading pieces_;
   trAtomicIntegrator integrator_;
-  PathCounters counters_;
   Roulette roulette_;
   LightWalk walk_;
 

@@ -26,6 +26,11 @@ struct PathSettings {
 
 struct PathCounters {
   std::uint64_t cameraRays = 0, shadowRays = 0, bounceRays = 0, volumeSamples = 0;
+
+  PathCounters operator+(const PathCounters& other) const {
+    return {cameraRays + other.cameraRays, shadowRays + other.shadowRays, bounceRays + other.bounceRays,
+            volumeSamples + other.volumeSamples};
+  }
 };
 
 }  // namespace ovhost

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <thread>
 
 #include "host/base/log.h"
@@ -16,6 +17,7 @@
 #include "host/render/checkpoint.h"
 #include "host/render/denoise.h"
 #include "host/render/path.h"
+#include "host/render/standard.h"
 
 namespace ovhost {
 namespace {
@@ -29,6 +31,9 @@ constexpr double kSecondsBetweenWrites = 3;
 constexpr double kEdgePixels = 2.0;
 /// What a surface may have outside the view, where vertices don't go by pixels.
 constexpr double kVerticesOutOfView = 1e6;
+
+/// Entries of the cache of indirect light for each pixel, and its share of the memory at most.
+constexpr double kCachedPerPixel = 1, kCacheShare = 0.1;
 
 double Seconds() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
@@ -51,7 +56,10 @@ struct Plan {
   trView view;
   double edgePixels = 0;
   std::uint64_t pictureVertices = 0;
+  Engine engine = Engine::kPath;
   PathSettings path;
+  IndirectSettings indirect;
+  TraceSettings trace;
   ViewTransform transform;
   std::vector<std::string> layers;
   const trBase* context = nullptr;
@@ -115,6 +123,9 @@ class FrameRender {
   /// What makes the sums of two renders differ, besides size, seed and frame.
   std::uint64_t SceneKey() const;
   RenderOutcome RunInArena(int threads);
+  /// What threads of the standard engine share; null for the other.
+  std::unique_ptr<LightCache> MakeLightCache(std::uint64_t memory) const;
+  std::unique_ptr<PixelEngine> MakeEngine(World& world) const;
   void RunPass(Pass pass, Film& film, World& world, Tracers& tracers);
   /// Whether a tile takes no more samples: it has all, or its noise is below the target.
   bool IsTileDone(int tile, const Film& film) const;
@@ -137,6 +148,7 @@ class FrameRender {
   trRenderNode defaults_;
   Plan plan_;
   CheckpointKey key_;
+  std::unique_ptr<LightCache> lightCache_;
   unsigned long progressState_ = 0;
   std::atomic<std::uint64_t> tileSamplesDone_{0};
   std::uint64_t tileSamplesLeftOut_ = 0;  ///< by tiles that are done before they have all
@@ -184,6 +196,12 @@ bool FrameRender::MakePlan() {
   plan_.path.clampIndirect = static_cast<float>(render->ClampIndirect());
   plan_.path.rouletteStart = static_cast<int>(std::clamp<long>(render->RouletteStart(), 0, 64));
   plan_.path.leastSurvival = render->RouletteStart() < 0 ? 1 : std::clamp(render->LeastSurvival(), 0.0, 1.0);
+  const bool isStandard = render->UsedEngine() == trRenderNode::kStandard;
+  plan_.engine = settings_.engine.value_or(isStandard ? Engine::kStandard : Engine::kPath);
+  plan_.indirect.rays = static_cast<int>(std::clamp<long>(render->IndirectSamples(), 1, 1 << 16));
+  plan_.indirect.spacing = std::clamp(render->IndirectSpacing(), 0.1, 1000.0);
+  plan_.trace.maxDepth = plan_.path.maxSpecularBounces + 1;
+  plan_.trace.leastImportance = std::clamp(render->LeastImportance(), 0.0, 1.0);
   plan_.path.filter = PixelFilter(static_cast<PixelFilter::Shape>(std::clamp<long>(render->Filter(), 0, 3)),
                                   render->FilterWidth());
   plan_.noiseTarget = settings_.noiseLimit.value_or(render->NoiseTarget());
@@ -274,13 +292,27 @@ bool FrameRender::Report(double fraction) {
   return node->ReportProgress(progressState_, "Rendering", static_cast<float>(fraction), remaining) != 0;
 }
 
+std::unique_ptr<LightCache> FrameRender::MakeLightCache(std::uint64_t memory) const {
+  if (plan_.engine != Engine::kStandard) return nullptr;
+  // An entry for every few pixels, in a share of the memory at most.
+  const double pixels = static_cast<double>(plan_.area.x1 - plan_.area.x0) * (plan_.area.y1 - plan_.area.y0);
+  const double wanted = std::min(pixels * kCachedPerPixel, static_cast<double>(memory) * kCacheShare /
+                                                               static_cast<double>(LightCache::kEntryBytes));
+  return std::make_unique<LightCache>(std::clamp(static_cast<int>(std::log2(wanted + 1)), 10, 26));
+}
+
+std::unique_ptr<PixelEngine> FrameRender::MakeEngine(World& world) const {
+  if (plan_.engine == Engine::kPath) return std::make_unique<PathTracer>(world, plan_.path);
+  return std::make_unique<StandardTracer>(world, plan_.path, plan_.indirect, plan_.trace, *lightCache_);
+}
+
 void FrameRender::RunPass(Pass pass, Film& film, World& world, Tracers& tracers) {
   ParallelFor(static_cast<size_t>(film.NumTiles()), [&](size_t index) {
     const int tile = static_cast<int>(index);
     std::unique_ptr<PixelEngine>& tracer = tracers[ThreadSlot()];
     if (film.TileSamples(tile) >= pass.end || IsTileDone(tile, film)) return;
     if (control_.stop || control_.writeNow || outOfTime_) return;
-    if (!tracer) tracer = std::make_unique<PathTracer>(world, plan_.path);
+    if (!tracer) tracer = MakeEngine(world);
     CameraSample samples[kSamplesTogether];
     const PathCounters before = tracer->Counters();
     const PixelRect rect = film.TileRect(tile);
@@ -291,7 +323,7 @@ void FrameRender::RunPass(Pass pass, Film& film, World& world, Tracers& tracers)
       }
     film.TileSamples(tile) = pass.end;
     tileSamplesDone_ += pass.end - pass.begin;
-    const PathCounters& after = tracer->Counters();
+    const PathCounters after = tracer->Counters();
     std::atomic_ref(statistics_.cameraRays) += after.cameraRays - before.cameraRays;
     std::atomic_ref(statistics_.shadowRays) += after.shadowRays - before.shadowRays;
     std::atomic_ref(statistics_.bounceRays) += after.bounceRays - before.bounceRays;
@@ -335,6 +367,7 @@ std::uint64_t FrameRender::SceneKey() const {
       key = (key ^ static_cast<unsigned char>(name.c_str()[i])) * 0x100000001b3ull;
   };
   add(settings_.renderNode);
+  add(plan_.engine == Engine::kStandard ? "standard" : "path");
   add(settings_.camera);
   for (const std::string& layer : plan_.layers) add(layer);
   return key;
@@ -373,7 +406,9 @@ RenderOutcome FrameRender::RunInArena(int threads) {
   worldSettings.frame = settings_.frame;
   worldSettings.seed = settings_.seed;
   worldSettings.threads = threads;
+  lightCache_ = MakeLightCache(budget - filmBytes);
   worldSettings.memoryBytes = budget - filmBytes;
+  if (lightCache_) worldSettings.memoryBytes -= std::min(lightCache_->Bytes(), worldSettings.memoryBytes / 2);
   World world(project_, worldSettings, control_.stop);
   if (!world.Build()) return control_.stop ? Stop(film) : RenderOutcome::kFailed;
   if (world.Parts().IsEmpty()) trWarning("The project has no object to render; only the sky will show.");

@@ -17,12 +17,15 @@ struct PixelRect {
   int x0 = 0, y0 = 0, x1 = 0, y1 = 0;
 };
 
+enum class Engine { kStandard, kPath };
+
 enum class ResumeMode { kAuto, kNever, kRequire };
 
 /// What a command line says over the render node's own settings. Unset ones come from the node.
 struct RenderSettings {
   std::string output;              ///< picture path; its extension chooses the format
   std::string renderNode, camera;  ///< paths or names; empty takes the project's first
+  std::optional<Engine> engine;
   std::optional<int> width, height, samples;
   std::optional<PixelRect> crop;  ///< in pixels of the full picture
   double frame = 1;

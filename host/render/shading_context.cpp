@@ -59,7 +59,7 @@ trFCol ShadowRays::ThroughClear(const trVector& origin, const trVector& directio
     left *= StraightThrough(shading_.si.Bsdf(), shading_.si.Oo_surf(), false);
     if (left.MaxChannel() < kLeastLight) return {};
     from = from + direction * hit.distance;
-    start = 1e-4 + 4e-7 * (std::fabs(from.x) + std::fabs(from.y) + std::fabs(from.z));
+    start = RayOffset(from);
   }
   return {};
 }

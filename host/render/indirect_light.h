@@ -1,0 +1,39 @@
+// What surfaces receive besides the suns' light, for the standard engine: the sky, and what other surfaces
+// send on.
+#pragma once
+
+#include "host/render/light_cache.h"
+#include "host/render/path.h"
+
+namespace ovhost {
+
+struct IndirectSettings {
+  int rays = 64;       ///< bounces that are averaged at a cached point
+  double spacing = 4;  ///< between cached points, pixels
+};
+
+/// Diced surfaces have their light worked out at vertices some pixels apart, by bounces as the path engine
+/// follows them, and blended between (Ward, Rubinstein and Clear 1988, on the surface's own grid); other
+/// surfaces follow a bounce of their own for each sample. Per-thread state.
+class OV_API IndirectLight {
+ public:
+  IndirectLight(World& world, const PathSettings& path, const IndirectSettings& settings, LightCache& cache);
+
+  /// Radiance of a white surface at a point that a ray met, for the side of `normal`. What isn't `isSeen` by
+  /// the camera itself is known more coarsely.
+  trFCol At(const SurfaceHit& hit, const SurfacePoint& point, const trVector& normal, bool isSeen,
+            PixelSampler& sampler);
+  PathCounters Counters() const { return gatherer_.Counters(); }
+
+ private:
+  trFCol OnGrid(const SurfaceHit& hit, const SurfacePoint& point, const trVector& normal, bool isSeen);
+  CachedLight AtVertex(const trVector& point, const trVector& normal, int rays, std::uint64_t key);
+
+  World& world_;
+  IndirectSettings settings_;
+  LightCache& cache_;
+  PathTracer gatherer_;
+  bool isDark_;  ///< no bounces, or no light in them
+};
+
+}  // namespace ovhost

@@ -1,0 +1,175 @@
+// Surfaces that trace their own rays, for the standard engine: shading networks run undeferred, lights as
+// they see them, and what their rays meet.
+#pragma once
+
+#include <array>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "host/render/film.h"
+#include "host/render/indirect_light.h"
+#include "host/render/lobes.h"
+#include "host/render/shading_context.h"
+
+namespace ovhost {
+
+struct TraceSettings {
+  int maxDepth = 9;               ///< of rays; the camera's has depth 1
+  double leastImportance = 0.05;  ///< rays that count less than this are traced by chance
+};
+
+/// Answers the rays of surfaces. Each ray is shaded in a state of its own, so that surfaces may see surfaces.
+/// Per-thread state.
+class OV_API TracedLight final : public trRenderServices {
+ public:
+  TracedLight(World& world, const TraceSettings& settings, IndirectLight& indirect, PathCounters& counters);
+  ~TracedLight() override;
+
+  /// A camera ray that met something, and how much of it is left there.
+  struct Start {
+    PixelSampler sampler;
+    std::uint64_t random = 0;
+    trVector origin, direction;  ///< relative to the eye
+    SurfaceHit hit;
+    trFCol throughput{1.0f};
+  };
+  /// Adds to `result` what the surface sends to the eye, and what shows through it.
+  void Follow(const Start& start, CameraSample& result);
+
+  // trRenderServices
+  int NumLights() const override { return static_cast<int>(lights_.size()); }
+  const trLightState* Light(int index) const override { return &lights_[static_cast<size_t>(index)]; }
+  trFCol Trace(trRenderState& state, const trVector& origin, const trVector& direction, bool quick) override;
+  trFCol TraceInside(trRenderState& state, const trVector& origin, const trVector& direction,
+                     double& distance) override;
+  trFCol TraceOpacity(trRenderState& state, const trVector& from, const trVector& to) override {
+    return world_.TraceOpacity(state, from, to);
+  }
+  trFCol DirectDiffuse(trRenderState& state, const trVector& point, const trVector& normal) override {
+    return world_.DirectDiffuse(state, point, normal);
+  }
+  trFCol IndirectDiffuse(trRenderState& state, const trVector& point, const trVector& normal) override {
+    return world_.IndirectDiffuse(state, point, normal);
+  }
+  void EnviroInAtmosphere(trRenderState& state, const trVector& point, const trVector& spot, trFCol& above,
+                          trFCol& below) override {
+    world_.EnviroInAtmosphere(state, point, spot, above, below);
+  }
+  bool IntersectTris(const trScene& scene, const trVector& origin, const trVector& direction,
+                     trTriHit& hit) override {
+    return world_.IntersectTris(scene, origin, direction, hit);
+  }
+  double SpotSize(const trVector& point) const override { return world_.SpotSize(point); }
+  bool IsPausingOrAborting() const override { return world_.IsPausingOrAborting(); }
+  bool IsDeferred() const override { return false; }
+  int MaxRayDepth() const override { return settings_.maxDepth; }
+  std::uint64_t KeyOfKeptDraws() const override { return world_.Settings().seed + 1; }
+
+ private:
+  /// A sun as the surface in hand sees it: one point of its disc a ray, past whatever is in the way.
+  class Sun final : public trLightState {
+   public:
+    Sun(TracedLight& owner, int index) : owner_(owner), index_(index) {}
+    trVector Dir() const override { return Source().Dir(); }
+    trVector Dir(const trVector& point) const override { return Source().Dir(point); }
+    trVector TracePos(const trVector& point, double& distance) const override {
+      return Source().TracePos(point, distance);
+    }
+    double AngularRadiusInRadians(const trVector& point) const override {
+      return Source().AngularRadiusInRadians(point);
+    }
+    double SoftShadowAngularRadiusInRadians() const override {
+      return Source().SoftShadowAngularRadiusInRadians();
+    }
+    trFCol Intensity(trRenderState& state, const trVector& point, const trVector&) const override {
+      return owner_.SunAt(index_, point, state.CurrentRay().tracesShadows);
+    }
+    trFCol DEV_IntensityOptimised(trRenderState& state, const trVector& point, const trVector& spot,
+                                  const trVector&, const trFCol&) const override {
+      return Intensity(state, point, spot);
+    }
+    bool IsEnviroLight() const override { return false; }
+    bool DoShadowsFromAtmosphere() const override { return Source().DoShadowsFromAtmosphere(); }
+    bool DoShadowsFromSurfaces() const override { return Source().DoShadowsFromSurfaces(); }
+    bool DoGlowInAtmosphere() const override { return Source().DoGlowInAtmosphere(); }
+    bool DoSpecularHighlights() const override { return Source().DoSpecularHighlights(); }
+
+   private:
+    const SunLight& Source() const { return *owner_.world_.Suns()[static_cast<size_t>(index_)]; }
+    TracedLight& owner_;
+    int index_;
+  };
+
+  /// A ray on its way.
+  struct Ray {
+    trVector origin, direction;  ///< relative to the eye
+    double nearest = 0;          ///< where it starts to count, metres
+    int depth = 1;
+    double spread = 0;      ///< half angle of its cone, radians
+    double footprint = 0;   ///< at its origin, metres
+    double importance = 1;  ///< share in the pixel
+    RayKind kind = kCameraRays;
+    bool isQuick = false;                 ///< what it meets traces no further
+    const SurfacePart* inside = nullptr;  ///< the solid it goes through, or null for the air
+  };
+  /// A surface in hand. There is one for each depth.
+  struct Level {
+    Level(const World& world, trRenderServices& services) : shading(world, services) {}
+    struct SunLook {
+      trVector direction;
+      std::optional<trFCol> light[2];  ///< on the face's side and beyond it
+    };
+    ShadingContext shading;
+    Ray ray;
+    SurfaceHit hit;
+    SurfacePoint point;
+    std::vector<SunLook> suns;
+
+    /// What the ray goes through isn't of this surface: it lies inside of another.
+    bool IsContents() const { return ray.inside && ray.inside != hit.part; }
+  };
+  /// What a surface sends back along a ray.
+  struct Sent {
+    LightLayers light;
+    trFCol direct;  ///< the part that comes from it and from suns at once
+  };
+
+  LightLayers See(Ray ray, double& distance);
+  /// The next surface, and the light before it. False where there is none.
+  bool Travel(const Ray& ray, SurfaceHit& hit, trFCol& left, LightLayers& sum, trFCol* atmosphere);
+  /// The surfaces from `hit` on, as far as they let light pass beside them.
+  void Surfaces(Ray ray, SurfaceHit hit, trFCol left, LightLayers& sum, CameraSample* camera);
+  Level& Shade(const Ray& ray, const SurfaceHit& hit);
+  Sent Leaving(Level& level);
+  void Note(Level& level, CameraSample& camera) const;
+
+  /// The ray that the surface in hand means. False where it isn't worth tracing; `scale` makes up for what
+  /// was left to chance.
+  bool MakeRay(trRenderState& state, const trVector& origin, const trVector& direction, Ray& ray,
+               trFCol& scale);
+  trFCol SunAt(int sun, const trVector& point, bool isShadowed);
+  trFCol SunOn(Level& level, int sun, bool isOnFace, bool isShadowed);
+  /// Past the border of the solid that `border` bounds, as if light weren't bent there, and what lies beyond.
+  trFCol ThroughBorder(const SurfacePart* border, const trVector& origin, const trVector& direction,
+                       double nearest);
+  trAtomicIntegrator::Result Air(const Ray& ray, double distance);
+
+  World& world_;
+  TraceSettings settings_;
+  IndirectLight& indirect_;
+  PathCounters& counters_;
+  std::vector<Sun> lights_;
+  ShadowRays shadows_;
+  trShadingInterface airShading_;
+  trRenderState air_;
+  trAtomicIntegrator integrator_;
+  LobeSet lobes_;
+  std::vector<std::unique_ptr<Level>> levels_;  ///< by depth, made when first used
+  Level* inHand_ = nullptr;
+  PixelSampler sampler_;
+  std::uint64_t random_ = 0;
+  std::uint32_t numShaded_ = 0;  ///< of the path in hand
+};
+
+}  // namespace ovhost
