@@ -238,6 +238,35 @@ TEST_F(Chamber, ClearThingsThrowColouredShadows) {
   EXPECT_EQ(ground.b, 0);
 }
 
+TEST_F(Chamber, LowSunsReachTheGroundUnderWater) {
+  // At 25 degrees above the horizon: a line that isn't bent meets the surface from below past the angle of
+  // total reflection.
+  const double elevation = 25 * kPi / 180, index = 1.33;
+  AddSun({std::cos(elevation), std::sin(elevation), 0}, 0);
+  AddBall("Ground", 1000, [](trShadingInterface& si) { si.Bsdf().AddLambert(trFCol(0.5f)); }, {0, -1000, 0});
+  AddBall("Water", 1000.2, {}, {0, -1000, 0});
+  trBase* glass = ovhost::CreateNode("glass_shader", &project_, "Glass");
+  Graph::Link(*project_.NodeByPath("Water"), "surface_shader", *glass);
+  EXPECT_TRUE(glass->SetParam("double-sided_surface", 0, trWhoSystem) &&
+              glass->SetParam("index_of_refraction", index, trWhoSystem) &&
+              glass->SetParam("specular_roughness", 0.0, trWhoSystem) &&
+              glass->SetParam("transparency", trRgbLinear709(1.0f), trWhoSystem) &&
+              glass->SetParam("decay_distance", 1e6, trWhoSystem));
+  view_.eye = {0, 2, 0};
+  view_.forward = {0, -1, 0};
+  view_.right = {1, 0, 0};
+  view_.up = {0, 0, 1};
+  settings_.maxBounces = 0;
+  const auto transmitted = [index](double cosine) {
+    const double inside = std::sqrt(1 - (1 - cosine * cosine) / (index * index));
+    const double s = (cosine - index * inside) / (cosine + index * inside),
+                 p = (index * cosine - inside) / (index * cosine + inside);
+    return 1 - (s * s + p * p) / 2;
+  };
+  const double expected = 0.5 * std::sin(elevation) * transmitted(std::sin(elevation)) * transmitted(1);
+  EXPECT_NEAR(Mean(Trace(64)).g, expected, 0.03 * expected);
+}
+
 TEST_F(Chamber, SunsAreFoundByLightsAndByLobesAlike) {
   // The ball's front mirrors the sun into the eye; its disc is wide, so that either way finds it.
   AddSun(Normalised(trVector(0.1, 0.1, 1)), 20);

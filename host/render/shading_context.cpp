@@ -65,7 +65,11 @@ trFCol ShadowRays::ThroughClear(const trVector& origin, const trVector& directio
 }
 
 trFCol ShadowRays::AcrossBorder(const SurfaceHit& hit, const trVector& origin, const trVector& direction) {
-  ShadeAt(hit, origin, direction);
+  // Seen from outside, whence the light comes: a line that isn't bent would leave many a border too flatly to
+  // get out at all.
+  SurfaceHit outside = hit;
+  outside.distance = 1;
+  ShadeAt(outside, origin + direction * (hit.distance + outside.distance), -direction);
   return StraightThrough(shading_.si.Bsdf(), shading_.si.Oo_surf(), true);
 }
 
