@@ -177,10 +177,15 @@ std::string trHeightfieldLoad::ReadFile(const std::string& path) {
                   &report};
   problem = ovhost::ReadRaster(job, plan);
   if (!problem.empty()) return problem;
-  if (job.hasMissing && !request.fillsWithValue &&
-      ovhost::FillMissing(HfScanlineRaw(0), plan.width, plan.height) == plan.width * plan.height)
+  const bool hasGaps = job.hasMissing && !request.fillsWithValue;
+  if (hasGaps && ovhost::FillMissing(HfScanlineRaw(0), plan.width, plan.height) == plan.width * plan.height)
     return "none of its points has a height";
-  HfFindZRange();
+  if (hasGaps || !std::isfinite(job.lowest) || !std::isfinite(job.highest)) {
+    HfFindZRange();
+  } else {
+    HfSetMinZ(job.lowest);
+    HfSetMaxZ(job.highest);
+  }
   return {};
 }
 

@@ -21,6 +21,36 @@ constexpr float kGreatestHeight = 1e36f;
 
 std::int64_t RoundedUp(std::int64_t value, std::int64_t step) { return (value + step - 1) / step * step; }
 
+/// What a row, or all that a worker read, holds.
+struct Found {
+  int missing = 0;
+  float lowest = INFINITY, highest = -INFINITY;  ///< what isn't a number doesn't count
+
+  void Add(const Found& other) {
+    missing += other.missing;
+    lowest = std::min(lowest, other.lowest);
+    highest = std::max(highest, other.highest);
+  }
+};
+
+/// The range of some values. Lanes lie side by side, so that they are compared at once.
+void AddRange(const float* values, std::int64_t count, Found& found) {
+  constexpr int kLanes = 16;
+  float lowest[kLanes], highest[kLanes];
+  std::fill_n(lowest, kLanes, found.lowest);
+  std::fill_n(highest, kLanes, found.highest);
+  const auto take = [&](float v, int k) {
+    lowest[k] = v < lowest[k] ? v : lowest[k];
+    highest[k] = v > highest[k] ? v : highest[k];
+  };
+  std::int64_t i = 0;
+  for (; i + kLanes <= count; i += kLanes)
+    for (int k = 0; k < kLanes; ++k) take(values[i + k], k);
+  for (; i < count; ++i) take(values[i], 0);
+  found.lowest = *std::min_element(lowest, lowest + kLanes);
+  found.highest = *std::max_element(highest, highest + kLanes);
+}
+
 /// Marks stored values that are no heights as NaN. Returns how many there were.
 int MarkMissing(const RasterPlan& plan, float* values, std::int64_t count) {
   const float gap0 = plan.hasMissingValue[0] ? plan.missingValue[0] : std::nanf("");
@@ -35,15 +65,24 @@ int MarkMissing(const RasterPlan& plan, float* values, std::int64_t count) {
   return missing;
 }
 
-/// Turns a row of stored values into raster values; missing ones into `fill`. Returns how many there were.
-int Convert(const RasterPlan& plan, float* values, std::int64_t count) {
-  const int missing = MarkMissing(plan, values, count);
+/// Turns stored values into raster values, and those that are no heights into `fill`. Passes of few
+/// operations are compiled for several values at once; each goes over so many that they stay in the first
+/// cache for the next.
+Found Convert(const RasterPlan& plan, float fill, float* values, std::int64_t count) {
+  constexpr std::int64_t kTogether = 2048;
   const double factor = plan.factor, addend = plan.addend;
-  if (factor != 1 || addend != 0)
-    for (std::int64_t i = 0; i < count; ++i) values[i] = static_cast<float>(values[i] * factor + addend);
-  if (missing > 0 && !std::isnan(plan.fill))
-    for (std::int64_t i = 0; i < count; ++i) values[i] = std::isnan(values[i]) ? plan.fill : values[i];
-  return missing;
+  Found found;
+  for (; count > 0; values += kTogether, count -= kTogether) {
+    const std::int64_t n = std::min(kTogether, count);
+    const int missing = MarkMissing(plan, values, n);
+    if (factor != 1 || addend != 0)
+      for (std::int64_t i = 0; i < n; ++i) values[i] = static_cast<float>(values[i] * factor + addend);
+    if (missing > 0 && !std::isnan(fill))
+      for (std::int64_t i = 0; i < n; ++i) values[i] = std::isnan(values[i]) ? fill : values[i];
+    found.missing += missing;
+    AddRange(values, n, found);
+  }
+  return found;
 }
 
 /// One worker's way through a file.
@@ -62,7 +101,7 @@ class PieceReader {
     for (std::int64_t q = begin; q < end; ++q) Finish(Row(q));
     return true;
   }
-  bool HasMissing() const { return hasMissing_; }
+  const Found& WhatWasFound() const { return found_; }
   void UseSource(RasterSource* source) { source_ = source; }
 
  private:
@@ -78,7 +117,7 @@ class PieceReader {
   }
 
   void Finish(float* row) {
-    if (Convert(plan_, row, plan_.width) > 0) hasMissing_ = true;
+    found_.Add(Convert(plan_, plan_.fill, row, plan_.width));
     if (!plan_.westFirst) std::reverse(row, row + plan_.width);
   }
 
@@ -87,14 +126,13 @@ class PieceReader {
     const std::int64_t together = std::clamp<std::int64_t>(kBufferBytes / (width * n * 4), 1, end - begin);
     buffer_.resize(static_cast<std::size_t>(together * n * width));
     // Means are of heights, so what is missing has to be known before.
-    RasterPlan raw = plan_;
-    raw.fill = std::nanf("");
     for (std::int64_t q = begin; q < end; q += together) {
       const std::int64_t count = std::min(together, end - q);
       if (!source_->Read({plan_.fileX, plan_.fileY + q * n, width, count * n}, buffer_.data(), width,
                          problem))
         return false;
-      for (std::int64_t j = 0; j < count * n; ++j) Convert(raw, buffer_.data() + j * width, width);
+      for (std::int64_t j = 0; j < count * n; ++j)
+        Convert(plan_, std::nanf(""), buffer_.data() + j * width, width);
       for (std::int64_t j = 0; j < count; ++j) {
         float* row = Row(q + j);
         for (std::int64_t i = 0; i < plan_.width; ++i) row[i] = Mean(buffer_.data() + j * n * width + i * n);
@@ -112,8 +150,9 @@ class PieceReader {
     for (std::int64_t j = 0; j < n; ++j)
       for (std::int64_t k = 0; k < n; ++k)
         if (const float v = corner[j * width + k]; !std::isnan(v)) sum += v, ++count;
-    hasMissing_ |= count == 0;
-    return count ? static_cast<float>(sum / static_cast<double>(count)) : plan_.fill;
+    const float mean = count ? static_cast<float>(sum / static_cast<double>(count)) : plan_.fill;
+    found_.Add({count == 0, std::isnan(mean) ? INFINITY : mean, std::isnan(mean) ? -INFINITY : mean});
+    return mean;
   }
 
   const RasterPlan& plan_;
@@ -121,7 +160,7 @@ class PieceReader {
   std::unique_ptr<RasterSource> own_;
   RasterSource* source_ = nullptr;
   std::vector<float> buffer_;
-  bool hasMissing_ = false;
+  Found found_;
 };
 
 }  // namespace
@@ -150,7 +189,11 @@ std::string ReadRaster(RasterJob& job, const RasterPlan& plan) {
     if (problem.empty()) problem = why;
     return false;
   });
-  for (const PieceReader& reader : readers) job.hasMissing |= reader.HasMissing();
+  Found found;
+  for (const PieceReader& reader : readers) found.Add(reader.WhatWasFound());
+  job.hasMissing = found.missing > 0;
+  job.lowest = found.lowest;
+  job.highest = found.highest;
   job.wasStopped = !isDone && problem.empty();
   return job.wasStopped ? "stopped" : problem;
 }

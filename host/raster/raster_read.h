@@ -60,9 +60,10 @@ struct RasterJob {
   RasterSource* source = nullptr;
   int threads = 1;
   WorkProgress progress;
-  float* out = nullptr;     ///< the plan's points, row 0 the southern one
-  bool hasMissing = false;  ///< told: points were missing
-  bool wasStopped = false;  ///< told: by `progress`
+  float* out = nullptr;           ///< the plan's points, row 0 the southern one
+  bool hasMissing = false;        ///< told: points were missing
+  float lowest = 0, highest = 0;  ///< told: range of all values that are numbers; none where lowest > highest
+  bool wasStopped = false;        ///< told: by `progress`
 };
 /// Empty, or why the file can't be read.
 OV_API std::string ReadRaster(RasterJob& job, const RasterPlan& plan);

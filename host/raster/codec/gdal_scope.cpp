@@ -23,8 +23,8 @@ namespace {
 constexpr GIntBig kCacheBytes = 96ll << 20;
 
 /// No side files that name data sets (PAM, overviews), and no half pictures.
-constexpr std::pair<const char*, const char*> kOptions[] = {{"GDAL_PAM_ENABLED", "NO"},
-                                                            {"GDAL_ERROR_ON_LIBJPEG_WARNING", "TRUE"}};
+constexpr std::pair<const char*, const char*> kOptions[] = {
+    {"GDAL_PAM_ENABLED", "NO"}, {"GDAL_ERROR_ON_LIBJPEG_WARNING", "TRUE"}, {"GTIFF_DIRECT_IO", "YES"}};
 
 void SetUp() {
   CPLSetConfigOption("CPL_VSIL_CURL_ALLOWED_FILENAME", "none");

@@ -240,7 +240,7 @@ bool GdalSource::Read(const RasterRows& part, float* out, std::ptrdiff_t stride,
                         nullptr) == CE_None &&
         DropMasked(part, out, stride);
     if (isRead && !scope.HasFailed()) return true;
-    problem = scope.Problem("it can't be read");
+    problem = scope.Problem("its heights can't be read: it is cut off, or lies about its size");
   } catch (const GdalGaveUp& gaveUp) {
     isBroken_ = true;
     problem = gaveUp.text;
