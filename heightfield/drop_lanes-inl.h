@@ -97,7 +97,7 @@ class DropLanes : public DropLaneState {
 
   OV_LANES_INLINE int ActiveLanes() const { return LanesOf(isActive); }
 
-  /// Before every other step, counted from the start.
+  /// Before every other step, counted from the start, while any lane is active.
   OV_LANES_INLINE void TakeSlopes() {
     if constexpr (kNearest) {
       cellX = ClampedTo(Truncated(x + 0.5f), All(width_ - 1));
@@ -127,6 +127,7 @@ class DropLanes : public DropLaneState {
 
   /// With four draws for each lane, less a half each.
   OV_LANES_INLINE void TakeStep(Double4 noiseY, Double4 noiseX, Double4 a, Double4 b) {
+    if (ActiveLanes() == 0) return;  // there would be no ground to read for idle lanes
     slopeY += noiseY * 0.001;
     slopeX += noiseX * 0.001;
     Move(a, b);
@@ -165,12 +166,13 @@ class DropLanes : public DropLaneState {
   }
 
  private:
-  /// Idle lanes go where an active one is, so that what they read is ground of this thread's.
+  /// Idle lanes, of four at most three, go where an active one is, so that what they read is ground of this
+  /// thread's.
   OV_LANES_INLINE void IdleLanesFollow() {
     const int active = ActiveLanes();
     if (active == kAllLanes) [[likely]]
       return;
-    const int leader = std::countr_zero(static_cast<unsigned>(active)) % kDropLanes;
+    const int leader = std::countr_zero(static_cast<unsigned>(active));
     cellX = isActive ? cellX : All(static_cast<int>(cellX[leader]));
     cellY = isActive ? cellY : All(static_cast<int>(cellY[leader]));
   }

@@ -1,12 +1,7 @@
 // Worker threads of drops: start, priority, progress, end.
 #include "heightfield/drop_run.h"
 
-#include <sys/resource.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <exception>
@@ -14,35 +9,27 @@
 #include <mutex>
 #include <thread>
 
-#include "core/messages.h"
 #include "heightfield/drop_lanes.h"
 #include "heightfield/drop_walk.h"
+#include "heightfield/ordered_drops.h"
+#include "heightfield/thread_priority.h"
 
 namespace {
 
 constexpr std::chrono::milliseconds kPollInterval(10);
 
-/// One step below the priority that the calling thread has.
-void LowerPriority() {
-  const auto self = static_cast<id_t>(syscall(SYS_gettid));
-  errno = 0;
-  const int nice = getpriority(PRIO_PROCESS, self);
-  if (errno == 0) setpriority(PRIO_PROCESS, self, nice + 1);
-  if (errno != 0) trOutWarning("SetThreadPriority failed (" + std::to_string(errno) + ")");
-}
-
 /// The workers of a run. The destructor stops and joins them.
 class Crew {
  public:
-  using Walk = bool(const DropField&, trMersenneTwister&, std::int64_t drops, DropWatch&);
+  using Walk = std::function<bool(trMersenneTwister& generator, std::int64_t drops, DropWatch& watch)>;
 
-  Crew(const DropField& field, Walk* walk, int workers, std::vector<trMersenneTwister>& generators,
-       std::int64_t dropsEach, bool startStopped)
+  Crew(const Walk& walk, int workers, std::vector<trMersenneTwister>& generators, std::int64_t dropsEach,
+       bool startStopped)
       : walk_(walk), stop_(startStopped), running_(workers) {
     for (int i = 0; i < workers; ++i) watches_.push_back(std::make_unique<DropWatch>(stop_));
     for (int i = 0; i < workers; ++i)
-      threads_.emplace_back([this, &field, &generator = generators[i], &watch = *watches_[i], dropsEach] {
-        Work(field, generator, dropsEach, watch);
+      threads_.emplace_back([this, &generator = generators[i], &watch = *watches_[i], dropsEach] {
+        Work(generator, dropsEach, watch);
       });
   }
   ~Crew() {
@@ -77,10 +64,10 @@ class Crew {
   }
 
  private:
-  void Work(const DropField& field, trMersenneTwister& generator, std::int64_t drops, DropWatch& watch) {
+  void Work(trMersenneTwister& generator, std::int64_t drops, DropWatch& watch) {
     try {
-      LowerPriority();
-      if (drops < 1 || walk_(field, generator, drops, watch)) watch.percent.exchange(100);
+      LowerThreadPriority();
+      if (drops < 1 || walk_(generator, drops, watch)) watch.percent.exchange(100);
     } catch (...) {
       Stop();
       const std::lock_guard lock(mutex_);
@@ -91,7 +78,7 @@ class Crew {
     changed_.notify_one();
   }
 
-  Walk* const walk_;
+  const Walk walk_;
   std::atomic<unsigned char> stop_;
   std::vector<std::unique_ptr<DropWatch>> watches_;
   std::mutex mutex_;
@@ -105,12 +92,17 @@ class Crew {
 
 bool RunDrops(const DropField& field, DropOrder order, int threads,
               std::vector<trMersenneTwister>& generators, std::int64_t drops, const DropReport& report) {
-  const bool inOrder = order == DropOrder::kRepeatable;
-  const int workers = inOrder ? 1 : threads;
-  const auto walk = inOrder                    ? WalkDrops
-                    : CanWalkSideBySide(field) ? WalkDropsSideBySide
-                                               : WalkDropsAmongOthers;
-  Crew crew(field, walk, workers, generators, drops / workers, !report(0));
+  const Crew::Walk repeatable = [&](trMersenneTwister& generator, std::int64_t count, DropWatch& watch) {
+    if (!CanWalkInOrder(field)) return WalkDrops(field, generator, count, watch);
+    return WalkDropsInOrder(field, ThreadsInOrder(field, threads), generator, count, watch);
+  };
+  const Crew::Walk any = [&](trMersenneTwister& generator, std::int64_t count, DropWatch& watch) {
+    return CanWalkSideBySide(field) ? WalkDropsSideBySide(field, generator, count, watch)
+                                    : WalkDropsAmongOthers(field, generator, count, watch);
+  };
+  const bool isRepeatable = order == DropOrder::kRepeatable;
+  const int workers = isRepeatable ? 1 : threads;
+  Crew crew(isRepeatable ? repeatable : any, workers, generators, drops / workers, !report(0));
   while (!crew.WaitForEnd())
     if (!report(static_cast<float>(crew.Percent()) * 0.01f)) crew.Stop();
   crew.Finish();

@@ -14,6 +14,7 @@
 #include "heightfield/drop_walk.h"
 #include "heightfield/heightfield_erode_v2.h"
 #include "heightfield/heightfield_erode_v3.h"
+#include "heightfield/ordered_drops.h"
 #include "heightfield/whole_cell_drops.h"
 #include "host/node/node_data.h"
 #include "tests/erosion_reference.h"
@@ -160,6 +161,29 @@ TEST(Drops, NeitherRaiseNorDigBeyondWhatWasThere) {
       ASSERT_LE(z, highest + 1e-3f);
     }
   }
+}
+
+// Threads that walk ahead of their turn change no bit of what the drops do one after another, however they
+// come to meet: on small rasters, in ground that is flat or steep, over the border, and where the border ends
+// them early. Cancelled, they leave what the first drops have done.
+TEST(Drops, InOrderAgreeWithTheirStepsToldOneByOne) {
+  unsigned seed = 0;
+  for (auto [name, settings] : AllSettings())
+    for (const auto& [w, h] : {std::pair{64, 75}, {130, 67}, {400, 360}}) {
+      const int drops = w > 300 ? 1000 : 2000;
+      settings.duration = double(drops) / (w * h);
+      Raster expected = Hills(w, h, ++seed);
+      if (seed % 2 == 0)
+        for (float& z : expected.z) z *= 20;
+      Raster walked = expected;
+      reference::ErodeV3(expected, settings, seed);
+      const DropField field = FieldOf(walked, settings);
+      if (!CanWalkInOrder(field)) continue;
+      trMersenneTwister generator(seed);
+      NeverStops never;
+      EXPECT_TRUE(WalkDropsInOrder(field, 3, generator, drops, never.watch));
+      EXPECT_EQ(Differences(expected.z, walked.z), 0u) << name << " " << w << " x " << h << " seed " << seed;
+    }
 }
 
 // Workers that meet lose an update now and then, and change nothing else of what drops do on the whole: as
