@@ -42,27 +42,34 @@ struct Axis {
   }
 };
 
-/// Rows of the input brought to the result's columns, the last few of them kept: rows of the result need them
-/// in turn.
+/// Rows of the input brought to some of the result's columns, the last few of them kept: rows of the result
+/// need them in turn. So few columns that all of it stays in the first cache.
 class RowCache {
  public:
-  RowCache(const trHeightfield& input, const Axis& columns)
-      : input_(input), columns_(columns), padded_(static_cast<std::size_t>(input.width) + 3) {
-    for (auto& row : smooth_) row.resize(columns.taps.size());
-    nearest_.resize(columns.taps.size());
+  static constexpr int kColumns = 512;
+
+  RowCache(const trHeightfield& input, const Axis& columns, int begin, int end)
+      : input_(input),
+        taps_(&columns.taps[static_cast<std::size_t>(begin)]),
+        nearestColumns_(&columns.nearest[static_cast<std::size_t>(begin)]),
+        count_(end - begin),
+        firstPoint_(taps_[0].first),
+        numPoints_(taps_[count_ - 1].first + 4 - firstPoint_) {
+    padded_.resize(static_cast<std::size_t>(numPoints_));
   }
 
   const double* Smooth(int y) {
     y = std::clamp(y, 0, input_.height - 1);
-    double* const to = smooth_[y & 3].data();
+    double* const to = smooth_[y & 3];
     if (heldSmooth_[y & 3] == y) return to;
     const float* const from = input_.HfScanlineRaw(y);
-    padded_.front() = from[0];
-    std::copy_n(from, input_.width, padded_.begin() + 1);
-    std::fill_n(padded_.begin() + 1 + input_.width, 2, from[input_.width - 1]);
-    for (std::size_t x = 0; x < columns_.taps.size(); ++x) {
-      const Tap& tap = columns_.taps[x];
-      const float* const points = &padded_[static_cast<std::size_t>(tap.first + 1)];
+    const int before = std::max(-firstPoint_, 0), inside = std::min(numPoints_, input_.width - firstPoint_);
+    std::fill_n(padded_.begin(), before, static_cast<double>(from[0]));
+    std::copy(from + firstPoint_ + before, from + firstPoint_ + inside, padded_.begin() + before);
+    std::fill(padded_.begin() + inside, padded_.end(), static_cast<double>(from[input_.width - 1]));
+    for (int x = 0; x < count_; ++x) {
+      const Tap& tap = taps_[x];
+      const double* const points = &padded_[static_cast<std::size_t>(tap.first - firstPoint_)];
       const double* const w = tap.weights;
       to[x] = (w[0] * points[0] + w[2] * points[2]) + (w[1] * points[1] + w[3] * points[3]);
     }
@@ -71,20 +78,43 @@ class RowCache {
   }
 
   const float* Nearest(int y) {
-    if (heldNearest_ == y) return nearest_.data();
+    if (heldNearest_ == y) return nearest_;
     const float* const from = input_.HfScanlineRaw(y);
-    for (std::size_t x = 0; x < nearest_.size(); ++x) nearest_[x] = from[columns_.nearest[x]];
+    for (int x = 0; x < count_; ++x) nearest_[x] = from[nearestColumns_[x]];
     heldNearest_ = y;
-    return nearest_.data();
+    return nearest_;
   }
 
  private:
   const trHeightfield& input_;
-  const Axis& columns_;
-  std::vector<float> padded_, nearest_;
-  std::vector<double> smooth_[4];
+  const Tap* taps_;
+  const int* nearestColumns_;
+  int count_, firstPoint_, numPoints_;
+  std::vector<double> padded_;
+  float nearest_[kColumns];
+  double smooth_[4][kColumns];
   int heldSmooth_[4] = {-1, -1, -1, -1}, heldNearest_ = -1;
 };
+
+/// Four rows, and the nearest points where they aren't null, mixed to a row of the result.
+struct RowMix {
+  const double *a, *b, *c, *d;
+  const float* nearest;
+  double wa, wb, wc, wd, wn;
+};
+
+// Wider registers compute the same bits: nothing is contracted.
+__attribute__((target_clones("avx2", "default"))) void MixRows(const RowMix& mix, float* to, int count) {
+  const double *const a = mix.a, *const b = mix.b, *const c = mix.c, *const d = mix.d;
+  const float* const nearest = mix.nearest;
+  const double wa = mix.wa, wb = mix.wb, wc = mix.wc, wd = mix.wd, wn = mix.wn;
+  if (!nearest)
+    for (int x = 0; x < count; ++x)
+      to[x] = static_cast<float>(wa * a[x] + wb * b[x] + (wc * c[x] + wd * d[x]));
+  else
+    for (int x = 0; x < count; ++x)
+      to[x] = static_cast<float>(wa * a[x] + wb * b[x] + (wc * c[x] + wd * d[x]) + wn * nearest[x]);
+}
 
 }  // namespace
 
@@ -227,30 +257,27 @@ void HeightfieldResize::FillFrom(const trHeightfield& input, double stepX, doubl
   const Axis columns(stepX, input.width, width), rows(stepY, input.height, height);
 
   constexpr int kBand = 64;  // rows that share interpolated rows of the input
-  ForEachRow((height + kBand - 1) / kBand, [&](long band) {
-    RowCache cache(input, columns);
-    const int begin = static_cast<int>(band) * kBand, end = std::min(begin + kBand, height);
+  const long pieces = (width + RowCache::kColumns - 1) / RowCache::kColumns;
+  ForEachRow((height + kBand - 1) / kBand * pieces, [&](long piece) {
+    const int beginX = static_cast<int>(piece % pieces) * RowCache::kColumns,
+              endX = std::min(beginX + RowCache::kColumns, width), count = endX - beginX;
+    RowCache cache(input, columns, beginX, endX);
+    const int begin = static_cast<int>(piece / pieces) * kBand, end = std::min(begin + kBand, height);
     for (int y = begin; y < end; ++y) {
-      float* const to = HfScanlineRaw(y);
+      float* const to = HfScanlineRaw(y) + beginX;
       const float* const nearest =
           smooth == 1 ? nullptr : cache.Nearest(rows.nearest[static_cast<std::size_t>(y)]);
       if (smooth == 0) {
-        for (int x = 0; x < width; ++x) to[x] = static_cast<float>(nearest[x] * unit);
+        for (int x = 0; x < count; ++x) to[x] = static_cast<float>(nearest[x] * unit);
         continue;
       }
       // The mix of both and the new unit go into the weights.
-      const Tap tap = rows.taps[static_cast<std::size_t>(y)];
-      const double *a = cache.Smooth(tap.first), *b = cache.Smooth(tap.first + 1),
-                   *c = cache.Smooth(tap.first + 2), *d = cache.Smooth(tap.first + 3);
-      const double wa = tap.weights[0] * smooth * unit, wb = tap.weights[1] * smooth * unit,
-                   wc = tap.weights[2] * smooth * unit, wd = tap.weights[3] * smooth * unit,
-                   wn = (1 - smooth) * unit;
-      if (smooth == 1)
-        for (int x = 0; x < width; ++x)
-          to[x] = static_cast<float>(wa * a[x] + wb * b[x] + (wc * c[x] + wd * d[x]));
-      else
-        for (int x = 0; x < width; ++x)
-          to[x] = static_cast<float>(wa * a[x] + wb * b[x] + (wc * c[x] + wd * d[x]) + wn * nearest[x]);
+      const Tap& tap = rows.taps[static_cast<std::size_t>(y)];
+      const double* const w = tap.weights;
+      MixRows({cache.Smooth(tap.first), cache.Smooth(tap.first + 1), cache.Smooth(tap.first + 2),
+               cache.Smooth(tap.first + 3), nearest, w[0] * smooth * unit, w[1] * smooth * unit,
+               w[2] * smooth * unit, w[3] * smooth * unit, (1 - smooth) * unit},
+              to, count);
     }
   });
 }
