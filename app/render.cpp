@@ -34,7 +34,7 @@ struct Options {
   std::optional<int> width, height, samples;
   std::optional<double> noise;
   std::vector<std::string> layers;
-  bool denoise = false;
+  std::optional<bool> denoise;
   bool overwrite = false, skipExisting = false, dryRun = false, allowMissing = false;
 };
 
@@ -321,7 +321,8 @@ void AddRender(Program& program) {
                       "Memory budget, such as 4G; three quarters of what is free by default");
   command->add_option("--time", options->time,
                       "Longest time for a frame, such as 90s or 5m; what is done then is written");
-  command->add_flag("--denoise", options->denoise, "Smooth what noise is left, along the scene's features");
+  command->add_flag("--denoise,!--no-denoise", options->denoise,
+                    "Smooth what noise is left, along the scene's features");
   command
       ->add_option("--noise", options->noise,
                    "Take no more samples where noise is below this share of the brightness; 0 for never")

@@ -45,6 +45,7 @@ struct trLobe {
   signed char facets = -1;  ///< model whose microfacets transmit, so that both lobes share what there is
   signed char medium = -1;  ///< index of the medium beyond (transmission) or before (reflection); -1 for air
   unsigned char thin = 0;
+  float lightGain = 1;  ///< what suns count that the lobe shows; all other light counts as it is
 };
 
 /// Emission (radiance) and lobes. A value type: a copy moves only the lobes there are.

@@ -12,6 +12,7 @@ trLobe ReflectiveShader::ReflectionLobe(const ReflectivePoint& at) const {
   lobe.index = Tamed(static_cast<float>(at.index));
   lobe.outerIndex = Tamed(static_cast<float>(at.index >= 1 ? at.index : SafeReciprocal(at.index)));
 
+  lobe.lightGain = at.lightGain;
   lobe.kind = trLobe::kSpecularReflection;
   lobe.base = at.base;
   lobe.edge = at.edge;

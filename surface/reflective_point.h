@@ -34,6 +34,7 @@ struct ReflectivePoint {
   trFCol transparency;
   trFCol transmittance;                      ///< of the interface, Fresnel's share taken off
   trFCol reflectance;                        ///< of the interface, with Fresnel's share
+  float lightGain = 1;                       ///< what lights count in highlights
   trFCol litBase, litEdge, litTransparency;  ///< as lights see them
   bool reflects = false, transmits = false;
 

@@ -103,6 +103,7 @@ long ReflectiveShader::Shade(trShadingInterface& si) {
   // Lights count as highlights on sharp rays, as caustics on broad ones.
   const double broad = std::min(1.0, at.spread / kCausticSpread);
   const float gain = Tamed(ShareOf(causticIntensity_ * broad + highlightIntensity_ * (1 - broad)));
+  at.lightGain = specularHighlights_ ? gain : 0.0f;
   at.litBase = Tamed(at.base * gain);
   at.litEdge = Tamed(at.edge * gain);
   at.litTransparency = Tamed(at.transparency * gain);

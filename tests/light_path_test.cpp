@@ -268,13 +268,20 @@ TEST_F(Chamber, LowSunsReachTheGroundUnderWater) {
 }
 
 TEST_F(Chamber, SunsAreFoundByLightsAndByLobesAlike) {
-  // The ball's front mirrors the sun into the eye; its disc is wide, so that either way finds it.
+  // The ball's front mirrors the sun into the eye; its disc is so wide that either way finds it.
   AddSun(Normalised(trVector(0.1, 0.1, 1)), 20);
+  trBase& sun = *project_.NodeByPath("Sun");
   MadeShader& ball = AddBall("Ball", 1, {});
   view_.tanHalfHorizontal = view_.tanHalfVertical = 0.1;
   using Lights = ovhost::PathSettings::Lights;
-  for (const float roughness : {0.02f, 0.1f, 0.5f}) {
-    ball.make = [=](trShadingInterface& si) { si.Bsdf().AddLobe(Mirror(si, 3, roughness)); };
+  const struct {
+    double diameter;
+    float roughness;
+  } rows[] = {{20, 0.02f}, {20, 0.1f}, {20, 0.5f}, {4, 0.05f}, {4, 0.2f}, {60, 0.05f}, {60, 0.5f}};
+  for (const auto& [diameter, roughness] : rows) {
+    ASSERT_TRUE(sun.SetParam("angular_diameter", diameter, trWhoSystem));
+    const float rough = roughness;
+    ball.make = [rough](trShadingInterface& si) { si.Bsdf().AddLobe(Mirror(si, 3, rough)); };
     trFCol mean[3];
     double variance[3];
     for (const Lights lights : {Lights::kBoth, Lights::kLightsOnly, Lights::kLobesOnly}) {
@@ -283,12 +290,32 @@ TEST_F(Chamber, SunsAreFoundByLightsAndByLobesAlike) {
       mean[static_cast<int>(lights)] = Mean(samples);
       variance[static_cast<int>(lights)] = Variance(samples, 256);
     }
-    ASSERT_GT(mean[0].g, 0.5) << roughness;
+    ASSERT_GT(mean[0].g, 0.1) << diameter << " " << roughness;
     const double n = 256.0 * view_.width * view_.height;
     for (int way : {1, 2})
-      EXPECT_NEAR(mean[way].g, mean[0].g, 4 * std::sqrt((variance[way] + variance[0]) / n)) << roughness;
+      EXPECT_NEAR(mean[way].g, mean[0].g, 4 * std::sqrt((variance[way] + variance[0]) / n))
+          << diameter << " " << roughness;
     // Root mean square errors go as the root of the variance.
-    EXPECT_LE(variance[0], 1.21 * std::min(variance[1], variance[2])) << roughness;
+    EXPECT_LE(variance[0], 1.21 * std::min(variance[1], variance[2])) << diameter << " " << roughness;
+  }
+}
+
+TEST_F(Chamber, LobesSayWhatSunsCount) {
+  AddSun(Normalised(trVector(0.1, 0.1, 1)), 20);
+  MadeShader& ball = AddBall("Ball", 1, {});
+  view_.tanHalfHorizontal = view_.tanHalfVertical = 0.1;
+  for (const float roughness : {0.0f, 0.1f}) {
+    float seen[2];
+    for (const int gain : {1, 3}) {
+      ball.make = [=](trShadingInterface& si) {
+        trLobe lobe = Mirror(si, 3, roughness);
+        lobe.lightGain = static_cast<float>(gain);
+        si.Bsdf().AddLobe(lobe);
+      };
+      seen[gain / 2] = Mean(Trace(64)).g;
+    }
+    ASSERT_GT(seen[0], 0.1) << roughness;
+    EXPECT_NEAR(seen[1], 3 * seen[0], 1e-3 * seen[0]) << roughness;
   }
 }
 

@@ -52,4 +52,5 @@ trRenderNode::trRenderNode() {
   Param(filterWidth_, "filter_width", 2.0, &filterWidthHint_).Display("Filter width in pixels");
   Param(exposure_, "exposure", 0.0, &exposureHint_).Display("Exposure in stops");
   Param(softClip_, "soft_clip", 1).Display("Roll off highlights");
+  Param(denoise_, "denoise", 0).Display("Smooth what noise is left");
 }

@@ -39,6 +39,8 @@ class OV_API trRenderNode : public trBase {
   double FilterWidth() const { return filterWidth_; }
   double Exposure() const { return exposure_; }
   bool SoftClip() const { return softClip_ != 0; }
+  /// Smooth what noise is left, along the scene's features.
+  bool Denoise() const { return denoise_ != 0; }
   /// The camera to render from; null for the project's first.
   trBase* Camera() const { return camera_.LinkedNode(); }
 
@@ -51,5 +53,5 @@ class OV_API trRenderNode : public trBase {
       rouletteStart_, indirectSamples_, filter_;
   double indirectSpacing_, leastImportance_, noiseTarget_, detail_, dicingLimit_, clampIndirect_,
       leastSurvival_, filterWidth_, exposure_;
-  unsigned char roulette_, softClip_;
+  unsigned char roulette_, softClip_, denoise_;
 };

@@ -48,6 +48,7 @@ void LightWalk::Follow(const Start& start, const SurfacePoint& point, const trBs
   kind_ = diffuseBounces_ > 0 ? LightKind::kDiffuse : LightKind::kDirect;
   spread_ = diffuseBounces_ > 0 ? kDiffuseSpread : 0;
   discPdf_ = diffuseBounces_ > 0 ? -1 : kInfinity;
+  discGain_ = 1;
   isNoted_ = diffuseBounces_ > 0;
   isInside_ = sunsCounted_ = false;
   nodeId_ = start.hit->NodeId();
@@ -202,6 +203,7 @@ bool LightWalk::Choose(bool isBorder) {
     const double turn = sampled.isStraight ? 0 : curvature_ * point_.footprint;
     opening_ = std::min(opening_ + (sampled.kind == LightKind::kSpecular ? 2 : 1) * turn, kWidestOpening);
     discPdf_ = sampled.pdf > 0 ? sampled.pdf : kInfinity;
+    discGain_ = sampled.lightGain;
     if (settings_.lights != PathSettings::Lights::kBoth && sampled.pdf > 0)
       discPdf_ = settings_.lights == PathSettings::Lights::kLobesOnly ? kInfinity : -1;
     if (sunsCounted_ || (isInside_ && !isBorder)) discPdf_ = -1;
@@ -311,8 +313,8 @@ void LightWalk::AddBackground() {
   for (const auto& sun : world_.Suns()) {
     if (!sun->IsInDisc(direction_) || (IsDirect() && !sun->HasVisibleDisc())) continue;
     const double weight = std::isinf(discPdf_) ? 1.0 : PowerHeuristic(discPdf_, sun->DiscPdf(direction_));
-    const trFCol light =
-        throughput_ * sun->Radiance() * static_cast<float>(sun->DiscBrightness(direction_) * weight);
+    const trFCol light = throughput_ * sun->Radiance() *
+                         static_cast<float>(sun->DiscBrightness(direction_) * weight * discGain_);
     if (IsDirect())
       result_->light.sky += FiniteOrBlack(light);
     else

@@ -94,6 +94,7 @@ class OV_API LightWalk {
   /// How the last scattering could have met a sun's disc: not at all (negative: lights were counted there),
   /// by this density, or as the only way (infinite).
   double discPdf_ = 0;
+  float discGain_ = 1;  ///< what a disc counts that the last scattering shows
   bool isInside_ = false, sunsCounted_ = false;
   PathMedium medium_;
 };

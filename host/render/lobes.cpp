@@ -101,6 +101,7 @@ void LobeSet::AddSpecular(const trBsdf& bsdf, const trLobe& lobe, const trFCol& 
   added.colour = kept.colour;
   added.normal = kept.normal;
   added.roughness = kept.roughness;
+  added.lightGain = kept.lightGain > 0 && std::isfinite(kept.lightGain) ? kept.lightGain : 0.0f;
   added.isTransmission = kept.kind == trLobe::kSpecularTransmission;
   added.isThin = kept.thin != 0;
   added.isStraight = IsClearSheet(kept);
@@ -173,6 +174,7 @@ bool LobeSet::SampleSpecular(const Lobe& lobe, const tr2Vector& draw, Sampled& o
   out = Sampled();
   out.kind = lobe.isTransmission ? LightKind::kTransmission : LightKind::kSpecular;
   out.roughness = lobe.roughness;
+  out.lightGain = lobe.lightGain;
   out.medium = lobe.medium;
   out.isStraight = lobe.isStraight;
   out.isAcross = lobe.isTransmission && !lobe.isThin;
@@ -205,7 +207,8 @@ LobeSet::Lit LobeSet::Evaluate(const trVector& direction, double lightPdf, bool 
     if (lobe.isMirror || lobe.isTransmission == isFacing) continue;
     if (lobe.isTransmission && !lobe.isThin && !transmits) continue;
     const double pdf = lobe.shape->Pdf(direction) * lobe.chance;
-    const trFCol value = lobe.shape->Evaluate(direction) * static_cast<float>(PowerHeuristic(lightPdf, pdf));
+    const trFCol value = lobe.shape->Evaluate(direction) *
+                         (lobe.lightGain * static_cast<float>(PowerHeuristic(lightPdf, pdf)));
     (lobe.isTransmission ? lit.transmission : lit.specular) += value;
   }
   return lit;

@@ -33,6 +33,7 @@ class OV_API LobeSet {
     double pdf = 0;  ///< per solid angle, with the chance of the choice; 0 where light goes one way only
     LightKind kind = LightKind::kDiffuse;
     float roughness = 1;               ///< of the lobe
+    float lightGain = 1;               ///< what suns count that the lobe shows
     bool isStraight = false;           ///< through a clear thin sheet
     bool isAcross = false;             ///< to the far side of a solid's surface
     const trMedium* medium = nullptr;  ///< what the light then travels in; null for air
@@ -72,7 +73,7 @@ class OV_API LobeSet {
     std::optional<SpecularLobe> shape;
     trFCol colour;
     trVector normal;
-    float roughness, chance;
+    float roughness, chance, lightGain;
     bool isTransmission, isStraight, isMirror, isThin;
     const trMedium* medium;
   };

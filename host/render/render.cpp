@@ -60,6 +60,7 @@ struct Plan {
   PathSettings path;
   IndirectSettings indirect;
   TraceSettings trace;
+  bool denoise = false;
   ViewTransform transform;
   std::vector<std::string> layers;
   const trBase* context = nullptr;
@@ -206,6 +207,7 @@ bool FrameRender::MakePlan() {
                                   render->FilterWidth());
   plan_.noiseTarget = settings_.noiseLimit.value_or(render->NoiseTarget());
   plan_.leastSamples = static_cast<std::uint32_t>(std::clamp<long>(render->LeastSamples(), 2, 1 << 20));
+  plan_.denoise = settings_.denoise.value_or(render->Denoise());
   plan_.transform = {render->Exposure(), render->SoftClip()};
 
   UpdateAnimation(&project_, settings_.frame);
@@ -245,7 +247,7 @@ bool FrameRender::MakeLayers() {
     }
     plan_.layers.push_back(name);
   }
-  if (settings_.denoise)
+  if (plan_.denoise)
     for (const char* guide : {"albedo", "normal"})
       if (std::find(plan_.layers.begin(), plan_.layers.end(), guide) == plan_.layers.end())
         plan_.layers.push_back(guide);
@@ -340,7 +342,7 @@ void FrameRender::RunPass(Pass pass, Film& film, World& world, Tracers& tracers)
 
 std::string FrameRender::WriteOutput(const Film& film) {
   Picture picture = film.MakePicture();
-  if (settings_.denoise) DenoisePicture(picture, film.MeanVariance());
+  if (plan_.denoise) DenoisePicture(picture, film.MeanVariance());
   picture.metadata = {{"Software", std::string("ovstd ") + OV_VERSION},
                       {"DateTime", settings_.sceneTime},
                       {"ov:scene", settings_.sceneName},

@@ -43,7 +43,7 @@ struct RenderSettings {
   /// would give the same picture other bytes.
   std::string sceneTime = "1970:01:01 00:00:00";
   /// Smooths what noise is left, guided by the layers albedo and normal, which are then made as well.
-  bool denoise = false;
+  std::optional<bool> denoise;
   std::vector<std::string> layers;  ///< AOVs written besides beauty and alpha, EXR only; {"all"} for all
 };
 
