@@ -139,8 +139,8 @@ class DropLanes : public DropLaneState {
     cellY = ClampedTo(iy, All(height_ - 1));
     const Float4 fx = x - ToFloat(ix), fy = y - ToFloat(iy), ex = 1.0f - fx, ey = 1.0f - fy;
     const Float4 next[4] = {ex * ey, fx * ey, fy * ex, fy * fx};
-    Int4 beyondX = ClampedTo(ix + 1, All(width_ - 1)) - cellX;
-    Int4 beyondY = ClampedTo(iy + 1, All(height_ - 1)) - cellY;
+    const Int4 beyondX = ClampedTo(ix + 1, All(width_ - 1)) - cellX;
+    const Int4 beyondY = ClampedTo(iy + 1, All(height_ - 1)) - cellY;
 
     // Lay down behind the drop a share of what it carries; the last fall's height caps it.
     const Float4 share = Least((1.0f / ToFloat(remaining)) * evenShare_, All(1.0f));

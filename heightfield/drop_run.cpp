@@ -25,7 +25,7 @@ class Crew {
 
   Crew(const Walk& walk, int workers, std::vector<trMersenneTwister>& generators, std::int64_t dropsEach,
        bool startStopped)
-      : walk_(walk), stop_(startStopped), running_(workers) {
+      : Crew(walk, workers, startStopped) {  // whole from here on: its destructor joins what has started
     for (int i = 0; i < workers; ++i) watches_.push_back(std::make_unique<DropWatch>(stop_));
     for (int i = 0; i < workers; ++i)
       threads_.emplace_back([this, &generator = generators[i], &watch = *watches_[i], dropsEach] {
@@ -64,6 +64,9 @@ class Crew {
   }
 
  private:
+  Crew(const Walk& walk, int workers, bool startStopped)
+      : walk_(walk), stop_(startStopped), running_(workers) {}
+
   void Work(trMersenneTwister& generator, std::int64_t drops, DropWatch& watch) {
     try {
       LowerThreadPriority();
