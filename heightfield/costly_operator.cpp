@@ -3,9 +3,9 @@
 
 #include <exception>
 
-bool CostlyOperator::Guard::IsNested() const {
-  if (!isNested_) return false;
-  const trScopedErrorsWarningsContext context(&node_);
+bool CostlyOperator::FeedsItself() const {
+  if (!isComputing_) return false;
+  const trScopedErrorsWarningsContext context(this);
   trError("The heightfield feeds itself.");
   return true;
 }
@@ -17,13 +17,14 @@ bool CostlyOperator::PrepareInput(bool mayLack) {
 
 long CostlyOperator::HfOperate() {
   if (HfIsValid()) return 1;
+  if (FeedsItself()) return 0;
   if (!PrepareInput(false)) return 0;
   return autoFlag_ ? ComputeNow() : 1;
 }
 
 long CostlyOperator::ComputeNow() {
+  if (FeedsItself()) return 0;
   const Guard guard(*this);
-  if (guard.IsNested()) return 0;
   HfInvalidate();
   const long result = Compute() ? 1 : 0;
   if (!result) HfFindZRange();

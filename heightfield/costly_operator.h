@@ -27,7 +27,9 @@ class CostlyOperator : public trHeightfield {
 
   unsigned char autoFlag_ = 0;
 
-  /// Marks the computation under way, so that a shader that asks for the raster it is making is refused.
+  /// True, with an error, while the computation is under way: a shader asks for the raster that it is making.
+  bool FeedsItself() const;
+  /// Marks the computation under way.
   class Guard {
    public:
     explicit Guard(CostlyOperator& node) : node_(node), isNested_(node.isComputing_) {
@@ -36,8 +38,6 @@ class CostlyOperator : public trHeightfield {
     ~Guard() { node_.isComputing_ = isNested_; }
     Guard(const Guard&) = delete;
     Guard& operator=(const Guard&) = delete;
-    /// True, with an error, when it is under way already.
-    bool IsNested() const;
 
    private:
     CostlyOperator& node_;

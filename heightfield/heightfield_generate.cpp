@@ -112,6 +112,7 @@ bool HeightfieldGenerate::PrepareInput(bool mayLack) {
 
 long HeightfieldGenerate::HfOperate() {
   if (HfIsValid()) return 1;
+  if (FeedsItself()) return 0;
   HfValidate();
   if (newHeightfield_ ? !MakeRaster() : !PrepareInput(false)) return 0;
   return autoFlag_ ? ComputeNow() : 1;
@@ -120,8 +121,8 @@ long HeightfieldGenerate::HfOperate() {
 void HeightfieldGenerate::OnPress() { SetParam("auto_generate", 1, trWhoUserIndirect); }
 
 long HeightfieldGenerate::ComputeNow() {
+  if (FeedsItself()) return 0;
   const Guard guard(*this);
-  if (guard.IsNested()) return 0;
   HfInvalidate();
   if (newHeightfield_ && !MakeRaster()) return 0;
   if (!Compute()) return 0;

@@ -14,6 +14,8 @@
 
 namespace {
 
+/// Points along a side, past which single precision doesn't tell one from the next.
+constexpr int kMaxSide = 1 << 24;
 /// More than any machine holds, and few enough for their bytes to be counted.
 constexpr std::int64_t kMaxPoints = std::int64_t{1} << 48;
 /// Smaller blocks aren't worth asking the system how much there is.
@@ -88,7 +90,8 @@ int trImage::Init(int originX, int originY, int newWidth, int newHeight) {
 
 int trImage::Init(int, int, int newWidth, int newHeight, int channels, int type, int) {
   const trString size = std::to_string(newWidth) + " x " + std::to_string(newHeight);
-  if (newWidth < 1 || newHeight < 1 || channels < 1 || channels > 4 || type < 0 || type > 3) {
+  if (newWidth < 1 || newHeight < 1 || newWidth > kMaxSide || newHeight > kMaxSide || channels < 1 ||
+      channels > 4 || type < 0 || type > 3) {
     Cleanup();
     trError("There are no images of " + size + " points.");
     return 0;

@@ -177,10 +177,12 @@ std::string trHeightfieldLoad::ReadFile(const std::string& path) {
                   &report};
   problem = ovhost::ReadRaster(job, plan);
   if (!problem.empty()) return problem;
+  if (job.lowest <= job.highest && (std::isinf(job.lowest) || std::isinf(job.highest)))
+    return "its heights are too great at that vertical scale";
   const bool hasGaps = job.hasMissing && !request.fillsWithValue;
   if (hasGaps && ovhost::FillMissing(HfScanlineRaw(0), plan.width, plan.height) == plan.width * plan.height)
     return "none of its points has a height";
-  if (hasGaps || !std::isfinite(job.lowest) || !std::isfinite(job.highest)) {
+  if (hasGaps || job.lowest > job.highest) {
     HfFindZRange();
   } else {
     HfSetMinZ(job.lowest);

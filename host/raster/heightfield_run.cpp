@@ -86,10 +86,12 @@ HeightfieldRun RunHeightfield(trHeightfield& wanted, const std::atomic<bool>& st
     if (stop) return {Outcome::kStopped, node, button && node->HfXPnts() > 0};
     // Also after a press: what it left counts as up to date, and its inputs may have failed.
     const long isMade = node->HfOperateTS();
-    if (stop) return {Outcome::kStopped, node, false};
+    // Some keep what they have done in use.
+    if (stop) return {Outcome::kStopped, node, node->HfIsValid() && node->HfXPnts() > 0};
     if (!isMade) return {Outcome::kFailed, node, false};
   }
-  return {Outcome::kDone, &wanted, false};
+  // One that couldn't be allocated counts as up to date all the same.
+  return {wanted.HfXPnts() > 0 ? Outcome::kDone : Outcome::kFailed, &wanted, false};
 }
 
 std::vector<HeightfieldStage> StagesOf(trHeightfield& wanted) {

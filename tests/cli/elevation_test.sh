@@ -94,6 +94,33 @@ shows "no known raster format"
 printf '<VRTDataset rasterXSize="4" rasterYSize="3"><VRTRasterBand dataType="Float32" band="1"><SimpleSource><SourceFilename relativeToVRT="1">hills.asc</SourceFilename></SimpleSource></VRTRasterBand></VRTDataset>' >virtual.tif
 expect 3 "$OV" heightfield scene.ovd Hills --stats --set Hills.filename=virtual.tif
 
+# What isn't a number among whole ones is a hole, not a height of 0; a header beside a picture isn't the picture's.
+printf 'ncols 3\nnrows 1\nxllcorner 0\nyllcorner 0\ncellsize 1\n8 nan 8\n' >hole.asc
+expect 0 "$OV" heightfield scene.ovd Hills --stats --set Hills.filename=hole.asc
+prints "heights   108 to 108 m"
+printf 'NROWS 3\nNCOLS 4\nNBITS 16\n' >a.hdr
+expect 0 "$OV" heightfield scene.ovd Hills --stats --set Hills.filename=a.png
+prints "heights   210 to 242 m"
+rm a.hdr
+
+# What can't be made: one message, no file.
+cat >wrong.ovd <<'END'
+<ombrivex_project>
+  <heightfield_generate name="Vast" size_in_pixels="1e300 2"/>
+  <heightfield_generate name="None" size_in_pixels="0 0"/>
+  <heightfield_generate name="Small" size_in_pixels="8 8"/>
+  <heightfield_from_shader name="Itself" input_node="Small" shader="On it"/>
+  <heightfield_shader name="On it" heightfield="Itself"/>
+</ombrivex_project>
+END
+for node in Vast None Itself; do
+  expect 1 "$OV" heightfield wrong.ovd $node -o wrong.tif
+  [ "$(grep -c error: err)" = 1 ] || fail "not one message about $node"
+  [ ! -e wrong.tif ] || fail "a file of $node"
+done
+expect 3 "$OV" heightfield scene.ovd Hills -o wrong.tif --set Hills.vertical_scale=1e300
+shows "too great"
+
 # A disc that takes no more than some blocks: the old file stays whole.
 cat >wide.ovd <<'END'
 <ombrivex_project>

@@ -258,9 +258,13 @@ GdalSource* Open(const std::string& path, int band, std::string& problem) {
   const GdalScope scope;
   try {
     const CPLStringList beside = FilesBeside(path);
+    // Grids of text whose first heights are whole numbers would be read as such, and what isn't a number as
+    // 0.
+    CPLStringList options;
+    options.SetNameValue("DATATYPE", "Float32");
     auto* opened = static_cast<GDALDataset*>(
         GDALOpenEx(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY | GDAL_OF_VERBOSE_ERROR, kRasterDrivers,
-                   nullptr, beside.List()));
+                   options.List(), beside.List()));
     if (!opened) {
       problem = scope.Problem("");
       if (problem.empty() || problem.find("not recognized") != std::string::npos)
