@@ -96,8 +96,9 @@ class Crew {
 bool RunDrops(const DropField& field, DropOrder order, int threads,
               std::vector<trMersenneTwister>& generators, std::int64_t drops, const DropReport& report) {
   const Crew::Walk repeatable = [&](trMersenneTwister& generator, std::int64_t count, DropWatch& watch) {
-    if (!CanWalkInOrder(field)) return WalkDrops(field, generator, count, watch);
-    return WalkDropsInOrder(field, ThreadsInOrder(field, threads), generator, count, watch);
+    const int ahead = ThreadsInOrder(field, threads);
+    return ahead > 0 && CanWalkInOrder(field) ? WalkDropsInOrder(field, ahead, generator, count, watch)
+                                              : WalkDrops(field, generator, count, watch);
   };
   const Crew::Walk any = [&](trMersenneTwister& generator, std::int64_t count, DropWatch& watch) {
     return CanWalkSideBySide(field) ? WalkDropsSideBySide(field, generator, count, watch)

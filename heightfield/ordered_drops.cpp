@@ -72,9 +72,13 @@ bool CanWalkInOrder(const DropField& field) {
 }
 
 int ThreadsInOrder(const DropField& field, int cores) {
-  constexpr std::int64_t kPointsOfThread = 1 << 17;
-  const std::int64_t useful = std::int64_t{field.width} * field.height / kPointsOfThread;
-  return static_cast<int>(std::clamp<std::int64_t>(useful, 1, std::max(1, cores)));
+  // Measured: on 200 by 200 points one thread ahead of turn is as fast as the serial walk, and with drops of
+  // a middling length of 5 steps.
+  constexpr std::int64_t kLeastPoints = 1 << 16, kPointsOfThread = 1 << 17;
+  constexpr double kLeastFlowDistance = 5;
+  const std::int64_t points = std::int64_t{field.width} * field.height;
+  if (points < kLeastPoints || field.settings.flowDistance < kLeastFlowDistance) return 0;
+  return static_cast<int>(std::clamp<std::int64_t>(points / kPointsOfThread, 1, std::max(1, cores)));
 }
 
 bool WalkDropsInOrder(const DropField& field, int threads, trMersenneTwister& generator, std::int64_t drops,
@@ -89,7 +93,7 @@ bool WalkDropsInOrder(const DropField& field, int threads, trMersenneTwister& ge
 #else
 
 bool CanWalkInOrder(const DropField&) { return false; }
-int ThreadsInOrder(const DropField&, int) { return 1; }
+int ThreadsInOrder(const DropField&, int) { return 0; }
 bool WalkDropsInOrder(const DropField& field, int, trMersenneTwister& generator, std::int64_t drops,
                       DropWatch& watch) {
   return WalkDrops(field, generator, drops, watch);

@@ -17,7 +17,8 @@
 /// raster of some size, a processor that can.
 bool CanWalkInOrder(const DropField& field);
 
-/// How many of `cores` threads to use: on small rasters they are in each other's way.
+/// How many of `cores` threads to use: on small rasters they are in each other's way. 0 where drops one after
+/// another are as fast.
 int ThreadsInOrder(const DropField& field, int cores);
 
 /// WalkDrops, with the same bytes, on up to `threads` threads. For what CanWalkInOrder. When stopped, it
