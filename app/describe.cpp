@@ -65,6 +65,7 @@ Json ToJson(const SheetHint& hint) {
   if (hint.max) json["max"] = *hint.max;
   if (hint.focusValue) json["focus_value"] = *hint.focusValue;
   if (hint.focusPower) json["focus_power"] = *hint.focusPower;
+  if (hint.styleFlags) json["style_flags"] = hint.styleFlags;
   if (hint.doRange) json["do_range"] = *hint.doRange != 0;
   return json;
 }

@@ -54,6 +54,7 @@ SheetParam Described(const trBase& node, long index) {
   param.saved = info.saved;
   param.hidden = info.hidden;
   if (info.hint) param.hint = Limits(*info.hint);
+  if (const auto* text = dynamic_cast<const trStringHint*>(info.hint)) param.hint.styleFlags = text->Flags();
   if (const auto* menu = dynamic_cast<const trIntHint*>(info.hint))
     for (const trIntHint::MenuItem& item : menu->Menu()) param.menu.push_back({item.text, item.value});
   return param;

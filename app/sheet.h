@@ -17,6 +17,7 @@ struct SheetMenuItem {
 /// Limits of a parameter; what the class doesn't set is absent.
 struct SheetHint {
   std::optional<double> min, max, focusValue, focusPower, doRange;
+  int styleFlags = 0;  ///< of a text; 4 has several lines, or is a heading
 };
 
 struct SheetParam {
