@@ -43,6 +43,8 @@ TracedLight::TracedLight(World& world, const TraceSettings& settings, IndirectLi
       indirect_(indirect),
       counters_(counters),
       shadows_(world),
+      plain_(world, world),
+      pieces_(world, plain_),
       air_(world, airShading_),
       levels_(static_cast<size_t>(std::max(settings.maxDepth, 1)) + 2) {
   for (int i = 0; i < world.NumLights(); ++i) lights_.emplace_back(*this, i);
@@ -124,7 +126,7 @@ void TracedLight::Surfaces(Ray ray, SurfaceHit hit, trFCol left, LightLayers& su
   for (int sheet = 0; sheet < kMostSheets; ++sheet) {
     if (ray.kind == kCameraRays && hit.IsHoldout()) break;
     Level& level = Shade(ray, hit);
-    const trFCol cover = Cover(level.shading.si.Oo_surf());
+    const trFCol cover = level.cover;
     if (!cover.IsBlack()) {
       const Sent sent = Leaving(level);
       const trFCol share = left * cover;
@@ -152,13 +154,11 @@ void TracedLight::Surfaces(Ray ray, SurfaceHit hit, trFCol left, LightLayers& su
   if (camera) camera->alpha = 1 - Brightness(left);
 }
 
-void TracedLight::Note(Level& level, CameraSample& camera) const {
-  const trBsdf& bsdf = level.shading.si.Bsdf();
+void TracedLight::Note(const Level& level, CameraSample& camera) {
   camera.depth = static_cast<float>(level.point.relative.Length());
   camera.position = level.point.world;
   camera.normal = level.point.normal;
-  camera.albedo = PositivePart(bsdf.ColourOf(trLobe::kDiffuseReflection)) +
-                  PositivePart(bsdf.ColourOf(trLobe::kDiffuseTransmission));
+  camera.albedo = level.diffuse + level.translucency;
   for (int c = 0; c < 3; ++c) camera.albedo[c] = std::min(camera.albedo[c], 1.0f);
   camera.nodeId = static_cast<float>(level.hit.NodeId());
 }
@@ -180,6 +180,25 @@ TracedLight::Level& TracedLight::Shade(const Ray& ray, const SurfaceHit& hit) {
   for (size_t i = 0; i < lights_.size(); ++i)
     level.suns[i] = {world_.Suns()[i]->SampleDisc(draw), {std::nullopt, std::nullopt}};
 
+  const ShadeCache::Entry* shared =
+      ray.depth > 1 ? pieces_.Find(hit, level.point, PieceShading::Sight::kCone) : nullptr;
+  if (shared) {
+    level.cover = trFCol(1.0f);
+    level.diffuse = shared->diffuse;
+    level.emission = shared->emission;
+    level.translucency = level.highlights = level.reflected = level.transmitted = trFCol();
+  } else {
+    RunShaders(level);
+  }
+  trVector& normal = level.point.normal;
+  if (!shared) normal = Normalised(level.shading.si.N());
+  if (!(normal.LengthSquared() > 0.5)) normal = level.point.face;
+  if (Dot(normal, level.point.face) < 0) normal = -normal;
+  return level;
+}
+
+void TracedLight::RunShaders(Level& level) {
+  const Ray& ray = level.ray;
   trRenderState::Ray& state = level.shading.state.CurrentRay();
   state = trRenderState::Ray();
   state.origin = ray.origin + world_.View().eye;
@@ -190,23 +209,22 @@ TracedLight::Level& TracedLight::Shade(const Ray& ray, const SurfaceHit& hit) {
   state.pixelAngularSize = world_.View().PixelAngularSize();
   level.shading.si.Random() = {MixBits64(random_ + ++numShaded_)};
   inHand_ = &level;
-  level.shading.Shade(hit, ray.origin, level.point);
+  level.shading.Shade(level.hit, ray.origin, level.point);
   inHand_ = &level;
 
-  trVector& normal = level.point.normal;
-  normal = Normalised(level.shading.si.N());
-  if (!(normal.LengthSquared() > 0.5)) normal = level.point.face;
-  if (Dot(normal, level.point.face) < 0) normal = -normal;
-  return level;
+  const trBsdf& bsdf = level.shading.si.Bsdf();
+  const trRenderState::Outputs& outputs = level.shading.state.ShadeOutputs();
+  level.cover = Cover(level.shading.si.Oo_surf());
+  level.diffuse = PositivePart(bsdf.ColourOf(trLobe::kDiffuseReflection));
+  level.translucency = PositivePart(bsdf.ColourOf(trLobe::kDiffuseTransmission));
+  level.emission = PositivePart(bsdf.Emission());
+  level.highlights = PositivePart(outputs.highlight);
+  level.reflected = PositivePart(outputs.reflection) + PositivePart(bsdf.ColourOf(trLobe::kLight));
+  level.transmitted = PositivePart(outputs.transmission);
 }
 
 TracedLight::Sent TracedLight::Leaving(Level& level) {
-  const trBsdf& bsdf = level.shading.si.Bsdf();
-  const trRenderState::Outputs& outputs = level.shading.state.ShadeOutputs();
   const trVector &normal = level.point.normal, &face = level.point.face;
-  const trFCol diffuse = PositivePart(bsdf.ColourOf(trLobe::kDiffuseReflection)),
-               translucency = PositivePart(bsdf.ColourOf(trLobe::kDiffuseTransmission));
-
   Sent sent;
   for (size_t i = 0; i < level.suns.size(); ++i) {
     const trVector& direction = level.suns[i].direction;
@@ -214,22 +232,22 @@ TracedLight::Sent TracedLight::Leaving(Level& level) {
     // A lit shading normal over a turned-away face is the face's own shadow, unless the face stands for a
     // round surface.
     const bool isOnFace = level.point.lift != trVector() || Dot(face, direction) > 0;
-    const trFCol& colour = cosine > 0 ? diffuse : translucency;
+    const trFCol& colour = cosine > 0 ? level.diffuse : level.translucency;
     if (colour.IsBlack() || (cosine > 0 && !isOnFace)) continue;
     sent.direct +=
         colour * SunOn(level, static_cast<int>(i), cosine > 0, true) * static_cast<float>(std::fabs(cosine));
   }
   sent.light.diffuse = sent.direct;
   const bool isSeen = level.ray.depth == 1;
-  if (!diffuse.IsBlack())
-    sent.light.diffuse += diffuse * indirect_.At(level.hit, level.point, normal, isSeen, sampler_);
-  if (!translucency.IsBlack())
-    sent.light.diffuse += translucency * indirect_.At(level.hit, level.point, -normal, isSeen, sampler_);
-  sent.light.emission = PositivePart(bsdf.Emission());
-  sent.light.specular = PositivePart(outputs.highlight) + PositivePart(outputs.reflection) +
-                        PositivePart(bsdf.ColourOf(trLobe::kLight));
-  sent.light.transmission = PositivePart(outputs.transmission);
-  sent.direct += sent.light.emission + PositivePart(outputs.highlight);
+  if (!level.diffuse.IsBlack())
+    sent.light.diffuse += level.diffuse * indirect_.At(level.hit, level.point, normal, isSeen, sampler_);
+  if (!level.translucency.IsBlack())
+    sent.light.diffuse +=
+        level.translucency * indirect_.At(level.hit, level.point, -normal, isSeen, sampler_);
+  sent.light.emission = level.emission;
+  sent.light.specular = level.highlights + level.reflected;
+  sent.light.transmission = level.transmitted;
+  sent.direct += level.emission + level.highlights;
   return sent;
 }
 

@@ -10,7 +10,7 @@
 #include "host/render/film.h"
 #include "host/render/indirect_light.h"
 #include "host/render/lobes.h"
-#include "host/render/shading_context.h"
+#include "host/render/piece_shading.h"
 
 namespace ovhost {
 
@@ -125,6 +125,9 @@ class OV_API TracedLight final : public trRenderServices {
     SurfaceHit hit;
     SurfacePoint point;
     std::vector<SunLook> suns;
+    // What the network left
+    trFCol cover, diffuse, translucency;
+    trFCol emission, highlights, reflected, transmitted;  ///< radiance
 
     /// What the ray goes through isn't of this surface: it lies inside of another.
     bool IsContents() const { return ray.inside && ray.inside != hit.part; }
@@ -141,8 +144,10 @@ class OV_API TracedLight final : public trRenderServices {
   /// The surfaces from `hit` on, as far as they let light pass beside them.
   void Surfaces(Ray ray, SurfaceHit hit, trFCol left, LightLayers& sum, CameraSample* camera);
   Level& Shade(const Ray& ray, const SurfaceHit& hit);
+  /// Runs the surface's network, and with it the rays that it traces.
+  void RunShaders(Level& level);
   Sent Leaving(Level& level);
-  void Note(Level& level, CameraSample& camera) const;
+  static void Note(const Level& level, CameraSample& camera);
 
   /// The ray that the surface in hand means. False where it isn't worth tracing; `scale` makes up for what
   /// was left to chance.
@@ -161,6 +166,8 @@ class OV_API TracedLight final : public trRenderServices {
   PathCounters& counters_;
   std::vector<Sun> lights_;
   ShadowRays shadows_;
+  ShadingContext plain_;  ///< deferred, for pieces of diffuse surfaces
+  PieceShading pieces_;
   trShadingInterface airShading_;
   trRenderState air_;
   trAtomicIntegrator integrator_;
