@@ -69,6 +69,8 @@ void PathTracer::ShadeHit(const SurfaceHit& hit, const trVector& origin, const t
     surface.isPlain = true;
     surface.emission = shared->emission;
     surface.diffuse = shared->diffuse;
+  } else if (isCamera && ShadesItself(hit)) {
+    surface.isPlain = false;
   } else {
     RunShaders(hit, origin, isCamera, surface);
     surface.normal = Normalised(shading_.si.N());

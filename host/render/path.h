@@ -55,6 +55,8 @@ class OV_API PathTracer : public PixelEngine {
 
   /// The rest of a path, from the surface that the camera sees.
   virtual void Follow(Path& path);
+  /// Whether FollowLobes shades what the camera sees by itself, without having been shown how.
+  virtual bool ShadesItself(const SurfaceHit&) const { return false; }
   /// Hands the path over where its surface isn't plain.
   virtual void FollowLobes(Path& path, int depth);
   void AddIndirect(Path& path, const trFCol& light) const;

@@ -19,6 +19,7 @@ class OV_API StandardTracer final : public PathTracer {
 
  private:
   void Follow(Path& path) override;
+  bool ShadesItself(const SurfaceHit& hit) const override { return !hit.part->mayBePlain; }
   void FollowLobes(Path& path, int depth) override;
 
   IndirectLight indirect_;
