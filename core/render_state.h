@@ -235,6 +235,8 @@ class OV_API trRenderState {
     // What the surface in hand means by a ray that it traces, set for the call alone.
     const trLobe* lobe = nullptr;  ///< the ray stands for all of this lobe; null: for its direction only
     float weight = 1;              ///< largest channel of what its light will be multiplied by
+    /// What fills the inside of the surface in hand, while it asks for the lights of points there.
+    const trMedium* medium = nullptr;
   };
   Ray& CurrentRay() { return ray_; }
   const Ray& CurrentRay() const { return ray_; }

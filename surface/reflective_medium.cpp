@@ -79,6 +79,11 @@ trFCol ReflectiveShader::ScatteredInside(trShadingInterface& si, const Inside& i
   for (int k = 0; k < 3; ++k)
     taken[k] *= GuardedDivide(inside.density[k], static_cast<float>(extinction[k] * decayDistance));
 
+  trMedium medium;
+  medium.decayDistance = decayDistance;
+  medium.decayTint = decayTint.ToRender();
+  medium.volumeDensity = Luminance(inside.density);
+  rs.CurrentRay().medium = &medium;
   const double importance = rs.CurrentRay().importance;
   rs.CurrentRay().importance = importance * std::sqrt(1.0 / steps);
   const trVector spot(step, step, step);
@@ -94,6 +99,7 @@ trFCol ReflectiveShader::ScatteredInside(trShadingInterface& si, const Inside& i
     sum += Tamed(colour * light * taken * Exponential(extinction, -i * step));
   }
   rs.CurrentRay().importance = importance;
+  rs.CurrentRay().medium = nullptr;
   return sum;
 }
 

@@ -43,7 +43,7 @@ trRenderNode::trRenderNode() {
   Param(leastSurvival_, "roulette_least_chance", 0.25, &chanceHint_).Display("Least chance to go on");
   GuiTab("Standard engine", "standard_tab");
   // Sky light and bounces are averaged over so many directions at points so many pixels apart.
-  Param(indirectSamples_, "indirect_samples", 64, &indirectHint_).Display("Samples of indirect light");
+  Param(indirectSamples_, "indirect_samples", 32, &indirectHint_).Display("Samples of indirect light");
   Param(indirectSpacing_, "indirect_spacing", 4.0, &spacingHint_).Display("Pixels between them");
   // Reflections and refractions that count less in a pixel are traced by chance.
   Param(leastImportance_, "least_importance", 0.05, &importanceHint_).Display("Least importance of rays");

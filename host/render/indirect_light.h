@@ -8,7 +8,7 @@
 namespace ovhost {
 
 struct IndirectSettings {
-  int rays = 64;       ///< bounces that are averaged at a cached point
+  int rays = 32;       ///< bounces that are averaged at a cached point
   double spacing = 4;  ///< between cached points, pixels
 };
 

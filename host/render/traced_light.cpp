@@ -5,6 +5,7 @@
 
 #include "core/guarded.h"
 #include "host/base/parallel.h"
+#include "host/render/media.h"
 
 namespace ovhost {
 namespace {
@@ -48,6 +49,7 @@ TracedLight::TracedLight(World& world, const TraceSettings& settings, IndirectLi
       air_(world, airShading_),
       levels_(static_cast<size_t>(std::max(settings.maxDepth, 1)) + 2) {
   for (int i = 0; i < world.NumLights(); ++i) lights_.emplace_back(*this, i);
+  if (!world.SkyOnSurfaces().IsBlack()) sky_.emplace(world);
   airShading_.SetThread(ThreadSlot());
 }
 
@@ -334,7 +336,14 @@ trFCol TracedLight::TraceInside(trRenderState& state, const trVector& origin, co
 // --- Suns
 // ------------------------------------------------------------------------------------------------------------
 
-trFCol TracedLight::SunAt(int sun, const trVector& point, bool isShadowed) {
+trFCol TracedLight::Sky::Intensity(trRenderState&, const trVector& point, const trVector&) const {
+  trFCol above, below;
+  world_.Sky().Enviro(point, above, below);
+  return (above + below) * world_.SkyOnSurfaces();
+}
+
+trFCol TracedLight::SunAt(int sun, const trVector& point, const trRenderState::Ray& asked) {
+  const bool isShadowed = asked.tracesShadows;
   if (!inHand_) return world_.Suns()[static_cast<size_t>(sun)]->Radiance();
   Level& level = *inHand_;
   const trVector offset = point - level.point.world;
@@ -344,8 +353,8 @@ trFCol TracedLight::SunAt(int sun, const trVector& point, bool isShadowed) {
   const SunLight& light = *world_.Suns()[static_cast<size_t>(sun)];
   trFCol radiance = light.Radiance();
   if (isShadowed && light.DoShadowsFromSurfaces())
-    radiance *=
-        ThroughBorder(level.hit.part, point - world_.View().eye, light.SampleDisc(sampler_.Next()), 0);
+    radiance *= ThroughBorder(level.hit.part, point - world_.View().eye, light.SampleDisc(sampler_.Next()), 0,
+                              asked.medium);
   air_.CurrentRay() = trRenderState::Ray();
   return radiance.IsBlack() ? radiance : radiance * light.ThroughVolumes(air_, point);
 }
@@ -361,7 +370,7 @@ trFCol TracedLight::SunOn(Level& level, int sun, bool isOnFace, bool isShadowed)
     trVector origin = point.relative + point.face * (isOnFace ? point.rayOffset : -point.rayOffset);
     if (isOnFace) origin += point.lift;
     radiance *= level.IsContents()
-                    ? ThroughBorder(level.ray.inside, origin, look.direction, point.rayOffset)
+                    ? ThroughBorder(level.ray.inside, origin, look.direction, point.rayOffset, nullptr)
                     : shadows_.Transmittance(origin, look.direction, point.rayOffset, counters_.shadowRays);
   }
   air_.CurrentRay() = trRenderState::Ray();
@@ -371,13 +380,19 @@ trFCol TracedLight::SunOn(Level& level, int sun, bool isOnFace, bool isShadowed)
 }
 
 trFCol TracedLight::ThroughBorder(const SurfacePart* border, const trVector& origin,
-                                  const trVector& direction, double nearest) {
+                                  const trVector& direction, double nearest, const trMedium* medium) {
   SurfaceHit hit;
   ++counters_.shadowRays;
   if (!world_.Rays().Intersect(origin, direction, nearest, world_.FarDistance(), hit, kAllRays))
     return trFCol(1.0f);
   if (hit.part != border) return {};
-  const trFCol across = shadows_.AcrossBorder(hit, origin, direction);
+  trFCol across = shadows_.AcrossBorder(hit, origin, direction);
+  if (medium) {
+    // A clear medium's light counts on both ways; this is one.
+    trMedium absorbing = *medium;
+    absorbing.volumeDensity = 0;
+    across *= PathMedium(absorbing).Transmittance(0.5 * hit.distance);
+  }
   if (across.IsBlack()) return {};
   const trVector beyond = origin + direction * hit.distance;
   return across * shadows_.Transmittance(beyond, direction, RayOffset(beyond), counters_.shadowRays);

@@ -38,8 +38,11 @@ class OV_API TracedLight final : public trRenderServices {
   void Follow(const Start& start, CameraSample& result);
 
   // trRenderServices
-  int NumLights() const override { return static_cast<int>(lights_.size()); }
-  const trLightState* Light(int index) const override { return &lights_[static_cast<size_t>(index)]; }
+  int NumLights() const override { return static_cast<int>(lights_.size()) + (sky_ ? 1 : 0); }
+  const trLightState* Light(int index) const override {
+    const auto i = static_cast<size_t>(index);
+    return i < lights_.size() ? static_cast<const trLightState*>(&lights_[i]) : &*sky_;
+  }
   trFCol Trace(trRenderState& state, const trVector& origin, const trVector& direction, bool quick) override;
   trFCol TraceInside(trRenderState& state, const trVector& origin, const trVector& direction,
                      double& distance) override;
@@ -83,7 +86,7 @@ class OV_API TracedLight final : public trRenderServices {
       return Source().SoftShadowAngularRadiusInRadians();
     }
     trFCol Intensity(trRenderState& state, const trVector& point, const trVector&) const override {
-      return owner_.SunAt(index_, point, state.CurrentRay().tracesShadows);
+      return owner_.SunAt(index_, point, state.CurrentRay());
     }
     trFCol DEV_IntensityOptimised(trRenderState& state, const trVector& point, const trVector& spot,
                                   const trVector&, const trFCol&) const override {
@@ -99,6 +102,33 @@ class OV_API TracedLight final : public trRenderServices {
     const SunLight& Source() const { return *owner_.world_.Suns()[static_cast<size_t>(index_)]; }
     TracedLight& owner_;
     int index_;
+  };
+
+  /// The sky, for points inside of surfaces: mirrors and matt surfaces see it by rays.
+  class Sky final : public trLightState {
+   public:
+    explicit Sky(const World& world) : world_(world) {}
+    trVector Dir() const override { return {0, 1, 0}; }
+    trVector Dir(const trVector& point) const override { return world_.Sky().Up(point); }
+    trVector TracePos(const trVector& point, double& distance) const override {
+      distance = world_.FarDistance();
+      return point + Dir(point) * distance;
+    }
+    double AngularRadiusInRadians(const trVector&) const override { return 1.5707963; }
+    double SoftShadowAngularRadiusInRadians() const override { return 1.5707963; }
+    trFCol Intensity(trRenderState& state, const trVector& point, const trVector&) const override;
+    trFCol DEV_IntensityOptimised(trRenderState& state, const trVector& point, const trVector& spot,
+                                  const trVector&, const trFCol&) const override {
+      return Intensity(state, point, spot);
+    }
+    bool IsEnviroLight() const override { return true; }
+    bool DoShadowsFromAtmosphere() const override { return false; }
+    bool DoShadowsFromSurfaces() const override { return false; }
+    bool DoGlowInAtmosphere() const override { return false; }
+    bool DoSpecularHighlights() const override { return false; }
+
+   private:
+    const World& world_;
   };
 
   /// A ray on its way.
@@ -153,11 +183,12 @@ class OV_API TracedLight final : public trRenderServices {
   /// was left to chance.
   bool MakeRay(trRenderState& state, const trVector& origin, const trVector& direction, Ray& ray,
                trFCol& scale);
-  trFCol SunAt(int sun, const trVector& point, bool isShadowed);
+  trFCol SunAt(int sun, const trVector& point, const trRenderState::Ray& asked);
   trFCol SunOn(Level& level, int sun, bool isOnFace, bool isShadowed);
   /// Past the border of the solid that `border` bounds, as if light weren't bent there, and what lies beyond.
+  /// Of what a medium scatters on the way as much comes from beside; null for a clear inside.
   trFCol ThroughBorder(const SurfacePart* border, const trVector& origin, const trVector& direction,
-                       double nearest);
+                       double nearest, const trMedium* medium);
   trAtomicIntegrator::Result Air(const Ray& ray, double distance);
 
   World& world_;
@@ -165,6 +196,7 @@ class OV_API TracedLight final : public trRenderServices {
   IndirectLight& indirect_;
   PathCounters& counters_;
   std::vector<Sun> lights_;
+  std::optional<Sky> sky_;
   ShadowRays shadows_;
   ShadingContext plain_;  ///< deferred, for pieces of diffuse surfaces
   PieceShading pieces_;
