@@ -18,6 +18,8 @@ constexpr double kBlurredSpread = 0.05;
 /// Sheets that are looked past at most, and what less than of a ray isn't followed past them.
 constexpr int kMostSheets = 64;
 constexpr float kLeastLeft = 1e-3f;
+/// What a medium that scatters evenly sends on of light, beside a white surface that faces it.
+constexpr float kEvenPhase = 0.25f;
 /// A point this near to the surface in hand is on it, metres: surfaces start their rays just off themselves.
 constexpr double kOnSurface = 1e-4;
 
@@ -339,7 +341,7 @@ trFCol TracedLight::TraceInside(trRenderState& state, const trVector& origin, co
 trFCol TracedLight::Sky::Intensity(trRenderState&, const trVector& point, const trVector&) const {
   trFCol above, below;
   world_.Sky().Enviro(point, above, below);
-  return (above + below) * world_.SkyOnSurfaces();
+  return (above + below) * world_.SkyOnSurfaces() * kEvenPhase;
 }
 
 trFCol TracedLight::SunAt(int sun, const trVector& point, const trRenderState::Ray& asked) {
@@ -351,7 +353,7 @@ trFCol TracedLight::SunAt(int sun, const trVector& point, const trRenderState::R
     return SunOn(level, sun, Dot(offset, level.point.face) >= 0, isShadowed);
   // Inside the surface in hand.
   const SunLight& light = *world_.Suns()[static_cast<size_t>(sun)];
-  trFCol radiance = light.Radiance();
+  trFCol radiance = light.Radiance() * kEvenPhase;
   if (isShadowed && light.DoShadowsFromSurfaces())
     radiance *= ThroughBorder(level.hit.part, point - world_.View().eye, light.SampleDisc(sampler_.Next()), 0,
                               asked.medium);
