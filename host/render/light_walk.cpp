@@ -15,6 +15,8 @@ constexpr double kSpreadOfRoughness = 0.5;
 constexpr double kFootprintOfSpread = 0.2;
 /// Cones wider than this see blurred air: few samples do.
 constexpr double kBlurredSpread = 0.05;
+/// What a medium leaves of light below which the path may end by chance.
+constexpr float kDimmed = 0.25f;
 /// Widest opening of a path that curved mirrors sent, radians.
 constexpr double kWidestOpening = 0.1;
 /// Clear sheets that a path goes through at most, and events of scattering inside surfaces.
@@ -254,6 +256,8 @@ bool LightWalk::Travel() {
         if (!ScatterInside(reached)) return false;
         continue;
       }
+      // Deep water leaves little.
+      if (weight.MaxChannel() < kDimmed && !Survives()) return false;
     } else if (!AddTabulatedSky(isHit)) {
       throughput_ *= Air(distance);
     } else {
@@ -332,7 +336,7 @@ void LightWalk::ShadeHit(const SurfaceHit& hit) {
   ray.origin = origin_ + world_.View().eye;
   ray.end = point_.world;
   ray.pixelAngularSize = world_.View().PixelAngularSize();
-  if (const ShadeCache::Entry* shared = pieces_.Find(hit, point_, PieceShading::Sight::kCone)) {
+  if (const ShadeCache::Entry* shared = pieces_.Find(hit, point_, direction_, PieceShading::Sight::kCone)) {
     trBsdf& bsdf = shading_.si.Bsdf();
     bsdf.Clear();
     bsdf.Emission() = shared->emission;

@@ -65,7 +65,7 @@ void PathTracer::ShadeHit(const SurfaceHit& hit, const trVector& origin, const t
                           double footprintAngle, bool isCamera, Surface& surface) {
   shading_.hits.Locate(hit, origin, direction, footprintAngle, surface);
   const auto sight = isCamera ? PieceShading::Sight::kCamera : PieceShading::Sight::kBounce;
-  if (const ShadeCache::Entry* shared = pieces_.Find(hit, surface, sight)) {
+  if (const ShadeCache::Entry* shared = pieces_.Find(hit, surface, direction, sight)) {
     surface.isPlain = true;
     surface.emission = shared->emission;
     surface.diffuse = shared->diffuse;

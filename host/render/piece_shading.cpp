@@ -7,7 +7,8 @@
 
 namespace ovhost {
 
-const ShadeCache::Entry* PieceShading::Find(const SurfaceHit& hit, const SurfacePoint& point, Sight sight) {
+const ShadeCache::Entry* PieceShading::Find(const SurfaceHit& hit, const SurfacePoint& point,
+                                            const trVector& direction, Sight sight) {
   if (hit.part->kind != SurfacePart::Kind::kGrid || hit.levels > 0 || !hit.part->mayBePlain) return nullptr;
   // Pieces are shaded from outside.
   if (Dot(point.normal, point.face) < 0) return nullptr;
@@ -25,7 +26,7 @@ const ShadeCache::Entry* PieceShading::Find(const SurfaceHit& hit, const Surface
       break;
     case Sight::kCone:
       cache = &mirrored_;
-      footprint = 0.5 * PieceForCone(mesh, hit, point.footprint, piece);
+      footprint = 0.5 * PieceForCone(mesh, hit, direction, point.footprint, piece);
       if (!(footprint > 0)) return nullptr;
       break;
   }

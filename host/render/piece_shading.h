@@ -15,9 +15,11 @@ class OV_API PieceShading {
   /// `shading`, which outlives this, runs the shaders.
   PieceShading(const World& world, ShadingContext& shading) : world_(world), shading_(shading) {}
 
-  /// The colours of the piece under a hit that was located; null where every sample is its own: the surface
-  /// isn't diffuse alone, bends its normals, or has pieces as small as footprints. Valid until the next call.
-  const ShadeCache::Entry* Find(const SurfaceHit& hit, const SurfacePoint& point, Sight sight);
+  /// The colours of the piece under the hit of a ray that was located; null where every sample is its own:
+  /// the surface isn't diffuse alone, bends its normals, or has pieces as small as footprints. Valid until
+  /// the next call.
+  const ShadeCache::Entry* Find(const SurfaceHit& hit, const SurfacePoint& point, const trVector& direction,
+                                Sight sight);
 
  private:
   void Shade(const SurfaceHit& hit, const GridMesh& mesh, const ShadePiece& piece, Sight sight,

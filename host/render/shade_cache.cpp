@@ -10,6 +10,8 @@ namespace {
 /// micropolygons along a piece of such.
 constexpr double kPiecePixels = 1.0;
 constexpr int kMaxPieces = 8, kLargestBlock = 4;
+/// Pieces are no longer than this makes them, however flatly they are seen.
+constexpr double kLeastFacing = 0.2;
 
 /// Where along a side of a patch a coordinate lies: a micropolygon and the place in it.
 struct Along {
@@ -110,14 +112,34 @@ double PieceForBounce(const GridMesh& mesh, const SurfaceHit& hit, double footpr
   return edge * cells;
 }
 
-double PieceForCone(const GridMesh& mesh, const SurfaceHit& hit, double footprint, ShadePiece& piece) {
-  const double edge = MeanEdge(mesh, hit.primitive), limit = 2 * footprint;
-  if (edge <= limit) return PieceForBounce(mesh, hit, limit, piece);
-  int pieces = 2;
-  while (pieces < kMaxPieces && edge > limit * pieces) pieces *= 2;
-  if (edge > limit * pieces) return 0;
-  SetPiece(hit, PartSide(Along(hit.u), pieces), PartSide(Along(hit.v), pieces), piece);
-  return edge / pieces;
+double PieceForCone(const GridMesh& mesh, const SurfaceHit& hit, const trVector& direction, double footprint,
+                    ShadePiece& piece) {
+  const GridVertex* vertices = PatchVertices(mesh, hit.primitive);
+  const trVector corner(vertices[0].point);
+  const double limit = 2 * footprint;
+  double area = 1;
+  // Along each side of the patch: what its micropolygons measure, and what they look like.
+  const auto sideAlong = [&](double x, int lastVertex, Side& side) {
+    const trVector edge = (trVector(vertices[lastVertex].point) - corner) * (1.0 / kPatchSide);
+    const double length = edge.Length(), along = Dot(edge, direction);
+    const double seen = std::sqrt(std::fmax(length * length - along * along, 0));
+    if (seen <= limit) {
+      int cells = 1;
+      while (cells < kPatchSide && 2 * cells * std::fmax(seen, kLeastFacing * length) <= limit) cells *= 2;
+      side = BlockSide(Along(x), cells);
+      area *= length * cells;
+      return true;
+    }
+    int pieces = 2;
+    while (pieces < kMaxPieces && seen > limit * pieces) pieces *= 2;
+    side = PartSide(Along(x), pieces);
+    area *= length / pieces;
+    return seen <= limit * pieces;
+  };
+  Side u, v;
+  if (!sideAlong(hit.u, kPatchSide, u) || !sideAlong(hit.v, kPatchSide * kPatchStride, v)) return 0;
+  SetPiece(hit, u, v, piece);
+  return std::sqrt(area);
 }
 
 trVector MiddleOf(const GridMesh& mesh, const ShadePiece& piece) {

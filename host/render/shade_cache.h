@@ -22,10 +22,11 @@ OV_API bool PieceForCamera(const GridMesh& mesh, const SurfaceHit& hit, double p
 /// length of its side, metres.
 OV_API double PieceForBounce(const GridMesh& mesh, const SurfaceHit& hit, double footprint,
                              ShadePiece& piece);
-/// The piece under the hit of a ray that mirrors sent, of up to twice the footprint: a block of
-/// micropolygons or a part of one. Returns the length of its side, metres; 0 where micropolygons are so long
-/// that it isn't worth sharing.
-OV_API double PieceForCone(const GridMesh& mesh, const SurfaceHit& hit, double footprint, ShadePiece& piece);
+/// The piece under the hit of a ray that mirrors or clear borders sent along `direction`: seen from there up
+/// to twice the footprint long, a block of micropolygons or a part of one. Returns the mean length of its
+/// sides, metres; 0 where micropolygons are so long that it isn't worth sharing.
+OV_API double PieceForCone(const GridMesh& mesh, const SurfaceHit& hit, const trVector& direction,
+                           double footprint, ShadePiece& piece);
 /// A piece's middle, relative to the eye.
 OV_API trVector MiddleOf(const GridMesh& mesh, const ShadePiece& piece);
 
