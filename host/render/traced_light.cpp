@@ -185,7 +185,7 @@ TracedLight::Level& TracedLight::Shade(const Ray& ray, const SurfaceHit& hit) {
     level.suns[i] = {world_.Suns()[i]->SampleDisc(draw), {std::nullopt, std::nullopt}};
 
   const ShadeCache::Entry* shared =
-      ray.depth > 1 ? pieces_.Find(hit, level.point, PieceShading::Sight::kCone) : nullptr;
+      ray.depth > 1 ? pieces_.Find(hit, level.point, ray.direction, PieceShading::Sight::kCone) : nullptr;
   if (shared) {
     level.cover = trFCol(1.0f);
     level.diffuse = shared->diffuse;
