@@ -8,7 +8,7 @@ prints power_fractal_shader_v3
 
 flags=
 [ -z "$SANITIZE" ] || flags="-fsanitize=$SANITIZE"
-expect 0 "$CMAKE" -S "$SOURCE/tests/foreign_module" -B foreign -DCMAKE_PREFIX_PATH="$PWD/tree" \
+expect 0 "$CMAKE" -G Ninja -S "$SOURCE/tests/foreign_module" -B foreign -DCMAKE_PREFIX_PATH="$PWD/tree" \
   -DCMAKE_CXX_COMPILER="$CXX" -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_BUILD_TYPE=Release
 expect 0 "$CMAKE" --build foreign
 expect 0 "$installed" nodes
