@@ -50,6 +50,7 @@ void LightWalk::Follow(const Start& start, const SurfacePoint& point, const trBs
   kind_ = diffuseBounces_ > 0 ? LightKind::kDiffuse : LightKind::kDirect;
   spread_ = diffuseBounces_ > 0 ? kDiffuseSpread : 0;
   discPdf_ = diffuseBounces_ > 0 ? -1 : kInfinity;
+  blurredDiscs_ = 0;
   discGain_ = 1;
   isNoted_ = diffuseBounces_ > 0;
   isInside_ = sunsCounted_ = false;
@@ -121,6 +122,8 @@ bool LightWalk::Scatter(const trBsdf& bsdf, const trFCol& opacity) {
   if (!(normal.LengthSquared() > 0.5)) normal = point_.face;
   point_.normal = Dot(normal, point_.face) < 0 ? -normal : normal;
   lobes_.Make(bsdf, -direction_, point_.normal, point_.face);
+  if (settings_.lights != PathSettings::Lights::kLobesOnly)
+    lobes_.BlurDiscs(curvature_ * point_.footprint, opening_);
   Note();
   LobeSet::Lit gathered;
   gathered.specular = lobes_.Gathered();
@@ -147,7 +150,8 @@ void LightWalk::LightByLobes(bool isBorder) {
     double lightPdf = isThroughBorder ? kInfinity : sun->DiscPdf(direction);
     if (settings_.lights == PathSettings::Lights::kLightsOnly) lightPdf = kInfinity;
     if (settings_.lights == PathSettings::Lights::kLobesOnly) lightPdf = 0;
-    LobeSet::Lit lit = lobes_.Evaluate(direction, lightPdf, transmits);
+    LobeSet::Lit lit =
+        lobes_.Evaluate(direction, lightPdf, sun->AngularRadiusInRadians(point_.world), transmits);
     const bool isOutward = Dot(direction, point_.face) > 0;
     // The way back into a solid whose border this is leads to the border again.
     if (isInside_ && isBorder && isOutward) lit.specular = trFCol();
@@ -206,6 +210,7 @@ bool LightWalk::Choose(bool isBorder) {
     opening_ = std::min(opening_ + (sampled.kind == LightKind::kSpecular ? 2 : 1) * turn, kWidestOpening);
     discPdf_ = sampled.pdf > 0 ? sampled.pdf : kInfinity;
     discGain_ = sampled.lightGain;
+    blurredDiscs_ = sampled.blurredDiscs;
     if (settings_.lights != PathSettings::Lights::kBoth && sampled.pdf > 0)
       discPdf_ = settings_.lights == PathSettings::Lights::kLobesOnly ? kInfinity : -1;
     if (sunsCounted_ || (isInside_ && !isBorder)) discPdf_ = -1;
@@ -316,6 +321,7 @@ void LightWalk::AddBackground() {
   if (discPdf_ < 0) return;
   for (const auto& sun : world_.Suns()) {
     if (!sun->IsInDisc(direction_) || (IsDirect() && !sun->HasVisibleDisc())) continue;
+    if (sun->AngularRadiusInRadians(origin_) < blurredDiscs_) continue;
     const double weight = std::isinf(discPdf_) ? 1.0 : PowerHeuristic(discPdf_, sun->DiscPdf(direction_));
     const trFCol light = throughput_ * sun->Radiance() *
                          static_cast<float>(sun->DiscBrightness(direction_) * weight * discGain_);

@@ -94,7 +94,8 @@ class OV_API LightWalk {
   /// How the last scattering could have met a sun's disc: not at all (negative: lights were counted there),
   /// by this density, or as the only way (infinite).
   double discPdf_ = 0;
-  float discGain_ = 1;  ///< what a disc counts that the last scattering shows
+  double blurredDiscs_ = 0;  ///< suns of discs up to this radius were counted there, radians
+  float discGain_ = 1;       ///< what a disc counts that the last scattering shows
   bool isInside_ = false, sunsCounted_ = false;
   PathMedium medium_;
 };

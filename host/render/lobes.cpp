@@ -8,6 +8,10 @@ namespace ovhost {
 namespace {
 
 constexpr double kPi = 3.14159265358979;
+/// Roughness of the facets whose slopes vary as those of a bent surface do over a pixel, for each radian that
+/// its normal turns from the pixel's middle to its edge.
+constexpr double kRoughnessOfTurn = 0.816;
+constexpr int kBeckmannSmith = 2;
 
 /// What is left of the positive lobes of a kind after its negative ones have taken theirs, as a factor.
 trFCol ShareLeft(const trBsdf& bsdf, int kind) {
@@ -109,6 +113,26 @@ void LobeSet::AddSpecular(const trBsdf& bsdf, const trLobe& lobe, const trFCol& 
   added.chance = 0;
   added.shape.emplace(kept, toViewer_);
   added.isMirror = added.isStraight || added.shape->IsMirror();
+  added.blurred.reset();
+  added.blurredDiscs = 0;
+}
+
+void LobeSet::BlurDiscs(double turn, double opening) {
+  for (int i = 0; i < count_; ++i) {
+    Lobe& lobe = lobes_[i];
+    if (lobe.isStraight) continue;
+    trLobe blurred = lobe.shape->Source();
+    // The half vectors by which a change of the viewer's direction is made up for.
+    const double index = std::fabs(blurred.index);
+    const double bend = !lobe.isTransmission || lobe.isThin ? 0.5 : 1 / std::fmax(std::fabs(index - 1), 0.1);
+    const double roughness = kRoughnessOfTurn * (turn + opening * bend);
+    if (!(roughness > lobe.roughness) || !(roughness < 1)) continue;
+    blurred.roughness = static_cast<float>(std::hypot(roughness, lobe.roughness));
+    blurred.model = blurred.facets = kBeckmannSmith;
+    blurred.invTweak = 2;
+    lobe.blurred.emplace(blurred, toViewer_);
+    lobe.blurredDiscs = 2 * roughness;
+  }
 }
 
 trFCol LobeSet::Albedo() const {
@@ -178,6 +202,7 @@ bool LobeSet::SampleSpecular(const Lobe& lobe, const tr2Vector& draw, Sampled& o
   out.medium = lobe.medium;
   out.isStraight = lobe.isStraight;
   out.isAcross = lobe.isTransmission && !lobe.isThin;
+  out.blurredDiscs = lobe.blurredDiscs;
   if (lobe.isStraight) {
     out.direction = -toViewer_;
     out.weight = lobe.colour * (1 / lobe.chance);
@@ -195,7 +220,8 @@ bool LobeSet::SampleSpecular(const Lobe& lobe, const tr2Vector& draw, Sampled& o
   return true;
 }
 
-LobeSet::Lit LobeSet::Evaluate(const trVector& direction, double lightPdf, bool transmits) const {
+LobeSet::Lit LobeSet::Evaluate(const trVector& direction, double lightPdf, double lightRadius,
+                               bool transmits) const {
   Lit lit;
   const double cosine = Dot(normal_, direction);
   const bool isFacing = Dot(face_, direction) > 0;
@@ -204,11 +230,17 @@ LobeSet::Lit LobeSet::Evaluate(const trVector& direction, double lightPdf, bool 
   if (cosine < 0) lit.diffuse = translucency_ * static_cast<float>(-cosine / kPi);
   for (int i = 0; i < count_; ++i) {
     const Lobe& lobe = lobes_[i];
-    if (lobe.isMirror || lobe.isTransmission == isFacing) continue;
+    const bool isBlurred = lightRadius < lobe.blurredDiscs;
+    if ((lobe.isMirror && !isBlurred) || lobe.isTransmission == isFacing) continue;
     if (lobe.isTransmission && !lobe.isThin && !transmits) continue;
-    const double pdf = lobe.shape->Pdf(direction) * lobe.chance;
-    const trFCol value = lobe.shape->Evaluate(direction) *
-                         (lobe.lightGain * static_cast<float>(PowerHeuristic(lightPdf, pdf)));
+    trFCol value;
+    if (isBlurred) {
+      value = lobe.blurred->Evaluate(direction) * lobe.lightGain;
+    } else {
+      const double pdf = lobe.shape->Pdf(direction) * lobe.chance;
+      value = lobe.shape->Evaluate(direction) *
+              (lobe.lightGain * static_cast<float>(PowerHeuristic(lightPdf, pdf)));
+    }
     (lobe.isTransmission ? lit.transmission : lit.specular) += value;
   }
   return lit;

@@ -58,6 +58,7 @@ class OV_API SpecularLobe {
   /// `toViewer` is a unit vector on the side of the lobe's normal; elsewhere the lobe is black.
   SpecularLobe(const trLobe& lobe, const trVector& toViewer);
 
+  const trLobe& Source() const { return lobe_; }
   /// Whether all light goes one way: then Evaluate and Pdf are 0, and only Sample knows where.
   bool IsMirror() const { return isMirror_; }
   /// The lobe's value times the light's cosine at the lobe's normal.
