@@ -300,6 +300,26 @@ TEST_F(Chamber, SunsAreFoundByLightsAndByLobesAlike) {
   }
 }
 
+TEST_F(Chamber, SmallSunsInMirrorBallsNeedNoLuck) {
+  // A mirror ball sends a quarter of what a white surface that faces the sun does, evenly to all sides. One
+  // in 200000 reflected rays meets the disc.
+  AddBall("Ball", 1, [](trShadingInterface& si) { si.Bsdf().AddLobe(Mirror(si, 3, 0)); });
+  view_.eye = {0, 0, 40};
+  view_.tanHalfHorizontal = view_.tanHalfVertical = 1.2 / 40;
+  view_.width = view_.height = 24;
+  edge_ = 0.001;
+  for (const trVector& towards : {trVector(0.1, 0.1, 1), trVector(1, 1, 0), trVector(0.5, 0.7, -0.5)}) {
+    if (trBase* before = project_.NodeByPath("Sun")) trDestroyObject(before);
+    AddSun(Normalised(towards), 0.5);
+    const auto samples = Trace(64);
+    const double ball = kPi * 1 / (2.4 * 2.4);
+    EXPECT_NEAR(Mean(samples).g / ball, 0.25, 0.02) << towards.x << " " << towards.z;
+    float brightest = 0;
+    for (const auto& sample : samples) brightest = std::fmax(brightest, sample.beauty.g);
+    EXPECT_LT(brightest, 1000);  // the disc has 52000
+  }
+}
+
 TEST_F(Chamber, LobesSayWhatSunsCount) {
   AddSun(Normalised(trVector(0.1, 0.1, 1)), 20);
   MadeShader& ball = AddBall("Ball", 1, {});

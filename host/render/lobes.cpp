@@ -154,7 +154,7 @@ bool LobeSet::Weigh(const trFCol& throughput, const Allowed& allowed) {
   translucencyChance_ = allowed.diffuse ? weight(translucency_) : 0.0f;
   float sum = diffuseChance_ + translucencyChance_;
   for (int i = 0; i < count_; ++i) {
-    lobes_[i].chance = allowed.specular ? weight(lobes_[i].colour) : 0.0f;
+    lobes_[i].chance = allowed.specular ? weight(lobes_[i].shape->Expected()) : 0.0f;
     sum += lobes_[i].chance;
   }
   if (!(sum > 0) || !std::isfinite(sum)) return false;

@@ -61,6 +61,9 @@ class OV_API SpecularLobe {
   const trLobe& Source() const { return lobe_; }
   /// Whether all light goes one way: then Evaluate and Pdf are 0, and only Sample knows where.
   bool IsMirror() const { return isMirror_; }
+  /// About what all of the lobe sends to the viewer: at grazing angles rough surfaces show facets that are
+  /// turned to who looks, and near total reflection some that reflect all; `colour` knows the normal's alone.
+  trFCol Expected() const;
   /// The lobe's value times the light's cosine at the lobe's normal.
   trFCol Evaluate(const trVector& toLight) const;
   /// Density of Sample, per solid angle.

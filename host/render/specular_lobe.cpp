@@ -13,6 +13,10 @@ namespace {
 constexpr float kMirrorRoughness = 1e-4f;
 /// Relative indices this near to 1 bend nothing.
 constexpr double kSameIndex = 1e-4;
+/// Mean cosine between a grazing viewer and the facets that it sees, for each unit of small roughness.
+constexpr double kSeenSlope = 0.6;
+/// Share of the facets that are taken to reflect totally, at most.
+constexpr float kMostTotal = 0.25f;
 
 float Ratio(float n, float d) {
   const float ratio = n / GuardedDenominator(d);
@@ -56,6 +60,16 @@ trFCol SpecularLobe::WeightAt(double vDotH) const {
   const float fresnel = InterfaceFresnel(index_, std::clamp(vDotH, 0.0, 1.0));
   if (isTransmission_) return (trFCol(1.0f) - lobe_.reflectivity * fresnel) * lobe_.base;
   return trRoughReflectance(lobe_.base, lobe_.edge, fresnel, lobe_.fresnelScale, kappa_).Total();
+}
+
+trFCol SpecularLobe::Expected() const {
+  if (isBlack_ || isMirror_) return lobe_.colour;
+  const double slope = kSeenSlope * lobe_.roughness / std::hypot(1.0, lobe_.roughness);
+  const double mean = std::fmin(std::hypot(view_.z, slope), 1.0), spread = slope * std::sqrt(1 - mean * mean);
+  const trFCol near = (WeightAt(mean - spread) + WeightAt(mean) + WeightAt(mean + spread)) * (1.0f / 3);
+  // From inside, few facets reflect much more than all others together.
+  const float total = isTransmission_ || index_ >= 1 ? 0 : std::min(lobe_.roughness, kMostTotal);
+  return (near + (WeightAt(0) - near) * total) * scale_;
 }
 
 bool SpecularLobe::Join(const trVector& light, Geometry& g) const {
