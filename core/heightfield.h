@@ -5,7 +5,9 @@
 // value is a height in raster units; metres are value times z scale.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <cstdint>
 
 #include "core/image.h"
@@ -14,6 +16,18 @@
 /// Geographic corners, degrees.
 struct trLatLongCorners {
   double south = 0, west = 0, north = 0, east = 0;
+};
+
+/// Lowest and highest of a run of heights, in raster units; what isn't finite doesn't count. While nothing
+/// counts, the lowest is above the highest.
+struct OV_API trHeightRange {
+  float lowest = HUGE_VALF, highest = -HUGE_VALF;
+
+  void Take(const float* heights, std::int64_t count);
+  void Take(const trHeightRange& other) {
+    lowest = std::min(lowest, other.lowest);
+    highest = std::max(highest, other.highest);
+  }
 };
 
 namespace ovhost {
@@ -89,6 +103,8 @@ class OV_API trHeightfield : public trFloatMap, public trBase {
   double HfMaxHeight() const { return maxZ_ * HfZScale(); }
   /// Rescans the raster. Points that aren't finite don't count; 0 and 0 when none is.
   void HfFindZRange();
+  /// What a rescan would find, by who has looked at all heights already.
+  void HfSetZRange(const trHeightRange& range);
   /// 0 at the lowest, 1 at the highest.
   double Hf01FromZ(const double& z) const;
 

@@ -5,9 +5,9 @@
 // has, as long as lanes don't meet on the same ground.
 #pragma once
 
-#include "heightfield/drop_vectors.h"
+#include "heightfield/four_lanes.h"
 
-#ifdef OV_DROP_LANES
+#ifdef OV_FOUR_LANES
 
 #include <bit>
 #include <cstdint>

@@ -4,7 +4,7 @@
 #include "heightfield/drop_lanes-inl.h"
 #include "heightfield/drop_numbers.h"
 
-#ifdef OV_DROP_LANES
+#ifdef OV_FOUR_LANES
 
 namespace {
 

@@ -165,12 +165,10 @@ long HeightfieldSmooth::Compute(trHeightfield* input) {
   }
   if (!Init(0, 0, input->width, input->height)) return 0;
   const ConeKernel kernel(rx, ry, true);
-  const bool isDone = ForEachRow(*this, "HeightfieldSmooth: Smoothing", height, [&](long row) {
+  const bool isDone = MakeRows(*this, "HeightfieldSmooth: Smoothing", [&](long row) {
     SmoothRow(*input, kernel, row, HfScanlineRaw(static_cast<int>(row)));
   });
-  if (!isDone) return 0;
-  HfFindZRange();
-  return 1;
+  return isDone;
 }
 
 HeightfieldMedian::HeightfieldMedian() { Param(radius_, "kernel_radius", 2); }
@@ -188,7 +186,7 @@ long HeightfieldMedian::Compute(trHeightfield* input) {
     return 0;
   }
   if (!Init(0, 0, input->width, input->height)) return 0;
-  const bool isDone = ForEachRow(*this, "HeightfieldMedian: Computing", height, [&](long row) {
+  const bool isDone = MakeRows(*this, "HeightfieldMedian: Computing", [&](long row) {
     float* const to = HfScanlineRaw(static_cast<int>(row));
     if (radius_ == 2)
       MedianRow<2>(*input, row, to);
@@ -197,7 +195,5 @@ long HeightfieldMedian::Compute(trHeightfield* input) {
     else
       MedianRowOfAnyRadius(*input, radius_, row, to);
   });
-  if (!isDone) return 0;
-  HfFindZRange();
-  return 1;
+  return isDone;
 }

@@ -44,7 +44,7 @@ long HeightfieldMerge::Compute(trHeightfield* input) {
 
   // `blend(i, a)` for the points that both have; the loop is compiled for each mode.
   const auto mergeBy = [&](const auto& blend) {
-    ForEachRow(height, [&](long row) {
+    MakeRows(*this, [&](long row) {
       const float* const i = input->HfScanlineRaw(static_cast<int>(row));
       float* const to = HfScanlineRaw(static_cast<int>(row));
       if (other) {
@@ -82,6 +82,5 @@ long HeightfieldMerge::Compute(trHeightfield* input) {
     default:  // no such mode: the input
       mergeBy([](float i, float) { return i; });
   }
-  HfFindZRange();
   return 1;
 }

@@ -147,9 +147,8 @@ long HeightfieldSmoothErode::Compute(trHeightfield* input) {
   const auto erode = [&](long row) {
     SmoothErodeRow(*input, kernel, row).Run(numbers.Take(row), HfScanlineRaw(static_cast<int>(row)));
   };
-  if (!ForEachRow(*this, text, height, erode)) return 0;
+  if (!MakeRows(*this, text, erode)) return 0;
   unsigned long token = 0;
   ReportProgress(token, text, 1.0f, -1.0f);
-  HfFindZRange();
   return 1;
 }

@@ -82,6 +82,28 @@ class RowTeam {
   std::vector<std::thread> threads_;
 };
 
+/// The range of a raster while its rows are being made, in any order.
+class RowRanges {
+ public:
+  RowRanges(trHeightfield& field, const std::function<void(long)>& work)
+      : field_(field), work_(work), ranges_(static_cast<std::size_t>(field.height)) {}
+
+  void Make(long row) {
+    work_(row);
+    ranges_[static_cast<std::size_t>(row)].Take(field_.HfScanlineRaw(static_cast<int>(row)), field_.width);
+  }
+  void SetRange() const {
+    trHeightRange whole;
+    for (const trHeightRange& range : ranges_) whole.Take(range);
+    field_.HfSetZRange(whole);
+  }
+
+ private:
+  trHeightfield& field_;
+  const std::function<void(long)>& work_;
+  std::vector<trHeightRange> ranges_;
+};
+
 }  // namespace
 
 long MakeFlat(trHeightfield& field) {
@@ -120,6 +142,19 @@ bool ForEachRow(trBase& node, const trString& text, long rows, const std::functi
       if (!team.RunOne()) team.Wait(reported - 1);
   }
   team.Finish();
+  return true;
+}
+
+void MakeRows(trHeightfield& field, const std::function<void(long)>& work) {
+  RowRanges ranges(field, work);
+  ForEachRow(field.height, [&](long row) { ranges.Make(row); });
+  ranges.SetRange();
+}
+
+bool MakeRows(trHeightfield& field, const trString& text, const std::function<void(long)>& work) {
+  RowRanges ranges(field, work);
+  if (!ForEachRow(field, text, field.height, [&](long row) { ranges.Make(row); })) return false;
+  ranges.SetRange();
   return true;
 }
 

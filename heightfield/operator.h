@@ -23,6 +23,11 @@ void ForEachRow(long rows, const std::function<void(long row)>& work);
 /// done. False when the user stopped it; some rows are done then.
 bool ForEachRow(trBase& node, const trString& text, long rows, const std::function<void(long row)>& work);
 
+/// Makes all rows of a heightfield's raster by `work(row)`, as ForEachRow does, and sets its range, while
+/// rows are still in the cache.
+void MakeRows(trHeightfield& field, const std::function<void(long row)>& work);
+bool MakeRows(trHeightfield& field, const trString& text, const std::function<void(long row)>& work);
+
 /// An operator that is computed whenever its raster is out of date.
 class OrdinaryOperator : public trHeightfield {
  public:
@@ -36,10 +41,9 @@ class OrdinaryOperator : public trHeightfield {
   long MapRows(const trHeightfield& input, Work work) {
     if (!Init(0, 0, input.width, input.height)) return 0;
     const std::int64_t count = width;
-    ForEachRow(height, [&](long row) {
+    MakeRows(*this, [&](long row) {
       work(input.HfScanlineRaw(static_cast<int>(row)), HfScanlineRaw(static_cast<int>(row)), count);
     });
-    HfFindZRange();
     return 1;
   }
   /// The input's raster as it is.

@@ -5,7 +5,7 @@
 #include "heightfield/ordered_walker.h"
 #include "heightfield/thread_priority.h"
 
-#ifdef OV_DROP_LANES
+#ifdef OV_FOUR_LANES
 
 #include <exception>
 #include <mutex>

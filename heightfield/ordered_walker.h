@@ -3,7 +3,7 @@
 
 #include "heightfield/drop_lanes-inl.h"
 
-#ifdef OV_DROP_LANES
+#ifdef OV_FOUR_LANES
 
 #include <chrono>
 #include <deque>

@@ -36,7 +36,6 @@ class HeightfieldResize : public OrdinaryOperator {
 
  private:
   long Resample(const trHeightfield* input);
-  void FillFrom(const trHeightfield& input, double stepX, double stepY);
   void Rescale();
 
   unsigned char resample_ = 0, resize_ = 1, rescaleVertical_ = 1;

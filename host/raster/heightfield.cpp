@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
+#include <cstring>
 #include <exception>
 
 #include "core/guarded.h"
@@ -39,35 +40,42 @@ class RingGuard {
   std::uint64_t steps_ = 0, limit_ = 2;
 };
 
-struct Range {
-  float lowest = INFINITY, highest = -INFINITY;
-};
+using Quad = float __attribute__((vector_size(16)));
 
-/// The range of the values that count; what isn't a number never does. Lanes lie side by side, so that the
-/// pass runs at the memory's speed.
-template <typename Counts>
-Range FindRange(const float* values, std::int64_t count, Counts counts) {
-  constexpr int kLanes = 16;
-  float lowest[kLanes], highest[kLanes];
-  std::fill_n(lowest, kLanes, Range().lowest);
-  std::fill_n(highest, kLanes, Range().highest);
-  const auto take = [&](float v, int k) {
-    lowest[k] = v < lowest[k] && counts(v) ? v : lowest[k];
-    highest[k] = v > highest[k] && counts(v) ? v : highest[k];
-  };
+/// The range of all values but those that aren't a number. Lanes lie side by side, so that the pass runs at
+/// the memory's speed.
+trHeightRange RangeOfNumbers(const float* values, std::int64_t count) {
+  constexpr int kLanes = 4, kQuads = 4;
+  trHeightRange range;
+  Quad lowest[kQuads], highest[kQuads];
+  std::fill_n(lowest, kQuads, Quad{} + range.lowest);
+  std::fill_n(highest, kQuads, Quad{} + range.highest);
   std::int64_t i = 0;
-  for (; i + kLanes <= count; i += kLanes)
-    for (int k = 0; k < kLanes; ++k) take(values[i + k], k);
-  for (; i < count; ++i) take(values[i], 0);
-  Range range;
-  for (int k = 0; k < kLanes; ++k) {
-    range.lowest = std::min(range.lowest, lowest[k]);
-    range.highest = std::max(range.highest, highest[k]);
-  }
+  for (; i + kLanes * kQuads <= count; i += kLanes * kQuads)
+    for (int q = 0; q < kQuads; ++q) {
+      Quad v;
+      std::memcpy(&v, values + i + q * kLanes, sizeof v);
+      lowest[q] = v < lowest[q] ? v : lowest[q];
+      highest[q] = v > highest[q] ? v : highest[q];
+    }
+  for (int q = 0; q < kQuads; ++q)
+    for (int k = 0; k < kLanes; ++k) range.Take({lowest[q][k], highest[q][k]});
+  for (; i < count; ++i)
+    if (!std::isnan(values[i])) range.Take({values[i], values[i]});
   return range;
 }
 
 }  // namespace
+
+void trHeightRange::Take(const float* heights, std::int64_t count) {
+  trHeightRange range = RangeOfNumbers(heights, count);
+  if (range.lowest < -FLT_MAX || range.highest > FLT_MAX) {
+    range = {};
+    for (std::int64_t i = 0; i < count; ++i)
+      if (std::isfinite(heights[i])) range.Take({heights[i], heights[i]});
+  }
+  Take(range);
+}
 
 trHeightfield::trHeightfield() {
   DeclareTrue("is_heightfield");
@@ -201,11 +209,12 @@ unsigned char trHeightfield::HfLatLongCorners(trLatLongCorners* corners) const {
 }
 
 void trHeightfield::HfFindZRange() {
-  const std::int64_t count = std::int64_t{width} * height;
-  const auto* values = reinterpret_cast<const float*>(pixels);
-  Range range = FindRange(values, count, [](float) { return true; });
-  if (range.lowest < -FLT_MAX || range.highest > FLT_MAX)
-    range = FindRange(values, count, [](float v) { return v >= -FLT_MAX && v <= FLT_MAX; });
+  trHeightRange range;
+  range.Take(reinterpret_cast<const float*>(pixels), std::int64_t{width} * height);
+  HfSetZRange(range);
+}
+
+void trHeightfield::HfSetZRange(const trHeightRange& range) {
   const bool any = range.lowest <= range.highest;
   minZ_ = any ? range.lowest : 0;
   maxZ_ = any ? range.highest : 0;

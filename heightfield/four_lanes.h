@@ -1,9 +1,10 @@
-// Four numbers in a register, for drops that are walked side by side: the few operations that the compilers'
-// vector types don't have as operators. For processors with AVX2; whoever calls these asks first.
+// Four numbers in a register, for drops and points that are worked on side by side: the few operations that
+// the compilers' vector types don't have as operators. For processors with AVX2; whoever calls these asks
+// first.
 #pragma once
 
 #if defined(__x86_64__) && defined(__GNUC__)
-#define OV_DROP_LANES 1
+#define OV_FOUR_LANES 1
 
 #include <immintrin.h>
 
