@@ -32,7 +32,7 @@ class RayGuard {
 };
 
 /// An optical depth that arithmetic can go on with.
-float Bounded(double depth) { return depth > 0.0 ? static_cast<float>(std::min(depth, 1e6)) : 0.0f; }
+float Bounded(double depth) { return depth > 0.0 ? static_cast<float>(std::min(depth, 1e30)) : 0.0f; }
 
 atmosphere::Pair Load(const double* p) { return atmosphere::Pair{p[0], p[1]}; }
 void Store(atmosphere::Pair value, double* p) {

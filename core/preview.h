@@ -38,9 +38,33 @@ class OV_API juPreviewHandler : public trPreviewHandler {
   virtual bool SupportsPreviewDisplayOptions() { return false; }
   virtual bool IsSelected() { return selected_; }
   virtual void SetSelected(bool on) { selected_ = on; }
-  virtual bool IsHighlighted() { return highlighted_; }
-  virtual void SetHighlighted(bool on) { highlighted_ = on; }
-  virtual void RemoveAllHighlighting() { highlighted_ = false; }
+  virtual bool IsHighlighted() { return HasHighlight(kWhole); }
+  virtual void SetHighlighted(bool on) { SetHighlight(kWhole, on); }
+  // What of the handles the pointer is over: arrows of translation (T) and of scale (S), rings of rotation
+  // (R), and what grabs all three axes at once.
+  virtual bool IsTXHighlighted() { return HasHighlight(kTX); }
+  virtual void SetTXHighlighted(bool on) { SetHighlight(kTX, on); }
+  virtual bool IsTYHighlighted() { return HasHighlight(kTY); }
+  virtual void SetTYHighlighted(bool on) { SetHighlight(kTY, on); }
+  virtual bool IsTZHighlighted() { return HasHighlight(kTZ); }
+  virtual void SetTZHighlighted(bool on) { SetHighlight(kTZ, on); }
+  virtual bool IsRXHighlighted() { return HasHighlight(kRX); }
+  virtual void SetRXHighlighted(bool on) { SetHighlight(kRX, on); }
+  virtual bool IsRYHighlighted() { return HasHighlight(kRY); }
+  virtual void SetRYHighlighted(bool on) { SetHighlight(kRY, on); }
+  virtual bool IsRZHighlighted() { return HasHighlight(kRZ); }
+  virtual void SetRZHighlighted(bool on) { SetHighlight(kRZ, on); }
+  virtual bool IsRotGrabHighlighted() { return HasHighlight(kRotGrab); }
+  virtual void SetRotGrabHighlighted(bool on) { SetHighlight(kRotGrab, on); }
+  virtual bool IsSXHighlighted() { return HasHighlight(kSX); }
+  virtual void SetSXHighlighted(bool on) { SetHighlight(kSX, on); }
+  virtual bool IsSYHighlighted() { return HasHighlight(kSY); }
+  virtual void SetSYHighlighted(bool on) { SetHighlight(kSY, on); }
+  virtual bool IsSZHighlighted() { return HasHighlight(kSZ); }
+  virtual void SetSZHighlighted(bool on) { SetHighlight(kSZ, on); }
+  virtual bool IsScaleCentreGrabHighlighted() { return HasHighlight(kScaleCentreGrab); }
+  virtual void SetScaleCentreGrabHighlighted(bool on) { SetHighlight(kScaleCentreGrab, on); }
+  virtual void RemoveAllHighlighting() { highlighted_ = 0; }
   virtual bool ShouldUsePreviewColourForRender() { return false; }
   virtual trFCol GetPreviewColour() { return trFCol(0.5f); }
   virtual bool ShouldShowTransformPanel() { return false; }
@@ -54,6 +78,13 @@ class OV_API juPreviewHandler : public trPreviewHandler {
   }
 
  private:
+  enum Highlight { kWhole, kTX, kTY, kTZ, kRX, kRY, kRZ, kRotGrab, kSX, kSY, kSZ, kScaleCentreGrab };
+  bool HasHighlight(Highlight part) const { return (highlighted_ >> part & 1u) != 0; }
+  void SetHighlight(Highlight part, bool on) {
+    highlighted_ = on ? highlighted_ | 1u << part : highlighted_ & ~(1u << part);
+  }
+
   int manipMode_ = 0;
-  bool selected_ = false, highlighted_ = false;
+  bool selected_ = false;
+  unsigned highlighted_ = 0;  ///< a bit a Highlight
 };

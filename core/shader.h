@@ -98,7 +98,7 @@ inline trShader* trShader::InputShader() const { return LinkedShader(inputNode_)
 /// Base of nearly all shaders; displacement and colour both possible. By default both only run the input.
 class OV_API trSurfaceShader : public trShader {};
 
-/// Colour only.
+/// Colour only: its Displace does nothing, so nothing that stands before it displaces through it either.
 class OV_API trColourShader : public trShader {
  public:
   long Displace(trShadingInterface& si) final;

@@ -334,3 +334,38 @@ TEST(SceneMaker, GeneratorsCarryTheirSwitchesOver) {
 }
 
 }  // namespace
+
+TEST(Preview, EveryPartHasAHighlightOfItsOwn) {
+  using Handler = juPreviewHandler;
+  const struct {
+    bool (Handler::*is)();
+    void (Handler::*set)(bool);
+  } parts[] = {{&Handler::IsHighlighted, &Handler::SetHighlighted},
+               {&Handler::IsTXHighlighted, &Handler::SetTXHighlighted},
+               {&Handler::IsTYHighlighted, &Handler::SetTYHighlighted},
+               {&Handler::IsTZHighlighted, &Handler::SetTZHighlighted},
+               {&Handler::IsRXHighlighted, &Handler::SetRXHighlighted},
+               {&Handler::IsRYHighlighted, &Handler::SetRYHighlighted},
+               {&Handler::IsRZHighlighted, &Handler::SetRZHighlighted},
+               {&Handler::IsRotGrabHighlighted, &Handler::SetRotGrabHighlighted},
+               {&Handler::IsSXHighlighted, &Handler::SetSXHighlighted},
+               {&Handler::IsSYHighlighted, &Handler::SetSYHighlighted},
+               {&Handler::IsSZHighlighted, &Handler::SetSZHighlighted},
+               {&Handler::IsScaleCentreGrabHighlighted, &Handler::SetScaleCentreGrabHighlighted}};
+  Handler handler;
+  const auto count = [&] {
+    int lit = 0;
+    for (const auto& part : parts) lit += (handler.*part.is)();
+    return lit;
+  };
+  for (const auto& part : parts) {
+    (handler.*part.set)(true);
+    EXPECT_TRUE((handler.*part.is)());
+    EXPECT_EQ(count(), 1);
+    (handler.*part.set)(false);
+  }
+  for (const auto& part : parts) (handler.*part.set)(true);
+  EXPECT_EQ(count(), static_cast<int>(std::size(parts)));
+  handler.RemoveAllHighlighting();
+  EXPECT_EQ(count(), 0);
+}

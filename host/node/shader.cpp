@@ -118,10 +118,7 @@ trBase* trShader::FindOutputNodeByClass(const trString& className, bool throughA
   return nullptr;
 }
 
-long trColourShader::Displace(trShadingInterface& si) {
-  DisplaceInput(si);
-  return 1;
-}
+long trColourShader::Displace(trShadingInterface&) { return 1; }
 long trGeometryShader::Shade(trShadingInterface&) { return 1; }
 long trAtmosShader::Displace(trShadingInterface&) { return 1; }
 long trAtmosShader::Shade(trShadingInterface&) { return 1; }
