@@ -37,10 +37,25 @@ bool AppendNumbers(const nlohmann::json& json, std::vector<double>& numbers) {
   return true;
 }
 
+/// The numbers of an object's members of these names; false where one is missing or isn't a number.
+bool AppendMembers(const nlohmann::json& json, std::initializer_list<const char*> names,
+                   std::vector<double>& numbers) {
+  for (const char* name : names) {
+    const auto found = json.find(name);
+    if (found == json.end() || !found->is_number()) return false;
+    numbers.push_back(found->get<double>());
+  }
+  return true;
+}
+
 bool ReadJson(const std::string& line, std::vector<double>& numbers) {
   const nlohmann::json json = nlohmann::json::parse(line, nullptr, false);
   if (json.is_array()) return AppendNumbers(json, numbers);
-  if (!json.is_object() || !json.contains("point") || !AppendNumbers(json["point"], numbers)) return false;
+  if (!json.is_object()) return false;
+  if (json.contains("x"))
+    return AppendMembers(json, {"x", "y", "z"}, numbers) &&
+           (!json.contains("nx") || AppendMembers(json, {"nx", "ny", "nz"}, numbers));
+  if (!json.contains("point") || !AppendNumbers(json["point"], numbers)) return false;
   return numbers.size() == 3 && (!json.contains("normal") || AppendNumbers(json["normal"], numbers));
 }
 
@@ -70,7 +85,7 @@ PointList ReadPoints(std::istream& in, const std::string& name) {
   for (long number = 1; std::getline(in, line); ++number) {
     const size_t first = line.find_first_not_of(" \t\r");
     if (first == std::string::npos || line[first] == '#') continue;
-    if (number == 1 && IsHeading(line)) continue;
+    if (list.points.empty() && IsHeading(line)) continue;
     const bool isJson = line[first] == '[' || line[first] == '{';
     std::vector<double> numbers;
     EvalPoint point;

@@ -21,8 +21,9 @@ struct PointList {
 };
 
 /// Reads lines of `x y z [nx ny nz]`, numbers separated by commas, semicolons or blanks, or JSON lines of
-/// arrays of such numbers or of objects {"point": [x, y, z], "normal": [x, y, z]}. Empty lines, lines that
-/// begin with '#' and a heading are passed over. Throws a Failure that names the line.
+/// arrays of such numbers or of objects {"point": [x, y, z], "normal": [x, y, z]} or {"x": x, "y": y, "z": z,
+/// "nx": x, "ny": y, "nz": z}. Empty lines, lines that begin with '#' and a heading are passed over. Throws a
+/// Failure that names the line.
 PointList ReadPoints(std::istream& in, const std::string& name);
 
 }  // namespace ovapp

@@ -54,6 +54,7 @@ struct Plan {
   double noiseTarget = 0;  ///< tiles below it take no more samples; 0 for none
   PixelRect area;
   trView view;
+  bool hasCamera = false;  ///< otherwise the view is made up
   double edgePixels = 0;
   std::uint64_t pictureVertices = 0;
   Engine engine = Engine::kPath;
@@ -226,9 +227,10 @@ bool FrameRender::MakePlan() {
     plan_.view.tanHalfVertical = plan_.view.tanHalfHorizontal * plan_.height / plan_.width;
   } else {
     plan_.view = camera->View(plan_.width, plan_.height);
+    plan_.hasCamera = true;
     if (camera->IsAtItsTarget()) {
       const trScopedErrorsWarningsContext cameraContext(camera);
-      trWarning("The camera stands at its target; it looks along its rotation instead.");
+      trError("The camera stands at its target; it looks along its rotation instead.");
     }
   }
   return MakeLayers();
@@ -415,8 +417,8 @@ RenderOutcome FrameRender::RunInArena(int threads) {
   if (!world.Build()) return control_.stop ? Stop(film) : RenderOutcome::kFailed;
   if (world.Parts().IsEmpty()) trWarning("The project has no object to render; only the sky will show.");
   if (world.Suns().empty()) trWarning("The project has no light.");
-  if (const trBase* object = world.ObjectAroundEye())
-    trWarning("The camera is inside " + object->NameAndPath() + ", below its surface.");
+  if (const trBase* object = plan_.hasCamera ? world.ObjectAroundEye() : nullptr)
+    trError("The camera is inside " + object->NameAndPath() + ", below its surface.");
   Tracers tracers(NumThreadSlots());
   statistics_.vertices = world.Dicing().vertices;
   statistics_.displacements = world.Dicing().displacements;

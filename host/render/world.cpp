@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <chrono>
 
+#include "host/base/log.h"
 #include "host/node/graph_check.h"
 #include "host/node/node_data.h"
 #include "host/project/enviro_light.h"
@@ -244,8 +245,10 @@ bool World::MakeScenes() {
     auto scene = std::make_unique<trScene>();
     scene->Init();
     const trScopedErrorsWarningsContext context(node);
+    const long errors = NumErrors();
     if (!maker->Make(*scene, trSceneMaker::kRender)) {
-      trError("The object could not be made.");
+      // Makers mostly tell what stopped them.
+      if (NumErrors() == errors) trError("The object could not be made.");
       return false;
     }
     scene->PrepForRender();

@@ -6,7 +6,7 @@ cat >scene.ovd <<'END'
   <get_position name="Position"/>
 </ombrivex_project>
 END
-printf 'x,y,z\n1,2,3\n# a remark\n\n-.5 0 1e3 0 0 2\n' >points
+printf '# points\nx,y,z\n1,2,3\n# a remark\n\n-.5 0 1e3 0 0 2\n' >points
 expect 0 "$OV" eval scene.ovd Position points
 [ "$(wc -l <out)" = 3 ] || fail "not a heading and two results"
 prints "1,2,3,0,1,2,3,"
@@ -14,16 +14,17 @@ prints "-0.5,0,1000,0,-0.5,0,1000,"
 grep -q ',1,2,3$' out || fail "the vector of the position isn't the position"
 expect 0 "$OV" eval scene.ovd Colour points
 prints ",0.25,0.5,1,"
-printf '[1, 2, 3]\n{"point": [4, 5, 6], "normal": [0, 0, 1]}\n' >points.json
+printf '[1, 2, 3]\n{"point": [4, 5, 6], "normal": [0, 0, 1]}\n{"x": 7, "y": 8, "z": 9, "nx": 0, "ny": 0, "nz": 1}\n' >points.json
 expect 0 "$OV" eval scene.ovd Number points.json
-[ "$(grep -c '^{.*"scalar":3.0.*}$' out)" = 2 ] || fail "not two JSON results"
+[ "$(grep -c '^{.*"scalar":3.0.*}$' out)" = 3 ] || fail "not three JSON results"
+prints '"point":[7.0,8.0,9.0]'
 code=0
 echo "1 2 3" | "$OV" eval scene.ovd Number >out 2>err || code=$?
 [ $code = 0 ] || fail "points from standard input"
 expect 0 "$OV" eval scene.ovd Number points -o results.csv
 [ -s results.csv ] || fail "no file of results"
 
-for line in "1 2" "1 2 3 4" "a b c d" "1 2 nan" "1 2 1e999" "1 2 3 0 0 0" "[1, 2" '{"normal": [1, 2, 3]}'; do
+for line in "1 2" "1 2 3 4" "a b c d" "1 2 nan" "1 2 1e999" "1 2 3 0 0 0" "[1, 2" '{"normal": [1, 2, 3]}' '{"x": 1, "y": 2}'; do
   printf '0 0 0\n%s\n' "$line" >wrong
   expect 1 "$OV" eval scene.ovd Number wrong
   shows "line 2"

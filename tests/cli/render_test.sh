@@ -35,6 +35,18 @@ expect 0 "$OV" render empty.ovd -o empty.png $size -s 1
 for what in camera light object; do shows "no $what"; done
 [ -s empty.png ] || fail "no picture of an empty project"
 
+# A camera that can't see what was meant: its picture, and an error.
+# shellcheck disable=SC2086
+{
+  expect 1 "$OV" render scene.ovd -o blind.png $size -s 1 --set "Camera.position=0 -100000 0"
+  shows "inside /Planet 01"
+  expect 1 "$OV" render scene.ovd -o blind.png $size -s 1 --set Camera.use_target=1 --set "Camera.position=0 20000 0" \
+    --set "Camera.target=0 20000 0"
+  shows "at its target"
+  [ -s blind.png ] || fail "no picture of a blind camera"
+  rm blind.png
+}
+
 # A render that is stopped goes on to the picture that it would have been. A machine that is done before it can be stopped
 # gets more to do.
 stopped=
