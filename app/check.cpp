@@ -36,20 +36,26 @@ void Collect(void* list, const ovhost::LogRecord& record) {
                                        {"text", record.text}});
 }
 
+/// The project's nodes below and including `node`, without those that nodes keep to themselves.
+long CountNodes(const trBase& node) {
+  long count = 1;
+  for (long i = 0; i < node.NumChildren(); ++i) count += CountNodes(*node.Child(i));
+  return count;
+}
+
 /// Returns the number of nodes, or -1 where the project can't be read. What the reader warned of (unknown
 /// classes and attributes) counts as a fault.
 long Check(const Options& options, long& faults) {
   try {
     Session session(options.project);
     faults = ovhost::NumWarnings();
-    const std::vector<trBase*> nodes = ovhost::AllNodes(&session.Project());
     ovhost::ReportBrokenLinks(&session.Project(), trError);
     ovhost::ReportShaderRings(&session.Project(), trError);
     ovhost::ReportHeightfieldRings(&session.Project());
     ovhost::ReportElevationFiles(&session.Project());
     CheckCompleteness(session.Project());
     faults += ovhost::NumErrors();
-    return static_cast<long>(nodes.size());
+    return CountNodes(session.Project());
   } catch (const Failure& failure) {
     if (!failure.text.empty()) trError(failure.text);
     faults = 1;

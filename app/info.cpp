@@ -4,7 +4,6 @@
 #include "app/app.h"
 #include "app/json.h"
 #include "app/session.h"
-#include "host/node/node_data.h"
 
 namespace ovapp {
 namespace {
@@ -23,28 +22,24 @@ Json Values(trBase& node) {
   return values;
 }
 
-int Depth(const trBase& node) {
-  int depth = 0;
-  for (const trBase* parent = node.Parent(); parent; parent = parent->Parent()) ++depth;
-  return depth;
+/// Lists `node` and its children. Nodes that nodes keep to themselves aren't the project's.
+void List(trBase& node, const Options& options, size_t depth, Json& list, std::string& text) {
+  Json entry = {{"path", node.NameAndPath()}, {"class", node.ClassName()}};
+  text += std::string(2 * depth, ' ') + node.Name() + "  (" + node.ClassName() + ")\n";
+  if (options.values) {
+    entry["params"] = Values(node);
+    for (const auto& [name, value] : entry["params"].items())
+      text += std::string(2 * depth + 4, ' ') + name + " = " + value.get<std::string>() + "\n";
+  }
+  list.push_back(entry);
+  for (long i = 0; i < node.NumChildren(); ++i) List(*node.Child(i), options, depth + 1, list, text);
 }
 
 int Run(Program&, const Options& options) {
   Session session(options.project);
   Json list = Json::array();
   std::string text;
-  for (trBase* node : ovhost::AllNodes(&session.Project())) {
-    Json entry = {{"path", node->NameAndPath()}, {"class", node->ClassName()}};
-    text += std::string(static_cast<size_t>(2 * Depth(*node)), ' ') + node->Name() + "  (" +
-            node->ClassName() + ")\n";
-    if (options.values) {
-      entry["params"] = Values(*node);
-      for (const auto& [name, value] : entry["params"].items())
-        text += std::string(static_cast<size_t>(2 * Depth(*node) + 4), ' ') + name + " = " +
-                value.get<std::string>() + "\n";
-    }
-    list.push_back(entry);
-  }
+  List(session.Project(), options, 0, list, text);
   if (options.json) text = JsonText(list);
   std::fwrite(text.data(), 1, text.size(), stdout);
   return kDone;
