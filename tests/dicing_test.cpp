@@ -130,6 +130,60 @@ TEST(Dicing, SameBitsForAnyNumberOfThreads) {
             0);
 }
 
+/// A long ridge, 3 km high, 15 km to the north.
+class Wall : public trSurfaceShader {
+ public:
+  long Displace(trShadingInterface& si) override {
+    const double across = (si.Pt().z + 15000) / 2000;
+    si.P() += si.Ng() * (3000 * std::exp(-across * across));
+    return 1;
+  }
+};
+
+TEST(Dicing, OnlyWhatTheSurfaceHidesIsCoarser) {
+  Wall wall;
+  Planet planet(300);
+  planet.material = trMaterial(&planet.ball, &wall, nullptr, 1);
+  trView& view = planet.settings.view;
+  view.forward = {0, 0, -1};
+  view.right = {1, 0, 0};
+  view.up = {0, 1, 0};
+  view.width = 640;
+  view.height = 480;
+  planet.DiceWith(2);
+  // How long the patches' micropolygons look, in wanted lengths, where nothing foreshortens them.
+  const auto look = [&](size_t patch) {
+    const ovhost::GridVertex* v = &planet.mesh.vertices[patch * ovhost::kPatchVertices];
+    const trVector a(v[0].point), b(v[ovhost::kPatchSide].point),
+        c(v[ovhost::kPatchSide * ovhost::kPatchStride].point);
+    return std::fmin((b - a).Length(), (c - a).Length()) / ovhost::kPatchSide /
+           ovhost::FootprintAt(view, planet.settings.edgePixels, a.Length());
+  };
+  ovhost::Accel accel;
+  accel.Add(planet.mesh);
+  ASSERT_TRUE(accel.Build());
+  std::set<std::uint32_t> seen;
+  for (double y = -1; y <= 1; y += 1.0 / 256)
+    for (double x = -1; x <= 1; x += 1.0 / 256) {
+      const trVector direction = Normalised(view.forward + view.right * (x * view.tanHalfHorizontal) +
+                                            view.up * (y * view.tanHalfVertical));
+      ovhost::SurfaceHit hit;
+      if (accel.Intersect({}, direction, 0, 1e9, hit)) seen.insert(hit.primitive);
+    }
+  ASSERT_GT(seen.size(), 200u);
+  for (const std::uint32_t patch : seen) EXPECT_LT(look(patch), 2.9) << "1 / 0.35 for what is seen along it";
+  int hidden = 0;
+  for (size_t patch = 0; patch < planet.mesh.patches.size(); ++patch) {
+    const trVector centre(planet.mesh.vertices[patch * ovhost::kPatchVertices + 8 * 18].point);
+    const double depth = Dot(centre, view.forward);
+    const bool isInside = std::fabs(Dot(centre, view.right)) < 0.9 * depth * view.tanHalfHorizontal &&
+                          std::fabs(Dot(centre, view.up)) < 0.9 * depth * view.tanHalfVertical;
+    hidden += isInside && centre.Length() < 60000 && !seen.count(static_cast<std::uint32_t>(patch)) &&
+              look(patch) > 2.9;
+  }
+  EXPECT_GT(hidden, 5);
+}
+
 TEST(Dicing, NormalsFollowTheSurface) {
   Planet planet(3000);
   planet.DiceWith(2);

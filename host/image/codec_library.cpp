@@ -14,7 +14,7 @@ void* CodecFunction(const char* name, std::string& problem) {
     std::filesystem::path folder;
     if (dladdr(reinterpret_cast<const void*>(&CodecFunction), &self) && self.dli_fname)
       folder = std::filesystem::canonical(self.dli_fname, error).parent_path();
-    return dlopen((folder / "libovimage.so").c_str(), RTLD_NOW | RTLD_LOCAL);
+    return dlopen((folder / "libovimage.so").c_str(), RTLD_LAZY | RTLD_LOCAL);
   }();
   void* const function = library ? dlsym(library, name) : nullptr;
   if (!function) {

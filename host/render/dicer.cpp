@@ -7,9 +7,11 @@
 #include <array>
 #include <limits>
 #include <new>
+#include <tuple>
 #include <unordered_set>
 
 #include "host/base/parallel.h"
+#include "host/render/hidden_patches.h"
 #include "host/render/patch_edges.h"
 
 namespace ovhost {
@@ -33,6 +35,8 @@ constexpr double kFootprint = 0.5;
 /// and never finer than the second figure, radians a pixel, however long the lens.
 constexpr double kCoarserOutOfView = 12;
 constexpr double kFinestOutOfView = 0.003;
+/// What the surface hides from the eye shows in mirrors at most: as many levels coarser.
+constexpr int kCoarserHidden = 2;
 
 /// An edge's key doesn't depend on its direction. Ends are mixed apart first: mirrored points must not
 /// cancel.
@@ -42,7 +46,7 @@ struct Node {
   std::uint32_t quad;
   double u, v, size;
   int level;
-  std::array<trVector, 5> displaced;  ///< corners (0,0) (1,0) (1,1) (0,1), centre; world space
+  PatchOutline displaced;  ///< corners (0,0) (1,0) (1,1) (0,1), centre
 };
 
 /// A thread's shading state for displacing.
@@ -111,6 +115,7 @@ class Refiner {
       if (leaves.size() + next.size() * 4 > maxLeaves) return false;
       front = Split(next, displacements);
     }
+    for (int i = 0; i < kCoarserHidden && settings_.copiedEdge == 0 && !Stopped(); ++i) JoinHidden(leaves);
     Balance(leaves, displacements);
     return leaves.size() <= maxLeaves;
   }
@@ -268,6 +273,44 @@ class Refiner {
     const double along = -Dot(toPoint, toEye) / length;  // from the eye to the foot of the perpendicular
     if (along <= 0 || along + radius > length) return false;
     return eyeDistance * eyeDistance - along * along < (ball - radius) * std::fabs(ball - radius);
+  }
+
+  /// The node that was split into four, given in rows.
+  static Node Joined(const Node* child) {
+    const Node& first = child[0];
+    return {first.quad,
+            first.u,
+            first.v,
+            first.size * 2,
+            first.level - 1,
+            {first.displaced[0], child[1].displaced[1], child[3].displaced[2], child[2].displaced[3],
+             first.displaced[2]}};
+  }
+
+  /// Puts hidden leaves together again where all four of a parent are hidden.
+  void JoinHidden(std::vector<Node>& leaves) const {
+    std::vector<PatchOutline> outlines;
+    outlines.reserve(leaves.size());
+    for (const Node& leaf : leaves) outlines.push_back(leaf.displaced);
+    const std::vector<char> isHidden = FindHiddenPatches(outlines, settings_.view);
+
+    std::vector<Node> hidden, kept;
+    for (size_t i = 0; i < leaves.size(); ++i)
+      (isHidden[i] && leaves[i].level > kLeastLevel ? hidden : kept).push_back(leaves[i]);
+    // Siblings after one another, in rows.
+    const auto parent = [](const Node& n) {
+      return std::tuple(n.quad, n.size, std::floor(n.v / n.size / 2), std::floor(n.u / n.size / 2));
+    };
+    std::sort(hidden.begin(), hidden.end(), [&](const Node& a, const Node& b) {
+      return std::tuple(parent(a), a.v, a.u) < std::tuple(parent(b), b.v, b.u);
+    });
+    for (size_t i = 0; i < hidden.size();) {
+      const Node* child = &hidden[i];
+      const bool areAll = i + 3 < hidden.size() && parent(child[0]) == parent(child[3]);
+      kept.push_back(areAll ? Joined(child) : child[0]);
+      i += areAll ? 4 : 1;
+    }
+    leaves = std::move(kept);
   }
 
   std::uint64_t PointKey(const Node& node, double u, double v) const {

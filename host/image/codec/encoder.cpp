@@ -53,6 +53,8 @@ OIIO::ImageSpec DisplaySpec(const EncodeJob& job, const std::string& format) {
   OIIO::ImageSpec spec(job.picture->width, job.picture->height, job.channels,
                        format == "tiff" ? OIIO::TypeDesc::UINT16 : OIIO::TypeDesc::UINT8);
   spec.attribute("oiio:ColorSpace", "sRGB");
+  // Half the time of the usual level 6 for 3 % more bytes: unfinished pictures are written too.
+  spec.attribute("png:compressionLevel", 3);
   if (format == "jpeg") spec.attribute("Compression", "jpeg:95");
   return spec;
 }
