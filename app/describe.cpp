@@ -171,8 +171,7 @@ constexpr const char* kMarkdownHead =
     "Every built class with its parameters in declaration order, as `ov describe --markdown --all` prints "
     "it. Defaults\n"
     "are those of a parameter that a project doesn't name. `ov describe --as-new CLASS` tells the values of "
-    "a node that a\n"
-    "user has just made.\n\n";
+    "a node made new.\n\n";
 
 int Run(Program& program, const Options& options) {
   const int code = LoadModules();
@@ -206,7 +205,7 @@ void AddDescribe(Program& program) {
                                   "ov describe power_fractal_shader_v3", options, Run);
   command->add_option("class", options->classes, "Registered names");
   command->add_flag("-a,--all", options->all, "Describe every class");
-  command->add_flag("--as-new", options->asNew, "Values of a node that a user has just made");
+  command->add_flag("--as-new", options->asNew, "Values of a node made new, before a user's hand sets more");
   auto* json = command->add_flag("--json", options->json, "Print a JSON list");
   command->add_flag("--markdown", options->markdown, "Print Markdown, the form of docs/nodes.md")
       ->excludes(json);

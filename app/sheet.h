@@ -42,7 +42,8 @@ struct ClassSheet {
 };
 
 /// Reads a class off a new node of it. Values are those of a node that a project names without attributes, or
-/// with `asNew` those of a node that a user has just made. Empty for an unknown class. Main thread only.
+/// with `asNew` those of a node made new (after its OnFirstCreate). Empty for an unknown class. Main thread
+/// only.
 std::optional<ClassSheet> DescribeClass(const std::string& className, bool asNew);
 
 /// The names of all registered classes, each once, in registration order.
