@@ -18,7 +18,6 @@ class Roulette {
     for (const auto& sun : world.Suns()) expected_ += kExpected * std::max(Brightness(sun->Radiance()), 0.0f);
   }
 
-  /// A sample brighter than sunlit white ground is a bright dot already, and no reason for another.
   /// For a path that has been scattered `depth` times and carries a share of the light it will meet, beside
   /// what its camera sample has got already.
   double Chance(int depth, const trFCol& carried, const trFCol& gathered) const {
@@ -26,6 +25,7 @@ class Roulette {
     const double share = carried.MaxChannel();
     if (!(expected_ > 0)) return std::clamp(kCarried * share, least_, 1.0);
     const double brings = share * expected_;
+    // A sample brighter than sunlit white ground is a bright dot already, and no reason for another.
     const double got = std::min<double>(std::max(Brightness(gathered), 0.0f), expected_ / kExpected);
     const double matters = brings / (brings + got + kDarkness * expected_);
     return std::clamp(kMatters * matters, least_, 1.0);
