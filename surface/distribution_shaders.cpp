@@ -147,7 +147,7 @@ trFCol DistributionShaderV3::Mask(trShadingInterface& si) const {
   if (!version4_) {
     // Old projects lower the limits by the cover that is missing, where the new form scales them.
     const double cover = limits - 1.0 + breakup_.coverage;
-    if (breakup_.isOn && !fractal) return trFCol(static_cast<float>(cover));
+    if (breakup_.isOn && !fractal) return trFCol(static_cast<float>(std::max(cover, 0.0)));
     return Softened(LegacyBroken(si, cover, fractal));
   }
   const trFCol mask(static_cast<float>(limits * breakup_.coverage));
@@ -186,6 +186,6 @@ trFCol DistributionShaderV2::Mask(trShadingInterface& si) const {
   if (limits <= 0) return {};
   trShader* const fractal = breakup_.isOn ? breakup_.Shader() : nullptr;
   const double cover = limits - 1.0 + breakup_.coverage;
-  if (breakup_.isOn && !fractal) return trFCol(static_cast<float>(cover));
+  if (breakup_.isOn && !fractal) return trFCol(static_cast<float>(std::max(cover, 0.0)));
   return Softened(LegacyBroken(si, cover, fractal));
 }

@@ -250,10 +250,13 @@ long MergeShader::Shade(trShadingInterface& si) {
       break;
     }
     case kScreenByA: {
+      // The reflection is the input's, screened; the utility colour goes on from A's, as it does below.
       const trFCol screened = a.cutil * m * Dark(input.cutil);
-      input.Restore(si);
       si.Cutil() += screened;
-      if (si.doCo()) si.Bsdf().AddLambert(screened);
+      if (si.doCo()) {
+        si.Bsdf() = input.bsdf;
+        si.Bsdf().AddLambert(screened);
+      }
       break;
     }
     case kScreenByInput: {

@@ -345,6 +345,10 @@ TEST(Merge, ColourFollowsTheTable) {
       EXPECT_NEAR(diffuse[k], row.diffuse(i, a, m), 1e-6) << "mode " << row.mode;
       EXPECT_NEAR(sample.si.Bsdf().Emission()[k], row.emission(0.5, 0.25, m, i, a), 1e-6)
           << "mode " << row.mode;
+      const double screened = row.mode == 7 ? a * m * (1 - i) : i * m * (1 - a);
+      if (row.mode >= 7) {
+        EXPECT_NEAR(sample.si.Cutil()[k], a + screened, 1e-6) << "mode " << row.mode;
+      }
     }
     EXPECT_NEAR(sample.state.ShadeOutputs().highlight.r, 1 - m, 1e-6)
         << "gathered light is mixed in every mode";
