@@ -7,6 +7,7 @@
 #include "app/app.h"
 #include "core/random.h"
 #include "host/base/log.h"
+#include "host/base/parallel.h"
 
 namespace {
 
@@ -58,6 +59,7 @@ int ReportFailure(const Failure& failure) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  ovhost::DeepenStacks();
   Program program;
   program.cli.name("ov");
   program.cli.description("Renders planetary landscapes, and looks into what they are made of.");

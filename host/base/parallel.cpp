@@ -6,6 +6,8 @@
 // other.
 #include "host/base/parallel.h"
 
+#include <pthread.h>
+#include <sys/resource.h>
 #include <tbb/global_control.h>
 #include <tbb/parallel_for.h>
 #include <tbb/task_arena.h>
@@ -28,6 +30,15 @@ void Acquire(void*) {}
 #endif
 
 constexpr unsigned kMaxSlots = 4096;
+
+/// Of a thread: shaders nest 512 deep, and one that keeps the states of two networks apart takes 17 KB; more
+/// under the sanitizers. Only what is used takes memory.
+constexpr size_t kStackBytes = size_t{64} << 20;
+
+/// Threads that loops start take their stack's size from this.
+void DeepenWorkers() {
+  static const tbb::global_control stacks(tbb::global_control::thread_stack_size, kStackBytes);
+}
 
 /// The hand-overs of a loop, each known by an address.
 struct HandOver {
@@ -54,7 +65,20 @@ struct Part {
 
 }  // namespace
 
+void DeepenStacks() {
+  rlimit limit;
+  if (getrlimit(RLIMIT_STACK, &limit) == 0 && limit.rlim_cur < kStackBytes) {
+    limit.rlim_cur = std::min<rlim_t>(kStackBytes, limit.rlim_max);
+    setrlimit(RLIMIT_STACK, &limit);
+  }
+  pthread_attr_t attributes;
+  if (pthread_attr_init(&attributes) != 0) return;
+  if (pthread_attr_setstacksize(&attributes, kStackBytes) == 0) pthread_setattr_default_np(&attributes);
+  pthread_attr_destroy(&attributes);
+}
+
 void ParallelForRanges(size_t count, const RangeCall& call) {
+  DeepenWorkers();
   HandOver handOver;
   tbb::parallel_for(tbb::blocked_range<size_t>(0, count), [&](const tbb::blocked_range<size_t>& range) {
     const Part part(handOver);
@@ -63,6 +87,7 @@ void ParallelForRanges(size_t count, const RangeCall& call) {
 }
 
 void RunWithThreads(int threads, const RangeCall& job) {
+  DeepenWorkers();
   const tbb::global_control limit(tbb::global_control::max_allowed_parallelism, static_cast<size_t>(threads));
   tbb::task_arena arena(threads);
   HandOver handOver;

@@ -35,6 +35,10 @@ void ParallelFor(size_t count, const Body& body) {
                     }));
 }
 
+/// Gives this thread, and threads started from now on, room for the deepest shader networks. The threads of
+/// the loops here have it anyway. Main thread only, before anything else runs.
+OV_API void DeepenStacks();
+
 OV_API void RunWithThreads(int threads, const RangeCall& job);
 /// Runs job(), whose loops take at most `threads` threads: this one and others. Thread-safe.
 template <typename Job>

@@ -51,6 +51,17 @@ sed 's|</ombrivex_project>|  <lambert_shader name="A" input_node="B"/>\n  <lambe
 expect 1 "$OV" eval loop.ovd A points
 shows "feeds itself"
 
+# So does one whose shaders keep much while they ask for a mix; and a deep network of such shaders is rendered.
+sed 's|</ombrivex_project>|  <merge_shader name="A" input_node="B" shader_A="B" mix_controller="A"/>\n  <lambert_shader name="B"/>\n&|' scene.ovd >loop.ovd
+expect 1 "$OV" eval loop.ovd A points
+shows "feeds itself"
+awk 'BEGIN { print "<ombrivex_project>"
+  for (i = 1; i < 500; ++i) printf "<merge_shader name=\"S%d\" merge_displacement=\"0\" input_node=\"S500\" shader_A=\"S500\" mix_controller=\"S%d\"/>\n", i, i + 1
+  print "<lambert_shader name=\"S500\" diffuse_colour=\"0.5 0.5 0.5\"/><camera name=\"Camera\" position=\"0 5 0\" rotation=\"-90 0 0\"/>"
+  print "<planet name=\"Planet\" surface_shader=\"S1\"/><render name=\"Render\" camera=\"Camera\"/></ombrivex_project>" }' >deep.ovd
+expect 0 "$OV" eval deep.ovd S1 points
+expect 0 "$OV" render deep.ovd -o deep.png --width 2 --height 2 -s 1
+
 # An evaluation happens at the project's frame and has its camera's view; so do the nodes that a render prepares.
 cat >frames.ovd <<'END'
 <ombrivex_project current_frame="2">
