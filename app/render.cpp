@@ -164,6 +164,8 @@ ovhost::RenderSettings Settings(Program& program, const Options& options, Sessio
   settings.sceneName = std::filesystem::path(options.project.path).filename().string();
   settings.sceneTime = TimeOfChange(options.project.path, settings.sceneTime);
   settings.layers = options.layers;
+  if (!options.layers.empty() && !ovhost::HoldsLayers(options.output))
+    throw Failure{kBadUsage, "--layers: " + options.output + " can't hold them; EXR files can"};
   for (const std::string& layer : options.layers) {
     const auto& known = ovhost::LayerNames();
     if (layer != "all" && std::find(known.begin(), known.end(), layer) == known.end()) {

@@ -55,6 +55,8 @@ bool IsPicturePath(const std::string& path) {
   return e == "exr" || e == "png" || e == "jpg" || e == "jpeg" || e == "tif" || e == "tiff";
 }
 
+bool HoldsLayers(const std::string& path) { return Extension(path) == "exr"; }
+
 std::string WriteFileAtomically(const std::string& path, const void* data, std::uint64_t size) {
   const std::string temporary = path + ".tmp" + std::to_string(getpid());
   const int file = open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);

@@ -29,6 +29,8 @@ struct ViewTransform {
 
 /// Whether the path's extension is one that can be written: exr, png, jpg, jpeg, tif, tiff.
 OV_API bool IsPicturePath(const std::string& path);
+/// Whether files of the path's extension take channels beyond colour and alpha: exr.
+OV_API bool HoldsLayers(const std::string& path);
 
 /// Writes atomically. EXR keeps linear values of all channels, half or (`fullFloat`) float; PNG has 8 bits,
 /// TIFF 16, JPEG 8, of the first three channels through the view transform and the sRGB curve; TIFF

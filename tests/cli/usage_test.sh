@@ -47,12 +47,15 @@ prints "rows 33 to 66"
 expect 0 $render -o p.png --crop 10 20 30 40 --tile 1/2
 prints "rows 20 to 30, columns 10 to 30"
 for wrong in "-f 1-" "-f 5,,6" "-f x" "-f 1-9999999999" "-f 1-2000000" "--tile 0/3" "--tile 4/3" "--tile 1/2x" \
-  "--crop 0 0 0 5" "--crop 5 5 4 4" "--crop 0 0 99999 1" "--memory lots" "--memory -1G" "--time 0" "--layers nothing" "--width 0" \
+  "--crop 0 0 0 5" "--crop 5 5 4 4" "--crop 0 0 99999 1" "--memory lots" "--memory -1G" "--time 0" "--layers depth" "--width 0" \
   "--samples -1" "--noise -1" "--resume maybe" "--set nonsense" "--skip-existing --overwrite"; do
   # shellcheck disable=SC2086
   expect 2 $render -o p#.png $wrong
   [ -s err ] || fail "no message: $wrong"
 done
+expect 2 $render -o layers.exr --layers nothing
+shows "nothing"
+expect 0 $render -o layers.exr --layers depth,normal
 expect 2 $render -o several.png -f 1-2
 expect 2 $render -o picture.xyz
 expect 4 $render -o no_such_folder/picture.png
