@@ -84,12 +84,13 @@ std::string Folder() {
 TEST(ProjectFile, WhatIsNotUnderstoodComesBackWithAWarningEach) {
   Messages messages;
   const std::string block = "<from_elsewhere name=\"F\" a='1'>\n  <!-- kept -->&lt;<deep/></from_elsewhere>";
-  const auto project = Parsed("<group name=\"G\" who_knows=\"a &lt; &quot;b&quot;&#10;\">" + block +
-                              "<gone/></group>\n<sunlight><animation><curve param=\"nothing\" keys=\"1 2\"/>"
-                              "</animation></sunlight>\n");
+  const auto project = Parsed(
+      "<group name=\"G\" who_knows=\"a &lt; &quot;b&quot;&#10;\">" + block +
+      "<gone/></group><between/>\n<sunlight name=\"S\"><animation><curve param=\"nothing\" keys=\"1 2\"/>"
+      "</animation></sunlight>\n");
   ASSERT_TRUE(project);
   EXPECT_EQ(messages.errors.size(), 0u);
-  ASSERT_EQ(messages.warnings.size(), 4u);
+  ASSERT_EQ(messages.warnings.size(), 5u);
   for (const char* expected :
        {"test.ovd:2: the attribute 'who_knows'", "test.ovd:2: the class 'from_elsewhere'",
         "test.ovd:3: the class 'gone'", "test.ovd:4: the animated parameter 'nothing'"}) {
@@ -99,6 +100,7 @@ TEST(ProjectFile, WhatIsNotUnderstoodComesBackWithAWarningEach) {
   }
   const std::string once = ovhost::ProjectToText(*project);
   EXPECT_NE(once.find(block), std::string::npos);
+  EXPECT_LT(once.find("<between/>"), once.find("name=\"S\"")) << "moved among its siblings";
   EXPECT_NE(once.find("who_knows=\"a &lt; &quot;b&quot;&#10;\""), std::string::npos);
   EXPECT_NE(once.find("<curve param=\"nothing\" keys=\"1 2\"/>"), std::string::npos);
   const auto again = ovhost::ProjectFromText(once, "again.ovd");

@@ -58,6 +58,7 @@ struct trUnknownAttribute {
 struct trUnknownBlock {
   std::string className;  ///< of a node; empty for a curve
   std::string xml;        ///< verbatim
+  long place = 0;         ///< children of the node that stand before it
 };
 
 /// A child or owned node by its name.

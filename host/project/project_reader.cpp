@@ -319,7 +319,7 @@ class Reader {
       const trScopedErrorsWarningsContext context(read.node);
       trWarning(Place(read.line) + "the animated parameter '" + Shortened(read.param) +
                 "' is unknown; its curve is kept as it is");
-      read.node->Data().unknownBlocks.push_back({"", read.verbatim});
+      read.node->Data().unknownBlocks.push_back({"", read.verbatim, read.node->NumChildren()});
       return;
     }
     trParamInfo& info = read.node->Data().params[index];
@@ -340,7 +340,8 @@ class Reader {
     if (element.kind == Element::kUnknown) {
       const auto end =
           static_cast<size_t>(XML_GetCurrentByteIndex(parser_) + XML_GetCurrentByteCount(parser_));
-      element.node->Data().unknownBlocks.push_back({name, text_.substr(element.start, end - element.start)});
+      element.node->Data().unknownBlocks.push_back(
+          {name, text_.substr(element.start, end - element.start), element.node->NumChildren()});
     }
   }
 

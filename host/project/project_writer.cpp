@@ -2,6 +2,7 @@
 // children.
 #include "host/project/project_writer.h"
 
+#include <limits>
 #include <set>
 
 #include "core/xml.h"
@@ -55,6 +56,21 @@ void AppendAnimation(std::string& out, trBase* node, const std::string& indent) 
       curves += "\"/>\n";
     }
   if (!curves.empty()) out += indent + "  <animation>\n" + curves + indent + "  </animation>\n";
+}
+
+/// Children, with what wasn't understood where it stood among them.
+void AppendChildren(std::string& out, const trNodeData& data, const std::string& indent) {
+  auto block = data.unknownBlocks.begin();
+  const auto appendBlocks = [&](long before) {
+    for (; block != data.unknownBlocks.end() && block->place <= before; ++block)
+      out += indent + block->xml + "\n";
+  };
+  long place = 0;
+  for (trBase* child : data.children) {
+    appendBlocks(place++);
+    AppendNode(out, child, child->ClassName(), indent);
+  }
+  appendBlocks(std::numeric_limits<long>::max());
 }
 
 }  // namespace
@@ -111,8 +127,7 @@ void AppendNode(std::string& out, trBase* node, const std::string& element, cons
   trString custom;
   node->WriteXMLCustomData(indent + "    ", custom);
   if (!custom.empty()) body += indent + "  <custom>\n" + custom + indent + "  </custom>\n";
-  for (trBase* child : data.children) AppendNode(body, child, child->ClassName(), indent + "  ");
-  for (const trUnknownBlock& block : data.unknownBlocks) body += indent + "  " + block.xml + "\n";
+  AppendChildren(body, data, indent + "  ");
   out += body.empty() ? "/>\n" : ">\n" + body + indent + "</" + element + ">\n";
 }
 
