@@ -60,6 +60,37 @@ TEST(Image, FilesComeAsTheyAreAndAreSharedWhileInUse) {
   EXPECT_TRUE(image.ReadFile(TempFile("frame_####.exr"), &frame));
 }
 
+TEST(Image, DisplayWindowsTellWherePixelsLie) {
+  struct Row {
+    const char* what;
+    int width, height, originX, originY, fullWidth, fullHeight;
+  };
+  const Row rows[] = {{"cropped", 5, 3, 2, 4, 9, 8},
+                      {"with a rim", 12, 10, -2, -1, 9, 8},
+                      {"half outside", 6, 6, 5, -3, 9, 8},
+                      {"elsewhere", 2, 2, 20, 20, 9, 8}};
+  for (const Row& row : rows) {
+    ovhost::Picture picture{row.width,   row.height,    {"R", "G", "B", "A"}, {}, row.originX,
+                            row.originY, row.fullWidth, row.fullHeight,       {}};
+    for (int i = 0; i < row.width * row.height * 4; ++i)
+      picture.pixels.push_back(Told(i / 4 % row.width, i / 4 / row.width, i % 4));
+    const std::string path = TempFile("window.exr");
+    ASSERT_EQ(ovhost::WritePicture(path, picture, {}, true), "");
+    trImage image;
+    ASSERT_TRUE(image.ReadFile(path, nullptr)) << row.what;
+    ASSERT_EQ(image.width, row.fullWidth) << row.what;
+    ASSERT_EQ(image.height, row.fullHeight) << row.what;
+    for (int y = 0; y < row.fullHeight; ++y)
+      for (int x = 0; x < row.fullWidth; ++x) {
+        const int dataX = x - row.originX, dataY = row.fullHeight - 1 - y - row.originY;
+        const bool isThere = dataX >= 0 && dataX < row.width && dataY >= 0 && dataY < row.height;
+        const trF4Col c = image.F4ColFromPixel(image.PixelAt(x, y));
+        EXPECT_EQ(c.g, isThere ? Told(dataX, dataY, 1) : 0) << row.what << ' ' << x << ' ' << y;
+        EXPECT_EQ(c.a, isThere ? Told(dataX, dataY, 3) : 0) << row.what << ' ' << x << ' ' << y;
+      }
+  }
+}
+
 TEST(Image, DamagedAndLyingFilesCostAMessage) {
   const std::string good = WriteTestImage("whole.exr", 64, 64, Told);
   std::ifstream in(good, std::ios::binary);

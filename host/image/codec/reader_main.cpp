@@ -10,6 +10,7 @@
 #include <exception>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "core/image.h"
 #include "host/image/codec/reader_protocol.h"
@@ -22,8 +23,17 @@ using ovhost::ReaderRequest;
 /// Nothing compresses better than this; a file that claims more lies about its size.
 constexpr double kGreatestCompression = 20000;
 
+/// What a picture may take by its display window alone, however short its file.
+constexpr double kSmallPictureBytes = 1 << 28;
+
 struct Failure {
   std::string text;
+};
+
+/// A rectangle of pixels, y downwards.
+struct Window {
+  std::int64_t x, y, width, height;
+  bool operator==(const Window&) const = default;
 };
 
 OIIO::TypeDesc FileType(trChannelType type) {
@@ -57,6 +67,30 @@ void ChooseChannels(const OIIO::ImageSpec& spec, int& first, int& count) {
     }
   count = std::min(4, spec.nchannels - first);
   if (count == 4 && spec.alpha_channel != first + 3 && spec.nchannels > 4) count = 3;
+}
+
+/// What of a file becomes the picture: of OpenEXR the display window, which renderers crop their pixels from
+/// and add a rim of pixels to; other formats and data mean the pixels that they have.
+Window ShownWindow(const OIIO::ImageInput& input, const Window& data, bool isData) {
+  const OIIO::ImageSpec& spec = input.spec();
+  const Window display{spec.full_x, spec.full_y, spec.full_width, spec.full_height};
+  const bool counts = !isData && std::strcmp(input.format_name(), "openexr") == 0;
+  return counts && display.width > 0 && display.height > 0 ? display : data;
+}
+
+/// Copies what of `from`, rows from the top, lies in the window of `to`, rows from the bottom.
+void CopyWindow(const unsigned char* from, const Window& data, unsigned char* to, const Window& shown,
+                std::size_t pixelBytes) {
+  const std::int64_t left = std::max(data.x, shown.x),
+                     right = std::min(data.x + data.width, shown.x + shown.width);
+  if (left >= right) return;
+  for (std::int64_t y = std::max(data.y, shown.y); y < std::min(data.y + data.height, shown.y + shown.height);
+       ++y) {
+    const std::int64_t source = (y - data.y) * data.width + left - data.x,
+                       target = (shown.y + shown.height - 1 - y) * shown.width + left - shown.x;
+    std::memcpy(to + target * pixelBytes, from + source * pixelBytes,
+                static_cast<std::size_t>(right - left) * pixelBytes);
+  }
 }
 
 /// Sets what isn't finite to 0 and counts it.
@@ -94,12 +128,19 @@ int Read(const ReaderRequest& request, ReaderAnswer& answer) {
   const trChannelType type = StorageFor(spec.format);
   const OIIO::TypeDesc fileType = FileType(type);
 
+  const Window data{spec.x, spec.y, spec.width, spec.height},
+      shown = ShownWindow(*input, data, request.keepNotFinite);
+  const bool isWhole = shown == data;
+
   // What the header claims is held against the file and the memory before anything is made for it.
-  const double bytes = static_cast<double>(spec.width) * spec.height * count * fileType.size();
-  const std::string size = std::to_string(spec.width) + " x " + std::to_string(spec.height) + " pixels";
-  if (bytes > static_cast<double>(request.freeMemory))
+  const std::size_t pixelBytes = count * fileType.size();
+  const auto area = [](const Window& window) { return static_cast<double>(window.width) * window.height; };
+  const double bytes = area(shown) * pixelBytes, dataBytes = area(data) * pixelBytes;
+  const double held = static_cast<double>(fileBytes) * kGreatestCompression;
+  const std::string size = std::to_string(shown.width) + " x " + std::to_string(shown.height) + " pixels";
+  if (bytes + (isWhole ? 0 : dataBytes) > static_cast<double>(request.freeMemory))
     throw Failure{size + " take more memory than there is"};
-  if (bytes > static_cast<double>(fileBytes) * kGreatestCompression)
+  if (dataBytes > held || bytes > std::max(held, isWhole ? 0 : kSmallPictureBytes))
     throw Failure{"a file of this length can't hold " + size};
 
   const auto length = static_cast<std::size_t>(bytes);
@@ -108,10 +149,17 @@ int Read(const ReaderRequest& request, ReaderAnswer& answer) {
     throw Failure{"there is no memory for " + size};
   void* pixels = mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_SHARED, memory, 0);
   if (pixels == MAP_FAILED) throw Failure{"there is no memory for " + size};
-  // Files begin at the top, images at the bottom.
-  const auto row = static_cast<OIIO::stride_t>(length / spec.height);
-  auto* const top = static_cast<unsigned char*>(pixels) + row * (spec.height - 1);
-  const bool isRead = input->read_image(0, 0, first, first + count, fileType, top, row / spec.width, -row);
+  bool isRead;
+  if (isWhole) {
+    // Files begin at the top, images at the bottom.
+    const auto row = static_cast<OIIO::stride_t>(length / spec.height);
+    auto* const top = static_cast<unsigned char*>(pixels) + row * (spec.height - 1);
+    isRead = input->read_image(0, 0, first, first + count, fileType, top, row / spec.width, -row);
+  } else {
+    std::vector<unsigned char> cropped(static_cast<std::size_t>(dataBytes));
+    isRead = input->read_image(0, 0, first, first + count, fileType, cropped.data());
+    if (isRead) CopyWindow(cropped.data(), data, static_cast<unsigned char*>(pixels), shown, pixelBytes);
+  }
   if (isRead && !request.keepNotFinite)
     answer.notFinite = CountNotFinite(pixels, static_cast<std::int64_t>(length / fileType.size()), type);
   munmap(pixels, length);
@@ -120,8 +168,8 @@ int Read(const ReaderRequest& request, ReaderAnswer& answer) {
     throw Failure{input->geterror()};
   }
   answer.isRead = 1;
-  answer.width = spec.width;
-  answer.height = spec.height;
+  answer.width = static_cast<std::int32_t>(shown.width);
+  answer.height = static_cast<std::int32_t>(shown.height);
   answer.channels = count;
   answer.type = static_cast<int>(type);
   return memory;
