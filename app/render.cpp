@@ -16,6 +16,7 @@
 #include "core/messages.h"
 #include "host/base/log.h"
 #include "host/image/picture.h"
+#include "host/node/graph_check.h"
 #include "host/node/node_data.h"
 #include "host/project/project_file.h"
 #include "host/raster/heightfield_run.h"
@@ -87,6 +88,13 @@ ovhost::PixelRect TileRows(const std::string& text, ovhost::PixelRect whole) {
   whole.y0 = top + static_cast<int>(rows * (tile - 1) / count);
   whole.y1 = top + static_cast<int>(rows * tile / count);
   return whole;
+}
+
+/// A network that feeds itself has no picture.
+void CheckRings(juProject& project) {
+  if (!ovhost::HasShaderRing(&project)) return;
+  ovhost::ReportShaderRings(&project, trWarning);
+  throw Failure{kInvalidProject, ""};
 }
 
 /// A picture without what a missing module makes must not be taken for the real one.
@@ -246,6 +254,7 @@ int Run(Program& program, const Options& options) {
   ovhost::RenderSettings settings = Settings(program, options, session);
   CheckOutputs(jobs);
   CheckClasses(project, options);
+  CheckRings(project);
   if (options.dryRun) {
     PrintPlan(jobs, options, RenderNode(project, options, session), settings);
     return kDone;

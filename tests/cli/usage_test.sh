@@ -97,6 +97,8 @@ expect 3 "$OV" check scene.ovd --set "Render.camera=Sun"
 shows "wrong kind"
 expect 3 "$OV" check scene.ovd --set "Power fractal shader v3 01.input_node=Compute terrain 01"
 shows "feeds itself"
+expect 3 $render -o p.png --set "Power fractal shader v3 01.input_node=Compute terrain 01"
+shows "feeds itself"
 awk 'BEGIN { print "<ombrivex_project>"
   for (i = 1; i <= 513; ++i) printf "<lambert_shader name=\"S%d\" input_node=\"S%d\"/>\n", i, i + 1
   print "</ombrivex_project>" }' >deep.ovd
