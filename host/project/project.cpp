@@ -14,8 +14,9 @@ juProject::juProject() {
   Param(framesPerSecond_, "frames_per_second", 25.0);
   Param(activeShadableObject_, "active_shadable_object", "");
   GuiTab("Colour management", "colour_management_tab");
-  Param(ocioConfig_, "ocio_config", "").Display("OpenColorIO configuration");
+  // The space first: projects are read in this order, and a configuration is held against it.
   Param(ocioInputSpace_, "ocio_input_space", "sRGB").Display("Colour space of images");
+  Param(ocioConfig_, "ocio_config", "").Display("OpenColorIO configuration");
   Data().className = "ombrivex_project";
 }
 
