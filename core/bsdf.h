@@ -35,6 +35,7 @@ struct trLobe {
   // transmittance is base * (1 - reflectivity * Fresnel).
   trFCol base, edge, reflectivity{1.0f};
   trVector normal;         ///< reflecting normal, on the viewer's side
+  trVector litNormal;      ///< by which a reflection sees small lights; zero where that is no other
   float roughness = 0;     ///< of the microfacets
   float roughness2 = 0;    ///< square of the highlight roughness
   float fresnelScale = 0;  ///< (ior - 1) / (ior + 1)

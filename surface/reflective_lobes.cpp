@@ -5,6 +5,7 @@
 trLobe ReflectiveShader::ReflectionLobe(const ReflectivePoint& at) const {
   trLobe lobe;
   lobe.normal = at.isFront ? at.normal : -at.normal;
+  lobe.litNormal = at.facing;
   lobe.roughness = at.roughness;
   lobe.roughness2 = at.highlightRoughness2;
   lobe.fresnelScale = at.f;
@@ -25,6 +26,7 @@ trLobe ReflectiveShader::TransmissionLobe(const ReflectivePoint& at) const {
   trLobe lobe = ReflectionLobe(at);
   // Inside, what isn't reflected gets out; outside, what reflectivity leaves gets in.
   lobe.kind = trLobe::kSpecularTransmission;
+  lobe.litNormal = trVector();
   lobe.base = lobe.edge = at.transparency;
   lobe.reflectivity = at.isFront || at.isThin ? at.reflectivity : trFCol(1.0f);
   lobe.colour = at.transmittance;

@@ -83,6 +83,7 @@ trFCol ReflectiveShader::ScatteredInside(trShadingInterface& si, const Inside& i
   medium.decayDistance = decayDistance;
   medium.decayTint = decayTint.ToRender();
   medium.volumeDensity = Luminance(inside.density);
+  medium.volumeColour = inside.colour;
   rs.CurrentRay().medium = &medium;
   const double importance = rs.CurrentRay().importance;
   rs.CurrentRay().importance = importance * std::sqrt(1.0 / steps);

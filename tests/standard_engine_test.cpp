@@ -123,6 +123,7 @@ TEST_F(StandardEngine, MaterialsAreAsBrightAsByPaths) {
       {"reflective_shader", "index_of_refraction", 8, 0.03},
       {"default_shader", "metalness", 0, 0.03},
       {"default_shader", "metalness", 1, 0.03},
+      {"default_shader", "specular_roughness", 0.6, 0.02},
       {"glass_shader", "index_of_refraction", 1.5, 0.03},
       {"glass_shader", "double-sided_surface", 1, 0.03},
       {"glass_shader", "specular_roughness", 0.2, 0.06},
@@ -135,6 +136,30 @@ TEST_F(StandardEngine, MaterialsAreAsBrightAsByPaths) {
     EXPECT_NEAR(MeanOfSurfaces(Trace(Engine::kStandard, 32)) / byPaths, 1, test.tolerance)
         << test.shader << " " << test.param << " " << test.value;
   }
+}
+
+TEST_F(StandardEngine, DeepVolumesAreAsBrightAsByPathsThatScatterAtTheBorder) {
+  for (const double colour : {0.3, 0.9})
+    for (const int method : {0, 1}) {
+      MakeChamber();
+      trBase& glass = AddBall("Ball", "glass_shader", 1);
+      Set(glass, "decay_distance", 2.0);
+      Set(glass, "volume_1_density", 16.0);
+      Set(glass, "volume_1_colour", trRgbLinear709(static_cast<float>(colour)));
+      Set(glass, "volume_method_in_path_tracer", method);
+      const double byPaths = MeanOfSurfaces(Trace(Engine::kPath, 128));
+      ASSERT_GT(byPaths, 0.05);
+      EXPECT_NEAR(MeanOfSurfaces(Trace(Engine::kStandard, 32)) / byPaths, 1, 0.12) << colour << " " << method;
+    }
+}
+
+TEST_F(StandardEngine, WhatLiesInsideOfClearThingsIsAsBrightAsByPaths) {
+  MakeChamber();
+  Set(AddBall("Stone", "lambert_shader", 0.9), "diffuse_colour", trRgbLinear709(0.6f));
+  Set(AddBall("Ice", "glass_shader", 1), "decay_distance", 1e6);
+  const double byPaths = MeanOfSurfaces(Trace(Engine::kPath, 256));
+  ASSERT_GT(byPaths, 0.05);
+  EXPECT_NEAR(MeanOfSurfaces(Trace(Engine::kStandard, 64)) / byPaths, 1, 0.05);
 }
 
 TEST_F(StandardEngine, SameBytesForAnyNumberOfThreads) {

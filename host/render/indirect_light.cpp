@@ -23,12 +23,12 @@ PathSettings ForGathering(PathSettings settings) {
 }
 
 /// Two vertices at one place with one normal have one key, whatever patch they are of.
-std::uint64_t KeyOf(const GridVertex& vertex, int rays, bool isOutside) {
+std::uint64_t KeyOf(const GridVertex& vertex, int rays, bool isOutside, bool isInside) {
   const trFVector& p = vertex.point;
   std::uint64_t key =
       MixBits64(std::uint64_t(std::bit_cast<std::uint32_t>(p.x)) << 32 | std::bit_cast<std::uint32_t>(p.y));
   key = MixBits64(key ^ (std::uint64_t(std::bit_cast<std::uint32_t>(p.z)) << 32 | vertex.normal.bits));
-  return MixBits64(key + 2 * static_cast<std::uint64_t>(rays) + isOutside) | 1;
+  return MixBits64(key + 4 * static_cast<std::uint64_t>(rays) + 2 * isInside + isOutside) | 1;
 }
 
 /// How many micropolygons of a patch make up `spacing` metres, from its first vertex to the one `side`
@@ -72,10 +72,10 @@ IndirectLight::IndirectLight(World& world, const PathSettings& path, const Indir
       isDark_(path.maxBounces < 1 || world.SkyOnSurfaces().IsBlack()) {}
 
 trFCol IndirectLight::At(const SurfaceHit& hit, const SurfacePoint& point, const trVector& normal,
-                         bool isSeen, PixelSampler& sampler) {
+                         bool isSeen, const SurfacePart* inside, PixelSampler& sampler) {
   if (isDark_) return {};
   if (hit.part->kind == SurfacePart::Kind::kGrid && hit.levels == 0)
-    return OnGrid(hit, point, normal, isSeen) * world_.SkyOnSurfaces();
+    return OnGrid(hit, point, normal, isSeen, inside) * world_.SkyOnSurfaces();
   const trVector face = Dot(normal, point.face) > 0 ? point.face : -point.face;
   const tr2Vector draw = sampler.Next();
   const trVector direction = CosineDirection(normal, draw);
@@ -83,12 +83,12 @@ trFCol IndirectLight::At(const SurfaceHit& hit, const SurfacePoint& point, const
   const auto random =
       static_cast<std::uint64_t>(draw.x * 0x1p32) << 32 | static_cast<std::uint64_t>(draw.y * 0x1p32);
   return gatherer_.Gather(point.relative + face * point.rayOffset, direction, point.rayOffset, sampler,
-                          MixBits64(random)) *
+                          MixBits64(random), inside) *
          world_.SkyOnSurfaces();
 }
 
 trFCol IndirectLight::OnGrid(const SurfaceHit& hit, const SurfacePoint& point, const trVector& normal,
-                             bool isSeen) {
+                             bool isSeen, const SurfacePart* inside) {
   const auto& mesh = static_cast<const GridMesh&>(*hit.part);
   const GridVertex* vertices = &mesh.vertices[static_cast<size_t>(hit.primitive) * kPatchVertices];
 
@@ -109,9 +109,9 @@ trFCol IndirectLight::OnGrid(const SurfaceHit& hit, const SurfacePoint& point, c
     trVector vertexNormal = vertex.normal.Unpack();
     if (!isOutside) vertexNormal = -vertexNormal;
     weight *= std::fmax(Dot(vertexNormal, normal), kLeastAgreement);
-    const std::uint64_t key = KeyOf(vertex, rays, isOutside);
+    const std::uint64_t key = KeyOf(vertex, rays, isOutside, inside != nullptr);
     const CachedLight light =
-        cache_.Find(key, [&] { return AtVertex(trVector(vertex.point), vertexNormal, rays, key); });
+        cache_.Find(key, [&] { return AtVertex(trVector(vertex.point), vertexNormal, rays, key, inside); });
     sum += light.For(normal) * static_cast<float>(weight);
     weights += weight;
   }
@@ -119,14 +119,14 @@ trFCol IndirectLight::OnGrid(const SurfaceHit& hit, const SurfacePoint& point, c
 }
 
 CachedLight IndirectLight::AtVertex(const trVector& point, const trVector& normal, int rays,
-                                    std::uint64_t key) {
+                                    std::uint64_t key, const SurfacePart* inside) {
   const double offset = RayOffset(point);
   const trVector origin = point + normal * offset;
   CachedLight light;
   for (int i = 0; i < rays; ++i) {
     PixelSampler sampler(key, static_cast<std::uint32_t>(i));
     const trVector direction = CosineDirection(normal, sampler.Next());
-    const trFCol bounce = gatherer_.Gather(origin, direction, offset, sampler, key + i);
+    const trFCol bounce = gatherer_.Gather(origin, direction, offset, sampler, key + i, inside);
     light.even += bounce;
     const double scale = 1 / std::fmax(Dot(direction, normal), kLeastCosine);
     for (int axis = 0; axis < 3; ++axis)

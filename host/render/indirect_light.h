@@ -20,14 +20,17 @@ class OV_API IndirectLight {
   IndirectLight(World& world, const PathSettings& path, const IndirectSettings& settings, LightCache& cache);
 
   /// Radiance of a white surface at a point that a ray met, for the side of `normal`. What isn't `isSeen` by
-  /// the camera itself is known more coarsely.
+  /// the camera itself is known more coarsely. `inside` is the border of the solid that the point lies in,
+  /// and that suns have come through, or null.
   trFCol At(const SurfaceHit& hit, const SurfacePoint& point, const trVector& normal, bool isSeen,
-            PixelSampler& sampler);
+            const SurfacePart* inside, PixelSampler& sampler);
   PathCounters Counters() const { return gatherer_.Counters(); }
 
  private:
-  trFCol OnGrid(const SurfaceHit& hit, const SurfacePoint& point, const trVector& normal, bool isSeen);
-  CachedLight AtVertex(const trVector& point, const trVector& normal, int rays, std::uint64_t key);
+  trFCol OnGrid(const SurfaceHit& hit, const SurfacePoint& point, const trVector& normal, bool isSeen,
+                const SurfacePart* inside);
+  CachedLight AtVertex(const trVector& point, const trVector& normal, int rays, std::uint64_t key,
+                       const SurfacePart* inside);
 
   World& world_;
   IndirectSettings settings_;

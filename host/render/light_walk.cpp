@@ -50,15 +50,16 @@ void LightWalk::Follow(const Start& start, const SurfacePoint& point, const trBs
   kind_ = diffuseBounces_ > 0 ? LightKind::kDiffuse : LightKind::kDirect;
   spread_ = diffuseBounces_ > 0 ? kDiffuseSpread : 0;
   discPdf_ = diffuseBounces_ > 0 ? -1 : kInfinity;
-  blurredDiscs_ = 0;
+  shownDiscs_ = 0;
   discGain_ = 1;
   isNoted_ = diffuseBounces_ > 0;
-  isInside_ = sunsCounted_ = false;
+  isInside_ = sunsCounted_ = start.isInside;
+  medium_ = PathMedium();
   nodeId_ = start.hit->NodeId();
   opening_ = kPixelFootprint * world_.View().PixelAngularSize();
   curvature_ = HitShading::Curvature(*start.hit);
   castsShadows_ = start.castsShadows;
-  point_ = point;
+  point_ = entry_ = point;
   footprint_ = point.footprint;
   if (!Scatter(bsdf, opacity)) return;
   while (Travel())
@@ -123,7 +124,7 @@ bool LightWalk::Scatter(const trBsdf& bsdf, const trFCol& opacity) {
   point_.normal = Dot(normal, point_.face) < 0 ? -normal : normal;
   lobes_.Make(bsdf, -direction_, point_.normal, point_.face);
   if (settings_.lights != PathSettings::Lights::kLobesOnly)
-    lobes_.BlurDiscs(curvature_ * point_.footprint, opening_);
+    lobes_.ShowSmallDiscs(curvature_ * point_.footprint, opening_);
   Note();
   LobeSet::Lit gathered;
   gathered.specular = lobes_.Gathered();
@@ -210,7 +211,7 @@ bool LightWalk::Choose(bool isBorder) {
     opening_ = std::min(opening_ + (sampled.kind == LightKind::kSpecular ? 2 : 1) * turn, kWidestOpening);
     discPdf_ = sampled.pdf > 0 ? sampled.pdf : kInfinity;
     discGain_ = sampled.lightGain;
-    blurredDiscs_ = sampled.blurredDiscs;
+    shownDiscs_ = sampled.shownDiscs;
     if (settings_.lights != PathSettings::Lights::kBoth && sampled.pdf > 0)
       discPdf_ = settings_.lights == PathSettings::Lights::kLobesOnly ? kInfinity : -1;
     if (sunsCounted_ || (isInside_ && !isBorder)) discPdf_ = -1;
@@ -321,7 +322,7 @@ void LightWalk::AddBackground() {
   if (discPdf_ < 0) return;
   for (const auto& sun : world_.Suns()) {
     if (!sun->IsInDisc(direction_) || (IsDirect() && !sun->HasVisibleDisc())) continue;
-    if (sun->AngularRadiusInRadians(origin_) < blurredDiscs_) continue;
+    if (sun->AngularRadiusInRadians(origin_) < shownDiscs_) continue;
     const double weight = std::isinf(discPdf_) ? 1.0 : PowerHeuristic(discPdf_, sun->DiscPdf(direction_));
     const trFCol light = throughput_ * sun->Radiance() *
                          static_cast<float>(sun->DiscBrightness(direction_) * weight * discGain_);
@@ -388,7 +389,8 @@ bool LightWalk::ScatterInside(double distance) {
       shading_.hits.Locate(hit, at, outward, 0, above);
       above.face = -above.face;
       above.footprint = point_.footprint;
-      return ScatterAsSurface(above, albedo * medium_.Transmittance(hit.distance));
+      const trFCol down = shadows_.AcrossBorder(hit, at, outward) * medium_.Transmittance(hit.distance);
+      return ScatterAsSurface(above, DeepReflectance(albedo) * down * kStraightUp);
     }
     case MediumMethod::kAllDirections:
       break;

@@ -28,6 +28,7 @@ class OV_API LightWalk {
     int depth = 1;                    ///< rays so far
     int diffuseBounces = 0;           ///< of them after diffuse reflection
     bool castsShadows = true;         ///< whether the object met does
+    bool isInside = false;            ///< of a solid whose border is met, with suns that came through counted
   };
   /// `bsdf` and `opacity` are what shading left at `point`. Adds to `result` what the path brings.
   void Follow(const Start& start, const SurfacePoint& point, const trBsdf& bsdf, const trFCol& opacity,
@@ -94,8 +95,8 @@ class OV_API LightWalk {
   /// How the last scattering could have met a sun's disc: not at all (negative: lights were counted there),
   /// by this density, or as the only way (infinite).
   double discPdf_ = 0;
-  double blurredDiscs_ = 0;  ///< suns of discs up to this radius were counted there, radians
-  float discGain_ = 1;       ///< what a disc counts that the last scattering shows
+  double shownDiscs_ = 0;  ///< suns of discs up to this radius were counted there, radians
+  float discGain_ = 1;     ///< what a disc counts that the last scattering shows
   bool isInside_ = false, sunsCounted_ = false;
   PathMedium medium_;
 };

@@ -113,25 +113,33 @@ void LobeSet::AddSpecular(const trBsdf& bsdf, const trLobe& lobe, const trFCol& 
   added.chance = 0;
   added.shape.emplace(kept, toViewer_);
   added.isMirror = added.isStraight || added.shape->IsMirror();
-  added.blurred.reset();
-  added.blurredDiscs = 0;
+  added.lit.reset();
+  added.shownDiscs = 0;
 }
 
-void LobeSet::BlurDiscs(double turn, double opening) {
+void LobeSet::ShowSmallDiscs(double turn, double opening) {
   for (int i = 0; i < count_; ++i) {
     Lobe& lobe = lobes_[i];
     if (lobe.isStraight) continue;
-    trLobe blurred = lobe.shape->Source();
+    trLobe lit = lobe.shape->Source();
     // The half vectors by which a change of the viewer's direction is made up for.
-    const double index = std::fabs(blurred.index);
+    const double index = std::fabs(lit.index);
     const double bend = !lobe.isTransmission || lobe.isThin ? 0.5 : 1 / std::fmax(std::fabs(index - 1), 0.1);
     const double roughness = kRoughnessOfTurn * (turn + opening * bend);
-    if (!(roughness > lobe.roughness) || !(roughness < 1)) continue;
-    blurred.roughness = static_cast<float>(std::hypot(roughness, lobe.roughness));
-    blurred.model = blurred.facets = kBeckmannSmith;
-    blurred.invTweak = 2;
-    lobe.blurred.emplace(blurred, toViewer_);
-    lobe.blurredDiscs = 2 * roughness;
+    const bool isBlurred = roughness > lobe.roughness && roughness < 1;
+    const bool isTurned = lit.litNormal.LengthSquared() > 0.5 && Dot(lit.litNormal, toViewer_) > 0 &&
+                          lit.litNormal != lobe.normal;
+    if (!isBlurred && !isTurned) continue;
+    lobe.shownDiscs = lobe.roughness;
+    if (isTurned) lit.normal = lit.litNormal;
+    if (isBlurred) {
+      lobe.shownDiscs = 2 * roughness;
+      lit.roughness = static_cast<float>(std::hypot(roughness, lobe.roughness));
+      lit.model = lit.facets = kBeckmannSmith;
+      lit.invTweak = 2;
+    }
+    lobe.lit.emplace(lit, toViewer_);
+    lobe.lit->ScaleAs(*lobe.shape);
   }
 }
 
@@ -202,7 +210,7 @@ bool LobeSet::SampleSpecular(const Lobe& lobe, const tr2Vector& draw, Sampled& o
   out.medium = lobe.medium;
   out.isStraight = lobe.isStraight;
   out.isAcross = lobe.isTransmission && !lobe.isThin;
-  out.blurredDiscs = lobe.blurredDiscs;
+  out.shownDiscs = lobe.shownDiscs;
   if (lobe.isStraight) {
     out.direction = -toViewer_;
     out.weight = lobe.colour * (1 / lobe.chance);
@@ -230,12 +238,12 @@ LobeSet::Lit LobeSet::Evaluate(const trVector& direction, double lightPdf, doubl
   if (cosine < 0) lit.diffuse = translucency_ * static_cast<float>(-cosine / kPi);
   for (int i = 0; i < count_; ++i) {
     const Lobe& lobe = lobes_[i];
-    const bool isBlurred = lightRadius < lobe.blurredDiscs;
-    if ((lobe.isMirror && !isBlurred) || lobe.isTransmission == isFacing) continue;
+    const bool isSmall = lightRadius < lobe.shownDiscs;
+    if ((lobe.isMirror && !isSmall) || lobe.isTransmission == isFacing) continue;
     if (lobe.isTransmission && !lobe.isThin && !transmits) continue;
     trFCol value;
-    if (isBlurred) {
-      value = lobe.blurred->Evaluate(direction) * lobe.lightGain;
+    if (isSmall) {
+      value = lobe.lit->Evaluate(direction) * lobe.lightGain;
     } else {
       const double pdf = lobe.shape->Pdf(direction) * lobe.chance;
       value = lobe.shape->Evaluate(direction) *

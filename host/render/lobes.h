@@ -36,7 +36,7 @@ class OV_API LobeSet {
     float lightGain = 1;               ///< what suns count that the lobe shows
     bool isStraight = false;           ///< through a clear thin sheet
     bool isAcross = false;             ///< to the far side of a solid's surface
-    double blurredDiscs = 0;           ///< suns' discs up to this radius are Evaluate's alone, radians
+    double shownDiscs = 0;             ///< suns' discs up to this radius are Evaluate's alone, radians
     const trMedium* medium = nullptr;  ///< what the light then travels in; null for air
   };
   /// What a light from one direction gives, by layers.
@@ -49,11 +49,12 @@ class OV_API LobeSet {
   /// the viewer's side.
   void Make(const trBsdf& bsdf, const trVector& toViewer, const trVector& normal, const trVector& face);
 
-  /// Lets Evaluate show small discs to sharp lobes as a pixel averages them, where normals turn by up to
-  /// `turn` and the viewer's direction by up to `opening` within it, radians: a ray that happens to meet a
-  /// disc in a mirror ball is one in thousands (after Kaplanyan, Hill, Patney and Lefohn, Filtering
-  /// Distributions of Normals for Shading Antialiasing, 2016).
-  void BlurDiscs(double turn, double opening);
+  /// Lets Evaluate alone show small discs, by lobes made for that. Sharp lobes show them as a pixel averages
+  /// them, where normals turn by up to `turn` and the viewer's direction by up to `opening` within it,
+  /// radians: a ray that happens to meet a disc in a mirror ball is one in thousands (after Kaplanyan, Hill,
+  /// Patney and Lefohn, Filtering Distributions of Normals for Shading Antialiasing, 2016). Lobes that lean
+  /// towards the viewer show them where the surface's own normal does.
+  void ShowSmallDiscs(double turn, double opening);
 
   const trFCol& Diffuse() const { return diffuse_; }
   const trFCol& Translucency() const { return translucency_; }
@@ -72,8 +73,8 @@ class OV_API LobeSet {
   bool Sample(double choice, const tr2Vector& draw, Sampled& out) const;
   /// Lobes times cosine for light from `direction`. The share of rough lobes is weighted against drawing the
   /// same direction from them, where `lightPdf` is the light's density per solid angle and Weigh has told the
-  /// chances; mirrors have no share but of discs that are blurred, by the light's angular radius.
-  /// `transmits` false leaves out what comes through solids.
+  /// chances; mirrors have no share but of small discs, by the light's angular radius. `transmits`
+  /// false leaves out what comes through solids.
   Lit Evaluate(const trVector& direction, double lightPdf, double lightRadius, bool transmits) const;
 
  private:
@@ -84,8 +85,8 @@ class OV_API LobeSet {
     float roughness, chance, lightGain;
     bool isTransmission, isStraight, isMirror, isThin;
     const trMedium* medium;
-    std::optional<SpecularLobe> blurred;
-    double blurredDiscs;  ///< radius up to which suns' discs are seen blurred; 0 for none
+    std::optional<SpecularLobe> lit;
+    double shownDiscs;  ///< radius up to which suns' discs are seen by `lit`; 0 for none
   };
   void AddSpecular(const trBsdf& bsdf, const trLobe& lobe, const trFCol& scale);
   bool SampleDiffuse(bool through, const tr2Vector& draw, Sampled& out) const;

@@ -9,6 +9,8 @@ namespace {
 
 /// A decay distance up to this lets nothing through, metres.
 constexpr double kOpaqueDistance = 1e-6;
+/// Media that scatter less than this share of what they take out look black anyway.
+constexpr float kLeastAlbedo = 1e-3f;
 
 }  // namespace
 
@@ -44,6 +46,25 @@ trFCol PathMedium::Transmittance(double length) const {
   trFCol left;
   for (int c = 0; c < 3; ++c) left[c] = static_cast<float>(std::exp(-legs * extinction_[c] * length));
   return left;
+}
+
+trFCol PathMedium::OfSurroundings(const trFCol& scatteringColour) const {
+  const trFCol albedo = Albedo(scatteringColour), reflected = DeepReflectance(albedo);
+  trFCol light;
+  for (int c = 0; c < 3; ++c) light[c] = reflected[c] / std::max(albedo[c], kLeastAlbedo);
+  return light;
+}
+
+trFCol PathMedium::OfBeam(const trFCol& scatteringColour, double cosine, double length) const {
+  // Scattered light goes on into the depth: what is left of a beam and of its light decays slower than the
+  // beam alone, at the rate of diffusion in the limit of little absorption.
+  const trFCol albedo = Albedo(scatteringColour);
+  trFCol light = OfSurroundings(scatteringColour) * static_cast<float>(cosine);
+  for (int c = 0; c < 3; ++c) {
+    const float slower = std::sqrt(1 - std::min(albedo[c], 1.0f));
+    light[c] *= (1 + slower) * static_cast<float>(std::exp(-slower * extinction_[c] * length));
+  }
+  return light;
 }
 
 double PathMedium::SampleDistance(double length, const trFCol& throughput, const tr2Vector& draw,

@@ -28,6 +28,12 @@ class OV_API PathMedium {
     return scatters_ ? Transmittance(length) : trFCol(1.0f);
   }
 
+  /// Light inside beside that which falls on the border, so that a deep medium sends back DeepReflectance in
+  /// single steps of scattering: of a beam at `cosine` to the border's normal, `length` metres on its way,
+  /// and of light from all round. Both per scattering colour.
+  trFCol OfBeam(const trFCol& scatteringColour, double cosine, double length) const;
+  trFCol OfSurroundings(const trFCol& scatteringColour) const;
+
   /// Draws how far light goes: a distance below `length` where it is scattered, or `length`, where it gets
   /// through. `weight` is transmittance over density for either, for a path of `throughput`; the colour that
   /// scatters is not in it.
@@ -40,6 +46,10 @@ class OV_API PathMedium {
   bool scatters_ = false, isOpaque_ = false;
   MediumMethod method_ = MediumMethod::kHardSurface;
 };
+
+/// Light that comes straight down from the border and is scattered once counts by this beside one that is
+/// scattered until it leaves: half of it is lost on the way out.
+constexpr float kStraightUp = 2;
 
 /// Reflectance of a deep medium that scatters in all directions, from the share scattered each time, per
 /// channel.

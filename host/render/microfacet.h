@@ -59,6 +59,8 @@ class OV_API SpecularLobe {
   SpecularLobe(const trLobe& lobe, const trVector& toViewer);
 
   const trLobe& Source() const { return lobe_; }
+  /// Takes over what layers above have left of another lobe of the same surface.
+  void ScaleAs(const SpecularLobe& other) { scale_ = other.scale_; }
   /// Whether all light goes one way: then Evaluate and Pdf are 0, and only Sample knows where.
   bool IsMirror() const { return isMirror_; }
   /// About what all of the lobe sends to the viewer: at grazing angles rough surfaces show facets that are

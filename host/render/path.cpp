@@ -272,6 +272,7 @@ void PathTracer::FollowLobes(Path& path, int depth) {
   start.depth = depth;
   start.diffuseBounces = depth - 1;
   start.hit = &path.hit;
+  start.isInside = path.inside && path.inside == path.hit.part;
   start.castsShadows = shading_.state.CurrentRay().groupCastsShadows;
   walk_.Follow(start, path.surface, shading_.si.Bsdf(), shading_.si.Oo_surf(), path.result);
 }
@@ -283,8 +284,9 @@ void PathTracer::Follow(Path& path) {
 }
 
 trFCol PathTracer::Gather(const trVector& origin, const trVector& direction, double nearest,
-                          const PixelSampler& sampler, std::uint64_t random) {
+                          const PixelSampler& sampler, std::uint64_t random, const SurfacePart* inside) {
   Path path;
+  path.inside = inside;
   path.sampler = sampler;
   path.random = random;
   path.origin = origin;

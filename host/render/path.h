@@ -30,9 +30,10 @@ class OV_API PathTracer : public PixelEngine {
   void SamplePixel(int x, int y, std::uint32_t begin, std::uint32_t end, CameraSample* results) override;
   PathCounters Counters() const override { return counters_; }
   /// Radiance that a diffuse bounce brings, `nearest` metres on from `origin` (relative to the eye) along
-  /// `direction`, as paths estimate it.
+  /// `direction`, as paths estimate it. Inside of a solid, `inside` is the border that suns have come
+  /// through.
   trFCol Gather(const trVector& origin, const trVector& direction, double nearest,
-                const PixelSampler& sampler, std::uint64_t random);
+                const PixelSampler& sampler, std::uint64_t random, const SurfacePart* inside);
 
   /// A shaded point.
   struct Surface : SurfacePoint {
@@ -49,6 +50,7 @@ class OV_API PathTracer : public PixelEngine {
     double nearest = 0;          ///< where that ray starts to count, metres
     trFCol throughput{1.0f};
     SurfaceHit hit;
+    const SurfacePart* inside = nullptr;  ///< border of the solid that the path began in
     Surface surface;
     CameraSample result;
   };

@@ -16,6 +16,7 @@
 #include "host/project/render_node.h"
 #include "host/render/checkpoint.h"
 #include "host/render/denoise.h"
+#include "host/render/engine_settings.h"
 #include "host/render/path.h"
 #include "host/render/standard.h"
 
@@ -26,15 +27,6 @@ namespace {
 constexpr double kMaxPixels = 4e8;
 /// Seconds between pictures written while a render goes on.
 constexpr double kSecondsBetweenWrites = 3;
-/// Longest edge of a micropolygon at detail 1, pixels. Patches are cut in halves, so edges measure 0.9
-/// to 1.8.
-constexpr double kEdgePixels = 2.0;
-/// What a surface may have outside the view, where vertices don't go by pixels.
-constexpr double kVerticesOutOfView = 1e6;
-
-/// Entries of the cache of indirect light for each pixel, and its share of the memory at most.
-constexpr double kCachedPerPixel = 1, kCacheShare = 0.1;
-
 double Seconds() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
@@ -55,25 +47,13 @@ struct Plan {
   PixelRect area;
   trView view;
   bool hasCamera = false;  ///< otherwise the view is made up
-  double edgePixels = 0;
-  std::uint64_t pictureVertices = 0;
   Engine engine = Engine::kPath;
-  PathSettings path;
-  IndirectSettings indirect;
-  TraceSettings trace;
+  EngineSettings engines;
   bool denoise = false;
   ViewTransform transform;
   std::vector<std::string> layers;
   const trBase* context = nullptr;
 };
-
-/// How many vertices a surface may have; 0 for no limit.
-std::uint64_t PictureVertices(double pixels, double edgePixels, double perPixel) {
-  if (!(perPixel > 0)) return 0;
-  const double detail = kEdgePixels / edgePixels;
-  return static_cast<std::uint64_t>(
-      std::fmin(kVerticesOutOfView + perPixel * pixels * detail * detail, 0x1p60));
-}
 
 /// Samples that a tile takes at one go.
 struct Pass {
@@ -125,8 +105,6 @@ class FrameRender {
   /// What makes the sums of two renders differ, besides size, seed and frame.
   std::uint64_t SceneKey() const;
   RenderOutcome RunInArena(int threads);
-  /// What threads of the standard engine share; null for the other.
-  std::unique_ptr<LightCache> MakeLightCache(std::uint64_t memory) const;
   std::unique_ptr<PixelEngine> MakeEngine(World& world) const;
   void RunPass(Pass pass, Film& film, World& world, Tracers& tracers);
   /// Whether a tile takes no more samples: it has all, or its noise is below the target.
@@ -150,7 +128,7 @@ class FrameRender {
   trRenderNode defaults_;
   Plan plan_;
   CheckpointKey key_;
-  std::unique_ptr<LightCache> lightCache_;
+  std::unique_ptr<LightCache> lightCache_;  ///< what threads of the standard engine share
   unsigned long progressState_ = 0;
   std::atomic<std::uint64_t> tileSamplesDone_{0};
   std::uint64_t tileSamplesLeftOut_ = 0;  ///< by tiles that are done before they have all
@@ -191,21 +169,9 @@ bool FrameRender::MakePlan() {
     trError("The crop leaves no pixel of the picture.");
     return false;
   }
-  plan_.edgePixels = kEdgePixels / std::clamp(render->Detail(), 0.01, 16.0);
-  plan_.pictureVertices = PictureVertices(width * height, plan_.edgePixels, render->DicingLimit());
-  plan_.path.maxBounces = static_cast<int>(std::clamp<long>(render->MaxBounces(), 0, 64));
-  plan_.path.maxSpecularBounces = static_cast<int>(std::clamp<long>(render->MaxSpecularBounces(), 0, 256));
-  plan_.path.clampIndirect = static_cast<float>(render->ClampIndirect());
-  plan_.path.rouletteStart = static_cast<int>(std::clamp<long>(render->RouletteStart(), 0, 64));
-  plan_.path.leastSurvival = render->RouletteStart() < 0 ? 1 : std::clamp(render->LeastSurvival(), 0.0, 1.0);
+  plan_.engines = SettingsOf(*render, width * height);
   const bool isStandard = render->UsedEngine() == trRenderNode::kStandard;
   plan_.engine = settings_.engine.value_or(isStandard ? Engine::kStandard : Engine::kPath);
-  plan_.indirect.rays = static_cast<int>(std::clamp<long>(render->IndirectSamples(), 1, 1 << 16));
-  plan_.indirect.spacing = std::clamp(render->IndirectSpacing(), 0.1, 1000.0);
-  plan_.trace.maxDepth = plan_.path.maxSpecularBounces + 1;
-  plan_.trace.leastImportance = std::clamp(render->LeastImportance(), 0.0, 1.0);
-  plan_.path.filter = PixelFilter(static_cast<PixelFilter::Shape>(std::clamp<long>(render->Filter(), 0, 3)),
-                                  render->FilterWidth());
   plan_.noiseTarget = settings_.noiseLimit.value_or(render->NoiseTarget());
   plan_.leastSamples = static_cast<std::uint32_t>(std::clamp<long>(render->LeastSamples(), 2, 1 << 20));
   plan_.denoise = settings_.denoise.value_or(render->Denoise());
@@ -296,18 +262,10 @@ bool FrameRender::Report(double fraction) {
   return node->ReportProgress(progressState_, "Rendering", static_cast<float>(fraction), remaining) != 0;
 }
 
-std::unique_ptr<LightCache> FrameRender::MakeLightCache(std::uint64_t memory) const {
-  if (plan_.engine != Engine::kStandard) return nullptr;
-  // An entry for every few pixels, in a share of the memory at most.
-  const double pixels = static_cast<double>(plan_.area.x1 - plan_.area.x0) * (plan_.area.y1 - plan_.area.y0);
-  const double wanted = std::min(pixels * kCachedPerPixel, static_cast<double>(memory) * kCacheShare /
-                                                               static_cast<double>(LightCache::kEntryBytes));
-  return std::make_unique<LightCache>(std::clamp(static_cast<int>(std::log2(wanted + 1)), 10, 26));
-}
-
 std::unique_ptr<PixelEngine> FrameRender::MakeEngine(World& world) const {
-  if (plan_.engine == Engine::kPath) return std::make_unique<PathTracer>(world, plan_.path);
-  return std::make_unique<StandardTracer>(world, plan_.path, plan_.indirect, plan_.trace, *lightCache_);
+  if (plan_.engine == Engine::kPath) return std::make_unique<PathTracer>(world, plan_.engines.path);
+  return std::make_unique<StandardTracer>(world, plan_.engines.path, plan_.engines.indirect,
+                                          plan_.engines.trace, *lightCache_);
 }
 
 void FrameRender::RunPass(Pass pass, Film& film, World& world, Tracers& tracers) {
@@ -405,12 +363,13 @@ RenderOutcome FrameRender::RunInArena(int threads) {
   Report(0);
   WorldSettings worldSettings;
   worldSettings.view = plan_.view;
-  worldSettings.edgePixels = plan_.edgePixels;
-  worldSettings.pictureVertices = plan_.pictureVertices;
+  worldSettings.edgePixels = plan_.engines.edgePixels;
+  worldSettings.pictureVertices = plan_.engines.pictureVertices;
   worldSettings.frame = settings_.frame;
   worldSettings.seed = settings_.seed;
   worldSettings.threads = threads;
-  lightCache_ = MakeLightCache(budget - filmBytes);
+  const double pixels = static_cast<double>(plan_.area.x1 - plan_.area.x0) * (plan_.area.y1 - plan_.area.y0);
+  if (plan_.engine == Engine::kStandard) lightCache_ = MakeLightCache(pixels, budget - filmBytes);
   worldSettings.memoryBytes = budget - filmBytes;
   if (lightCache_) worldSettings.memoryBytes -= std::min(lightCache_->Bytes(), worldSettings.memoryBytes / 2);
   World world(project_, worldSettings, control_.stop);

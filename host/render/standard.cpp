@@ -13,7 +13,7 @@ void StandardTracer::Follow(Path& path) {
   const Surface& surface = path.surface;
   if (surface.diffuse.IsBlack()) return;
   AddIndirect(path, path.throughput * surface.diffuse *
-                        indirect_.At(path.hit, surface, surface.normal, true, path.sampler));
+                        indirect_.At(path.hit, surface, surface.normal, true, nullptr, path.sampler));
 }
 
 void StandardTracer::FollowLobes(Path& path, int) {

@@ -18,7 +18,7 @@ constexpr double kBlurredSpread = 0.05;
 /// Sheets that are looked past at most, and what less than of a ray isn't followed past them.
 constexpr int kMostSheets = 64;
 constexpr float kLeastLeft = 1e-3f;
-/// What a medium that scatters evenly sends on of light, beside a white surface that faces it.
+/// What a medium that scatters evenly sends on of light from all round, beside a white surface.
 constexpr float kEvenPhase = 0.25f;
 /// A point this near to the surface in hand is on it, metres: surfaces start their rays just off themselves.
 constexpr double kOnSurface = 1e-4;
@@ -51,7 +51,7 @@ TracedLight::TracedLight(World& world, const TraceSettings& settings, IndirectLi
       air_(world, airShading_),
       levels_(static_cast<size_t>(std::max(settings.maxDepth, 1)) + 2) {
   for (int i = 0; i < world.NumLights(); ++i) lights_.emplace_back(*this, i);
-  if (!world.SkyOnSurfaces().IsBlack()) sky_.emplace(world);
+  if (!world.SkyOnSurfaces().IsBlack()) sky_.emplace(*this);
   airShading_.SetThread(ThreadSlot());
 }
 
@@ -179,6 +179,7 @@ TracedLight::Level& TracedLight::Shade(const Ray& ray, const SurfaceHit& hit) {
   level.shading.hits.Locate(hit, ray.origin, ray.direction, 0, level.point);
   level.point.footprint = ray.footprint + hit.distance * std::max(ray.spread * kFootprintOfSpread,
                                                                   0.5 * world_.View().PixelAngularSize());
+  level.surroundings.reset();
   level.suns.resize(lights_.size());
   const tr2Vector draw = sampler_.Next();
   for (size_t i = 0; i < lights_.size(); ++i)
@@ -243,11 +244,13 @@ TracedLight::Sent TracedLight::Leaving(Level& level) {
   }
   sent.light.diffuse = sent.direct;
   const bool isSeen = level.ray.depth == 1;
+  const SurfacePart* const inside = level.IsContents() ? level.ray.inside : nullptr;
   if (!level.diffuse.IsBlack())
-    sent.light.diffuse += level.diffuse * indirect_.At(level.hit, level.point, normal, isSeen, sampler_);
+    sent.light.diffuse +=
+        level.diffuse * indirect_.At(level.hit, level.point, normal, isSeen, inside, sampler_);
   if (!level.translucency.IsBlack())
     sent.light.diffuse +=
-        level.translucency * indirect_.At(level.hit, level.point, -normal, isSeen, sampler_);
+        level.translucency * indirect_.At(level.hit, level.point, -normal, isSeen, inside, sampler_);
   sent.light.emission = level.emission;
   sent.light.specular = level.highlights + level.reflected;
   sent.light.transmission = level.transmitted;
@@ -338,10 +341,18 @@ trFCol TracedLight::TraceInside(trRenderState& state, const trVector& origin, co
 // --- Suns
 // ------------------------------------------------------------------------------------------------------------
 
-trFCol TracedLight::Sky::Intensity(trRenderState&, const trVector& point, const trVector&) const {
-  trFCol above, below;
-  world_.Sky().Enviro(point, above, below);
-  return (above + below) * world_.SkyOnSurfaces() * kEvenPhase;
+trFCol TracedLight::SurroundingsAt(const trVector& point, const trRenderState::Ray& asked) {
+  if (!inHand_) {
+    trFCol above, below;
+    world_.Sky().Enviro(point, above, below);
+    return (above + below) * world_.SkyOnSurfaces() * kEvenPhase;
+  }
+  Level& level = *inHand_;
+  if (!level.surroundings)
+    level.surroundings = indirect_.At(level.hit, level.point, Normalised(level.hit.faceNormal),
+                                      level.ray.depth == 1, nullptr, sampler_);
+  if (!asked.medium) return *level.surroundings;
+  return *level.surroundings * PathMedium(*asked.medium).OfSurroundings(asked.medium->volumeColour);
 }
 
 trFCol TracedLight::SunAt(int sun, const trVector& point, const trRenderState::Ray& asked) {
@@ -353,10 +364,11 @@ trFCol TracedLight::SunAt(int sun, const trVector& point, const trRenderState::R
     return SunOn(level, sun, Dot(offset, level.point.face) >= 0, isShadowed);
   // Inside the surface in hand.
   const SunLight& light = *world_.Suns()[static_cast<size_t>(sun)];
-  trFCol radiance = light.Radiance() * kEvenPhase;
-  if (isShadowed && light.DoShadowsFromSurfaces())
-    radiance *= ThroughBorder(level.hit.part, point - world_.View().eye, light.SampleDisc(sampler_.Next()), 0,
-                              asked.medium);
+  trFCol radiance = light.Radiance();
+  radiance *= isShadowed && light.DoShadowsFromSurfaces()
+                  ? ThroughBorder(level.hit.part, point - world_.View().eye,
+                                  light.SampleDisc(sampler_.Next()), 0, asked.medium)
+                  : trFCol(kEvenPhase);
   air_.CurrentRay() = trRenderState::Ray();
   return radiance.IsBlack() ? radiance : radiance * light.ThroughVolumes(air_, point);
 }
@@ -386,15 +398,12 @@ trFCol TracedLight::ThroughBorder(const SurfacePart* border, const trVector& ori
   SurfaceHit hit;
   ++counters_.shadowRays;
   if (!world_.Rays().Intersect(origin, direction, nearest, world_.FarDistance(), hit, kAllRays))
-    return trFCol(1.0f);
+    return trFCol(medium ? kEvenPhase : 1.0f);
   if (hit.part != border) return {};
   trFCol across = shadows_.AcrossBorder(hit, origin, direction);
-  if (medium) {
-    // A clear medium's light counts on both ways; this is one.
-    trMedium absorbing = *medium;
-    absorbing.volumeDensity = 0;
-    across *= PathMedium(absorbing).Transmittance(0.5 * hit.distance);
-  }
+  if (medium)
+    across *= PathMedium(*medium).OfBeam(medium->volumeColour, std::fabs(Dot(hit.faceNormal, direction)),
+                                         hit.distance);
   if (across.IsBlack()) return {};
   const trVector beyond = origin + direction * hit.distance;
   return across * shadows_.Transmittance(beyond, direction, RayOffset(beyond), counters_.shadowRays);

@@ -104,19 +104,21 @@ class OV_API TracedLight final : public trRenderServices {
     int index_;
   };
 
-  /// The sky, for points inside of surfaces: mirrors and matt surfaces see it by rays.
+  /// All light but the suns', for points inside of surfaces: mirrors and matt surfaces see it by rays.
   class Sky final : public trLightState {
    public:
-    explicit Sky(const World& world) : world_(world) {}
+    explicit Sky(TracedLight& owner) : owner_(owner) {}
     trVector Dir() const override { return {0, 1, 0}; }
-    trVector Dir(const trVector& point) const override { return world_.Sky().Up(point); }
+    trVector Dir(const trVector& point) const override { return owner_.world_.Sky().Up(point); }
     trVector TracePos(const trVector& point, double& distance) const override {
-      distance = world_.FarDistance();
+      distance = owner_.world_.FarDistance();
       return point + Dir(point) * distance;
     }
     double AngularRadiusInRadians(const trVector&) const override { return 1.5707963; }
     double SoftShadowAngularRadiusInRadians() const override { return 1.5707963; }
-    trFCol Intensity(trRenderState& state, const trVector& point, const trVector&) const override;
+    trFCol Intensity(trRenderState& state, const trVector& point, const trVector&) const override {
+      return owner_.SurroundingsAt(point, state.CurrentRay());
+    }
     trFCol DEV_IntensityOptimised(trRenderState& state, const trVector& point, const trVector& spot,
                                   const trVector&, const trFCol&) const override {
       return Intensity(state, point, spot);
@@ -128,7 +130,7 @@ class OV_API TracedLight final : public trRenderServices {
     bool DoSpecularHighlights() const override { return false; }
 
    private:
-    const World& world_;
+    TracedLight& owner_;
   };
 
   /// A ray on its way.
@@ -155,6 +157,7 @@ class OV_API TracedLight final : public trRenderServices {
     SurfaceHit hit;
     SurfacePoint point;
     std::vector<SunLook> suns;
+    std::optional<trFCol> surroundings;  ///< that fall on the surface from outside
     // What the network left
     trFCol cover, diffuse, translucency;
     trFCol emission, highlights, reflected, transmitted;  ///< radiance
@@ -184,9 +187,10 @@ class OV_API TracedLight final : public trRenderServices {
   bool MakeRay(trRenderState& state, const trVector& origin, const trVector& direction, Ray& ray,
                trFCol& scale);
   trFCol SunAt(int sun, const trVector& point, const trRenderState::Ray& asked);
+  trFCol SurroundingsAt(const trVector& point, const trRenderState::Ray& asked);
   trFCol SunOn(Level& level, int sun, bool isOnFace, bool isShadowed);
   /// Past the border of the solid that `border` bounds, as if light weren't bent there, and what lies beyond.
-  /// Of what a medium scatters on the way as much comes from beside; null for a clear inside.
+  /// `medium` is what scatters on the way; null for a clear inside.
   trFCol ThroughBorder(const SurfacePart* border, const trVector& origin, const trVector& direction,
                        double nearest, const trMedium* medium);
   trAtomicIntegrator::Result Air(const Ray& ray, double distance);
