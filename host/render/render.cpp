@@ -150,12 +150,11 @@ bool FrameRender::MakePlan() {
   }
   plan_.context = render;
   const trScopedErrorsWarningsContext context(render);
-  const double width = settings_.width.value_or(static_cast<int>(std::clamp(render->Width(), -1L, 1L << 30)));
-  const double height =
-      settings_.height.value_or(static_cast<int>(std::clamp(render->Height(), -1L, 1L << 30)));
-  if (width < 1 || height < 1 || width * height > kMaxPixels) {
-    trError("A picture of " + std::to_string(static_cast<long>(width)) + " by " +
-            std::to_string(static_cast<long>(height)) + " pixels can't be rendered.");
+  const long width = settings_.width ? *settings_.width : render->Width();
+  const long height = settings_.height ? *settings_.height : render->Height();
+  if (width < 1 || height < 1 || static_cast<double>(width) * static_cast<double>(height) > kMaxPixels) {
+    trError("A picture of " + std::to_string(width) + " by " + std::to_string(height) +
+            " pixels can't be rendered.");
     return false;
   }
   plan_.width = static_cast<int>(width);
