@@ -232,7 +232,9 @@ int Run(Program& program, const Options& options) {
   }
   if (run.outcome == HeightfieldRun::Outcome::kFailed)
     throw Failure{std::max<int>(errors.Code(), kFailed),
-                  errors.HasErrors() ? "" : run.last->NameAndPath() + ": couldn't be made"};
+                  errors.HasErrors()
+                      ? ""
+                      : run.last->NameAndPath() + ": has no heights: its input or its shader is missing"};
 
   if (!options.output.empty()) writer.WriteHeights(*heightfield, options.output);
   const HeightGrid grid = ovhost::GridOf(*heightfield);

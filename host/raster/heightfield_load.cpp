@@ -124,7 +124,8 @@ long trHeightfieldLoad::HfOperate() {
 
 void trHeightfieldLoad::ReportFile(const std::string& path, const std::string& problem) const {
   trErrorWarningData data{"filename", path};
-  trError(path + ": " + problem, &data);
+  const trString prefix = path + ": ";  // which some libraries put there themselves
+  trError(problem.rfind(prefix, 0) == 0 ? problem : prefix + problem, &data);
 }
 
 std::unique_ptr<ovhost::RasterSource> trHeightfieldLoad::Open(const std::string& path,

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "host/base/atomic_file.h"
-#include "host/image/picture.h"
 #include "host/raster/codec_library.h"
+#include "host/raster/float_exr.h"
 #include "host/raster/grey_png.h"
 #include "host/raster/ovh.h"
 
@@ -134,25 +134,22 @@ std::string WritePng(const std::string& path, const HeightGrid& grid, const Rast
   return WriteGreyPng(path, picture, options.threads, options.progress);
 }
 
-std::string WriteExr(const std::string& path, const HeightGrid& grid) {
-  if (grid.width > INT32_MAX / 4 || grid.height > INT32_MAX / 4) return path + ": too large for a picture";
-  Picture picture;
-  picture.width = static_cast<int>(grid.width);
-  picture.height = static_cast<int>(grid.height);
-  picture.channels = {"Y"};
-  picture.pixels.resize(static_cast<std::size_t>(grid.width * grid.height));
-  for (std::int64_t y = 0; y < grid.height; ++y) {
-    const float* from = grid.Row(grid.height - 1 - y);
-    float* to = picture.pixels.data() + y * grid.width;
-    for (std::int64_t x = 0; x < grid.width; ++x) to[x] = static_cast<float>(MetresOf(grid, from[x]));
-  }
-  picture.metadata = {{"metres_per_pixel", Text(grid.xScale) + " " + Text(grid.yScale)},
-                      {"Software", "ov " OV_VERSION}};
+std::string WriteExr(const std::string& path, const HeightGrid& grid, const RasterWriteOptions& options) {
+  FloatExr picture;
+  picture.width = grid.width;
+  picture.height = grid.height;
+  picture.channel = "Y";
+  picture.attributes = {{"metres_per_pixel", Text(grid.xScale) + " " + Text(grid.yScale)},
+                        {"Software", "ov " OV_VERSION}};
   if (grid.hasCorners)
-    picture.metadata.push_back(
+    picture.attributes.push_back(
         {"south_west_north_east", Text(grid.corners.south) + " " + Text(grid.corners.west) + " " +
                                       Text(grid.corners.north) + " " + Text(grid.corners.east)});
-  return WritePicture(path, picture, {}, true);
+  picture.row = [&](std::int64_t y, float* row) {
+    const float* values = grid.Row(grid.height - 1 - y);
+    for (std::int64_t x = 0; x < grid.width; ++x) row[x] = static_cast<float>(MetresOf(grid, values[x]));
+  };
+  return WriteFloatExr(path, picture, options.threads, options.progress);
 }
 
 std::string AsciiHead(const HeightGrid& grid) {
@@ -215,7 +212,7 @@ std::string WriteHeightfield(const std::string& path, const HeightGrid& grid,
   const std::string extension = Extension(path);
   if (extension == "tif" || extension == "tiff") return WriteGeoTiff(path, grid, options, note);
   if (extension == "png") return WritePng(path, grid, options, note);
-  if (extension == "exr") return WriteExr(path, grid);
+  if (extension == "exr") return WriteExr(path, grid, options);
   if (extension == "asc") return WriteAscii(path, grid, options);
   if (extension == "ovh") return WriteOvh(path, grid, options.threads, options.progress);
   return path + ": heightfields are tif, exr, png, asc, ovh or lwo";
