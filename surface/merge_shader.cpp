@@ -207,8 +207,13 @@ long MergeShader::Shade(trShadingInterface& si) {
     }
     return 1;
   }
+  MergeColours(si, mix);
+  return 1;
+}
 
+void MergeShader::MergeColours(trShadingInterface& si, const Mix& mix) const {
   // Shade both from the same beginning.
+  const Place start(si);
   const trSavedShading before(si);
   mix.input->ShadeTS(si);
   const trSavedShading input(si);
@@ -266,11 +271,10 @@ long MergeShader::Shade(trShadingInterface& si) {
       break;
     }
     default:
-      return 1;
+      return;
   }
   // Light that the networks gathered is mixed in every mode.
   trRenderState::Outputs outputs = a.outputs;
   outputs.Blend(m, input.outputs, one - m);
   si.RenderState().ShadeOutputs() = outputs;
-  return 1;
 }

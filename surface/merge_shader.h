@@ -42,6 +42,8 @@ class MergeShader : public trShader {
   /// Height of a network over the point, along the texture normal.
   double Height(trShadingInterface& si, trShader& network) const;
   void EnterTextureSpace(trShadingInterface& si) const;
+  /// Runs both networks and merges what they left. Its states stay off the stack while a mix is asked for.
+  [[gnu::noinline]] void MergeColours(trShadingInterface& si, const Mix& mix) const;
 
   trShaderLink shaderA_, mixController_;
   double mixToA_ = 0.5;
