@@ -97,6 +97,7 @@ long ImageMapShader::OnFirstCreate() {
 }
 
 long ImageMapShader::OnUserCreate() {
+  trSurfaceShader::OnUserCreate();
   trString path;
   if (juChooseFile({{"Image files", {"exr", "hdr", "jpg", "jpeg", "png", "tif", "tiff", "tga", "bmp"}}},
                    path))
