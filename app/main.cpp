@@ -1,4 +1,5 @@
 // The program `ov`: reads the command line, runs the chosen subcommand, turns its end into an exit code.
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <string>
@@ -60,6 +61,8 @@ int ReportFailure(const Failure& failure) {
 
 int main(int argc, char** argv) {
   ovhost::DeepenStacks();
+  std::signal(SIGXFSZ,
+              SIG_IGN);  // a file past the shell's limit is a failed write, which is told and cleaned up
   Program program;
   program.cli.name("ov");
   program.cli.description("Renders planetary landscapes, and looks into what they are made of.");

@@ -4,6 +4,7 @@
 #include "app/app.h"
 #include "app/progress.h"
 #include "app/session.h"
+#include "app/signals.h"
 #include "core/messages.h"
 #include "host/node/node_data.h"
 #include "host/project/project_file.h"
@@ -34,11 +35,15 @@ int Run(Program& program, const Options& options) {
   trGuiPushButton& button = FindButton(node, options.button);
   if (!button.IsEnabled()) throw Failure{kFailed, node.NameAndPath() + ": the button is disabled"};
   long pressed = 0;
+  ovhost::RenderControl control;
   {
-    const Progress progress(program.common, nullptr);
+    const RenderSignals signals(control);
+    const Progress progress(program.common, &control.stop);
     const trScopedErrorsWarningsContext context(&node);
     pressed = button.OnPressed();
   }
+  if (control.stop)
+    throw Failure{128 + StopSignal(), node.NameAndPath() + ": stopped; the project is as it was"};
   if (!pressed) throw Failure{kFailed, node.NameAndPath() + ": the button did nothing"};
   const std::string& path = options.output.empty() ? options.project.path : options.output;
   const std::string problem = ovhost::SaveProject(session.Project(), path);

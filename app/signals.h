@@ -1,4 +1,4 @@
-// What signals mean while a picture is rendered.
+// What signals mean while a picture is rendered, or other long work is under way.
 #pragma once
 
 #include "host/render/render.h"
