@@ -97,11 +97,11 @@ class TracedProject {
                                                       settings.trace, *cache);
     });
   }
-  /// The standard engine with nothing left to chance or blended.
+  /// The standard engine with less left to chance and to blending.
   TracedPicture StandardReference(int samples) {
     const ovhost::EngineSettings kept = settings;
-    settings.indirect.rays *= 16;
-    settings.indirect.spacing /= 4;
+    settings.indirect.rays *= 8;
+    settings.indirect.spacing /= 2;
     settings.trace.leastImportance /= 4;
     TracedPicture picture = ByStandard(samples, true);
     settings = kept;
@@ -180,7 +180,7 @@ void Noise(TracedProject& project) {
 }
 
 void Engines(TracedProject& project) {
-  const TracedPicture byPaths = project.ByPaths(1024, true), byStandard = project.StandardReference(128);
+  const TracedPicture byPaths = project.ByPaths(512, true), byStandard = project.StandardReference(64);
   std::printf("references: path mean %.4f (%.0f s), standard mean %.4f (%.0f s), apart by %.5f\n",
               Mean(byPaths), byPaths.seconds, Mean(byStandard), byStandard.seconds,
               Error(byPaths, byStandard));
@@ -227,6 +227,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "Usage: convergence_bench noise|engines|agree PROJECT [WIDTH] [CLAMP]\n");
     return 2;
   }
+  std::setvbuf(stdout, nullptr, _IOLBF, 0);
   ovhost::RegisterHostClasses();
   if (ovhost::LoadPlugins() > 0) return 1;
   ovhost::WithThreads(trNumCoresToUse(), [&] {
