@@ -1,6 +1,7 @@
 // The standard engine: as bright as the path engine, the same for any number of threads, with bounded work.
 #include <fstream>
 #include <sstream>
+#include <thread>
 
 #include "host/project/camera.h"
 #include "host/project/project_file.h"
@@ -101,6 +102,38 @@ class StandardEngine : public testing::Test {
   double edge_ = 0.01;
   ovhost::PathCounters counters_;
 };
+
+TEST(LightCache, NewEntriesTakeThePlaceOfOldOnesWhoeverAsks) {
+  const auto lightOf = [](std::uint64_t key) {
+    ovhost::CachedLight light;
+    light.even = trFCol(static_cast<float>(key), 1, 2);
+    for (int i = 0; i < 3; ++i) light.along[i] = trFCol(static_cast<float>(key) + static_cast<float>(i));
+    return light;
+  };
+  ovhost::LightCache cache(6);
+  std::atomic<int> wrong{0}, computed{0};
+  const auto ask = [&](std::uint64_t first, std::uint64_t last) {
+    for (std::uint64_t key = first; key < last; ++key) {
+      const ovhost::CachedLight light = cache.Find(2 * key + 1, [&] {
+        ++computed;
+        return lightOf(2 * key + 1);
+      });
+      wrong += light.even.r != static_cast<float>(2 * key + 1) || light.along[2].b != light.even.r + 2;
+    }
+  };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i)
+    threads.emplace_back([&] {
+      for (std::uint64_t round = 0; round < 200; ++round) ask(round, round + 100);
+    });
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(wrong, 0);
+  // What was asked for last is there, however much came before it.
+  ask(100000, 100008);
+  computed = 0;
+  ask(100000, 100008);
+  EXPECT_LE(computed, 2);
+}
 
 TEST_F(StandardEngine, TerrainIsAsBrightAsByPaths) {
   project_ = ovhost::NewDefaultProject();

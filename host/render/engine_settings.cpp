@@ -12,8 +12,9 @@ namespace {
 constexpr double kEdgePixels = 2.0;
 /// What a surface may have outside the view, where vertices don't go by pixels.
 constexpr double kVerticesOutOfView = 1e6;
-/// Entries of the cache of indirect light for each pixel, and its share of the memory at most.
-constexpr double kCachedPerPixel = 1, kCacheShare = 0.1;
+/// Entries of the cache of indirect light for each pixel; what it has for rays that roam scenes however small
+/// the picture is; and its share of the memory at most.
+constexpr double kCachedPerPixel = 4, kLeastCached = 1 << 20, kCacheShare = 0.1;
 
 /// How many vertices a surface may have; 0 for no limit.
 std::uint64_t PictureVertices(double pixels, double edgePixels, double perPixel) {
@@ -47,8 +48,9 @@ EngineSettings SettingsOf(const trRenderNode& node, double pixels) {
 }
 
 std::unique_ptr<LightCache> MakeLightCache(double pixels, std::uint64_t memory) {
-  const double wanted = std::min(pixels * kCachedPerPixel, static_cast<double>(memory) * kCacheShare /
-                                                               static_cast<double>(LightCache::kEntryBytes));
+  const double wanted =
+      std::min(std::max(pixels * kCachedPerPixel, kLeastCached),
+               static_cast<double>(memory) * kCacheShare / static_cast<double>(LightCache::kEntryBytes));
   return std::make_unique<LightCache>(std::clamp(static_cast<int>(std::log2(wanted + 1)), 10, 26));
 }
 

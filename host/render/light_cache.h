@@ -1,7 +1,7 @@
 // Indirect light at vertices of diced surfaces, worked out once for all samples near them.
 #pragma once
 
-#include <atomic>
+#include <array>
 #include <cstdint>
 #include <memory>
 
@@ -26,38 +26,37 @@ struct CachedLight {
   }
 };
 
-/// A table that all threads share. What a key stands for never depends on who asks first, so pictures don't
-/// depend on what was found here and what had to be worked out again. Thread-safe.
+/// A table that all threads share, in which new entries take the place of old ones. What a key stands for
+/// never depends on who asks first, so pictures don't depend on what was found here and what had to be worked
+/// out again. Thread-safe and free of locks: who meets an entry that is being written goes on without it.
 class OV_API LightCache {
  public:
-  /// Of 2^bits entries, 64 bytes each.
+  /// Of 2^bits entries, 64 bytes each; at least 3 bits.
   explicit LightCache(int bits);
   ~LightCache();
 
   static constexpr std::uint64_t kEntryBytes = 64;
   std::uint64_t Bytes() const { return (mask_ + 1) * kEntryBytes; }
 
-  /// The light of `key`, which isn't 0, from compute() where nobody has worked it out yet.
+  /// The light of `key`, which isn't 0, from compute() where it isn't here, or not any more.
   template <typename Compute>
   CachedLight Find(std::uint64_t key, const Compute& compute) {
-    Entry* const entry = Claim(key);
-    if (entry && entry->isReady.load(std::memory_order_acquire)) return entry->light;
-    const CachedLight light = compute();
-    if (entry && !entry->isTaken.exchange(true, std::memory_order_relaxed)) {
-      entry->light = light;
-      entry->isReady.store(true, std::memory_order_release);
+    CachedLight light;
+    if (!Read(key, light)) {
+      light = compute();
+      Write(key, light);
     }
     return light;
   }
 
  private:
-  struct alignas(kEntryBytes) Entry {
-    std::atomic<std::uint64_t> key{0};
-    std::atomic<bool> isTaken{false}, isReady{false};
-    CachedLight light;
-  };
-  /// The entry that has the key, or an empty one that gets it; null where there is no room.
-  Entry* Claim(std::uint64_t key);
+  using Words = std::array<std::uint64_t, sizeof(CachedLight) / sizeof(std::uint64_t)>;
+  struct alignas(kEntryBytes) Entry;
+
+  bool Read(std::uint64_t key, CachedLight& light) const;
+  void Write(std::uint64_t key, const CachedLight& light);
+  /// The first of the entries that may have a key.
+  std::uint64_t GroupOf(std::uint64_t key) const;
 
   std::unique_ptr<Entry[]> entries_;
   int shift_;
