@@ -1,11 +1,13 @@
 // Packed normals and base points of diced surfaces.
 #include "host/render/grid_mesh.h"
 
+#include <limits>
+
 namespace ovhost {
 
 PackedNormal::PackedNormal(const trVector& n) {
   const double sum = std::fabs(n.x) + std::fabs(n.y) + std::fabs(n.z);
-  if (!(sum > 0)) {
+  if (!(sum > 0 && sum <= std::numeric_limits<double>::max())) {
     *this = PackedNormal(trVector(0, 1, 0));
     return;
   }
@@ -15,9 +17,7 @@ PackedNormal::PackedNormal(const trVector& n) {
     v = (1 - std::fabs(u)) * (v < 0 ? -1 : 1);
     u = folded;
   }
-  const auto quantised = [](double x) {
-    return static_cast<std::uint32_t>(std::lround((x * 0.5 + 0.5) * 65535.0));
-  };
+  const auto quantised = [](double x) { return static_cast<std::uint32_t>((x * 0.5 + 0.5) * 65535.0 + 0.5); };
   bits = quantised(u) | quantised(v) << 16;
 }
 

@@ -20,10 +20,12 @@ std::vector<int> BorderVertices() {
   return border;
 }
 
-/// A border vertex of a patch: what to know it by, and the sum of the normals of the patch's faces round it.
-struct BorderSum {
-  std::uint64_t key = 0;
-  trFVector sum;
+/// The border vertices of all patches: what to know each by, and the sum of the normals of its patch's faces
+/// round it. Apart, since the keys are gone through for every shard.
+struct BorderSums {
+  explicit BorderSums(size_t count) : keys(count), sums(count) {}
+  std::vector<std::uint64_t> keys;
+  std::vector<trFVector> sums;
 };
 
 /// Sums per key. Open addressing; the keys are mixed already.
@@ -50,7 +52,7 @@ class SumsByKey {
 
 /// Sets a patch's normals from its own faces, and leaves its border's sums.
 void SmoothWithin(const GridMesh& mesh, const Patch& patch, const PatchEdges& edges, GridVertex* vertices,
-                  const std::vector<int>& border, BorderSum* borderSums) {
+                  const std::vector<int>& border, BorderSums& borderSums, size_t firstOfPatch) {
   std::array<trVector, kPatchVertices> sums{};
   for (int row = 0; row < kPatchSide; ++row)
     for (int column = 0; column < kPatchSide; ++column) {
@@ -73,7 +75,8 @@ void SmoothWithin(const GridMesh& mesh, const Patch& patch, const PatchEdges& ed
     const double column = border[k] % kPatchStride, row = border[k] / kPatchStride;
     const trVector base = mesh.BasePoint(patch.quad, patch.u0 + patch.size * column / kPatchSide,
                                          patch.v0 + patch.size * row / kPatchSide);
-    borderSums[k] = {KeyOf(base), trFVector(sums[border[k]])};
+    borderSums.keys[firstOfPatch + k] = KeyOf(base);
+    borderSums.sums[firstOfPatch + k] = trFVector(sums[border[k]]);
   }
 }
 
@@ -81,23 +84,23 @@ void SmoothWithin(const GridMesh& mesh, const Patch& patch, const PatchEdges& ed
 
 void SmoothNormals(GridMesh& mesh, const std::vector<PatchEdges>& edges) {
   const std::vector<int> border = BorderVertices();
-  std::vector<BorderSum> borderSums(mesh.patches.size() * border.size());
+  BorderSums borderSums(mesh.patches.size() * border.size());
   ParallelFor(mesh.patches.size(), [&](size_t i) {
-    SmoothWithin(mesh, mesh.patches[i], edges[i], &mesh.vertices[i * kPatchVertices], border,
-                 &borderSums[i * border.size()]);
+    SmoothWithin(mesh, mesh.patches[i], edges[i], &mesh.vertices[i * kPatchVertices], border, borderSums,
+                 i * border.size());
   });
 
   // Every shard adds in the order of the vertices, so the sums don't depend on the threads.
   ParallelFor(kShards, [&](size_t shard) {
     std::vector<std::uint32_t> members;
-    members.reserve(borderSums.size() / kShards * 5 / 4);
-    for (size_t i = 0; i < borderSums.size(); ++i)
-      if (borderSums[i].key >> (64 - kShardBits) == shard) members.push_back(static_cast<std::uint32_t>(i));
+    members.reserve(borderSums.keys.size() / kShards * 5 / 4);
+    for (size_t i = 0; i < borderSums.keys.size(); ++i)
+      if (borderSums.keys[i] >> (64 - kShardBits) == shard) members.push_back(static_cast<std::uint32_t>(i));
     SumsByKey sums(members.size());
-    for (const std::uint32_t i : members) sums[borderSums[i].key] += trVector(borderSums[i].sum);
+    for (const std::uint32_t i : members) sums[borderSums.keys[i]] += trVector(borderSums.sums[i]);
     for (const std::uint32_t i : members)
       mesh.vertices[i / border.size() * kPatchVertices + border[i % border.size()]].normal =
-          PackedNormal(Normalised(sums[borderSums[i].key]));
+          PackedNormal(Normalised(sums[borderSums.keys[i]]));
   });
 
   ParallelFor(mesh.patches.size(), [&](size_t i) {
