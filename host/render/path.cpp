@@ -278,9 +278,21 @@ void PathTracer::FollowLobes(Path& path, int depth) {
 }
 
 void PathTracer::Follow(Path& path) {
-  shading_.si.Random() = {MixBits64(path.random + 1)};
-  for (int depth = 1; Bounce(path, depth);)
-    if (!FollowRay(path, ++depth)) return;
+  const std::uint64_t random = MixBits64(path.random + 1);
+  const trFCol gathered = path.result.light.Sum();
+  const int ways = roulette_.Ways(path.throughput * path.surface.diffuse, gathered);
+  const Surface start = path.surface;
+  const PixelSampler sampler = path.sampler;
+  const trFCol throughput = path.throughput;
+  for (int way = 0; way < ways; ++way) {
+    shading_.si.Random() = {random + way};
+    path.surface = start;
+    path.sampler = sampler.Further(way);
+    path.throughput = throughput;
+    if (!Bounce(path, 1)) continue;
+    path.throughput *= 1.0f / static_cast<float>(ways);
+    for (int depth = 2; FollowRay(path, depth) && Bounce(path, depth);) ++depth;
+  }
 }
 
 trFCol PathTracer::Gather(const trVector& origin, const trVector& direction, double nearest,

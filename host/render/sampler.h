@@ -55,6 +55,13 @@ class PixelSampler {
   PixelSampler(std::uint64_t pixelKey, std::uint32_t index)
       : key_(static_cast<std::uint32_t>(MixBits64(pixelKey))), index_(index) {}
 
+  /// The same sample with pairs of its own, for the path that branches off as number `branch`.
+  PixelSampler Further(int branch) const {
+    PixelSampler other = *this;
+    other.dimension_ += static_cast<std::uint32_t>(branch) << 16;
+    return other;
+  }
+
   /// The next pair, each 0 to below 1.
   tr2Vector Next() {
     const std::uint32_t seed = MixBits(key_ + 0x9e3779b9u * ++dimension_);
