@@ -83,8 +83,8 @@ class Render : public testing::Test {
     bytes << std::ifstream(path, std::ios::binary).rdbuf();
     return bytes.str();
   }
-  /// The samples of a picture's pixels, without files.
-  std::vector<ovhost::CameraSample> Trace(int width, int height, int samples = 1) {
+  /// The samples of a picture's pixels, without files; those of a pixel `together` at once.
+  std::vector<ovhost::CameraSample> Trace(int width, int height, int samples = 1, int together = 16) {
     std::atomic<bool> stop{false};
     ovhost::WorldSettings settings;
     settings.view = dynamic_cast<trCameraNode&>(*project_->NodeByPath("Camera")).View(width, height);
@@ -97,7 +97,8 @@ class Render : public testing::Test {
     for (int y = 0; y < height; ++y)
       for (int x = 0; x < width; ++x) {
         std::vector<ovhost::CameraSample> pixel(samples);
-        tracer.SamplePixel(x, y, 0, samples, pixel.data());
+        for (int i = 0; i < samples; i += together)
+          tracer.SamplePixel(x, y, i, std::min(i + together, samples), &pixel[i]);
         result.insert(result.end(), pixel.begin(), pixel.end());
       }
     return result;
@@ -150,6 +151,22 @@ TEST_F(Render, ACropIsThatPartOfTheWhole) {
       }
     EXPECT_EQ(different, 0) << "crop " << number;
   }
+}
+
+TEST_F(Render, ThinLimbsAreSmooth) {
+  // From far outside an atmosphere is thinner than a pixel: samples of a pixel must not share it.
+  Set("Camera", "position", trVector(0, -6378000, -3e7));
+  Set("Camera", "rotation", trVector(0, 0, 0));
+  Set("Camera", "field_of_view", 40.0);
+  Set("Render", "max_bounces", 0);
+  const auto together = Trace(48, 32, 16), apart = Trace(48, 32, 16, 1);
+  double sum = 0, difference = 0;
+  for (size_t i = 0; i < together.size(); ++i) {
+    sum += apart[i].atmosphere.b;
+    difference += std::fabs(together[i].atmosphere.b - apart[i].atmosphere.b);
+  }
+  ASSERT_GT(sum, 0);
+  EXPECT_LT(difference, 0.01 * sum);
 }
 
 TEST_F(Render, NoisyPartsTakeMoreSamples) {

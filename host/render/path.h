@@ -93,7 +93,7 @@ class OV_API PathTracer : public PixelEngine {
   /// What of a sun's light that something stops comes through all the same.
   trFCol PastClear(const SunRay& ray);
   trFCol DirectLight(const Surface& surface, const tr2Vector& draw);
-  /// The air along a camera ray, taken over from an earlier sample of the pixel where that saw as far.
+  /// The air along a camera ray, taken over from an earlier sample of the pixel where that saw the same.
   trAtomicIntegrator::Result CameraAir(const trVector& direction, double distance);
   trAtomicIntegrator::Result Air(const trVector& origin, const trVector& direction, double distance,
                                  int depth);
