@@ -14,7 +14,7 @@ constexpr double kEdgePixels = 2.0;
 constexpr double kVerticesOutOfView = 1e6;
 /// Entries of the cache of indirect light for each pixel; what it has for rays that roam scenes however small
 /// the picture is; and its share of the memory at most.
-constexpr double kCachedPerPixel = 4, kLeastCached = 1 << 20, kCacheShare = 0.1;
+constexpr double kCachedPerPixel = 2, kLeastCached = 1 << 20, kCacheShare = 0.1;
 
 /// How many vertices a surface may have; 0 for no limit.
 std::uint64_t PictureVertices(double pixels, double edgePixels, double perPixel) {
