@@ -36,10 +36,11 @@ inline double OctaveLimit(const FractalSettings& s, const FractalDerived& d, con
   double reach = 1.0;
   if (s.noiseFlavour < 5) reach = colour && s.noiseFlavour > 0 ? 0.5 : 0.75;
   const double resolved = d.leadInWavelength * reach;
-  // Most points are clear of both ends by more octaves than the fade takes, which two products tell.
-  if (q.LengthSquared() < d.clearRadiusSquared && footprint <= resolved * d.clearFootprint)
-    return d.octaves + 2;
-  const double limit = std::min(29.0 - Log1(q.Length()) * 1.44269504088896, 31.0);
+  // Most points are clear of an end by more octaves than the fade takes, which a product tells.
+  const double clear = d.octaves + 2;
+  const bool isNear = q.LengthSquared() < d.clearRadiusSquared;
+  if (isNear && footprint <= resolved * d.clearFootprint) return clear;
+  const double limit = isNear ? clear : std::min(29.0 - Log1(q.Length()) * 1.44269504088896, 31.0);
   return footprint > 0.0 ? std::min(limit, Log1(resolved / footprint) / kLogLacunarity) : limit;
 }
 
