@@ -14,10 +14,6 @@ constexpr double kBounceFootprint = 0.05;
 
 /// Share of the open sky taken to be seen from the end of a path: the tabulated light knows no terrain.
 constexpr float kDeepVisibility = 0.7f;
-/// Two samples of a pixel whose surfaces are this close, as a share of the way through the air, have the same
-/// air before them; and two that see the sky where the pixel is this high at most, metres: higher, and it
-/// holds much of an atmosphere's limb.
-constexpr double kSharedAirTolerance = 0.04, kSharedAirHeight = 250;
 
 trFCol Clamped(const trFCol& c, float limit) {
   const float luminance = Luminance(c);
@@ -31,6 +27,7 @@ PathTracer::PathTracer(World& world, const PathSettings& settings)
       settings_(settings),
       shading_(world, world),
       pieces_(world, shading_),
+      shells_(world.Volumes()),
       roulette_(settings, world),
       walk_(world, settings, counters_) {}
 
@@ -55,14 +52,10 @@ trAtomicIntegrator::Result PathTracer::Air(const trVector& origin, const trVecto
 
 trAtomicIntegrator::Result PathTracer::CameraAir(const trVector& direction, double distance) {
   const trVector& eye = world_.View().eye;
-  SkyTables::Passage passage{0, 0};
-  if (world_.Sky().IsSymmetric()) passage = world_.Sky().PassageOf(eye, direction);
-  if (passage.enters >= distance) return {};
-  double tolerance = kSharedAirTolerance * (distance - passage.enters);
-  if (!(passage.nearest * world_.View().PixelAngularSize() <= kSharedAirHeight) && distance > passage.nearest)
-    tolerance = -1;
+  const AirShells::Way way = shells_.WayOf(eye, direction, distance, world_.View().PixelAngularSize());
+  if (way.isClear) return {};
   for (int i = 0; i < sharedCount_; ++i)
-    if (std::fabs(sharedAir_[i].distance - distance) <= tolerance) return sharedAir_[i].air;
+    if (std::fabs(sharedAir_[i].distance - distance) <= way.tolerance) return sharedAir_[i].air;
   SharedAir& entry = sharedAir_[sharedCount_++];
   entry = {distance, Air(eye, direction, distance, 1)};
   return entry.air;

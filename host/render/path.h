@@ -1,6 +1,7 @@
 // The path engine: radiance along camera rays, by next-event estimation of the suns and diffuse bounces.
 #pragma once
 
+#include "host/render/air_shells.h"
 #include "host/render/film.h"
 #include "host/render/light_walk.h"
 
@@ -101,6 +102,7 @@ class OV_API PathTracer : public PixelEngine {
   ShadingContext shading_;
   PieceShading pieces_;
   trAtomicIntegrator integrator_;
+  AirShells shells_;
   Roulette roulette_;
   LightWalk walk_;
 

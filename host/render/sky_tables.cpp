@@ -86,16 +86,6 @@ void SkyTables::BuildTransmittance(const std::vector<trAtmosShader*>& volumes, t
   });
 }
 
-SkyTables::Passage SkyTables::PassageOf(const trVector& origin, const trVector& direction) const {
-  const trVector fromCentre = origin - centre_;
-  const double along = Dot(fromCentre, direction), outside = fromCentre.LengthSquared() - outer_ * outer_;
-  if (outside <= 0) return {0, std::fmax(-along, 0)};
-  const double discriminant = along * along - outside;
-  const bool isMet = along < 0 && discriminant > 0;
-  return {isMet ? -along - std::sqrt(discriminant) : std::numeric_limits<double>::infinity(),
-          std::fmax(-along, 0)};
-}
-
 trFCol SkyTables::Transmittance(const trVector& point, const trVector& direction, double radius) const {
   const trVector fromCentre = point - centre_;
   double r2 = fromCentre.LengthSquared();

@@ -32,12 +32,6 @@ class OV_API SkyTables {
   /// What of a light in `direction`, of angular radius `radius`, reaches `point`; the ball inside the volumes
   /// blocks it. Only for symmetric volumes. Thread-safe.
   trFCol Transmittance(const trVector& point, const trVector& direction, double radius) const;
-  /// How a ray goes through symmetric volumes, metres from its origin.
-  struct Passage {
-    double enters;   ///< 0 from inside, and infinite where it passes them
-    double nearest;  ///< to their centre
-  };
-  Passage PassageOf(const trVector& origin, const trVector& direction) const;
   /// Away from the volumes' centre; +y where there is none.
   trVector Up(const trVector& point) const {
     return symmetric_ ? Normalised(point - centre_) : trVector(0, 1, 0);
