@@ -61,8 +61,8 @@ int ReportFailure(const Failure& failure) {
 
 int main(int argc, char** argv) {
   ovhost::DeepenStacks();
-  std::signal(SIGXFSZ,
-              SIG_IGN);  // a file past the shell's limit is a failed write, which is told and cleaned up
+  // A file past the shell's limit is a failed write, which is told and cleaned up.
+  std::signal(SIGXFSZ, SIG_IGN);
   Program program;
   program.cli.name("ov");
   program.cli.description("Renders planetary landscapes, and looks into what they are made of.");

@@ -21,7 +21,7 @@ AirShells::AirShells(const std::vector<trAtmosShader*>& volumes) {
   for (const trAtmosShader* volume : volumes) {
     Shell shell;
     double inner;
-    if (volume->IsRadiallySymmetric(shell.centre, inner, shell.radius))
+    if (volume->IsRadiallySymmetric(shell.centre, inner, shell.radius) && shell.radius > inner)
       shells_.push_back(shell);
     else
       isEverywhere_ = true;

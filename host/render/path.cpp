@@ -278,14 +278,15 @@ void PathTracer::FollowLobes(Path& path, int depth) {
 }
 
 void PathTracer::Follow(Path& path) {
-  const std::uint64_t random = MixBits64(path.random + 1);
+  const std::uint64_t random = path.random;
   const trFCol gathered = path.result.light.Sum();
   const int ways = roulette_.Ways(path.throughput * path.surface.diffuse, gathered);
   const Surface start = path.surface;
   const PixelSampler sampler = path.sampler;
   const trFCol throughput = path.throughput;
   for (int way = 0; way < ways; ++way) {
-    shading_.si.Random() = {random + way};
+    path.random = random + (static_cast<std::uint64_t>(way) << 32);
+    shading_.si.Random() = {MixBits64(path.random + 1)};
     path.surface = start;
     path.sampler = sampler.Further(way);
     path.throughput = throughput;
