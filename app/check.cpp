@@ -10,6 +10,7 @@
 #include "host/node/graph_check.h"
 #include "host/node/node_data.h"
 #include "host/raster/heightfield_load.h"
+#include "host/raster/heightfield_walk.h"
 
 namespace ovapp {
 namespace {

@@ -57,12 +57,12 @@ long HeightfieldExportLWO::Export() {
                     (std::isfinite(height) ? height : input->HfMinZ()) * zScale,
                     static_cast<double>(row) * yScale);
   };
-  // Two triangles a cell, both from its corner of least x and z, upward side outside.
+  // Two triangles a cell, both from its corner of least x and z, their front upwards.
   mesh.triangle = [=](std::int64_t i) {
     const std::int64_t cell = i / 2, corner = cell / across * width + cell % across;
     const std::int64_t opposite = corner + width + 1;
-    if (i % 2 == 0) return std::array<std::int64_t, 3>{corner, corner + width, opposite};
-    return std::array<std::int64_t, 3>{corner, opposite, corner + 1};
+    if (i % 2 == 0) return std::array<std::int64_t, 3>{corner, opposite, corner + width};
+    return std::array<std::int64_t, 3>{corner, corner + 1, opposite};
   };
   const long result = WriteLwo(mesh, path);
   ReportProgress(token, text, 1.0f, -1.0f);

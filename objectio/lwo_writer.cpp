@@ -11,10 +11,14 @@
 
 namespace {
 
-/// Indices from here on take four bytes, the first of them 0xff, which leaves 24 bits.
+/// Indices from here on take four bytes, the first of them 0xff, which leaves 24 bits. The last of those is
+/// no index: some readers keep it for "none".
 constexpr std::int64_t kFirstLongIndex = 0xff00;
-constexpr std::int64_t kIndices = 1 << 24;
+constexpr std::int64_t kIndices = (1 << 24) - 1;
 constexpr float kGrey = 0.78431f;  // 200 of 255
+/// Names are padded to even sizes; this one with its terminator is.
+constexpr char kSurfaceName[] = "Default";
+static_assert(sizeof kSurfaceName % 2 == 0);
 
 /// The file in memory.
 class LwoBuffer {
@@ -72,6 +76,7 @@ void FillGeometry(LwoBuffer& out, const LwoMesh& mesh) {
   for (std::int64_t i = 0; i < mesh.numTriangles; ++i) {
     const auto corners = mesh.triangle(i);
     out.Short(3);
+    // The front of a polygon is where its corners go round clockwise, y up and z away from the viewer.
     for (const int corner : {2, 1, 0}) out.Index(corners[corner]);
   }
   out.Close(polygons);
@@ -87,8 +92,7 @@ void FillGeometry(LwoBuffer& out, const LwoMesh& mesh) {
 
 void FillSurface(LwoBuffer& out) {
   const std::size_t surface = out.Open("SURF");
-  out.Text("Default", 8);
-  out.Zeros(1);  // pad
+  out.Text(kSurfaceName, sizeof kSurfaceName);
   out.Zeros(2);  // no source surface
   out.Text("COLR", 4);
   out.Short(14);
@@ -105,7 +109,7 @@ void Fill(LwoBuffer& out, const LwoMesh& mesh) {
   const std::size_t form = out.Open("FORM");
   out.Text("LWO2", 4);
   const std::size_t tags = out.Open("TAGS");
-  out.Text("Default", 8);
+  out.Text(kSurfaceName, sizeof kSurfaceName);
   out.Close(tags);
   const std::size_t layer = out.Open("LAYR");
   out.Zeros(18);

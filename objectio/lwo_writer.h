@@ -8,8 +8,8 @@
 #include "core/object_writer.h"
 #include "core/vector.h"
 
-/// A mesh to write; points and triangles are asked for in order, counted from 0. A triangle's corners go
-/// round counter-clockwise seen from outside.
+/// A mesh to write; points and triangles are asked for in order, counted from 0. The front of a triangle
+/// a, b, c is the side that (c - a) x (b - a) points to, as in scenes.
 struct LwoMesh {
   std::int64_t numPoints = 0, numTriangles = 0;
   std::function<trVector(std::int64_t point)> point;

@@ -2,10 +2,12 @@
 #include "objectio/whole_file.h"
 
 #include <fcntl.h>
+#include <sys/random.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 
 namespace {
@@ -21,11 +23,25 @@ bool WriteAll(int file, const char* data, std::size_t size) {
   return fsync(file) == 0;
 }
 
+/// Makes an empty file beside `path` under a name that nobody can have put a link at; its name is told.
+int MakeBeside(const trString& path, trString& name) {
+  for (int attempt = 0; attempt < 16; ++attempt) {
+    std::uint64_t random = 0;
+    if (getrandom(&random, sizeof random, 0) != sizeof random) return -1;
+    char suffix[32];
+    std::snprintf(suffix, sizeof suffix, ".tmp%016llx", static_cast<unsigned long long>(random));
+    name = path + suffix;
+    const int file = open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    if (file >= 0 || errno != EEXIST) return file;
+  }
+  return -1;
+}
+
 }  // namespace
 
 FileResult WriteWholeFile(const trString& path, const void* data, std::size_t size) {
-  const trString beside = path + ".tmp";
-  const int file = open(beside.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  trString beside;
+  const int file = MakeBeside(path, beside);
   if (file < 0) return FileResult::kNotOpened;
   const bool isWritten = WriteAll(file, static_cast<const char*>(data), size);
   const bool isClosed = close(file) == 0;

@@ -8,6 +8,7 @@
 #include "core/object_writer.h"
 #include "host/base/log.h"
 #include "host/project/project_file.h"
+#include "objectio/lwo_writer.h"
 #include "tests/shading_fixture.h"
 #include "tests/temp_file.h"
 
@@ -124,12 +125,17 @@ struct LwoFile {
       EXPECT_EQ(bytes.substr(at, end - at), expected);
     }
     if (name == "SURF") {
-      const size_t colour = bytes.find("COLR", at), diffuse = bytes.find("DIFF", at);
-      EXPECT_NEAR(Float(colour + 6), 200 / 255.0, 1e-5);
-      EXPECT_EQ(Float(diffuse + 6), 1);
+      // A name and a source's name, each with its terminator padded to even, then sub-chunks end to end.
+      EXPECT_EQ(bytes.substr(at, 10), std::string("Default\0\0\0", 10));
+      for (at += 10; at + 6 <= end; at += 6 + Number(at + 4, 2)) {
+        subchunks += Name(at) + " ";
+        EXPECT_NEAR(Float(at + 6), Name(at) == "COLR" ? 200 / 255.0 : 1, 1e-5);
+      }
+      EXPECT_EQ(at, end);
+      EXPECT_EQ(subchunks, "COLR DIFF ");
     }
   }
-  std::string bytes, order;
+  std::string bytes, order, subchunks;
   std::vector<trVector> points;
   std::vector<std::array<size_t, 3>> polygons;
   size_t tagged = 0;
@@ -389,12 +395,11 @@ TEST(Lwo, AHeightfieldBecomesTrianglesWithTheUpSideOut) {
   ASSERT_EQ(file.polygons.size(), 299u * 259u * 2);
   EXPECT_EQ(file.tagged, file.polygons.size());
   ExpectNear(file.points[7 * 300 + 3], {30, source.HfScanlineRaw(7)[3] * source.HfZScale(), 140}, 1e-4);
-  // Corners are written in reverse, so that seen from above they go round the other way; together they cover
-  // the field once.
+  // Seen from above, corners go round clockwise, x to the right and z up; together they cover the field once.
   double area = 0;
   for (const auto& [a, b, c] : file.polygons) {
     const trVector &p = file.points.at(a), q = file.points.at(b) - p, r = file.points.at(c) - p;
-    const double twice = q.x * r.z - q.z * r.x;
+    const double twice = q.z * r.x - q.x * r.z;
     ASSERT_GT(twice, 0);
     area += twice / 2;
   }
@@ -407,6 +412,17 @@ TEST(Lwo, AHeightfieldBecomesTrianglesWithTheUpSideOut) {
   EXPECT_EQ(Press(node, "export_button"), 0);
   EXPECT_EQ(ovhost::NumErrors(), errors + 1);
   std::filesystem::remove(path);
+}
+
+TEST(Lwo, MorePointsThanIndicesReachAreRefused) {
+  const std::string path = TempFile("vast.lwo");
+  for (const bool hasPoints : {true, false}) {
+    LwoMesh mesh;
+    mesh.numPoints = hasPoints ? 1 << 24 : 3;
+    mesh.numTriangles = hasPoints ? 1 : 1 << 24;
+    EXPECT_EQ(WriteLwo(mesh, path), 0);
+    EXPECT_FALSE(std::filesystem::exists(path));
+  }
 }
 
 TEST(Lwo, AScenesFirstGroupIsWritten) {

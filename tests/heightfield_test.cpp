@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "host/base/log.h"
-#include "host/node/graph_check.h"
+#include "host/raster/heightfield_walk.h"
 #include "tests/shading_fixture.h"
 
 namespace {

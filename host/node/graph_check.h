@@ -17,9 +17,6 @@ OV_API long ReportBrokenLinks(trBase* root, void (*report)(const trString&));
 /// evaluation goes. Returns the number of rings. Main thread only.
 OV_API long ReportShaderRings(trBase* root, void (*reportDepth)(const trString&));
 
-/// The same for heightfields, of which any number may follow each other. Main thread only.
-OV_API long ReportHeightfieldRings(trBase* root);
-
 /// Thread-safe while the graph stays as it is.
 OV_API bool HasShaderRing(trBase* root);
 

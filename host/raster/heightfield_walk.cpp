@@ -6,6 +6,7 @@
 #include <mutex>
 
 #include "host/node/node_data.h"
+#include "host/node/ring_search.h"
 
 namespace {
 
@@ -17,6 +18,13 @@ thread_local int nesting = 0;
 /// A node's operation may evaluate shaders that ask for other heightfields, which begins a walk inside the
 /// walk. More levels than this are a network that wasn't meant.
 constexpr int kMaxNesting = 32;
+
+const ovhost::RingKind kHeightfields = {
+    "heightfield", [](const trBase* node) { return dynamic_cast<const trHeightfield*>(node) != nullptr; },
+    [](const trBase* node) {
+      const std::vector<trHeightfield*> linked = ovhost::LinkedHeightfields(*node);
+      return std::vector<const trBase*>(linked.begin(), linked.end());
+    }};
 
 }  // namespace
 
@@ -41,6 +49,8 @@ std::vector<trHeightfield*> LinkedHeightfields(const trBase& node) {
         if (auto* heightfield = dynamic_cast<trHeightfield*>(other)) linked.push_back(heightfield);
   return linked;
 }
+
+long ReportHeightfieldRings(trBase* root) { return RingSearch(root, kHeightfields, false).NumFound(); }
 
 HeightfieldWalk::HeightfieldWalk() : outer_(current), state_(HeightfieldState()) {
   current = this;

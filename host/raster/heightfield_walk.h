@@ -16,6 +16,9 @@ void BumpHeightfieldState();
 
 /// The heightfields that a node's links lead to, by parameter.
 std::vector<trHeightfield*> LinkedHeightfields(const trBase& node);
+/// Reports as an error every ring of heightfields that feed themselves, once a ring, naming its nodes.
+/// Returns how many there are. Main thread only.
+OV_API long ReportHeightfieldRings(trBase* root);
 
 /// One request. The caller holds the turn.
 class HeightfieldWalk {
