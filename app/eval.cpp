@@ -10,6 +10,7 @@
 #include "app/evaluator.h"
 #include "app/session.h"
 #include "core/messages.h"
+#include "host/base/atomic_file.h"
 #include "host/base/log.h"
 #include "host/image/picture.h"
 

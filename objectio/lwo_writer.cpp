@@ -6,8 +6,8 @@
 #include <new>
 #include <vector>
 
+#include "core/output_file.h"
 #include "core/scene.h"
-#include "objectio/whole_file.h"
 
 namespace {
 
@@ -131,14 +131,14 @@ long WriteLwo(const LwoMesh& mesh, const trString& path) {
   try {
     LwoBuffer buffer(mesh);
     Fill(buffer, mesh);
-    switch (WriteWholeFile(path, buffer.Bytes().data(), buffer.Bytes().size())) {
-      case FileResult::kNotOpened:
+    switch (trWriteWholeFile(path, buffer.Bytes().data(), buffer.Bytes().size())) {
+      case trFileResult::kNotOpened:
         trError("ObjectWriterLWO: Unable to open file: " + path);
         return 0;
-      case FileResult::kNotWritten:
+      case trFileResult::kNotWritten:
         trError("ObjectWriterLWO: Unable to write file: " + path);
         return 0;
-      case FileResult::kWritten:
+      case trFileResult::kWritten:
         break;
     }
   } catch (const std::bad_alloc&) {

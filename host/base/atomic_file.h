@@ -1,4 +1,4 @@
-// A file that appears under its name only when it is whole.
+// A file that appears under its name only when it is whole. All output goes through here.
 #pragma once
 
 #include <cstdint>
@@ -8,8 +8,11 @@
 
 namespace ovhost {
 
-/// Bytes go to a temporary name beside `path`; Commit flushes them to disc and renames. Without a Commit, or
-/// after any failure, what stood under the name is left as it was. One thread at a time.
+/// Bytes go to a new file beside `path`, whose name nobody can guess or have put there; Commit flushes it to
+/// disc, renames it and flushes the folder. Without a Commit, or after any failure, what stood under the name
+/// is left as it was. A file that is replaced keeps its mode, and owner and group where the system lets us;
+/// where `path` is a symbolic link the file it leads to is replaced. Other hard links keep the old file. What
+/// isn't a plain file (a folder, a device, a pipe) is refused. One thread at a time.
 class OV_API AtomicFile {
  public:
   explicit AtomicFile(const std::string& path);
@@ -33,11 +36,19 @@ class OV_API AtomicFile {
   std::string Commit();
 
  private:
+  bool FindTarget();
+  void Create();
+  void TakeAttributes();
+  void SyncFolder();
   void Fail(const char* what);
+  void Refuse(const std::string& why);
 
-  std::string path_, temporary_, problem_;
+  std::string path_, target_, temporary_, problem_;
   int file_ = -1;
   std::uint64_t size_ = 0;
 };
+
+/// Writes a whole file so. Empty, or why it failed.
+OV_API std::string WriteFileAtomically(const std::string& path, const void* data, std::uint64_t size);
 
 }  // namespace ovhost

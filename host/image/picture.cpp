@@ -1,14 +1,10 @@
-// Picture files: display values, and bytes that go beside their target, to disc and into place.
+// Picture files: display values, encoding.
 #include "host/image/picture.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
-#include <cstring>
 
+#include "host/base/atomic_file.h"
 #include "host/image/codec/encoder.h"
 #include "host/image/codec_library.h"
 
@@ -38,8 +34,6 @@ std::vector<float> DisplayPixels(const Picture& picture, int channels, const Vie
   return out;
 }
 
-std::string ErrorText() { return std::strerror(errno); }
-
 }  // namespace
 
 float DisplayValue(float linear, const ViewTransform& view) {
@@ -56,32 +50,6 @@ bool IsPicturePath(const std::string& path) {
 }
 
 bool HoldsLayers(const std::string& path) { return Extension(path) == "exr"; }
-
-std::string WriteFileAtomically(const std::string& path, const void* data, std::uint64_t size) {
-  const std::string temporary = path + ".tmp" + std::to_string(getpid());
-  const int file = open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-  if (file < 0) return path + ": can't be written: " + ErrorText();
-  const char* at = static_cast<const char*>(data);
-  std::uint64_t left = size;
-  std::string problem;
-  while (left > 0 && problem.empty()) {
-    const ssize_t written = write(file, at, std::min<std::uint64_t>(left, 1u << 30));
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) {
-      problem = path + ": can't be written: " + ErrorText();
-    } else {
-      at += written;
-      left -= static_cast<std::uint64_t>(written);
-    }
-  }
-  if (problem.empty() && fsync(file) != 0 && errno != EINVAL)
-    problem = path + ": can't be flushed: " + ErrorText();
-  if (close(file) != 0 && problem.empty()) problem = path + ": can't be closed: " + ErrorText();
-  if (problem.empty() && std::rename(temporary.c_str(), path.c_str()) != 0)
-    problem = path + ": can't be put in place: " + ErrorText();
-  if (!problem.empty()) unlink(temporary.c_str());
-  return problem;
-}
 
 std::string WritePicture(const std::string& path, const Picture& picture, const ViewTransform& view,
                          bool fullFloat) {

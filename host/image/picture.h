@@ -39,9 +39,6 @@ OV_API bool HoldsLayers(const std::string& path);
 OV_API std::string WritePicture(const std::string& path, const Picture& picture, const ViewTransform& view,
                                 bool fullFloat = false);
 
-/// Writes bytes to a temporary name beside `path`, flushes them to disc and renames. Empty, or why it failed.
-OV_API std::string WriteFileAtomically(const std::string& path, const void* data, std::uint64_t size);
-
 /// The display value, 0 to 1, of a linear one.
 OV_API float DisplayValue(float linear, const ViewTransform& view);
 

@@ -6,7 +6,7 @@
 #include <set>
 
 #include "core/xml.h"
-#include "host/image/picture.h"
+#include "host/base/atomic_file.h"
 #include "host/node/node_data.h"
 #include "host/project/project_file.h"
 

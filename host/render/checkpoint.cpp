@@ -5,6 +5,8 @@
 #include <cstring>
 #include <fstream>
 
+#include "host/base/atomic_file.h"
+
 namespace ovhost {
 namespace {
 
