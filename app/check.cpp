@@ -4,7 +4,7 @@
 
 #include "app/app.h"
 #include "app/json.h"
-#include "app/session.h"
+#include "app/project_options.h"
 #include "core/messages.h"
 #include "host/base/log.h"
 #include "host/node/graph_check.h"
@@ -20,12 +20,12 @@ struct Options {
   bool json = false;
 };
 
-void CheckCompleteness(juProject& project) {
-  const trScopedErrorsWarningsContext context(&project);
-  if (NodesWithFact(project, "is_camera").empty()) trWarning("the project has no camera");
-  if (NodesWithFact(project, "is_light").empty()) trWarning("the project has no light");
-  if (NodesWithFact(project, "is_object").empty()) trWarning("the project has no object");
-  if (NodesWithFact(project, "is_render").empty()) trWarning("the project has no render node");
+void CheckCompleteness(Session& session) {
+  const trScopedErrorsWarningsContext context(&session.Project());
+  if (session.NodesWithFact("is_camera").empty()) trWarning("the project has no camera");
+  if (session.NodesWithFact("is_light").empty()) trWarning("the project has no light");
+  if (session.NodesWithFact("is_object").empty()) trWarning("the project has no object");
+  if (session.NodesWithFact("is_render").empty()) trWarning("the project has no render node");
 }
 
 void Collect(void* list, const ovhost::LogRecord& record) {
@@ -48,17 +48,18 @@ long CountNodes(const trBase& node) {
 /// classes and attributes) counts as a fault.
 long Check(const Options& options, long& faults) {
   try {
-    Session session(options.project);
+    const std::unique_ptr<Session> opened = OpenSession(options.project);
+    Session& session = *opened;
     faults = ovhost::NumWarnings();
     ovhost::ReportBrokenLinks(&session.Project(), trError);
     ovhost::ReportShaderRings(&session.Project(), trError);
     ovhost::ReportHeightfieldRings(&session.Project());
     ovhost::ReportElevationFiles(&session.Project());
-    CheckCompleteness(session.Project());
+    CheckCompleteness(session);
     faults += ovhost::NumErrors();
     return CountNodes(session.Project());
-  } catch (const Failure& failure) {
-    if (!failure.text.empty()) trError(failure.text);
+  } catch (const ovhost::SessionError& error) {
+    if (*error.what()) trError(error.what());
     faults = 1;
     return -1;
   }

@@ -4,12 +4,18 @@
 
 #include "app/app.h"
 #include "app/json.h"
-#include "app/session.h"
-#include "app/sheet.h"
 #include "core/random.h"
+#include "host/session/class_sheet.h"
+#include "host/session/session.h"
 
 namespace ovapp {
 namespace {
+
+using ovhost::ClassSheet;
+using ovhost::SheetButton;
+using ovhost::SheetHint;
+using ovhost::SheetMenuItem;
+using ovhost::SheetParam;
 
 struct Options {
   std::vector<std::string> classes;
@@ -174,7 +180,7 @@ constexpr const char* kMarkdownHead =
     "a node made new.\n\n";
 
 int Run(Program& program, const Options& options) {
-  const int code = LoadModules();
+  const int code = ovhost::LoadModules() > 0 ? kFailed : kDone;
   // Drawn defaults are told apart by drawing twice: from a fixed seed, so that two draws are known to differ.
   if (!program.common.seed) trFixGlobalSeed(1);
   if (options.classes.empty() && !options.all)
@@ -182,8 +188,8 @@ int Run(Program& program, const Options& options) {
 
   Json list = Json::array();
   std::string text = options.markdown && options.all ? kMarkdownHead : "";
-  for (const std::string& name : options.all ? AllClassNames() : options.classes) {
-    const std::optional<ClassSheet> sheet = DescribeClass(name, options.asNew);
+  for (const std::string& name : options.all ? ovhost::AllClassNames() : options.classes) {
+    const std::optional<ClassSheet> sheet = ovhost::DescribeClass(name, options.asNew);
     if (!sheet) throw Failure{kFailed, "there is no class \"" + name + "\"; `ov nodes` lists them"};
     if (options.json)
       list.push_back(ToJson(*sheet));

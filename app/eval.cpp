@@ -7,15 +7,21 @@
 #include <nlohmann/json.hpp>
 
 #include "app/app.h"
-#include "app/evaluator.h"
-#include "app/session.h"
+#include "app/project_options.h"
 #include "core/messages.h"
 #include "host/base/atomic_file.h"
 #include "host/base/log.h"
 #include "host/image/picture.h"
+#include "host/session/evaluator.h"
+#include "host/session/points.h"
 
 namespace ovapp {
 namespace {
+
+using ovhost::EvalPoint;
+using ovhost::EvalResult;
+using ovhost::Evaluator;
+using ovhost::PointList;
 
 struct Options {
   ProjectOptions project;
@@ -63,10 +69,10 @@ std::string JsonLine(const EvalPoint& point, const EvalResult& result) {
 }
 
 PointList ReadInput(const Options& options) {
-  if (options.points == "-") return ReadPoints(std::cin, "standard input");
+  if (options.points == "-") return ovhost::ReadPoints(std::cin, "standard input");
   std::ifstream in(options.points);
   if (!in) throw Failure{kInvalidProject, options.points + ": can't be read"};
-  return ReadPoints(in, options.points);
+  return ovhost::ReadPoints(in, options.points);
 }
 
 void PrintResults(const PointList& input, const std::vector<EvalResult>& results, const Options& options) {
@@ -136,12 +142,13 @@ void EvaluateGrid(Evaluator& evaluator, const Options& options) {
 }
 
 int Run(Program&, const Options& options) {
-  Session session(options.project);
+  const std::unique_ptr<Session> opened = OpenSession(options.project);
+  Session& session = *opened;
   trBase& node = session.Find(options.node);
   auto* shader = dynamic_cast<trShader*>(&node);
   if (!shader) throw Failure{kFailed, node.NameAndPath() + ": not a shader, so it has nothing to evaluate"};
 
-  const ErrorWatch errors;
+  const ovhost::ErrorWatch errors;
   Evaluator evaluator(session.Project(), *shader, options.smoothSize);
   if (!options.grid.empty()) {
     EvaluateGrid(evaluator, options);
@@ -149,7 +156,7 @@ int Run(Program&, const Options& options) {
     const PointList input = ReadInput(options);
     PrintResults(input, evaluator.Evaluate(input.points), options);
   }
-  return errors.Code();
+  return CodeOf(errors);
 }
 
 }  // namespace

@@ -8,7 +8,7 @@
 
 #include "app/app.h"
 #include "app/progress.h"
-#include "app/session.h"
+#include "app/project_options.h"
 #include "app/signals.h"
 #include "core/messages.h"
 #include "host/base/log.h"
@@ -212,13 +212,14 @@ std::vector<Progress::Stage> Stages(trHeightfield& heightfield, const Options& o
 }
 
 int Run(Program& program, const Options& options) {
-  Session session(options.project);
+  const std::unique_ptr<Session> opened = OpenSession(options.project);
+  Session& session = *opened;
   CheckOutputs(options);
   trBase& node = session.Find(options.node);
   trHeightfield* heightfield = ovhost::HeightfieldOf(node);
   if (!heightfield) throw Failure{kFailed, node.NameAndPath() + ": is no heightfield and leads to none"};
 
-  const ErrorWatch errors;
+  const ovhost::ErrorWatch errors;
   ovhost::RenderControl control;
   const RenderSignals signals(control);
   Progress progress(program.common, &control.stop);
@@ -231,7 +232,7 @@ int Run(Program& program, const Options& options) {
     EndStopped(run, options, writer);
   }
   if (run.outcome == HeightfieldRun::Outcome::kFailed)
-    throw Failure{std::max<int>(errors.Code(), kFailed),
+    throw Failure{std::max<int>(CodeOf(errors), kFailed),
                   errors.HasErrors()
                       ? ""
                       : run.last->NameAndPath() + ": has no heights: its input or its shader is missing"};
@@ -246,7 +247,7 @@ int Run(Program& program, const Options& options) {
     else
       PrintText(json);
   }
-  return errors.Code();
+  return CodeOf(errors);
 }
 
 }  // namespace

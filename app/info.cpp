@@ -3,7 +3,7 @@
 
 #include "app/app.h"
 #include "app/json.h"
-#include "app/session.h"
+#include "app/project_options.h"
 
 namespace ovapp {
 namespace {
@@ -36,7 +36,8 @@ void List(trBase& node, const Options& options, size_t depth, Json& list, std::s
 }
 
 int Run(Program&, const Options& options) {
-  Session session(options.project);
+  const std::unique_ptr<Session> opened = OpenSession(options.project);
+  Session& session = *opened;
   Json list = Json::array();
   std::string text;
   List(session.Project(), options, 0, list, text);

@@ -9,6 +9,7 @@
 #include "core/random.h"
 #include "host/base/log.h"
 #include "host/base/parallel.h"
+#include "host/session/session_error.h"
 
 namespace {
 
@@ -50,6 +51,20 @@ std::vector<std::string> Arguments(int argc, char** argv) {
     arguments.push_back(text);
   }
   return arguments;  // last first, as the parser wants it
+}
+
+int CodeOf(ovhost::SessionError::Kind kind) {
+  switch (kind) {
+    case ovhost::SessionError::kFailed:
+      return kFailed;
+    case ovhost::SessionError::kBadRequest:
+      return kBadUsage;
+    case ovhost::SessionError::kInvalidProject:
+      return kInvalidProject;
+    case ovhost::SessionError::kOutputFailed:
+      return kOutputFailed;
+  }
+  return kFailed;
 }
 
 int ReportFailure(const Failure& failure) {
@@ -99,6 +114,8 @@ int main(int argc, char** argv) {
     return code;
   } catch (const Failure& failure) {
     return ReportFailure(failure);
+  } catch (const ovhost::SessionError& error) {
+    return ReportFailure({CodeOf(error.Cause()), error.what()});
   } catch (const std::bad_alloc&) {
     return ReportFailure({kLimitReached, "out of memory"});
   } catch (const std::exception& error) {

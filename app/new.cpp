@@ -3,7 +3,7 @@
 #include <filesystem>
 
 #include "app/app.h"
-#include "app/session.h"
+#include "app/project_options.h"
 #include "core/messages.h"
 #include "host/project/project_file.h"
 
@@ -17,13 +17,14 @@ struct Options {
 };
 
 int Run(Program&, const Options& options) {
-  if (LoadModules() != kDone) return kFailed;
+  if (ovhost::LoadModules() > 0) return kFailed;
   std::error_code error;
   if (options.path != "-" && !options.overwrite && std::filesystem::exists(options.path, error))
     throw Failure{kOutputFailed, options.path + ": exists already; --overwrite replaces it"};
   std::unique_ptr<juProject> project = ovhost::NewDefaultProject();
   if (!project) return kFailed;
-  Session session(std::move(project), options.changes);
+  Session session(std::move(project));
+  ApplyChanges(session, options.changes);
   if (options.path == "-") {
     const std::string text = ovhost::ProjectToText(session.Project());
     std::fwrite(text.data(), 1, text.size(), stdout);

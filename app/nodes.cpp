@@ -4,8 +4,8 @@
 
 #include "app/app.h"
 #include "app/json.h"
-#include "app/session.h"
 #include "host/node/class_pool.h"
+#include "host/session/session.h"
 
 namespace ovapp {
 namespace {
@@ -29,7 +29,7 @@ void Print(const Options& options, const std::string& category, const std::strin
 }
 
 int Run(Program&, const Options& options) {
-  const int code = LoadModules();
+  const int code = ovhost::LoadModules() > 0 ? kFailed : kDone;
   Json list = Json::array();
   if (options.missing) {
     for (const auto& row : ovhost::PlannedRows())

@@ -3,7 +3,7 @@
 
 #include "app/app.h"
 #include "app/progress.h"
-#include "app/session.h"
+#include "app/project_options.h"
 #include "app/signals.h"
 #include "core/messages.h"
 #include "host/node/node_data.h"
@@ -30,7 +30,8 @@ trGuiPushButton& FindButton(const trBase& node, const std::string& wanted) {
 }
 
 int Run(Program& program, const Options& options) {
-  Session session(options.project);
+  const std::unique_ptr<Session> opened = OpenSession(options.project);
+  Session& session = *opened;
   trBase& node = session.Find(options.node);
   trGuiPushButton& button = FindButton(node, options.button);
   if (!button.IsEnabled()) throw Failure{kFailed, node.NameAndPath() + ": the button is disabled"};

@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
-#include "app/frames.h"
+#include "app/units.h"
 
 namespace ovapp {
 namespace {

@@ -6,13 +6,12 @@
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
-#include <set>
 
 #include "app/app.h"
-#include "app/frames.h"
 #include "app/progress.h"
-#include "app/session.h"
+#include "app/project_options.h"
 #include "app/signals.h"
+#include "app/units.h"
 #include "core/messages.h"
 #include "host/base/log.h"
 #include "host/image/picture.h"
@@ -21,6 +20,7 @@
 #include "host/project/project_file.h"
 #include "host/raster/heightfield_run.h"
 #include "host/render/render.h"
+#include "host/session/frames.h"
 
 namespace ovapp {
 namespace {
@@ -50,12 +50,12 @@ struct Job {
 
 std::vector<Job> PlanJobs(const Options& options, juProject& project) {
   std::vector<long> frames = {std::lround(project.GetCurrentFrame())};
-  if (!options.frames.empty()) frames = ParseFrames(options.frames);
-  if (frames.size() > 1 && !HasFramePlace(options.output))
+  if (!options.frames.empty()) frames = ovhost::ParseFrames(options.frames);
+  if (frames.size() > 1 && !ovhost::HasFramePlace(options.output))
     throw Failure{kBadUsage,
                   options.output + ": several frames need a place for their number, such as out_####.png"};
   std::vector<Job> jobs;
-  for (const long frame : frames) jobs.push_back({frame, FramePath(options.output, frame)});
+  for (const long frame : frames) jobs.push_back({frame, ovhost::FramePath(options.output, frame)});
   return jobs;
 }
 
@@ -98,21 +98,18 @@ void CheckRings(juProject& project) {
 }
 
 /// A picture without what a missing module makes must not be taken for the real one.
-void CheckClasses(juProject& project, const Options& options) {
-  std::set<std::string> classes;
-  for (trBase* node : ovhost::AllNodes(&project))
-    for (const trUnknownBlock& block : node->Data().unknownBlocks)
-      if (!block.className.empty()) classes.insert(block.className);
+void CheckClasses(const Session& session, const Options& options) {
+  const std::vector<std::string> classes = session.MissingClasses();
   if (classes.empty() || options.allowMissing) return;
   throw Failure{kInvalidProject, options.project.path + ": " + std::to_string(classes.size()) +
                                      (classes.size() == 1 ? " class is" : " classes are") +
-                                     " missing, the first " + *classes.begin() +
+                                     " missing, the first " + classes.front() +
                                      "; --allow-missing renders without"};
 }
 
-trBase* RenderNode(juProject& project, const Options& options, const Session& session) {
+trBase* RenderNode(const Options& options, const Session& session) {
   if (!options.renderNode.empty()) return &session.Find(options.renderNode);
-  const std::vector<trBase*> nodes = NodesWithFact(project, "is_render");
+  const std::vector<trBase*> nodes = session.NodesWithFact("is_render");
   return nodes.empty() ? nullptr : nodes[0];
 }
 
@@ -159,7 +156,7 @@ ovhost::RenderSettings Settings(Program& program, const Options& options, Sessio
   settings.width = options.width;
   settings.height = options.height;
   settings.samples = options.samples;
-  settings.crop = Crop(RenderNode(session.Project(), options, session), options);
+  settings.crop = Crop(RenderNode(options, session), options);
   settings.seed = program.common.seed.value_or(0);
   settings.threads = program.common.threads.value_or(0);
   if (!options.memory.empty()) settings.memoryBytes = ParseBytes(options.memory);
@@ -188,7 +185,7 @@ ovhost::RenderSettings Settings(Program& program, const Options& options, Sessio
 // --- Rendering
 // --------------------------------------------------------------------------------------------------
 
-int CodeOf(ovhost::RenderOutcome outcome) {
+int CodeOfOutcome(ovhost::RenderOutcome outcome) {
   switch (outcome) {
     case ovhost::RenderOutcome::kDone:
       return kDone;
@@ -248,15 +245,16 @@ void PrintPlan(const std::vector<Job>& jobs, const Options& options, const trBas
 }
 
 int Run(Program& program, const Options& options) {
-  Session session(options.project);
+  const std::unique_ptr<Session> opened = OpenSession(options.project);
+  Session& session = *opened;
   juProject& project = session.Project();
   const std::vector<Job> jobs = PlanJobs(options, project);
   ovhost::RenderSettings settings = Settings(program, options, session);
   CheckOutputs(jobs);
-  CheckClasses(project, options);
+  CheckClasses(session, options);
   CheckRings(project);
   if (options.dryRun) {
-    PrintPlan(jobs, options, RenderNode(project, options, session), settings);
+    PrintPlan(jobs, options, RenderNode(options, session), settings);
     return kDone;
   }
   settings.projectHash = session.Hash();
@@ -283,14 +281,14 @@ int Run(Program& program, const Options& options) {
     settings.output = job.path;
     settings.frame = static_cast<double>(job.frame);
     ovhost::RenderStatistics statistics;
-    const ErrorWatch errors;
+    const ovhost::ErrorWatch errors;
     const ovhost::RenderOutcome outcome = ovhost::RenderFrame(project, settings, control, &statistics);
     progress.Pause();
     Report(job, outcome, statistics);
     // A frame that failed doesn't keep the others from being made, but the end tells of it; a stop ends them
     // all.
-    if (outcome != ovhost::RenderOutcome::kDone && code == kDone) code = CodeOf(outcome);
-    if (code == kDone || code == kFailed) code = std::max<int>(code, errors.Code());
+    if (outcome != ovhost::RenderOutcome::kDone && code == kDone) code = CodeOfOutcome(outcome);
+    if (code == kDone || code == kFailed) code = std::max<int>(code, CodeOf(errors));
     if (outcome == ovhost::RenderOutcome::kStopped || control.stop) return kResumable;
   }
   return code;

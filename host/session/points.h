@@ -6,9 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "core/api.h"
 #include "core/vector.h"
 
-namespace ovapp {
+namespace ovhost {
 
 struct EvalPoint {
   trVector position;         ///< world, metres
@@ -23,7 +24,7 @@ struct PointList {
 /// Reads lines of `x y z [nx ny nz]`, numbers separated by commas, semicolons or blanks, or JSON lines of
 /// arrays of such numbers or of objects {"point": [x, y, z], "normal": [x, y, z]} or {"x": x, "y": y, "z": z,
 /// "nx": x, "ny": y, "nz": z}. Empty lines, lines that begin with '#' and a heading are passed over. Throws a
-/// Failure that names the line.
-PointList ReadPoints(std::istream& in, const std::string& name);
+/// SessionError that names the line. Thread-safe.
+OV_API PointList ReadPoints(std::istream& in, const std::string& name);
 
-}  // namespace ovapp
+}  // namespace ovhost

@@ -1,21 +1,14 @@
 // Evaluates a shader at points: a render without light or rays around it.
-#include "app/evaluator.h"
+#include "host/session/evaluator.h"
 
 #include <algorithm>
-#include <atomic>
-#include <thread>
 
 #include "core/messages.h"
 #include "core/render_state.h"
+#include "host/base/parallel.h"
 #include "host/node/node_data.h"
 
-namespace ovapp {
-namespace {
-
-constexpr size_t kChunk = 256;  // points a thread takes at a time
-
-}  // namespace
-
+namespace ovhost {
 struct Evaluator::Worker {
   trNoRenderServices services;
   trShadingInterface shading;
@@ -24,8 +17,8 @@ struct Evaluator::Worker {
 
 Evaluator::Evaluator(juProject& project, trShader& shader, double smoothSize)
     : shader_(shader), smoothSize_(smoothSize) {
-  ovhost::UpdateAnimation(&project, project.GetCurrentFrame());
-  ovhost::ResolveAllLinks(&project);
+  UpdateAnimation(&project, project.GetCurrentFrame());
+  ResolveAllLinks(&project);
   const trView* view = nullptr;
   if (trBase* camera = project.PActiveCameraNode()) {
     view = static_cast<const trView*>(camera->RequestMember("view"));
@@ -41,7 +34,7 @@ Evaluator::Evaluator(juProject& project, trShader& shader, double smoothSize)
     workers_.back()->shading.SetRenderState(&workers_.back()->state);
   }
   trRenderingInterface rendering(workers_[0]->state, threads, view, trRenderContext::kFinal);
-  for (trBase* node : ovhost::AllNodes(&project))
+  for (trBase* node : AllNodes(&project))
     if (auto* each = dynamic_cast<trShader*>(node)) {
       const trScopedErrorsWarningsContext context(each);
       each->StartRender(rendering);
@@ -79,18 +72,10 @@ EvalResult Evaluator::At(Worker& worker, const EvalPoint& point, std::uint64_t i
 
 std::vector<EvalResult> Evaluator::Evaluate(const std::vector<EvalPoint>& points) {
   std::vector<EvalResult> results(points.size());
-  std::atomic<size_t> next{0};
-  const auto work = [&](Worker& worker) {
-    for (size_t begin = next.fetch_add(kChunk); begin < points.size(); begin = next.fetch_add(kChunk))
-      for (size_t i = begin; i < std::min(begin + kChunk, points.size()); ++i)
-        results[i] = At(worker, points[i], i);
-  };
-  std::vector<std::thread> threads;
-  for (size_t i = 1; i < workers_.size() && i * kChunk < points.size(); ++i)
-    threads.emplace_back([&work, worker = workers_[i].get()] { work(*worker); });
-  work(*workers_[0]);
-  for (std::thread& thread : threads) thread.join();
+  WithThreads(static_cast<int>(workers_.size()), [&] {
+    ParallelFor(points.size(), [&](size_t i) { results[i] = At(*workers_[ThreadSlot()], points[i], i); });
+  });
   return results;
 }
 
-}  // namespace ovapp
+}  // namespace ovhost

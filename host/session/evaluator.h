@@ -4,12 +4,12 @@
 #include <memory>
 #include <vector>
 
-#include "app/points.h"
 #include "core/colour.h"
 #include "core/project.h"
 #include "core/shader.h"
+#include "host/session/points.h"
 
-namespace ovapp {
+namespace ovhost {
 
 struct EvalResult {
   double displacement = 0;  ///< along the point's normal, metres
@@ -20,7 +20,7 @@ struct EvalResult {
 };
 
 /// Prepares the project's shaders for evaluation while it lives.
-class Evaluator {
+class OV_API Evaluator {
  public:
   /// `smoothSize` is the filter footprint of every sample, metres. Main thread only.
   Evaluator(juProject& project, trShader& shader, double smoothSize);
@@ -42,4 +42,4 @@ class Evaluator {
   std::vector<std::unique_ptr<Worker>> workers_;
 };
 
-}  // namespace ovapp
+}  // namespace ovhost

@@ -1,5 +1,5 @@
 // Reads the sheet of a class off a node of it.
-#include "app/sheet.h"
+#include "host/session/class_sheet.h"
 
 #include <cxxabi.h>
 
@@ -13,7 +13,7 @@
 #include "host/node/class_pool.h"
 #include "host/node/node_data.h"
 
-namespace ovapp {
+namespace ovhost {
 namespace {
 
 /// The class's own name, without the namespaces around it.
@@ -27,7 +27,7 @@ std::string Demangled(const trBase& node) {
 }
 
 std::string Implementation(const std::string& className, const trBase& node) {
-  for (const ovhost::PlannedRow& row : ovhost::PlannedRows())
+  for (const PlannedRow& row : PlannedRows())
     if (row.className == className) return row.implementation;
   return Demangled(node);
 }
@@ -46,10 +46,10 @@ SheetParam Described(const trBase& node, long index) {
   const trParamInfo& info = node.Data().params[static_cast<size_t>(index)];
   SheetParam param;
   param.name = info.name;
-  param.type = ovhost::TypeName(info.type);
-  param.label = ovhost::DisplayName(info);
+  param.type = TypeName(info.type);
+  param.label = DisplayName(info);
   param.tab = info.tabLabel;
-  param.defaultText = ovhost::DefaultText(info);
+  param.defaultText = DefaultText(info);
   const_cast<trBase&>(node).GetStringFromParam(index, param.value, trWhoSystem);
   param.saved = info.saved;
   param.hidden = info.hidden;
@@ -65,17 +65,17 @@ struct Setting {
   juProject project;
 
   ~Setting() {
-    while (project.NumChildren() > 0) ovhost::DestroyNode(project.Child(0));
+    while (project.NumChildren() > 0) DestroyNode(project.Child(0));
   }
   trBase* Node(const std::string& className, bool asNew) {
-    return asNew ? project.CreateChild(className) : ovhost::CreateNode(className, &project, "");
+    return asNew ? project.CreateChild(className) : CreateNode(className, &project, "");
   }
 };
 
 }  // namespace
 
 std::optional<ClassSheet> DescribeClass(const std::string& className, bool asNew) {
-  const ovhost::CatalogueEntry* entry = ovhost::FindClass(className);
+  const CatalogueEntry* entry = FindClass(className);
   if (!entry) return std::nullopt;
   Setting setting, other;
   trBase* node = setting.Node(className, asNew);
@@ -86,7 +86,7 @@ std::optional<ClassSheet> DescribeClass(const std::string& className, bool asNew
   sheet.className = entry->className;
   sheet.implementation = Implementation(entry->className, *node);
   sheet.isShader = dynamic_cast<trShader*>(node) != nullptr;
-  for (const ovhost::CatalogueEntry& row : ovhost::Catalogue())
+  for (const CatalogueEntry& row : Catalogue())
     if (row.className == entry->className) sheet.categories.push_back(row.category);
 
   // Values are those before OnCreate, which may declare more parameters: these come with the values it gave
@@ -100,7 +100,7 @@ std::optional<ClassSheet> DescribeClass(const std::string& className, bool asNew
   }
   const auto& twins = second->Data().params;
   for (size_t i = 0; i < sheet.params.size() && i < twins.size(); ++i)
-    sheet.params[i].isRandom = sheet.params[i].defaultText != ovhost::DefaultText(twins[i]);
+    sheet.params[i].isRandom = sheet.params[i].defaultText != DefaultText(twins[i]);
 
   const trNodeData& data = node->Data();
   sheet.facts.assign(data.facts.begin(), data.facts.end());
@@ -112,10 +112,10 @@ std::optional<ClassSheet> DescribeClass(const std::string& className, bool asNew
 
 std::vector<std::string> AllClassNames() {
   std::vector<std::string> names;
-  for (const ovhost::CatalogueEntry& entry : ovhost::Catalogue())
+  for (const CatalogueEntry& entry : Catalogue())
     if (std::find(names.begin(), names.end(), entry.className) == names.end())
       names.push_back(entry.className);
   return names;
 }
 
-}  // namespace ovapp
+}  // namespace ovhost

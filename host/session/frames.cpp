@@ -1,15 +1,15 @@
-// Frame ranges, picture names with frame numbers, amounts with units.
-#include "app/frames.h"
+// Frame ranges, and picture names with frame numbers.
+#include "host/session/frames.h"
 
 #include <algorithm>
 #include <charconv>
-#include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <set>
 
-#include "app/app.h"
+#include "host/session/session_error.h"
 
-namespace ovapp {
+namespace ovhost {
 namespace {
 
 constexpr size_t kMaxFrames = 1000000;
@@ -69,17 +69,6 @@ size_t FileNameBegin(const std::string& path) {
   return slash == std::string::npos ? 0 : slash + 1;
 }
 
-/// A positive number and its suffix, or a Failure that names what the text ought to be.
-double NumberWithUnit(const std::string& text, std::string& unit, const char* what) {
-  double value = 0;
-  const char* const end = text.data() + text.size();
-  const auto [next, error] = std::from_chars(text.data(), end, value);
-  if (error != std::errc() || !std::isfinite(value) || value <= 0)
-    throw Failure{kBadUsage, "\"" + text + "\" is not " + what};
-  unit.assign(next, end);
-  return value;
-}
-
 }  // namespace
 
 std::vector<long> ParseFrames(const std::string& text) {
@@ -87,7 +76,8 @@ std::vector<long> ParseFrames(const std::string& text) {
   for (size_t begin = 0; begin <= text.size();) {
     const size_t end = std::min(text.find(',', begin), text.size());
     if (!AddFrames(text.substr(begin, end - begin), frames))
-      throw Failure{kBadUsage, "\"" + text + "\" is not a list of frames such as 1-10,20-40x5"};
+      throw SessionError(SessionError::kBadRequest,
+                         "\"" + text + "\" is not a list of frames such as 1-10,20-40x5");
     begin = end + 1;
   }
   std::set<long> seen;
@@ -109,41 +99,4 @@ std::string FramePath(const std::string& path, long frame) {
   return out;
 }
 
-unsigned long long ParseBytes(const std::string& text) {
-  constexpr const char* kWhat = "an amount of memory such as 800M or 4G";
-  std::string unit;
-  const double value = NumberWithUnit(text, unit, kWhat);
-  static constexpr const char* kUnits[] = {"", "K", "M", "G", "T"};
-  if (unit.size() == 2 && unit[1] == 'B') unit.pop_back();
-  for (int i = 0; i < 5; ++i) {
-    const double bytes = std::ldexp(value, 10 * i);
-    if (unit == kUnits[i] && bytes >= 1 && bytes < 1e18) return static_cast<unsigned long long>(bytes);
-  }
-  throw Failure{kBadUsage, "\"" + text + "\" is not " + kWhat};
-}
-
-double ParseSeconds(const std::string& text) {
-  constexpr const char* kWhat = "a time such as 90, 90s, 5m or 2h";
-  std::string unit;
-  const double value = NumberWithUnit(text, unit, kWhat);
-  if (unit.empty() || unit == "s") return value;
-  if (unit == "m") return value * 60;
-  if (unit == "h") return value * 3600;
-  throw Failure{kBadUsage, "\"" + text + "\" is not " + kWhat};
-}
-
-std::string DurationText(double seconds) {
-  const long whole = seconds > 0 && seconds < 1e9 ? std::lround(seconds) : 0;
-  char text[64];
-  if (whole < 10)
-    std::snprintf(text, sizeof text, "%.1f s", std::max(seconds, 0.0));
-  else if (whole < 60)
-    std::snprintf(text, sizeof text, "%ld s", whole);
-  else if (whole < 3600)
-    std::snprintf(text, sizeof text, "%ld min %02ld s", whole / 60, whole % 60);
-  else
-    std::snprintf(text, sizeof text, "%ld h %02ld min", whole / 3600, whole / 60 % 60);
-  return text;
-}
-
-}  // namespace ovapp
+}  // namespace ovhost

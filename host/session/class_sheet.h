@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "core/node.h"
+#include "core/api.h"
 
-namespace ovapp {
+namespace ovhost {
 
 struct SheetMenuItem {
   std::string text;
@@ -44,9 +44,9 @@ struct ClassSheet {
 /// Reads a class off a new node of it. Values are those of a node that a project names without attributes, or
 /// with `asNew` those of a node made new (after its OnFirstCreate). Empty for an unknown class. Main thread
 /// only.
-std::optional<ClassSheet> DescribeClass(const std::string& className, bool asNew);
+OV_API std::optional<ClassSheet> DescribeClass(const std::string& className, bool asNew);
 
 /// The names of all registered classes, each once, in registration order.
-std::vector<std::string> AllClassNames();
+OV_API std::vector<std::string> AllClassNames();
 
-}  // namespace ovapp
+}  // namespace ovhost

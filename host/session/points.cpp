@@ -1,13 +1,13 @@
 // Reads points as CSV or JSON lines.
-#include "app/points.h"
+#include "host/session/points.h"
 
 #include <charconv>
 #include <cmath>
 #include <nlohmann/json.hpp>
 
-#include "app/app.h"
+#include "host/session/session_error.h"
 
-namespace ovapp {
+namespace ovhost {
 namespace {
 
 bool IsSeparator(char c) { return c == ',' || c == ';' || c == ' ' || c == '\t' || c == '\r'; }
@@ -90,14 +90,15 @@ PointList ReadPoints(std::istream& in, const std::string& name) {
     std::vector<double> numbers;
     EvalPoint point;
     if (!(isJson ? ReadJson(line, numbers) : ReadNumbers(line, numbers)) || !MakePoint(numbers, point))
-      throw Failure{kFailed,
-                    name + ": line " + std::to_string(number) +
-                        ": not a point, which is x y z or x y z nx ny nz, all finite, the normal not zero"};
+      throw SessionError(
+          SessionError::kFailed,
+          name + ": line " + std::to_string(number) +
+              ": not a point, which is x y z or x y z nx ny nz, all finite, the normal not zero");
     list.isJson = list.isJson || isJson;
     list.points.push_back(point);
   }
-  if (in.bad()) throw Failure{kFailed, name + ": can't be read"};
+  if (in.bad()) throw SessionError(SessionError::kFailed, name + ": can't be read");
   return list;
 }
 
-}  // namespace ovapp
+}  // namespace ovhost
