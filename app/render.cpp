@@ -19,7 +19,7 @@
 #include "host/node/node_data.h"
 #include "host/project/project_file.h"
 #include "host/raster/heightfield_run.h"
-#include "host/render/render.h"
+#include "host/render/frame/render.h"
 #include "host/session/frames.h"
 
 namespace ovapp {

@@ -1,7 +1,7 @@
 // What signals mean while a picture is rendered, or other long work is under way.
 #pragma once
 
-#include "host/render/render.h"
+#include "host/render/frame/render.h"
 
 namespace ovapp {
 

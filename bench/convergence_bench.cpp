@@ -17,8 +17,9 @@
 #include "host/node/node_data.h"
 #include "host/project/camera.h"
 #include "host/project/project_file.h"
-#include "host/render/engine_settings.h"
-#include "host/render/standard.h"
+#include "host/render/engine/engine_settings.h"
+#include "host/render/engine/standard.h"
+#include "host/render/frame/world.h"
 
 namespace {
 

@@ -11,7 +11,8 @@
 #include "host/base/parallel.h"
 #include "host/node/class_pool.h"
 #include "host/node/node_data.h"
-#include "host/render/accel.h"
+#include "host/render/dice/dicer.h"
+#include "host/render/trace/accel.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "core/reflection.h"
-#include "host/render/microfacet.h"
+#include "host/render/shade/microfacet.h"
 #include "surface/reflective_shader.h"
 #include "tests/fake_sky.h"
 

@@ -3,7 +3,7 @@
 
 #include "atmosphere/planet_atmosphere.h"
 #include "host/base/parallel.h"
-#include "host/render/bounce_sky.h"
+#include "host/render/air/bounce_sky.h"
 #include "tests/fake_sky.h"
 
 namespace {

@@ -1,5 +1,5 @@
 // The denoiser: less noise, edges of the scene where they were, brightness kept.
-#include "host/render/denoise.h"
+#include "host/render/frame/denoise.h"
 
 #include <gtest/gtest.h>
 

@@ -6,8 +6,8 @@
 #include <set>
 
 #include "host/base/parallel.h"
-#include "host/render/accel.h"
-#include "host/render/grid_mesh.h"
+#include "host/render/dice/dicer.h"
+#include "host/render/trace/accel.h"
 
 namespace {
 

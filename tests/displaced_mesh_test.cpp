@@ -3,7 +3,7 @@
 #include <cstring>
 #include <map>
 
-#include "host/render/micro_mesh.h"
+#include "host/render/dice/displace_mesh.h"
 #include "tests/mesh_fixture.h"
 
 namespace {

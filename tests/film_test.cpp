@@ -5,8 +5,8 @@
 #include <functional>
 #include <random>
 
-#include "host/render/film.h"
-#include "host/render/pixel_filter.h"
+#include "host/render/engine/pixel_filter.h"
+#include "host/render/frame/film.h"
 
 namespace {
 

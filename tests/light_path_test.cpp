@@ -1,7 +1,8 @@
 // Light over surfaces whose lobes are known: balls in rooms of even light, glass of known depth, clear
 // sheets, suns found by lights and by lobes.
 #include "host/project/project_file.h"
-#include "host/render/path.h"
+#include "host/render/engine/path.h"
+#include "host/render/frame/world.h"
 #include "tests/shading_fixture.h"
 
 namespace {

@@ -7,7 +7,8 @@
 
 #include "host/base/parallel.h"
 #include "host/project/sunlight.h"
-#include "host/render/path.h"
+#include "host/render/engine/path.h"
+#include "host/render/frame/world.h"
 #include "tests/shading_fixture.h"
 
 /// Fills its scene by a function.

@@ -5,8 +5,9 @@
 
 #include "host/project/camera.h"
 #include "host/project/project_file.h"
-#include "host/render/render.h"
-#include "host/render/standard.h"
+#include "host/render/engine/standard.h"
+#include "host/render/frame/render.h"
+#include "host/render/frame/world.h"
 #include "tests/shading_fixture.h"
 #include "tests/temp_file.h"
 

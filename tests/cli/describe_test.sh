@@ -6,7 +6,7 @@ expect 0 "$OV" nodes
 cp out built
 expect 0 "$OV" nodes --missing
 cp out missing
-sed -n 's/^\([^#|]*\) | \([^ ]*\) | .*/\2 \1/p' "$SOURCE/core/catalogue.txt" | sed 's/ *$//' | sort >planned
+sed -n 's/^\([^#|]*\) | \([^ ]*\) | .*/\2 \1/p' "$SOURCE/module/catalogue.txt" | sed 's/ *$//' | sort >planned
 [ "$(grep -c . planned)" = 106 ] || fail "the catalogue has lost rows"
 cat built missing | sed 's/  */ /; s/ *$//' | sort | comm -12 planned - >told
 cmp -s planned told || fail "rows are neither built nor missing"

@@ -1,0 +1,250 @@
+// Building what a frame is rendered from.
+#include "host/render/frame/world.h"
+
+#include <algorithm>
+#include <chrono>
+
+#include "host/base/log.h"
+#include "host/node/graph_check.h"
+#include "host/node/node_data.h"
+#include "host/project/enviro_light.h"
+#include "host/project/sunlight.h"
+#include "host/render/dice/displace_mesh.h"
+#include "host/render/dice/prototype_edges.h"
+#include "host/render/shade/shading_context.h"
+
+namespace ovhost {
+namespace {
+
+/// What a diced vertex costs with its share of Embree's hierarchy and of dicing's temporaries, bytes.
+/// Mountains of 2.2 million vertices take 270 MB with everything else the program needs.
+constexpr double kBytesPerVertex = 96;
+/// What a vertex of a displaced mesh costs, in those of diced surfaces: two triangles each.
+constexpr std::uint64_t kMicroVertexShare = 4;
+/// Points at which parts are looked at before the render: all together, and of one part.
+constexpr int kAllProbes = 1 << 15, kLeastProbes = 64, kMostProbes = 2048;
+double Seconds() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+}  // namespace
+
+World::World(juProject& project, const WorldSettings& settings, const std::atomic<bool>& stop)
+    : LitScene(settings, stop), project_(project), settings_(settings) {}
+
+World::~World() { FinishShaders(); }
+
+bool World::Build() {
+  ResolveAllLinks(&project_);
+  ReportBrokenLinks(&project_, trWarning);
+  if (ReportShaderRings(&project_, trWarning) > 0) return false;
+  if (!MakeScenes()) return false;
+  CollectLights();
+  for (const auto& made : scenes_) CollectVolumes(*made.scene);
+  ResolveAllLinks(&project_);
+  if (!StartShaders()) return false;
+
+  const double start = Seconds();
+  if (!BuildParts()) return false;
+  diceSeconds_ = Seconds() - start;
+
+  BuildSkies();
+  return !stop_;
+}
+
+void World::BuildSkies() {
+  sky_.BuildTransmittance(volumes_, *this);
+  if (!lights_.empty() && !skyInAtmosphere_.IsBlack())
+    sky_.BuildEnviro(volumes_, *this, lights_[0]->Dir(), lights_.size() > 1,
+                     [this](const trVector& origin, const trVector& direction, double& distance) {
+                       return GroundRadiance(origin, direction, distance);
+                     });
+  if (!sky_.IsSymmetric() || lights_.size() != 1) return;
+  std::vector<trVector> places;
+  for (const auto& grid : parts_.grids)
+    for (size_t i = 0; i < grid->vertices.size(); i += kPatchVertices)
+      for (const int corner : {0, kPatchSide, kPatchVertices - 1 - kPatchSide, kPatchVertices - 1})
+        places.push_back(trVector(grid->vertices[i + corner].point) + View().eye);
+  bounceSky_.Build(volumes_, *this, sky_.Centre(), lights_[0]->Dir(), View().eye, places);
+}
+
+bool World::BuildParts() {
+  parts_.origin = settings_.view.eye;
+  shared_.view = settings_.view;
+  shared_.seed = settings_.seed;
+  for (const auto& made : scenes_) GatherParts(*made.scene, made.source, parts_, shared_);
+  if (!DiceParts()) return false;
+  for (const auto& prototype : shared_.prototypes)
+    if (!accel_->Build(*prototype)) return false;
+  accel_->Add(parts_);
+  LookAtParts();
+  return accel_->Build();
+}
+
+void World::LookAtParts() {
+  std::vector<std::pair<SurfacePart*, size_t>> all;
+  const auto collect = [&all](const Assembly& parts) {
+    for (const auto& grid : parts.grids) all.emplace_back(grid.get(), grid->patches.size());
+    for (const auto& mesh : parts.micros) all.emplace_back(mesh.get(), mesh->triangles.size());
+    for (const auto& mesh : parts.meshes) all.emplace_back(mesh.get(), mesh->triangles.size());
+  };
+  collect(parts_);
+  for (const auto& prototype : shared_.prototypes) collect(prototype->parts);
+
+  // Small clear spots are found where there are few parts to look at.
+  const int probes = std::clamp(kAllProbes / static_cast<int>(all.size() + 1), kLeastProbes, kMostProbes);
+  ShadowRays eye(*this);
+  for (const auto& [part, primitives] : all) {
+    const ShadowRays::Looks looks = eye.Probe(*part, primitives, probes);
+    part->mayBePlain = looks.isPlain;
+    part->isSeeThrough = looks.isClear && (part->rayKinds & kShadowRays);
+    hasSeeThrough_ |= part->isSeeThrough;
+  }
+}
+
+bool World::DiceAssembly(Assembly& parts, const DiceSettings& settings) {
+  for (const auto& grid : parts.grids)
+    if (!Dice(*grid, settings, *this, dicing_)) return false;
+  // A displaced mesh has a few times as much to keep for each vertex.
+  DiceSettings meshSettings = settings;
+  meshSettings.maxVertices = settings.maxVertices / kMicroVertexShare;
+  std::erase_if(parts.micros, [&](const std::unique_ptr<MicroMesh>& mesh) {
+    bool moves = true;
+    if (stop_ || !DisplaceMesh(*mesh, meshSettings, *this, dicing_, moves) || moves) return false;
+    parts.meshes.push_back(MakeTriMesh(*mesh, mesh->roots, parts.origin));
+    return true;
+  });
+  return !stop_;
+}
+
+bool World::DiceParts() {
+  std::uint64_t memory = settings_.memoryBytes;
+  const auto take = [&memory](std::uint64_t bytes) {
+    if (memory && bytes >= memory) throw std::bad_alloc();
+    if (memory) memory -= bytes;
+  };
+  take(parts_.Bytes());
+  for (const auto& prototype : shared_.prototypes) take(prototype->parts.Bytes());
+  FindFinestEdges(parts_, shared_, settings_.edgePixels);
+
+  size_t numDiced = parts_.grids.size() + parts_.micros.size();
+  for (const auto& prototype : shared_.prototypes)
+    numDiced += prototype->parts.grids.size() + prototype->parts.micros.size();
+  DiceSettings dice;
+  dice.view = settings_.view;
+  dice.edgePixels = settings_.edgePixels;
+  if (memory) {
+    const double vertices = static_cast<double>(memory) * 0.6 / kBytesPerVertex;
+    dice.maxVertices =
+        std::max<std::uint64_t>(static_cast<std::uint64_t>(vertices) / std::max<size_t>(numDiced, 1), 100000);
+  }
+  dice.pictureVertices = settings_.pictureVertices;
+  dice.frame = settings_.frame;
+  dice.seed = settings_.seed;
+  dice.stop = &stop_;
+  if (!DiceAssembly(parts_, dice)) return false;
+  for (const auto& prototype : shared_.prototypes) {
+    dice.copiedEdge = prototype->finestEdge;
+    dice.origin = prototype->parts.origin;
+    if (!DiceAssembly(prototype->parts, dice)) return false;
+  }
+  if (dicing_.longestEdge > 1) WarnOfLongEdges(dice);
+  return true;
+}
+
+void World::WarnOfLongEdges(const DiceSettings& dice) const {
+  const bool isMemory =
+      dice.maxVertices && (!dice.pictureVertices || dice.maxVertices < dice.pictureVertices);
+  char times[32];
+  std::snprintf(times, sizeof times, "%.2g", dicing_.longestEdge);
+  trWarning(std::string(isMemory ? "Memory limit" : "Limit of micropolygons a pixel") +
+            ": the longest edges of micropolygons are " + times +
+            " times as long as the render node asks for.");
+}
+
+bool World::MakeScenes() {
+  for (trBase* node : AllNodes(&project_)) {
+    auto* maker = dynamic_cast<trSceneMaker*>(node);
+    if (!maker) continue;
+    auto scene = std::make_unique<trScene>();
+    scene->Init();
+    const trScopedErrorsWarningsContext context(node);
+    const long errors = NumErrors();
+    if (!maker->Make(*scene, trSceneMaker::kRender)) {
+      // Makers mostly tell what stopped them.
+      if (NumErrors() == errors) trError("The object could not be made.");
+      return false;
+    }
+    scene->PrepForRender();
+    scenes_.push_back({std::move(scene), {node, static_cast<int>(scenes_.size()) + 1}});
+  }
+  return true;
+}
+
+void World::CollectLights() {
+  for (trBase* node : AllNodes(&project_)) {
+    if (const auto* sun = dynamic_cast<const trSunlightNode*>(node); sun && sun->IsEnabled())
+      lights_.push_back(std::make_unique<SunLight>(*this, *sun));
+    if (const auto* sky = dynamic_cast<const trEnviroLightNode*>(node); sky && sky->IsEnabled()) {
+      skyOnSurfaces_ += sky->StrengthOnSurfaces();
+      skyInAtmosphere_ += sky->StrengthInAtmosphere();
+    }
+  }
+}
+
+void World::CollectVolumes(const trScene& scene) {
+  // Each atmosphere link is the end of a chain: everything upstream is a volume as well. A chain that feeds
+  // itself ends where it meets what is already there.
+  for (long i = 1; i <= scene.NumAtmospheres(); ++i)
+    for (trShader* shader = scene.GetAtmosphere(i); shader; shader = shader->InputShader()) {
+      auto* volume = dynamic_cast<trAtmosShader*>(shader);
+      if (!volume) continue;
+      if (std::find(volumes_.begin(), volumes_.end(), volume) != volumes_.end()) break;
+      if (volume->IsEnabled()) volumes_.push_back(volume);
+    }
+}
+
+bool World::StartShaders() {
+  trShadingInterface si;
+  si.SetFrame(static_cast<float>(settings_.frame));
+  trRenderState state(*this, si);
+  trRenderingInterface rendering(state, settings_.threads, &settings_.view, trRenderContext::kFinal);
+  for (trBase* node : AllNodes(&project_)) {
+    auto* shader = dynamic_cast<trShader*>(node);
+    if (!shader) continue;
+    started_.push_back(shader);
+    if (!shader->StartRender(rendering)) {
+      const trScopedErrorsWarningsContext context(node);
+      trError("The shader could not be prepared for the render.");
+      return false;
+    }
+  }
+  for (trAtmosShader* volume : volumes_) volume->PrepareAtmosphere(rendering);
+  for (const auto& task : rendering.PrepassTasks())
+    if (!task(state)) return false;
+  return true;
+}
+
+void World::FinishShaders() {
+  trShadingInterface si;
+  si.SetFrame(static_cast<float>(settings_.frame));
+  trRenderState state(*this, si);
+  trRenderingInterface rendering(state, settings_.threads, &settings_.view, trRenderContext::kFinal);
+  for (trShader* shader : started_) shader->FinishRender(rendering);
+  started_.clear();
+}
+
+const trBase* World::ObjectAroundEye() const {
+  if (accel_->IsEmpty()) return nullptr;
+  for (const auto& mesh : parts_.grids) {
+    const trVector up = View().eye - mesh->scene->GetTransform().forward.Translation();
+    const trVector direction = up.Length() > 0 ? Normalised(up) : trVector(0, 1, 0);
+    SurfaceHit hit;
+    if (accel_->Intersect({}, direction, 0, FarDistance(), hit) && hit.part == mesh.get() &&
+        Dot(hit.faceNormal, direction) > 0)
+      return mesh->node;
+  }
+  return nullptr;
+}
+
+}  // namespace ovhost

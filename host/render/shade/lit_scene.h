@@ -1,0 +1,78 @@
+// What shading asks of the frame that is rendered: rays, suns, volumes, and light in the air.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <vector>
+
+#include "core/atmosphere.h"
+#include "host/render/air/bounce_sky.h"
+#include "host/render/air/sky_tables.h"
+#include "host/render/shade/sun_light.h"
+#include "host/render/trace/accel.h"
+#include "host/render/trace/tri_rays.h"
+
+namespace ovhost {
+
+/// How a frame is looked at.
+struct FrameSettings {
+  trView view;
+  double edgePixels = 1.4;  ///< wanted length of a micropolygon's edge on screen
+  double frame = 1;
+  std::uint64_t seed = 0;
+};
+
+/// The services that shaders ask of a render, and what engines ask beyond them. Filled by who builds it; then
+/// read by all threads.
+class OV_API LitScene : public trRenderServices {
+ public:
+  LitScene(const FrameSettings& settings, const std::atomic<bool>& stop)
+      : frame_(settings), stop_(stop), accel_(std::make_unique<Accel>()) {}
+
+  // trRenderServices
+  int NumLights() const override { return static_cast<int>(lights_.size()); }
+  const trLightState* Light(int index) const override { return lights_[index].get(); }
+  trFCol Trace(trRenderState& state, const trVector& origin, const trVector& direction, bool quick) override;
+  trFCol TraceOpacity(trRenderState& state, const trVector& from, const trVector& to) override;
+  trFCol DirectDiffuse(trRenderState& state, const trVector& point, const trVector& normal) override;
+  trFCol IndirectDiffuse(trRenderState& state, const trVector& point, const trVector& normal) override;
+  void EnviroInAtmosphere(trRenderState& state, const trVector& point, const trVector& spot, trFCol& above,
+                          trFCol& below) override;
+  bool IntersectTris(const trScene& scene, const trVector& origin, const trVector& direction,
+                     trTriHit& hit) override;
+  double SpotSize(const trVector& point) const override;
+  bool IsPausingOrAborting() const override { return stop_.load(std::memory_order_relaxed); }
+
+  const FrameSettings& Frame() const { return frame_; }
+  const trView& View() const { return frame_.view; }
+  const Accel& Rays() const { return *accel_; }
+  const SkyTables& Sky() const { return sky_; }
+  const BounceSky& SkyOfBounces() const { return bounceSky_; }
+  const std::vector<trAtmosShader*>& Volumes() const { return volumes_; }
+  const std::vector<std::unique_ptr<SunLight>>& Suns() const { return lights_; }
+  const trFCol& SkyOnSurfaces() const { return skyOnSurfaces_; }
+  /// Whether there is anything that shadow rays may get through.
+  bool HasSeeThrough() const { return hasSeeThrough_; }
+  /// Where a ray that hits nothing ends: past every volume.
+  double FarDistance() const { return 1e9; }
+
+ protected:
+  /// What the ground sends up into the air along a ray: sunlit Lambert ground of middling albedo. `distance`
+  /// bounds the ray, and becomes where it ends; black for the open sky.
+  trFCol GroundRadiance(const trVector& origin, const trVector& direction, double& distance) const;
+
+  FrameSettings frame_;
+  const std::atomic<bool>& stop_;
+  std::unique_ptr<Accel> accel_;
+  std::vector<std::unique_ptr<SunLight>> lights_;
+  std::vector<trAtmosShader*> volumes_;
+  trFCol skyOnSurfaces_, skyInAtmosphere_;
+  SkyTables sky_;
+  BounceSky bounceSky_;
+  bool hasSeeThrough_ = false;
+
+ private:
+  TriRays triRays_;
+};
+
+}  // namespace ovhost

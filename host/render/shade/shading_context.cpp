@@ -1,0 +1,120 @@
+// Running surface shaders, and shadow rays that need them.
+#include "host/render/shade/shading_context.h"
+
+#include "host/base/parallel.h"
+#include "host/base/sampler.h"
+#include "host/render/shade/lobes.h"
+#include "host/render/shade/shade_cache.h"
+
+namespace ovhost {
+namespace {
+
+/// Clear surfaces that a shadow ray goes through at most.
+constexpr int kMostSheets = 32;
+/// Filter footprint of a shadow ray, as a share of the distance.
+constexpr double kShadowFootprint = 0.005;
+/// Light below this doesn't count.
+constexpr float kLeastLight = 1e-4f;
+
+}  // namespace
+
+ShadingContext::ShadingContext(const LitScene& scene, trRenderServices& services)
+    : state(services, si), hits(scene.View()) {
+  si.SetFrame(static_cast<float>(scene.Frame().frame));
+  si.SetMainView(&scene.View());
+  si.SetThread(ThreadSlot());
+  si.RootEye() = scene.View().eye;
+}
+
+void ShadingContext::Shade(const SurfaceHit& hit, const trVector& origin, const SurfacePoint& point) {
+  hits.FillState(hit, origin, point, si);
+  si.SetLightDepth(state.CurrentRay().depth);
+  si.SetWants(trShadingInterface::kCd | trShadingInterface::kCo | trShadingInterface::kCe |
+              trShadingInterface::kCs | trShadingInterface::kOo);
+  state.ShadeOutputs() = {};
+  HitShading::RunShader(point, si);
+}
+
+ShadowRays::ShadowRays(LitScene& scene) : scene_(scene), shading_(scene, scene) {}
+
+trFCol ShadowRays::Transmittance(const trVector& origin, const trVector& direction, double nearest,
+                                 std::uint64_t& rays) {
+  ++rays;
+  if (!scene_.Rays().Occluded(origin, direction, nearest, scene_.FarDistance())) return trFCol(1.0f);
+  return ThroughClear(origin, direction, nearest, rays);
+}
+
+trFCol ShadowRays::ThroughClear(const trVector& origin, const trVector& direction, double nearest,
+                                std::uint64_t& rays) {
+  if (!scene_.HasSeeThrough()) return {};
+  trFCol left(1.0f);
+  trVector from = origin;
+  double start = nearest;
+  for (int sheet = 0; sheet < kMostSheets; ++sheet) {
+    SurfaceHit hit;
+    ++rays;
+    if (!scene_.Rays().Intersect(from, direction, start, scene_.FarDistance(), hit, kShadowRays)) return left;
+    if (!hit.part->isSeeThrough) return {};
+    ShadeAt(hit, from, direction);
+    left *= StraightThrough(shading_.si.Bsdf(), shading_.si.Oo_surf(), false);
+    if (left.MaxChannel() < kLeastLight) return {};
+    from = from + direction * hit.distance;
+    start = RayOffset(from);
+  }
+  return {};
+}
+
+trFCol ShadowRays::AcrossBorder(const SurfaceHit& hit, const trVector& origin, const trVector& direction) {
+  // Seen from outside, whence the light comes: a line that isn't bent would leave many a border too flatly to
+  // get out at all.
+  SurfaceHit outside = hit;
+  outside.distance = 1;
+  ShadeAt(outside, origin + direction * (hit.distance + outside.distance), -direction);
+  return StraightThrough(shading_.si.Bsdf(), shading_.si.Oo_surf(), true);
+}
+
+void ShadowRays::ShadeAt(const SurfaceHit& hit, const trVector& origin, const trVector& direction) {
+  SurfacePoint point;
+  shading_.hits.Locate(hit, origin, direction, kShadowFootprint, point);
+  trRenderState::Ray& ray = shading_.state.CurrentRay();
+  ray = trRenderState::Ray();
+  ray.origin = origin + scene_.View().eye;
+  ray.end = point.world;
+  ray.depth = 2;
+  ray.highlights = false;
+  shading_.si.Random() = {MixBits64(static_cast<std::uint64_t>(hit.primitive) << 32 | 1)};
+  shading_.Shade(hit, origin, point);
+}
+
+ShadowRays::Looks ShadowRays::Probe(const SurfacePart& part, size_t primitives, int probes) {
+  Looks looks;
+  const bool isPatch = part.kind == SurfacePart::Kind::kGrid;
+  for (int i = 0; i < probes && primitives > 0 && !(looks.isClear && looks.isPlain); ++i) {
+    const std::uint64_t random = MixBits64(0x5eed + i);
+    SurfaceHit hit;
+    hit.part = &part;
+    hit.primitive = static_cast<std::uint32_t>(random % primitives);
+    hit.u = static_cast<double>(random >> 40) * 0x1p-24;
+    hit.v = static_cast<double>(random >> 16 & 0xffffff) * 0x1p-24;
+    if (!isPatch && hit.u + hit.v > 1) {
+      hit.u = 1 - hit.u;
+      hit.v = 1 - hit.v;
+    }
+    hit.faceNormal = {0, 1, 0};
+    SurfacePoint point;
+    shading_.hits.Locate(hit, {}, {0, -1, 0}, 0, point);
+    hit.faceNormal = point.normal;
+    if (isPatch)
+      point.relative = MiddleOf(static_cast<const GridMesh&>(part), {&part, hit.primitive, 0, hit.u, hit.v});
+    // From outside, a little off the surface.
+    hit.distance = 1;
+    ShadeAt(hit, point.relative + point.normal, -point.normal);
+    const trBsdf& bsdf = shading_.si.Bsdf();
+    const trFCol& opacity = shading_.si.Oo_surf();
+    looks.isPlain |= IsPlain(bsdf, opacity);
+    looks.isClear |= !StraightThrough(bsdf, opacity, false).IsBlack();
+  }
+  return looks;
+}
+
+}  // namespace ovhost

@@ -1,0 +1,51 @@
+// A thread's means of running surface shaders at hits.
+#pragma once
+
+#include "host/render/shade/hit_shading.h"
+#include "host/render/shade/lit_scene.h"
+
+namespace ovhost {
+
+/// A shading state with everything that stays the same through a render filled in. Per-thread state.
+class OV_API ShadingContext {
+ public:
+  /// `services` answer the shaders; they and the world outlive the context.
+  ShadingContext(const LitScene& scene, trRenderServices& services);
+
+  /// Runs the surface's network for the state's current ray at a hit that was located: results lie in `si`
+  /// and in the state's outputs.
+  void Shade(const SurfaceHit& hit, const trVector& origin, const SurfacePoint& point);
+
+  trShadingInterface si;
+  trRenderState state;
+  HitShading hits;
+};
+
+/// What straight lines from point to point have left past surfaces and through the clear ones among them.
+/// Per-thread state.
+class OV_API ShadowRays {
+ public:
+  explicit ShadowRays(LitScene& scene);
+
+  /// Transmittance from `origin` (relative to the eye) on to infinity. `rays` counts.
+  trFCol Transmittance(const trVector& origin, const trVector& direction, double nearest,
+                       std::uint64_t& rays);
+  /// The same where something is known to be in the way.
+  trFCol ThroughClear(const trVector& origin, const trVector& direction, double nearest, std::uint64_t& rays);
+  /// Transmittance of the border of a solid that the line leaves at a hit, as if it weren't bent there.
+  trFCol AcrossBorder(const SurfaceHit& hit, const trVector& origin, const trVector& direction);
+  /// What points spread over a part are like: whether some let light straight through, and whether some are
+  /// plain.
+  struct Looks {
+    bool isClear = false, isPlain = false;
+  };
+  Looks Probe(const SurfacePart& part, size_t primitives, int probes);
+
+ private:
+  void ShadeAt(const SurfaceHit& hit, const trVector& origin, const trVector& direction);
+
+  LitScene& scene_;
+  ShadingContext shading_;
+};
+
+}  // namespace ovhost

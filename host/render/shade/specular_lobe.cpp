@@ -1,0 +1,155 @@
+// Specular lobes as one viewer sees them.
+#include <algorithm>
+#include <cmath>
+
+#include "core/guarded.h"
+#include "core/reflection.h"
+#include "host/render/shade/microfacet.h"
+
+namespace ovhost {
+namespace {
+
+/// Roughness up to which all light goes one way.
+constexpr float kMirrorRoughness = 1e-4f;
+/// Relative indices this near to 1 bend nothing.
+constexpr double kSameIndex = 1e-4;
+/// Mean cosine between a grazing viewer and the facets that it sees, for each unit of small roughness.
+constexpr double kSeenSlope = 0.6;
+/// Share of the facets that are taken to reflect totally, at most.
+constexpr float kMostTotal = 0.25f;
+
+float Ratio(float n, float d) {
+  const float ratio = n / GuardedDenominator(d);
+  return std::isfinite(ratio) ? ratio : 0.0f;
+}
+
+}  // namespace
+
+float InterfaceFresnel(double index, double cosine) {
+  const double sine2 = (1 - cosine * cosine) / (index * index);
+  if (!(sine2 <= 1)) return 1;
+  const double beyond = std::sqrt(1 - sine2);
+  return index >= 1 ? trFresnel(index, cosine, beyond) : trFresnel(1 / index, beyond, cosine);
+}
+
+SpecularLobe::SpecularLobe(const trLobe& lobe, const trVector& toViewer)
+    : lobe_(lobe),
+      facets_(lobe.kind == trLobe::kSpecularTransmission ? lobe.facets : lobe.model, lobe.roughness,
+              lobe.invTweak),
+      normal_(lobe.normal) {
+  isTransmission_ = lobe.kind == trLobe::kSpecularTransmission;
+  side_ = Normalised(std::fabs(normal_.y) < 0.9 ? Cross(normal_, {0, 1, 0}) : Cross(normal_, {1, 0, 0}));
+  front_ = Cross(side_, normal_);
+  view_ = Local(toViewer);
+  if (!(view_.z > 0) || lobe.colour.IsBlack()) {
+    isBlack_ = true;
+    return;
+  }
+  const double magnitude = std::fabs(lobe.index);
+  index_ = magnitude > 1e-3 ? std::min(magnitude, 1e3) : 1e-3;
+  const bool bendsNothing = isTransmission_ && !lobe.thin && std::fabs(index_ - 1) < kSameIndex;
+  isMirror_ = !(lobe.roughness > kMirrorRoughness) || bendsNothing;
+
+  // What layers above have left of the lobe: its colour over what it has at the normal.
+  kappa_ = trInterreflection(lobe.model, lobe.roughness2);
+  const trFCol own = WeightAt(view_.z);
+  for (int k = 0; k < 3; ++k) scale_[k] = Ratio(lobe.colour[k], own[k]);
+}
+
+trFCol SpecularLobe::WeightAt(double vDotH) const {
+  const float fresnel = InterfaceFresnel(index_, std::clamp(vDotH, 0.0, 1.0));
+  if (isTransmission_) return (trFCol(1.0f) - lobe_.reflectivity * fresnel) * lobe_.base;
+  return trRoughReflectance(lobe_.base, lobe_.edge, fresnel, lobe_.fresnelScale, kappa_).Total();
+}
+
+trFCol SpecularLobe::Expected() const {
+  if (isBlack_ || isMirror_) return lobe_.colour;
+  const double slope = kSeenSlope * lobe_.roughness / std::hypot(1.0, lobe_.roughness);
+  const double mean = std::fmin(std::hypot(view_.z, slope), 1.0), spread = slope * std::sqrt(1 - mean * mean);
+  const trFCol near = (WeightAt(mean - spread) + WeightAt(mean) + WeightAt(mean + spread)) * (1.0f / 3);
+  // From inside, few facets reflect much more than all others together.
+  const float total = isTransmission_ || index_ >= 1 ? 0 : std::min(lobe_.roughness, kMostTotal);
+  return (near + (WeightAt(0) - near) * total) * scale_;
+}
+
+bool SpecularLobe::Join(const trVector& light, Geometry& g) const {
+  trVector half;
+  if (!isTransmission_ || lobe_.thin) {
+    // A thin wall passes on below what it would reflect above.
+    const trVector mirrored = isTransmission_ ? trVector(light.x, light.y, -light.z) : light;
+    if (!(mirrored.z > 0)) return false;
+    half = Normalised(view_ + mirrored);
+    g.lDotH = Dot(mirrored, half);
+  } else {
+    if (!(light.z < 0)) return false;
+    half = Normalised(view_ + light * index_);
+    if (half.z < 0) half = -half;
+    g.lDotH = -Dot(light, half);
+  }
+  g.cosV = view_.z;
+  g.cosL = std::fabs(light.z);
+  g.cosH = half.z;
+  g.vDotH = Dot(view_, half);
+  return g.vDotH > 0 && g.lDotH > 0;
+}
+
+double SpecularLobe::Jacobian(const Geometry& g) const {
+  if (!isTransmission_ || lobe_.thin) return 1 / std::max(4 * g.vDotH, 1e-12);
+  // Walter et al. 2007, for half vectors of refraction.
+  const double root = g.vDotH - index_ * g.lDotH;
+  return index_ * index_ * g.lDotH / std::max(root * root, 1e-12);
+}
+
+trFCol SpecularLobe::Evaluate(const trVector& toLight) const {
+  Geometry g;
+  if (isBlack_ || isMirror_ || !Join(Local(toLight), g)) return {};
+  double facets;
+  if (isTransmission_ && !lobe_.thin)
+    facets = facets_.D(g.cosH) * facets_.G1(g.cosV, g.cosH, g.vDotH) * facets_.G1(g.cosL, g.cosH, g.lDotH) *
+             g.vDotH * Jacobian(g) / g.cosV;
+  else
+    facets = facets_.Reflection(g.cosV, g.cosL, g.cosH, g.vDotH) * g.cosL;
+  return WeightAt(g.vDotH) * scale_ * static_cast<float>(facets);
+}
+
+double SpecularLobe::Pdf(const trVector& toLight) const {
+  Geometry g;
+  if (isBlack_ || isMirror_ || !Join(Local(toLight), g)) return 0;
+  return facets_.PdfHalf(g.cosV, g.cosH, g.vDotH) * Jacobian(g);
+}
+
+bool SpecularLobe::SampleMirror(Sampled& out) const {
+  trVector local(-view_.x, -view_.y, view_.z);
+  if (isTransmission_) {
+    local = -view_;
+    const double sine2 = (1 - view_.z * view_.z) / (index_ * index_);
+    if (!lobe_.thin && sine2 <= 1) local = {-view_.x / index_, -view_.y / index_, -std::sqrt(1 - sine2)};
+  }
+  out = {World(local), lobe_.colour, 0};
+  return true;
+}
+
+bool SpecularLobe::Sample(const tr2Vector& draw, Sampled& out) const {
+  if (isBlack_) return false;
+  if (isMirror_) return SampleMirror(out);
+  const trVector half = facets_.SampleHalf(view_, draw);
+  const double vDotH = Dot(view_, half);
+  if (!(vDotH > 0)) return false;
+  trVector local = half * (2 * vDotH) - view_;
+  if (isTransmission_ && lobe_.thin) {
+    local.z = -local.z;
+  } else if (isTransmission_) {
+    const double sine2 = (1 - vDotH * vDotH) / (index_ * index_);
+    if (!(sine2 <= 1)) return false;
+    local = half * (vDotH / index_ - std::sqrt(1 - sine2)) - view_ / index_;
+  }
+  Geometry g;
+  if (!Join(local, g)) return false;
+  out.toLight = World(local);
+  out.pdf = facets_.PdfHalf(g.cosV, g.cosH, g.vDotH) * Jacobian(g);
+  if (!(out.pdf > 0)) return false;
+  out.weight = Evaluate(out.toLight) * static_cast<float>(1 / out.pdf);
+  return true;
+}
+
+}  // namespace ovhost

@@ -1,0 +1,78 @@
+// Rays against surfaces, by Embree.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "host/render/parts/assembly.h"
+
+namespace ovhost {
+
+/// A copy that a ray is inside of.
+struct InstanceRef {
+  const Population* population = nullptr;
+  std::uint32_t instance = 0;
+};
+
+/// Where a ray met a surface.
+struct SurfaceHit {
+  const SurfacePart* part = nullptr;
+  std::uint32_t primitive = 0;  ///< patch of a diced surface, or triangle of a mesh
+  double u = 0, v = 0;          ///< within the patch, 0 to 1, or barycentric in the triangle
+  double distance = 0;          ///< along the unit direction, metres
+  trVector faceNormal;          ///< of the micropolygon or triangle, outward, unit
+  int levels = 0;               ///< how many copies the part is inside of, outermost first
+  InstanceRef instances[kMaxInstanceLevels];
+
+  bool IsHoldout() const { return part->isHoldout || (levels > 0 && instances[0].population->isHoldout); }
+  int NodeId() const { return levels > 0 ? instances[0].population->nodeId : part->nodeId; }
+};
+
+/// Rays that start near one another and point much the same way, as those of a pixel: traced together they
+/// cost less than half. Unit directions, origins relative to the eye.
+struct OV_API RayBundle {
+  static constexpr int kSize = 16;
+  /// Takes a ray's place in the bundle; the caller adds no more than kSize.
+  void Add(const trVector& origin, const trVector& direction, double nearest);
+  void Clear() { count = 0; }
+
+  alignas(64) float originX[kSize], originY[kSize], originZ[kSize];
+  alignas(64) float directionX[kSize], directionY[kSize], directionZ[kSize], nearest[kSize];
+  alignas(64) int valid[kSize];  ///< -1 for a ray that can be traced, else 0
+  int count = 0;
+};
+
+/// Ray tracing over a set of parts, which must outlive it. Points and origins are relative to the eye.
+/// Queries are thread-safe.
+class OV_API Accel {
+ public:
+  Accel();
+  ~Accel();
+  Accel(const Accel&) = delete;
+  Accel& operator=(const Accel&) = delete;
+
+  void Add(const GridMesh& mesh);
+  void Add(const TriMesh& mesh);
+  /// The parts of an assembly, diced, and its populations, whose prototypes must be built.
+  void Add(const Assembly& parts);
+  /// Makes a prototype ready to be met, once its parts are diced. False with an error reported.
+  bool Build(Prototype& prototype);
+  /// Builds with the workers of the caller's arena. False with an error reported when Embree fails.
+  bool Build();
+  /// The nearest part that rays of a kind meet.
+  bool Intersect(const trVector& origin, const trVector& direction, double nearest, double farthest,
+                 SurfaceHit& hit, RayKind kind = kCameraRays) const;
+  /// Traces a bundle of camera rays: `hits[i]` for each ray; its part is null where nothing was met.
+  void Intersect(const RayBundle& rays, double farthest, SurfaceHit* hits) const;
+  /// One bit a ray: set where anything that casts shadows stands between.
+  std::uint32_t Occluded(const RayBundle& rays, double farthest) const;
+  /// Whether anything that casts shadows stands between.
+  bool Occluded(const trVector& origin, const trVector& direction, double nearest, double farthest) const;
+  bool IsEmpty() const;
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace ovhost

@@ -1,0 +1,82 @@
+// One scene of the ray tracer: the parts of one frame of coordinates, and copies of other such scenes.
+#pragma once
+
+#include <embree3/rtcore.h>
+
+#include "host/render/trace/accel.h"
+
+namespace ovhost {
+
+/// What a query hands to the copies it meets, by way of Embree, and what they find. Per-thread state.
+struct RayContext {
+  struct Found {
+    const RayScene* scene;
+    int levels;
+    InstanceRef instances[kMaxInstanceLevels];
+  };
+
+  /// `found` has an entry for every ray's id.
+  explicit RayContext(Found* found) : found(found) {
+    rtcInitIntersectContext(&embree);
+    embree.instID[0] = 0;
+  }
+
+  RTCIntersectContext
+      embree;  ///< first, as Embree hands this on; its instID tells how many copies deep we are
+  int level = 0;
+  InstanceRef path[kMaxInstanceLevels];
+  Found* found;
+};
+
+/// A running ray tracer.
+class RayDevice {
+ public:
+  /// Hits differ in their last bits between instruction sets. AVX-512 would gain some 3 % of a render;
+  /// without it the machines of a farm agree.
+  RayDevice() : handle_(rtcNewDevice("max_isa=avx2")) {}
+  ~RayDevice() {
+    if (handle_) rtcReleaseDevice(handle_);
+  }
+  RayDevice(const RayDevice&) = delete;
+  RayDevice& operator=(const RayDevice&) = delete;
+  /// Null where it could not be started.
+  RTCDevice Handle() const { return handle_; }
+  /// False, with an error reported, where something went wrong since the last time.
+  bool Report() const;
+
+ private:
+  RTCDevice handle_;
+};
+
+/// Owns its Embree scene; the parts must outlive it. Adding is for one thread at a time; the rest is
+/// thread-safe.
+class RayScene {
+ public:
+  explicit RayScene(std::shared_ptr<const RayDevice> device);
+  ~RayScene();
+  RayScene(const RayScene&) = delete;
+  RayScene& operator=(const RayScene&) = delete;
+
+  void Add(const GridMesh& mesh);
+  void Add(const MicroMesh& mesh);
+  void Add(const TriMesh& mesh);
+  void Add(const Population& population);
+  void Add(const Assembly& parts);
+  /// Builds the hierarchy with the workers of the caller's arena.
+  void Commit() { rtcJoinCommitScene(scene_); }
+
+  RTCScene Handle() const { return scene_; }
+  bool IsEmpty() const { return parts_.empty(); }
+  const SurfacePart* Part(unsigned geometry) const { return parts_[geometry]; }
+  /// Of the committed scene.
+  trBoundingBox Box() const;
+
+ private:
+  void Attach(RTCGeometry geometry, unsigned rayKinds, const SurfacePart* part);
+
+  std::shared_ptr<const RayDevice> device_;
+  RTCScene scene_;
+  std::vector<const SurfacePart*> parts_;  ///< by geometry; null for populations
+};
+
+}  // namespace ovhost

@@ -1,0 +1,107 @@
+// The catalogue of built classes, in registration order. catalogue.txt beside it lists every class there is
+// to be.
+#include "module/catalogue.h"
+
+#include "atmosphere/planet_atmosphere.h"
+#include "fractal/fractal_warp_shader.h"
+#include "fractal/power_fractal_shader.h"
+#include "fractal/transform_shaders.h"
+#include "fractal/vortex_warp_shader.h"
+#include "fractal/warp_shaders.h"
+#include "heightfield/filter_operators.h"
+#include "heightfield/heightfield_erode_v2.h"
+#include "heightfield/heightfield_erode_v3.h"
+#include "heightfield/heightfield_export_lwo.h"
+#include "heightfield/heightfield_from_shader.h"
+#include "heightfield/heightfield_generate.h"
+#include "heightfield/heightfield_merge.h"
+#include "heightfield/heightfield_shader.h"
+#include "heightfield/heightfield_smooth_erode.h"
+#include "heightfield/size_operators.h"
+#include "heightfield/vertical_operators.h"
+#include "imagemap/image_map_shader.h"
+#include "objectio/lwo_writer.h"
+#include "objects/planet.h"
+#include "objects/planet_surface_shader.h"
+#include "objects/sphere_geometry_shader.h"
+#include "surface/colour_utilities.h"
+#include "surface/compute_terrain.h"
+#include "surface/default_shader.h"
+#include "surface/distribution_shaders.h"
+#include "surface/glass_shader.h"
+#include "surface/lambert_shader.h"
+#include "surface/merge_shader.h"
+#include "surface/reflective_shader.h"
+#include "surface/surface_layer.h"
+#include "surface/visualise.h"
+#include "surface/water_shader.h"
+
+namespace {
+
+struct Row {
+  const char* category;
+  const char* name;
+  trBase* (*create)();
+};
+
+const Row kRows[] = {
+    {"shader/surface", "default_shader", trCreateNode<DefaultShader>},
+    {"shader/surface", "surface_layer", trCreateNode<SurfaceLayer>},
+    {"hidden", "distribution_shader_v2", trCreateNode<DistributionShaderV2>},
+    {"hidden", "distribution_shader_v3", trCreateNode<DistributionShaderV3>},
+    {"shader/colour", "distribution_shader_v4", trCreateNode<DistributionShaderV4>},
+    {"shader/colour", "colour_adjust_shader", trCreateNode<ColourAdjustShader>},
+    {"shader/colour", "distance_shader", trCreateNode<DistanceShader>},
+    {"shader/surface", "glass_shader", trCreateNode<GlassShader>},
+    {"hidden", "heightfield_displacement_shader", trCreateNode<HeightfieldDisplacementShader>},
+    {"shader/displacement/heightfield", "heightfield_shader", trCreateNode<HeightfieldShader>},
+    {"shader/colour", "image_map_shader", trCreateNode<ImageMapShader>},
+    {"shader/displacement", "image_map_shader", trCreateNode<ImageMapShader>},
+    {"shader/surface", "lambert_shader", trCreateNode<LambertShader>},
+    {"shader/mix", "merge_shader", trCreateNode<MergeShader>},
+    {"shader/atmosphere", "planet_atmosphere", trCreateNode<PlanetAtmosphere>},
+    {"hidden", "planet_surface_shader", trCreateNode<PlanetSurfaceShader>},
+    {"shader/displacement", "power_fractal_shader_v3", trCreateNode<PowerFractalShaderV3>},
+    {"shader/colour", "power_fractal_shader_v3", trCreateNode<PowerFractalShaderV3>},
+    {"shader/surface", "reflective_shader", trCreateNode<ReflectiveShader>},
+    {"shader/transform", "transform_input_shader", trCreateNode<TransformInputShader>},
+    {"shader/transform", "transform_merge_shader", trCreateNode<TransformMergeShader>},
+    {"hidden", "transform_shader", trCreateNode<TransformMergeShader>},
+    {"shader/transform", "fractal_warp_shader", trCreateNode<FractalWarpShader>},
+    {"shader/colour", "visualise_normal", trCreateNode<VisualiseNormal>},
+    {"shader/colour", "visualise_tex_coords", trCreateNode<VisualiseTexCoords>},
+    {"shader/transform", "vortex_warp_shader", trCreateNode<VortexWarpShader>},
+    {"shader/transform", "warp_input_shader", trCreateNode<WarpInputShader>},
+    {"shader/transform", "warp_merge_shader", trCreateNode<WarpShader>},
+    {"hidden", "warp_shader", trCreateNode<WarpShader>},
+    {"shader/surface", "water_shader", trCreateNode<WaterShader>},
+    {"shader/colour", "contour_shader", trCreateNode<ContourShader>},
+    {"hidden", "sphere_geometry_shader", trCreateNode<SphereGeometryShader>},
+    {"shader/utility", "tex_coords_from_XYZ", trCreateNode<TexCoordsFromXYZ>},
+    {"shader/utility", "compute_normal", trCreateNode<ComputeNormal>},
+    {"shader/utility", "compute_terrain", trCreateNode<ComputeTerrain>},
+    {"heightfield_operator", "heightfield_generate", trCreateNode<HeightfieldGenerate>},
+    {"heightfield_operator", "heightfield_adjust_vertical", trCreateNode<HeightfieldAdjustVertical>},
+    {"heightfield_operator", "heightfield_clip_vertical", trCreateNode<HeightfieldClipVertical>},
+    {"heightfield_operator", "heightfield_curve_vertical", trCreateNode<HeightfieldCurveVertical>},
+    {"heightfield_operator", "heightfield_crop", trCreateNode<HeightfieldCrop>},
+    {"hidden", "heightfield_erode_v2", trCreateNode<HeightfieldErodeV2>},
+    {"heightfield_operator", "heightfield_erode_v3", trCreateNode<HeightfieldErodeV3>},
+    {"heightfield_operator", "heightfield_export_LWO", trCreateNode<HeightfieldExportLWO>},
+    {"heightfield_operator", "heightfield_from_shader", trCreateNode<HeightfieldFromShader>},
+    {"heightfield_operator", "heightfield_merge", trCreateNode<HeightfieldMerge>},
+    {"heightfield_operator", "heightfield_resize", trCreateNode<HeightfieldResize>},
+    {"heightfield_operator", "heightfield_smooth", trCreateNode<HeightfieldSmooth>},
+    {"heightfield_operator", "heightfield_smooth_erode", trCreateNode<HeightfieldSmoothErode>},
+    {"hidden", "heightfield_erode_experiment", trCreateNode<HeightfieldErosionExperiment>},
+    {"object/displaceable", "planet", trCreateNode<Planet>},
+    {"hidden", "object_writer_lwo", trCreateNode<ObjectWriterLWO>},
+};
+
+}  // namespace
+
+void RegisterCatalogue(trPluginToken& token) {
+  for (const Row& row : kRows)
+    token.AddClass(trString(row.category), trString(row.name), row.create, trDestroyNode, trString());
+  trClasses.AddClassNameRedirect("get_instance_vector", "get_object_vector");
+}
