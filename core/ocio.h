@@ -1,7 +1,6 @@
 // Colour management of picture files.
 #pragma once
 
-#include <atomic>
 #include <memory>
 
 #include "core/api.h"
@@ -17,14 +16,15 @@ class OV_API trOcio {
   /// Takes the configuration file and the space that picture files are in; an empty path turns colour
   /// management off. Returns 0 with a warning that says why, and it is off then.
   int Set(const trString& configPath, const trString& inputSpace);
-  bool IsActive() const { return processor_ != nullptr; }
+  bool IsActive() const { return Used().processor_ != nullptr; }
   /// Converts a colour of a file to linear render space.
   void Apply(trFCol& colour) const;
 
-  /// The configuration of the project in hand.
+  /// Stands for the configuration of the project that the calling thread works on.
   static trOcio gProjectSettings;
 
  private:
   struct Processor;
+  const trOcio& Used() const;
   std::unique_ptr<Processor> processor_;
 };

@@ -32,7 +32,7 @@ using trRand = trMersenneTwister;
 extern OV_API trMersenneTwister trGlobalRand;
 
 /// A fresh 16-bit node seed: reseeds trGlobalRand with its own next number plus the time in seconds, unless
-/// the user fixed the generator's seed for a repeatable run, and draws. Main thread only.
+/// the user fixed the generator's seed for a repeatable run, and draws. Thread-safe.
 OV_API long trNewSeed();
-/// Fixes the sequence of trGlobalRand, so that scripted runs repeat. Main thread only.
+/// Fixes the sequence of trGlobalRand, so that scripted runs repeat. Thread-safe.
 OV_API void trFixGlobalSeed(unsigned long seed);

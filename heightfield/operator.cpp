@@ -12,6 +12,8 @@
 #include <thread>
 #include <vector>
 
+#include "core/thread_session.h"
+
 namespace {
 
 /// Rows handed out one by one to all cores.
@@ -20,7 +22,11 @@ class RowTeam {
   RowTeam(long rows, const std::function<void(long)>& work) : rows_(rows), work_(work) {
     const long helpers = std::min<long>(trNumCoresToUse(), rows) - 1;
     try {
-      for (long i = 0; i < helpers; ++i) threads_.emplace_back([this] { RunAll(); });
+      for (long i = 0; i < helpers; ++i)
+        threads_.emplace_back([this, session = trThreadSession()] {
+          const trThreadSession::Scope scope(session);
+          RunAll();
+        });
     } catch (const std::system_error&) {
       // Fewer threads than wished for: those that there are do it.
     }

@@ -1,14 +1,12 @@
-// Messages: contexts per thread, one serialised way out.
+// Messages: contexts per thread, one serialised way out of a session.
 #include "host/base/log.h"
 
-#include <algorithm>
-#include <atomic>
 #include <cstdio>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 #include "core/node.h"
+#include "host/base/session_context.h"
 
 namespace {
 
@@ -17,15 +15,6 @@ struct Context {
   trString name;
 };
 thread_local std::vector<Context> contexts;
-
-std::atomic<long> errorCount{0}, fileErrorCount{0}, warningCount{0};
-std::mutex outputMutex;
-ovhost::LogFormat format = ovhost::LogFormat::kText;
-ovhost::LogLevel lowestLevel = ovhost::LogLevel::kMessage;
-ovhost::LogSink sink = nullptr;
-void* sinkContext = nullptr;
-int threadCount = 0;
-constexpr int kMaxThreads = 256;
 
 const char* LevelName(ovhost::LogLevel level) {
   switch (level) {
@@ -59,7 +48,7 @@ std::string JsonQuoted(const std::string& text) {
   return out + '"';
 }
 
-std::string Formatted(const ovhost::LogRecord& record) {
+std::string Formatted(const ovhost::LogRecord& record, ovhost::LogFormat format) {
   if (format == ovhost::LogFormat::kJson) {
     std::string line = std::string("{\"level\":\"") + LevelName(record.level) + "\"";
     if (!record.node.empty()) line += ",\"node\":" + JsonQuoted(record.node);
@@ -80,14 +69,15 @@ void Report(ovhost::LogLevel level, const trString& text, const trErrorWarningDa
     record.parameter = contexts.back().name;
   }
   if (data && !data->parameter.empty()) record.parameter = data->parameter;
-  if (level == ovhost::LogLevel::kError) ++errorCount;
-  if (level == ovhost::LogLevel::kError && data && !data->file.empty()) ++fileErrorCount;
-  if (level == ovhost::LogLevel::kWarning) ++warningCount;
+  ovhost::SessionContext& session = ovhost::SessionContext::Current();
+  if (level == ovhost::LogLevel::kError) ++session.errors;
+  if (level == ovhost::LogLevel::kError && data && !data->file.empty()) ++session.fileErrors;
+  if (level == ovhost::LogLevel::kWarning) ++session.warnings;
 
-  const std::lock_guard lock(outputMutex);
-  if (sink) return sink(sinkContext, record);
-  if (level < lowestLevel) return;
-  const std::string line = Formatted(record);
+  const std::lock_guard lock(session.output);
+  if (session.logSink) return session.logSink(session.logContext, record);
+  if (level < session.lowestLevel) return;
+  const std::string line = Formatted(record, session.format);
   std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
@@ -114,32 +104,20 @@ void trClearErrorsWarningsContext(long token) {
   if (token > 0 && token <= static_cast<long>(contexts.size())) contexts.resize(token - 1);
 }
 
-int trNumCoresToUse() {
-  if (threadCount > 0) return threadCount;
-  const unsigned cores = std::thread::hardware_concurrency();
-  return cores ? static_cast<int>(cores) : 1;
-}
-
-int trMaxThreads() {
-  // Nodes size their per-thread arrays when they are made, so the answer must hold whatever is set later.
-  static const int cores = static_cast<int>(std::thread::hardware_concurrency());
-  return std::max(kMaxThreads, cores) + 1;
-}
-
 namespace ovhost {
 
-void SetLogFormat(LogFormat newFormat) { format = newFormat; }
-void SetLogLevel(LogLevel level) { lowestLevel = level; }
+void SetLogFormat(LogFormat format) { SessionContext::Current().format = format; }
+void SetLogLevel(LogLevel level) { SessionContext::Current().lowestLevel = level; }
 
-void SetLogSink(LogSink newSink, void* context) {
-  const std::lock_guard lock(outputMutex);
-  sink = newSink;
-  sinkContext = context;
+void SetLogSink(LogSink sink, void* context) {
+  SessionContext& session = SessionContext::Current();
+  const std::lock_guard lock(session.output);
+  session.logSink = sink;
+  session.logContext = context;
 }
 
-long NumErrors() { return errorCount; }
-long NumFileErrors() { return fileErrorCount; }
-long NumWarnings() { return warningCount; }
-void SetNumThreads(int count) { threadCount = std::clamp(count, 0, kMaxThreads); }
+long NumErrors() { return SessionContext::Current().errors; }
+long NumFileErrors() { return SessionContext::Current().fileErrors; }
+long NumWarnings() { return SessionContext::Current().warnings; }
 
 }  // namespace ovhost

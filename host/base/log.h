@@ -1,4 +1,5 @@
-// Where messages go: stderr as text or JSON lines, and a count of the errors.
+// Where the messages of a session go, stderr as text or JSON lines, and a count of the errors. All of this
+// speaks of the session that the calling thread works for.
 #pragma once
 
 #include <string>
@@ -23,7 +24,7 @@ OV_API void SetLogLevel(LogLevel level);
 /// Sends records elsewhere instead of to stderr (tests, applications); null restores. Calls are serialised.
 using LogSink = void (*)(void* context, const LogRecord& record);
 OV_API void SetLogSink(LogSink sink, void* context);
-/// Errors and warnings reported since the program started. Thread-safe.
+/// Errors and warnings that the session has reported. Thread-safe.
 OV_API long NumErrors();
 OV_API long NumWarnings();
 /// Those of the errors that were about a file which can't be read. Thread-safe.

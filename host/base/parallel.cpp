@@ -13,6 +13,10 @@
 #include <tbb/task_arena.h>
 
 #include <algorithm>
+#include <mutex>
+#include <optional>
+
+#include "host/base/session_context.h"
 
 #ifdef OV_THREAD_SANITIZER
 #include <sanitizer/tsan_interface.h>
@@ -40,18 +44,20 @@ void DeepenWorkers() {
   static const tbb::global_control stacks(tbb::global_control::thread_stack_size, kStackBytes);
 }
 
-/// The hand-overs of a loop, each known by an address.
+/// The hand-overs of a loop, each known by an address, and whom it works for.
 struct HandOver {
   HandOver() { Release(&begin); }
   ~HandOver() { Acquire(&end); }
   char begin = 0, end = 0;
+  const trThreadSession session;
 };
 
 char slots[kMaxSlots];
 
 /// A body's part in it.
 struct Part {
-  explicit Part(HandOver& handOver) : whole(handOver), slot(&slots[std::min(ThreadSlot(), kMaxSlots - 1)]) {
+  explicit Part(HandOver& handOver)
+      : whole(handOver), slot(&slots[std::min(ThreadSlot(), kMaxSlots - 1)]), scope(handOver.session) {
     Acquire(&whole.begin);
     Acquire(slot);
   }
@@ -61,6 +67,31 @@ struct Part {
   }
   HandOver& whole;
   char* const slot;
+  const trThreadSession::Scope scope;
+};
+
+/// The library's limit on threads is one for the process, and the lowest that anybody sets. So all who run
+/// with a number of threads at a time share one, which is the sum of what they ask for.
+class ThreadLimit {
+ public:
+  explicit ThreadLimit(int threads) : threads_(static_cast<size_t>(threads)) { Change(threads_); }
+  ~ThreadLimit() { Change(-threads_); }
+  ThreadLimit(const ThreadLimit&) = delete;
+  ThreadLimit& operator=(const ThreadLimit&) = delete;
+
+ private:
+  /// By `more` modulo the size's range.
+  static void Change(size_t more) {
+    static std::mutex mutex;
+    static size_t sum = 0;
+    static std::optional<tbb::global_control> limit;
+    const std::lock_guard lock(mutex);
+    sum += more;
+    limit.reset();
+    if (sum > 0) limit.emplace(tbb::global_control::max_allowed_parallelism, sum);
+  }
+
+  const size_t threads_;
 };
 
 }  // namespace
@@ -88,7 +119,8 @@ void ParallelForRanges(size_t count, const RangeCall& call) {
 
 void RunWithThreads(int threads, const RangeCall& job) {
   DeepenWorkers();
-  const tbb::global_control limit(tbb::global_control::max_allowed_parallelism, static_cast<size_t>(threads));
+  const ThreadLimit limit(threads);
+  const ThreadsScope scope(threads);
   tbb::task_arena arena(threads);
   HandOver handOver;
   arena.execute([&] {

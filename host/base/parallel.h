@@ -1,4 +1,5 @@
-// Loops over all cores. The library that runs them is known to the .cpp file alone.
+// Loops over all cores, whose bodies work for the session of whoever runs them. The library that runs them is
+// known to the .cpp file alone.
 #pragma once
 
 #include <cstddef>
@@ -40,7 +41,8 @@ void ParallelFor(size_t count, const Body& body) {
 OV_API void DeepenStacks();
 
 OV_API void RunWithThreads(int threads, const RangeCall& job);
-/// Runs job(), whose loops take at most `threads` threads: this one and others. Thread-safe.
+/// Runs job(), whose loops take at most `threads` threads: this one and others. Long jobs inside of it are
+/// told to take as many. Thread-safe.
 template <typename Job>
 void WithThreads(int threads, const Job& job) {
   RunWithThreads(threads, RangeCall([&job](size_t, size_t) { job(); }));

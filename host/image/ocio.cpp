@@ -1,9 +1,10 @@
-// The project's colour configuration.
+// Colour configurations, of which each session has one.
 #include "core/ocio.h"
 
 #include <cmath>
 
 #include "core/messages.h"
+#include "host/base/session_context.h"
 #include "host/image/codec/colour_processor.h"
 #include "host/image/codec_library.h"
 
@@ -16,7 +17,12 @@ trOcio trOcio::gProjectSettings;
 trOcio::trOcio() = default;
 trOcio::~trOcio() = default;
 
+const trOcio& trOcio::Used() const {
+  return this == &gProjectSettings ? ovhost::SessionContext::Current().colours : *this;
+}
+
 int trOcio::Set(const trString& configPath, const trString& inputSpace) {
+  if (this == &gProjectSettings) return ovhost::SessionContext::Current().colours.Set(configPath, inputSpace);
   processor_.reset();
   if (configPath.empty()) return 1;
   std::string problem;
@@ -33,9 +39,10 @@ int trOcio::Set(const trString& configPath, const trString& inputSpace) {
 }
 
 void trOcio::Apply(trFCol& colour) const {
-  if (!processor_) return;
+  const Processor* const processor = Used().processor_.get();
+  if (!processor) return;
   float rgb[3] = {colour.r, colour.g, colour.b};
-  processor_->conversion->Apply(rgb);
+  processor->conversion->Apply(rgb);
   for (int i = 0; i < 3; ++i)
     if (std::isfinite(rgb[i])) colour[i] = rgb[i];
 }

@@ -1,13 +1,11 @@
 // trBase: life, the default callbacks, progress, and the who-tokens.
+#include "host/base/session_context.h"
 #include "host/node/node_data.h"
 
 namespace {
 
 class WhoToken : public trBase {};
 WhoToken user, userIndirect, systemToken;
-
-ovhost::ProgressSink progressSink = nullptr;
-void* progressContext = nullptr;
 
 }  // namespace
 
@@ -48,7 +46,9 @@ void trBase::PreChildStateChange(trBase*, const trString&) {}
 unsigned char trBase::OnChildProgress(trBase* child, unsigned long& state, const trString& text,
                                       float fraction, float remaining, unsigned char canAbort) {
   if (data_->parent) return data_->parent->OnChildProgress(child, state, text, fraction, remaining, canAbort);
-  return !progressSink || progressSink(progressContext, child, text, fraction, remaining, canAbort != 0);
+  const ovhost::SessionContext& session = ovhost::SessionContext::Current();
+  return !session.progressSink ||
+         session.progressSink(session.progressContext, child, text, fraction, remaining, canAbort != 0);
 }
 
 void trBase::OnParamChanged(long, trBase*) {}
@@ -76,9 +76,4 @@ void trBase::ReportProgressNoAbort(unsigned long& state, const trString& text, f
                                    float remaining) {
   ++state;
   OnChildProgress(this, state, text, fraction, remaining, 0);
-}
-
-void ovhost::SetProgressSink(ProgressSink sink, void* context) {
-  progressSink = sink;
-  progressContext = context;
 }

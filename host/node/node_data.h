@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "core/node.h"
+#include "host/base/progress.h"
 
 /// One key of one component.
 struct trAnimationKey {
@@ -137,10 +138,5 @@ class OV_API QuietDependents {
   QuietDependents();
   ~QuietDependents();
 };
-
-/// Progress of long jobs: returns false to stop the job.
-using ProgressSink = bool (*)(void* context, const trBase* node, const trString& text, float fraction,
-                              float remaining, bool canAbort);
-OV_API void SetProgressSink(ProgressSink sink, void* context);
 
 }  // namespace ovhost

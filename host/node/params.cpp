@@ -119,7 +119,7 @@ bool LinksTo(trBase* node, const trBase* target) {
   return false;
 }
 
-int quietDependents = 0;
+thread_local int quietDependents = 0;
 
 void NotifyDependents(trBase* changed, long index, trBase* who) {
   if (quietDependents > 0) return;

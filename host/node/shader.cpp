@@ -5,6 +5,7 @@
 
 #include "core/idioms.h"
 #include "core/render_state.h"
+#include "host/base/session_context.h"
 #include "host/node/graph_check.h"
 #include "host/node/node_data.h"
 
@@ -34,9 +35,8 @@ void trShadingInterface::TripDepthGuard(trShadingInterface& si, const void* shad
   si.depthTripped_ = true;
   const auto* node = static_cast<const trShader*>(shader);
   // One error a node is enough: a picture has millions of samples.
-  static std::atomic<const void*> lastReported{nullptr};
-  static std::atomic<int> reports{0};
-  if (lastReported.exchange(shader) == shader || reports.fetch_add(1) >= 8) return;
+  ovhost::SessionContext& session = ovhost::SessionContext::Current();
+  if (session.lastTripped.exchange(shader) == shader || session.trips.fetch_add(1) >= 8) return;
   const trScopedErrorsWarningsContext context(node);
   if (ovhost::HasShaderRing(node->Root()))
     trError("The shader network feeds itself.");

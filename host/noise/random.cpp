@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <mutex>
 
 namespace {
 constexpr int kStateSize = 624;
@@ -21,6 +22,7 @@ unsigned int Tempered(unsigned int y) {
 }
 
 bool globalSeedFixed = false;
+std::mutex globalMutex;
 }  // namespace
 
 trMersenneTwister trGlobalRand(static_cast<unsigned long>(std::time(nullptr)));
@@ -61,12 +63,14 @@ void trMersenneTwister::Draw(unsigned int* numbers, int count) {
 }
 
 long trNewSeed() {
+  const std::lock_guard lock(globalMutex);
   if (!globalSeedFixed)
     trGlobalRand.sgenrand(trGlobalRand.genrand() + static_cast<unsigned long>(std::time(nullptr)));
   return static_cast<long>(trGlobalRand.genrand() & 0xffff);
 }
 
 void trFixGlobalSeed(unsigned long seed) {
+  const std::lock_guard lock(globalMutex);
   globalSeedFixed = true;
   trGlobalRand.sgenrand(seed);
 }

@@ -3,15 +3,14 @@
 
 #include <algorithm>
 #include <exception>
-#include <mutex>
 
+#include "host/base/session_context.h"
 #include "host/node/node_data.h"
 #include "host/node/ring_search.h"
 
 namespace {
 
 std::atomic<std::uint32_t> changes{1};
-std::recursive_mutex turn;
 thread_local const ovhost::HeightfieldWalk* current = nullptr;
 thread_local int nesting = 0;
 
@@ -28,8 +27,8 @@ const ovhost::RingKind kHeightfields = {
 
 }  // namespace
 
-trHeightfieldTurn::trHeightfieldTurn() { turn.lock(); }
-trHeightfieldTurn::~trHeightfieldTurn() { turn.unlock(); }
+trHeightfieldTurn::trHeightfieldTurn() { ovhost::SessionContext::Current().heightfieldTurn.lock(); }
+trHeightfieldTurn::~trHeightfieldTurn() { ovhost::SessionContext::Current().heightfieldTurn.unlock(); }
 
 namespace ovhost {
 

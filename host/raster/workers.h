@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "core/thread_session.h"
 #include "host/raster/height_grid.h"
 
 namespace ovhost {
@@ -22,7 +23,9 @@ bool RunPieces(int threads, std::int64_t count, const WorkProgress& progress, Bo
   std::atomic<bool> stop{false};
   std::mutex mutex;
   std::exception_ptr thrown;
+  const trThreadSession session;
   const auto work = [&](int worker) {
+    const trThreadSession::Scope scope(session);
     try {
       for (std::int64_t piece; !stop && (piece = next++) < count;) {
         if (worker == 0 && !progress.Report(static_cast<double>(done) / static_cast<double>(count)))

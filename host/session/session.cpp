@@ -40,7 +40,10 @@ Session::Session(const std::string& path) {
 
 Session::Session(std::unique_ptr<juProject> project) : project_(std::move(project)) {}
 
-Session::~Session() = default;
+Session::~Session() {
+  const SessionScope scope(context_);
+  project_.reset();
+}
 
 trBase& Session::Find(const std::string& path) const {
   if (trBase* node = project_->NodeByPath(path)) return *node;
@@ -63,6 +66,7 @@ void Session::Assign(const std::string& target, const std::string& value) const 
   if (!Halve(target, target.rfind('.'), path, name))
     throw SessionError(SessionError::kBadRequest, "\"" + target + "\" is not of the form node.param");
   trBase& node = Find(path);
+  const SessionScope scope(context_);
   const trString nameText = name;
   const trScopedErrorsWarningsContext context(&node, &nameText);
   const ErrorWatch errors;

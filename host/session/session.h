@@ -8,6 +8,7 @@
 
 #include "core/project.h"
 #include "host/base/log.h"
+#include "host/base/session_context.h"
 #include "host/session/session_error.h"
 
 namespace ovhost {
@@ -16,7 +17,9 @@ namespace ovhost {
 /// messages tell why. Thread-safe.
 OV_API int LoadModules();
 
-/// Main thread only.
+/// Works for the SessionContext that is current where it is made, which must outlive it: to have several
+/// sessions in a process, give each a context of its own and do what concerns its nodes within a
+/// SessionScope. What a session does itself it does there. One thread at a time.
 class OV_API Session {
  public:
   /// Loads the modules and the project. Throws a SessionError where a module is refused or the file is no
@@ -29,6 +32,7 @@ class OV_API Session {
   Session& operator=(const Session&) = delete;
 
   juProject& Project() { return *project_; }
+  SessionContext& Context() const { return context_; }
   /// The project as its file's bytes, hashed: equal projects render equal pictures.
   std::uint64_t Hash() const;
   /// The node of a path, or of a name that stands in the project once. Throws a SessionError where there is
@@ -50,6 +54,7 @@ class OV_API Session {
   void AssignJsonFile(const std::string& path) const;
 
  private:
+  SessionContext& context_ = SessionContext::Current();
   std::unique_ptr<juProject> project_;
 };
 

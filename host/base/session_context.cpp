@@ -1,0 +1,67 @@
+// The sessions that threads work for.
+#include "host/base/session_context.h"
+
+#include <algorithm>
+#include <thread>
+
+#include "core/messages.h"
+
+namespace {
+
+constexpr int kMaxThreads = 256;
+
+thread_local ovhost::SessionContext* current = nullptr;
+thread_local int threadsHere = 0;  ///< 0: as many as the session takes
+
+}  // namespace
+
+namespace ovhost {
+
+SessionContext& SessionContext::Current() {
+  // Never destroyed: threads may report to the very end of the process.
+  static SessionContext& process = *new SessionContext;
+  return current ? *current : process;
+}
+
+SessionScope::SessionScope(SessionContext& context) : outer_(current) { current = &context; }
+SessionScope::~SessionScope() { current = outer_; }
+
+ThreadsScope::ThreadsScope(int threads) : outer_(threadsHere) {
+  threadsHere = std::clamp(threads, 1, kMaxThreads);
+}
+ThreadsScope::~ThreadsScope() { threadsHere = outer_; }
+
+void SetNumThreads(int count) { SessionContext::Current().threads = std::clamp(count, 0, kMaxThreads); }
+
+void SetProgressSink(ProgressSink sink, void* context) {
+  SessionContext& session = SessionContext::Current();
+  session.progressSink = sink;
+  session.progressContext = context;
+}
+
+}  // namespace ovhost
+
+trThreadSession::trThreadSession() : context_(current), threads_(threadsHere) {}
+
+trThreadSession::Scope::Scope(const trThreadSession& session) : outer_(current), outerThreads_(threadsHere) {
+  current = session.context_;
+  threadsHere = session.threads_;
+}
+
+trThreadSession::Scope::~Scope() {
+  current = outer_;
+  threadsHere = outerThreads_;
+}
+
+int trNumCoresToUse() {
+  if (threadsHere > 0) return threadsHere;
+  if (const int threads = ovhost::SessionContext::Current().threads) return threads;
+  const unsigned cores = std::thread::hardware_concurrency();
+  return cores ? static_cast<int>(cores) : 1;
+}
+
+int trMaxThreads() {
+  // Nodes size their per-thread arrays when they are made, so the answer must hold whatever is set later.
+  static const int cores = static_cast<int>(std::thread::hardware_concurrency());
+  return std::max(kMaxThreads, cores) + 1;
+}

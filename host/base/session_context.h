@@ -1,0 +1,73 @@
+// What belongs to a session rather than to the process.
+//
+// Node code reports messages and progress without saying for whom, so each thread knows the session that it
+// works for. The main thread of a session says so by a SessionScope; the loops of parallel.h hand it on to
+// their workers, and code that starts threads of its own does so with a trThreadSession. A thread without a
+// scope works for the session of the process, which is all that a program with one project needs.
+#pragma once
+
+#include <atomic>
+#include <mutex>
+
+#include "core/ocio.h"
+#include "core/thread_session.h"
+#include "host/base/log.h"
+#include "host/base/progress.h"
+
+namespace ovhost {
+
+struct OV_API SessionContext {
+  SessionContext() = default;
+  SessionContext(const SessionContext&) = delete;
+  SessionContext& operator=(const SessionContext&) = delete;
+  /// That of the calling thread. Thread-safe.
+  static SessionContext& Current();
+
+  // Messages, by log.cpp. The mutex guards where they go.
+  std::mutex output;
+  LogFormat format = LogFormat::kText;
+  LogLevel lowestLevel = LogLevel::kMessage;
+  LogSink logSink = nullptr;
+  void* logContext = nullptr;
+  std::atomic<long> errors{0}, fileErrors{0}, warnings{0};
+
+  ProgressSink progressSink = nullptr;
+  void* progressContext = nullptr;
+
+  /// For renders and long jobs; 0 for all cores.
+  std::atomic<int> threads{0};
+  /// Of picture files: what trOcio::gProjectSettings stands for.
+  trOcio colours;
+  /// Held while heightfields are brought up to date: one request at a time.
+  std::recursive_mutex heightfieldTurn;
+  /// Networks that feed themselves are told of once a shader, and a few times at most.
+  std::atomic<const void*> lastTripped{nullptr};
+  std::atomic<int> trips{0};
+};
+
+/// While it lives, its thread works for the session. Per-thread state.
+class OV_API SessionScope {
+ public:
+  explicit SessionScope(SessionContext& context);
+  ~SessionScope();
+  SessionScope(const SessionScope&) = delete;
+  SessionScope& operator=(const SessionScope&) = delete;
+
+ private:
+  SessionContext* const outer_;
+};
+
+/// While it lives, long jobs of its thread, and of those that its loops take, take so many threads, whatever
+/// the session's number is. Per-thread state.
+class OV_API ThreadsScope {
+ public:
+  explicit ThreadsScope(int threads);
+  ~ThreadsScope();
+  ThreadsScope(const ThreadsScope&) = delete;
+  ThreadsScope& operator=(const ThreadsScope&) = delete;
+
+ private:
+  const int outer_;
+};
+
+}  // namespace ovhost
