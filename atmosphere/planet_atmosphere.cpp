@@ -181,10 +181,13 @@ void PlanetAtmosphere::FreeIntegrationData(trAtomicIntegrator&, void* rayData) {
   delete static_cast<AtmosphereRayData*>(rayData);
 }
 
-bool PlanetAtmosphere::IsRadiallySymmetric(trVector& centre, double& innerRadius, double& outerRadius) const {
-  if (shadowFunction_.LinkedNode(true)) return false;
-  centre = centre_;
-  innerRadius = std::max(0.0, radius_ + floor_);
-  outerRadius = std::max(0.0, radius_ + std::max(floor_, ceiling_));
-  return true;
+trVolumeShape PlanetAtmosphere::Shape() const {
+  trVolumeShape shape;
+  shape.centre = centre_;
+  shape.innerRadius = std::max(0.0, radius_ + floor_);
+  shape.outerRadius = std::max(0.0, radius_ + std::max(floor_, ceiling_));
+  shape.isSymmetric = true;
+  const trBase* shadow = shadowFunction_.LinkedNode(true);
+  shape.hasModulatedLight = shadow && shadow->IsTrue("is_shader");
+  return shape;
 }

@@ -21,11 +21,12 @@ class PlanetAtmosphere final : public trAtmosShader {
 
   /// Main thread only.
   long PrepareAtmosphere(trRenderingInterface& rendering) override;
-  /// Thread-safe, as are the next three.
+  /// Thread-safe, as are the next four.
   long AddRaySamples(trRenderState& state, trAtomicIntegrator& integrator, void*& rayData) override;
   long EvaluateRaySample(trRenderState& state, trAtmosSample& sample) override;
   void FreeIntegrationData(trAtomicIntegrator& integrator, void* rayData) override;
-  bool IsRadiallySymmetric(trVector& centre, double& innerRadius, double& outerRadius) const override;
+  double LightLeft(trRenderState& state, const trVector& point) override;
+  trVolumeShape Shape() const override;
 
  private:
   class ResetTweaksButton : public trGuiPushButton {
@@ -84,9 +85,8 @@ class PlanetAtmosphere final : public trAtmosShader {
   void EvaluateMedia(AtmosphereRayData& data, int first) const;
   void MeanDensities(const double* height, const double* lit, int count, double scaleHeight, double inverse,
                      double* density) const;
-  double ShadowFactor(trRenderState& state, const trVector& point) const;
   void AddLights(trRenderState& state, const trAtmosSample& sample, const AtmosphereRayData& data,
-                 AtmosphereSegment& segment, double stateQuality) const;
+                 AtmosphereSegment& segment, double stateQuality);
   void AddEnviro(trRenderState& state, int index, AtmosphereRayData& data, AtmosphereSegment& segment);
   trFCol ProgressiveEnviro(trRenderState& state, trVoxelLightingSystem& lighting, const trVector& point);
 

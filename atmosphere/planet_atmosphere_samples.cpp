@@ -165,7 +165,8 @@ void PlanetAtmosphere::EvaluateMedia(AtmosphereRayData& data, int first) const {
                                  static_cast<float>(tau[3 * i + 2]));
 }
 
-double PlanetAtmosphere::ShadowFactor(trRenderState& state, const trVector& point) const {
+double PlanetAtmosphere::LightLeft(trRenderState& state, const trVector& point) {
+  PrepareDerived();
   if (!derived_.shadowFunction) return 1.0;
   trShadingInterface& si = state.Shading();
   const trShadingGuard guard(si);
@@ -180,8 +181,9 @@ double PlanetAtmosphere::ShadowFactor(trRenderState& state, const trVector& poin
 
 void PlanetAtmosphere::AddLights(trRenderState& state, const trAtmosSample& sample,
                                  const AtmosphereRayData& data, AtmosphereSegment& segment,
-                                 double stateQuality) const {
-  const double shadow = ShadowFactor(state, segment.jittered);
+                                 double stateQuality) {
+  const bool isModulated = derived_.shadowFunction && state.CurrentRay().modulatesLight;
+  const double shadow = isModulated ? LightLeft(state, segment.jittered) : 1.0;
   const trVector spot(segment.lightSpot, segment.lightSpot, segment.lightSpot);
   const trRenderState::Ray& ray = state.CurrentRay();
   for (int i = 0; i < data.lightCount; ++i) {
@@ -191,8 +193,7 @@ void PlanetAtmosphere::AddLights(trRenderState& state, const trAtmosSample& samp
       const double c = Dot(Normalised(segment.jittered - centre_), light->Dir(segment.jittered));
       dim = std::pow(std::max(0.0, 0.5 + 0.5 * c), fakeDarkPower_) * Logistic(c * fakeDarkSharpness_);
     }
-    if (derived_.shadowFunction && (light->DoShadowsFromSurfaces() || light->DoShadowsFromAtmosphere()))
-      dim *= shadow;
+    if (isModulated && (light->DoShadowsFromSurfaces() || light->DoShadowsFromAtmosphere())) dim *= shadow;
 
     trFCol colour;
     if (ray.optimisedLighting) {

@@ -35,9 +35,12 @@ class OV_API trAtomicIntegrator {
     trFCol transmittance{1.0f};
     trFCol Colour() const { return direct + enviro; }
   };
-  /// Runs the volumes over the state's ray: samples, sorts, evaluates and composites. The volumes
-  /// records of the ray are kept for the next one.
-  Result Integrate(trRenderState& state, const std::vector<trAtmosShader*>& volumes);
+  /// Runs the volumes over the state's ray: samples, sorts, evaluates and composites. The volumes' records
+  /// are kept for later rays, also of other volumes.
+  Result Integrate(trRenderState& state, trAtmosShader* const* volumes, size_t count);
+  Result Integrate(trRenderState& state, const std::vector<trAtmosShader*>& volumes) {
+    return Integrate(state, volumes.data(), volumes.size());
+  }
   int NumSamples() const { return static_cast<int>(samples_.size()); }
   const trAtmosSample& Sample(int i) const { return samples_[i]; }
   /// Frees every volume's record. Called before the volumes may be changed or destroyed.
@@ -48,8 +51,35 @@ class OV_API trAtomicIntegrator {
     trAtmosShader* volume;
     void* rayData;
   };
+  void*& RecordOf(trAtmosShader* volume);
+
   std::vector<trAtmosSample> samples_;
   std::vector<int> order_;
   std::vector<Slot> slots_;
   trVector origin_, direction_;
+};
+
+/// The integrators of a render state: one for each ray that is asked for while another is integrated.
+/// Per-thread state.
+class OV_API trIntegratorStore {
+ private:
+  friend class trIntegratorLoan;
+  std::vector<std::unique_ptr<trAtomicIntegrator>> integrators_;
+  size_t numLent_ = 0;
+};
+
+/// An integrator of a state's own for one ray, also within the evaluation of another's samples; kept for the
+/// next that is lent, so nothing is allocated once each depth of nesting has been reached.
+class OV_API trIntegratorLoan {
+ public:
+  explicit trIntegratorLoan(trRenderState& state);
+  ~trIntegratorLoan() { --store_.numLent_; }
+  trIntegratorLoan(const trIntegratorLoan&) = delete;
+  trIntegratorLoan& operator=(const trIntegratorLoan&) = delete;
+  trAtomicIntegrator& operator*() const { return integrator_; }
+  trAtomicIntegrator* operator->() const { return &integrator_; }
+
+ private:
+  trIntegratorStore& store_;
+  trAtomicIntegrator& integrator_;
 };

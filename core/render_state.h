@@ -2,10 +2,12 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <vector>
 
 #include "core/shader.h"
 
+class trIntegratorStore;
 class trVoxelLightingSystem;
 class trRenderState;
 class trMaterial;
@@ -137,6 +139,9 @@ class OV_API trNoRenderServices : public trRenderServices {
 class OV_API trRenderState {
  public:
   trRenderState(trRenderServices& services, trShadingInterface& shading);
+  ~trRenderState();
+  trRenderState(const trRenderState&) = delete;
+  trRenderState& operator=(const trRenderState&) = delete;
 
   trShadingInterface& Shading() { return shading_; }
 
@@ -219,6 +224,8 @@ class OV_API trRenderState {
     bool tracesShadows = true;  ///< whether light in volumes is shadowed by surfaces
     bool limitsEnviro = true;   ///< no sky light in volumes from depth 3 on
     bool optimisedLighting = false;
+    bool modulatesLight = true;   ///< false: as if nothing took from lights by place, in volumes
+    bool filtersSky = true;       ///< false: sky light in volumes as if there were those with symmetry alone
     double quality = 1.0;         ///< 0 to 1: how much of the budget this ray deserves
     double pixelAngularSize = 0;  ///< radians
     double pixelFactor = 1.0;
@@ -271,6 +278,9 @@ class OV_API trRenderState {
     return services_.TraceInside(*this, origin, direction, distance);
   }
   std::uint64_t KeyOfKeptDraws() const { return services_.KeyOfKeptDraws(); }
+  /// Where trIntegratorLoan gets its integrators. They keep records of volumes, so a state goes before the
+  /// volumes that its rays met.
+  trIntegratorStore& Integrators();
   /// A unit draw of the render, both ends included.
   double Random() { return shading_.RandDouble(); }
 
@@ -281,6 +291,22 @@ class OV_API trRenderState {
   trTriSink* triSink_ = nullptr;
   Terminator terminator_;
   Outputs outputs_;
+  std::unique_ptr<trIntegratorStore> integrators_;
+};
+
+/// Puts a state's ray back, on every way out.
+class trRayGuard {
+ public:
+  explicit trRayGuard(trRenderState& state) : ray_(state.CurrentRay()), saved(ray_) {}
+  ~trRayGuard() { ray_ = saved; }
+  trRayGuard(const trRayGuard&) = delete;
+  trRayGuard& operator=(const trRayGuard&) = delete;
+
+ private:
+  trRenderState::Ray& ray_;
+
+ public:
+  const trRenderState::Ray saved;
 };
 
 /// Settings of global illumination that shaders ask for.

@@ -5,12 +5,15 @@
 // FinishRender come once a render, on the main thread.
 #pragma once
 
+#include <limits>
+
 #include "core/node.h"
 #include "core/shading.h"
 
 class trRenderingInterface;
 class trAtomicIntegrator;
 struct trAtmosSample;
+class trLightState;
 
 /// Base of all shaders. Declares `input_node` (shader link) and `enable` ahead of a class's own parameters.
 class OV_API trShader : public trBase {
@@ -125,6 +128,18 @@ class OV_API trGeometryShader : public trShader {
   trMatrix4x4<double> forward_, inverse_;
 };
 
+/// Where a volume lies, and what of it is the same in every direction round a centre. World space, metres.
+struct trVolumeShape {
+  trVector centre;
+  /// The shell that holds all of it.
+  double innerRadius = 0, outerRadius = std::numeric_limits<double>::infinity();
+  /// What it takes from light, and what it scatters of even light, depend on the distance from `centre`
+  /// alone: the host tabulates it.
+  bool isSymmetric = false;
+  /// Something takes from the lights by place before this volume scatters them: LightLeft tells how much.
+  bool hasModulatedLight = false;
+};
+
 /// A volume. The integrator asks it to break a ray into samples, sorts those of all volumes by depth, and
 /// asks for each to be evaluated in that order.
 class OV_API trAtmosShader : public trShader {
@@ -145,9 +160,20 @@ class OV_API trAtmosShader : public trShader {
   /// Destroys `rayData`; null is allowed. Thread-safe.
   virtual void FreeIntegrationData(trAtomicIntegrator& integrator, void* rayData);
 
-  /// The planet centre about which this volume is the same in every direction, if it is: the host then
-  /// tabulates the light that comes through it. Returns false where it isn't.
-  virtual bool IsRadiallySymmetric(trVector& centre, double& innerRadius, double& outerRadius) const;
+  /// By default a volume may lie anywhere and has no symmetry. Main thread only, before rendering.
+  virtual trVolumeShape Shape() const;
+  /// Of lights that cast shadows, the share that this volume still scatters at a point of the world, 0 to 1,
+  /// by what modulates its light there; 1 by default. EvaluateRaySample counts it where the ray
+  /// `modulatesLight`. Asked where the shape says hasModulatedLight, by those who have the volume's light
+  /// from tables made without. Thread-safe; leaves the state as it was.
+  virtual double LightLeft(trRenderState& state, const trVector& point);
+  /// What this volume lets through of a light on its way to a point of the world, 0 to 1 per channel; what
+  /// else stands between doesn't count. `spot` is the extent over which the answer may be shared, metres. By
+  /// default a march along the way with the state's draws. Asked of volumes without symmetry: at surfaces,
+  /// and for samples of all volumes while they are evaluated, this one's included. Thread-safe; leaves the
+  /// state as it was but for its draws.
+  virtual trFCol TransmittanceTowards(trRenderState& state, const trLightState& light, const trVector& point,
+                                      const trVector& spot);
 };
 
 /// A value node: no displacement, no shading.

@@ -311,14 +311,13 @@ TEST_F(Atmosphere, ShadowFunctionDimsAndLeavesNoTrace) {
   MakeWhite();
   Shading shade;
   ovhost::AttachChild(&node_, &shade, "shade");
-  trVector centre;
-  double inner, outer;
-  EXPECT_TRUE(node_.IsRadiallySymmetric(centre, inner, outer));
-  EXPECT_EQ(inner, kRadius - 16000);
-  EXPECT_EQ(outer, kRadius + 56000);
+  const trVolumeShape shape = node_.Shape();
+  EXPECT_TRUE(shape.isSymmetric && !shape.hasModulatedLight);
+  EXPECT_EQ(shape.innerRadius, kRadius - 16000);
+  EXPECT_EQ(shape.outerRadius, kRadius + 56000);
 
   Set("shadow_function", "shade");
-  EXPECT_FALSE(node_.IsRadiallySymmetric(centre, inner, outer));
+  EXPECT_TRUE(node_.Shape().isSymmetric && node_.Shape().hasModulatedLight);
   for (const bool throws : {false, true}) {
     shade.throws = throws;
     render_.Aim({0, kRadius, 0}, {0, kRadius + 1e5, 0});
@@ -336,6 +335,10 @@ TEST_F(Atmosphere, ShadowFunctionDimsAndLeavesNoTrace) {
     EXPECT_EQ(render_.state.CurrentRay().quality, 0.8);
   }
   shade.throws = false;
+  render_.Aim({0, kRadius, 0}, {0, kRadius + 1e5, 0});
+  render_.state.CurrentRay().modulatesLight = false;
+  const trAtomicIntegrator::Result unmodulated = Run();
+  EXPECT_NEAR(unmodulated.direct.r, 1 - unmodulated.transmittance.r, 1e-4);
   render_.sun.shadows = false;
   render_.Aim({0, kRadius, 0}, {0, kRadius + 1e5, 0});
   const trAtomicIntegrator::Result result = Run();

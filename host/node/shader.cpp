@@ -126,6 +126,7 @@ long trAtmosShader::PrepareAtmosphere(trRenderingInterface&) { return 1; }
 long trAtmosShader::AddRaySamples(trRenderState&, trAtomicIntegrator&, void*&) { return 1; }
 long trAtmosShader::EvaluateRaySample(trRenderState&, trAtmosSample&) { return 1; }
 void trAtmosShader::FreeIntegrationData(trAtomicIntegrator&, void*) {}
-bool trAtmosShader::IsRadiallySymmetric(trVector&, double&, double&) const { return false; }
+trVolumeShape trAtmosShader::Shape() const { return {}; }
+double trAtmosShader::LightLeft(trRenderState&, const trVector&) { return 1; }
 long trFunction::Displace(trShadingInterface&) { return 1; }
 long trFunction::Shade(trShadingInterface&) { return 1; }

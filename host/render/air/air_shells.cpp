@@ -19,10 +19,9 @@ constexpr double kLongest = 1e7;
 
 AirShells::AirShells(const std::vector<trAtmosShader*>& volumes) {
   for (const trAtmosShader* volume : volumes) {
-    Shell shell;
-    double inner;
-    if (volume->IsRadiallySymmetric(shell.centre, inner, shell.radius) && shell.radius > inner)
-      shells_.push_back(shell);
+    const trVolumeShape shape = volume->Shape();
+    if (shape.outerRadius > shape.innerRadius && std::isfinite(shape.outerRadius))
+      shells_.push_back({shape.centre, shape.outerRadius});
     else
       isEverywhere_ = true;
   }

@@ -55,15 +55,16 @@ trAtmosSample* trAtomicIntegrator::AddSample(trAtmosShader* owner, const trVecto
   return &sample;
 }
 
-trAtomicIntegrator::Result trAtomicIntegrator::Integrate(trRenderState& state,
-                                                         const std::vector<trAtmosShader*>& volumes) {
-  const auto isOf = [](const Slot& slot, const trAtmosShader* volume) { return slot.volume == volume; };
-  if (!std::equal(slots_.begin(), slots_.end(), volumes.begin(), volumes.end(), isOf)) {
-    FreeRayData();
-    for (trAtmosShader* volume : volumes) slots_.push_back({volume, nullptr});
-  }
+void*& trAtomicIntegrator::RecordOf(trAtmosShader* volume) {
+  for (Slot& slot : slots_)
+    if (slot.volume == volume) return slot.rayData;
+  return slots_.emplace_back(Slot{volume, nullptr}).rayData;
+}
+
+trAtomicIntegrator::Result trAtomicIntegrator::Integrate(trRenderState& state, trAtmosShader* const* volumes,
+                                                         size_t numVolumes) {
   Begin(state);
-  for (Slot& slot : slots_) slot.volume->AddRaySamples(state, *this, slot.rayData);
+  for (size_t i = 0; i < numVolumes; ++i) volumes[i]->AddRaySamples(state, *this, RecordOf(volumes[i]));
 
   // By depth, and in the order of adding at equal depth. One volume's samples come in order already.
   const size_t count = samples_.size();
@@ -99,4 +100,25 @@ trAtomicIntegrator::Result trAtomicIntegrator::Integrate(trRenderState& state,
 void trAtomicIntegrator::FreeRayData() {
   for (Slot& slot : slots_) slot.volume->FreeIntegrationData(*this, slot.rayData);
   slots_.clear();
+}
+
+trIntegratorLoan::trIntegratorLoan(trRenderState& state)
+    : store_(state.Integrators()), integrator_([this]() -> trAtomicIntegrator& {
+        auto& all = store_.integrators_;
+        if (store_.numLent_ == all.size()) all.push_back(std::make_unique<trAtomicIntegrator>());
+        return *all[store_.numLent_++];
+      }()) {}
+
+trFCol trAtmosShader::TransmittanceTowards(trRenderState& state, const trLightState& light,
+                                           const trVector& point, const trVector&) {
+  const trRayGuard guard(state);
+  trRenderState::Ray& ray = state.CurrentRay();
+  double distance;
+  ray.origin = point;
+  ray.end = light.TracePos(point, distance);
+  ray.depth = guard.saved.depth + 1;
+  ray.wantsColour = false;
+  trIntegratorLoan integrator(state);
+  trAtmosShader* const self = this;
+  return integrator->Integrate(state, &self, 1).transmittance;
 }

@@ -40,13 +40,12 @@ trVector HemisphereDirection(int i, int n, const trVector& up) {
 void SkyTables::BuildTransmittance(const std::vector<trAtmosShader*>& volumes, trRenderServices& services) {
   symmetric_ = false;
   for (size_t i = 0; i < volumes.size(); ++i) {
-    trVector centre;
-    double inner, outer;
-    if (!volumes[i]->IsRadiallySymmetric(centre, inner, outer) || !(outer > inner)) return;
-    if (i > 0 && centre != centre_) return;
-    centre_ = centre;
-    inner_ = i ? std::fmin(inner_, inner) : inner;
-    outer_ = i ? std::fmax(outer_, outer) : outer;
+    const trVolumeShape shape = volumes[i]->Shape();
+    if (!shape.isSymmetric || shape.hasModulatedLight || !(shape.outerRadius > shape.innerRadius)) return;
+    if (i > 0 && shape.centre != centre_) return;
+    centre_ = shape.centre;
+    inner_ = i ? std::fmin(inner_, shape.innerRadius) : shape.innerRadius;
+    outer_ = i ? std::fmax(outer_, shape.outerRadius) : shape.outerRadius;
   }
   if (volumes.empty() || !(std::fabs(outer_) + centre_.Length() < kFarthest)) return;
   symmetric_ = true;

@@ -37,8 +37,6 @@ LightWalk::LightWalk(LitScene& scene, const PathSettings& settings, PathCounters
       pieces_(scene, shading_),
       shadows_(scene) {}
 
-LightWalk::~LightWalk() { integrator_.FreeRayData(); }
-
 void LightWalk::Follow(const Start& start, const SurfacePoint& point, const trBsdf& bsdf,
                        const trFCol& opacity, CameraSample& result) {
   result_ = &result;
@@ -297,18 +295,13 @@ bool LightWalk::AddTabulatedSky(bool isHit) {
 
 trFCol LightWalk::Air(double distance) {
   if (scene_.Volumes().empty()) return trFCol(1.0f);
-  trRenderState::Ray& ray = shading_.state.CurrentRay();
-  ray = trRenderState::Ray();
-  ray.origin = origin_ + scene_.View().eye;
-  ray.end = ray.origin + direction_ * distance;
   // Mirrors see the air as sharp as the eye does, and volumes drop light by depth.
-  ray.depth = IsDirect() ? 1 : 2 + std::max(diffuseBounces_ - 1, 0);
-  ray.quality = std::max(spread_, opening_) < kBlurredSpread ? 1.0 : 0.0;
-  ray.pixelAngularSize = scene_.View().PixelAngularSize();
+  const int depth = IsDirect() ? 1 : 2 + std::max(diffuseBounces_ - 1, 0);
+  const bool isSharp = std::max(spread_, opening_) < kBlurredSpread;
   shading_.si.Random() = {MixBits64(random_ + 0x100 + depth_ + sheets_)};
-  integrator_.Begin(shading_.state);
-  const trAtomicIntegrator::Result air = integrator_.Integrate(shading_.state, scene_.Volumes());
-  counters_.volumeSamples += integrator_.NumSamples();
+  const trAtomicIntegrator::Result air =
+      scene_.AirAlong(shading_.state, origin_ + scene_.View().eye, direction_, distance, depth, isSharp,
+                      counters_.volumeSamples);
   if (IsDirect()) {
     const trFCol light = FiniteOrBlack(throughput_ * air.Colour());
     result_->atmosphere += light;

@@ -16,7 +16,6 @@ namespace ovhost {
 class OV_API LightWalk {
  public:
   LightWalk(LitScene& scene, const PathSettings& settings, PathCounters& counters);
-  ~LightWalk();
 
   /// Where a path comes from when it meets the first surface that is not just diffuse.
   struct Start {
@@ -74,7 +73,6 @@ class OV_API LightWalk {
   ShadingContext shading_;
   PieceShading pieces_;
   ShadowRays shadows_;
-  trAtomicIntegrator integrator_;
   LobeSet lobes_;
 
   // The path in hand

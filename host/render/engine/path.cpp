@@ -32,25 +32,6 @@ PathTracer::PathTracer(LitScene& scene, const PathSettings& settings)
       roulette_(settings, scene),
       walk_(scene, settings, counters_) {}
 
-PathTracer::~PathTracer() { integrator_.FreeRayData(); }
-
-trAtomicIntegrator::Result PathTracer::Air(const trVector& origin, const trVector& direction, double distance,
-                                           int depth) {
-  if (scene_.Volumes().empty()) return {};
-  trRenderState::Ray& ray = shading_.state.CurrentRay();
-  ray = trRenderState::Ray();
-  ray.origin = origin;
-  ray.end = origin + direction * distance;
-  ray.depth = depth;
-  // What a diffuse bounce sees is averaged over the hemisphere: few samples do.
-  ray.quality = depth == 1 ? 1.0 : 0.0;
-  ray.pixelAngularSize = scene_.View().PixelAngularSize();
-  integrator_.Begin(shading_.state);
-  const trAtomicIntegrator::Result result = integrator_.Integrate(shading_.state, scene_.Volumes());
-  counters_.volumeSamples += integrator_.NumSamples();
-  return result;
-}
-
 trAtomicIntegrator::Result PathTracer::CameraAir(const trVector& direction, double distance) {
   const trVector& eye = scene_.View().eye;
   const AirShells::Way way = shells_.WayOf(eye, direction, distance, scene_.View().PixelAngularSize());
@@ -58,7 +39,8 @@ trAtomicIntegrator::Result PathTracer::CameraAir(const trVector& direction, doub
   for (int i = 0; i < sharedCount_; ++i)
     if (std::fabs(sharedAir_[i].distance - distance) <= way.tolerance) return sharedAir_[i].air;
   SharedAir& entry = sharedAir_[sharedCount_++];
-  entry = {distance, Air(eye, direction, distance, 1)};
+  entry = {distance,
+           scene_.AirAlong(shading_.state, eye, direction, distance, 1, true, counters_.volumeSamples)};
   return entry.air;
 }
 
@@ -321,8 +303,10 @@ bool PathTracer::FollowRay(Path& path, int depth) {
     AddIndirect(path, path.throughput * sky);
     return false;
   }
+  // What a diffuse bounce sees is averaged over the hemisphere: blurred air does.
   const trAtomicIntegrator::Result air =
-      Air(from, path.direction, isHit ? path.hit.distance : scene_.FarDistance(), depth);
+      scene_.AirAlong(shading_.state, from, path.direction, isHit ? path.hit.distance : scene_.FarDistance(),
+                      depth, false, counters_.volumeSamples);
   AddIndirect(path, path.throughput * air.Colour());
   if (!isHit) return false;
   path.throughput *= air.transmittance;

@@ -26,7 +26,6 @@ class OV_API PixelEngine {
 class OV_API PathTracer : public PixelEngine {
  public:
   PathTracer(LitScene& scene, const PathSettings& settings);
-  ~PathTracer() override;
 
   void SamplePixel(int x, int y, std::uint32_t begin, std::uint32_t end, CameraSample* results) override;
   PathCounters Counters() const override { return counters_; }
@@ -96,12 +95,9 @@ class OV_API PathTracer : public PixelEngine {
   trFCol DirectLight(const Surface& surface, const tr2Vector& draw);
   /// The air along a camera ray, taken over from an earlier sample of the pixel where that saw the same.
   trAtomicIntegrator::Result CameraAir(const trVector& direction, double distance);
-  trAtomicIntegrator::Result Air(const trVector& origin, const trVector& direction, double distance,
-                                 int depth);
 
   ShadingContext shading_;
   PieceShading pieces_;
-  trAtomicIntegrator integrator_;
   AirShells shells_;
   Roulette roulette_;
   LightWalk walk_;

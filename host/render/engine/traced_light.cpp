@@ -55,8 +55,6 @@ TracedLight::TracedLight(LitScene& scene, const TraceSettings& settings, Indirec
   airShading_.SetThread(ThreadSlot());
 }
 
-TracedLight::~TracedLight() { integrator_.FreeRayData(); }
-
 void TracedLight::Follow(const Start& start, CameraSample& result) {
   sampler_ = start.sampler;
   random_ = start.random;
@@ -83,19 +81,10 @@ LightLayers TracedLight::See(Ray ray, double& distance) {
 
 trAtomicIntegrator::Result TracedLight::Air(const Ray& ray, double distance) {
   if (scene_.Volumes().empty()) return {};
-  trRenderState::Ray& inAir = air_.CurrentRay();
-  inAir = trRenderState::Ray();
-  inAir.origin = ray.origin + scene_.View().eye;
-  inAir.end = inAir.origin + ray.direction * distance;
-  // Mirrors see the air as sharp as the eye does, and volumes drop light by depth.
-  inAir.depth = ray.depth == 1 ? 1 : 2;
-  inAir.quality = ray.spread < kBlurredSpread ? 1.0 : 0.0;
-  inAir.pixelAngularSize = scene_.View().PixelAngularSize();
   airShading_.Random() = {MixBits64(random_ + 0x100 + ++numShaded_)};
-  integrator_.Begin(air_);
-  const trAtomicIntegrator::Result air = integrator_.Integrate(air_, scene_.Volumes());
-  counters_.volumeSamples += integrator_.NumSamples();
-  return air;
+  // Mirrors see the air as sharp as the eye does, and volumes drop light by depth.
+  return scene_.AirAlong(air_, ray.origin + scene_.View().eye, ray.direction, distance,
+                         ray.depth == 1 ? 1 : 2, ray.spread < kBlurredSpread, counters_.volumeSamples);
 }
 
 bool TracedLight::Travel(const Ray& ray, SurfaceHit& hit, trFCol& left, LightLayers& sum,

@@ -25,7 +25,6 @@ class OV_API TracedLight final : public trRenderServices {
  public:
   TracedLight(LitScene& scene, const TraceSettings& settings, IndirectLight& indirect,
               PathCounters& counters);
-  ~TracedLight() override;
 
   /// A camera ray that met something, and how much of it is left there.
   struct Start {
@@ -207,7 +206,6 @@ class OV_API TracedLight final : public trRenderServices {
   PieceShading pieces_;
   trShadingInterface airShading_;
   trRenderState air_;
-  trAtomicIntegrator integrator_;
   LobeSet lobes_;
   std::vector<std::unique_ptr<Level>> levels_;  ///< by depth, made when first used
   Level* inHand_ = nullptr;

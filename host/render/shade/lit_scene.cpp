@@ -33,17 +33,8 @@ trFCol LitScene::Trace(trRenderState& state, const trVector& origin, const trVec
   // Light along a ray without the surface's own network: the air, and ground of middling albedo behind it.
   double distance = FarDistance();
   const trFCol leaving = GroundRadiance(origin, direction, distance);
-  trAtomicIntegrator integrator;
-  const trRenderState::Ray saved = state.CurrentRay();
-  trRenderState::Ray& ray = state.CurrentRay();
-  ray.origin = origin;
-  ray.end = origin + direction * distance;
-  ray.depth = saved.depth + 1;
-  ray.wantsColour = true;
-  integrator.Begin(state);
-  const trAtomicIntegrator::Result air = integrator.Integrate(state, volumes_);
-  integrator.FreeRayData();
-  state.CurrentRay() = saved;
+  const trAtomicIntegrator::Result air =
+      MarchBetween(state, volumes_, origin, origin + direction * distance, true);
   return air.Colour() + air.transmittance * leaving;
 }
 
@@ -53,18 +44,7 @@ trFCol LitScene::TraceOpacity(trRenderState& state, const trVector& from, const 
   if (state.CurrentRay().tracesShadows && !accel_->IsEmpty() && length > 0 &&
       accel_->Occluded(from - View().eye, path * (1 / length), 1e-3, length))
     return trFCol(1.0f);
-  trAtomicIntegrator integrator;
-  const trRenderState::Ray saved = state.CurrentRay();
-  trRenderState::Ray& ray = state.CurrentRay();
-  ray.origin = from;
-  ray.end = to;
-  ray.depth = saved.depth + 1;
-  ray.wantsColour = false;
-  integrator.Begin(state);
-  const trAtomicIntegrator::Result air = integrator.Integrate(state, volumes_);
-  integrator.FreeRayData();
-  state.CurrentRay() = saved;
-  return trFCol(1.0f) - air.transmittance;
+  return trFCol(1.0f) - MarchBetween(state, volumes_, from, to, false).transmittance;
 }
 
 trFCol LitScene::DirectDiffuse(trRenderState& state, const trVector& point, const trVector& normal) {

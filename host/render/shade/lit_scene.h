@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "core/atmosphere.h"
+#include "host/render/air/air_march.h"
 #include "host/render/air/bounce_sky.h"
 #include "host/render/air/sky_tables.h"
 #include "host/render/shade/sun_light.h"
@@ -53,6 +54,13 @@ class OV_API LitScene : public trRenderServices {
   const trFCol& SkyOnSurfaces() const { return skyOnSurfaces_; }
   /// Whether there is anything that shadow rays may get through.
   bool HasSeeThrough() const { return hasSeeThrough_; }
+  /// The air along a ray of an engine, which becomes the state's ray in hand. `samples` counts.
+  trAtomicIntegrator::Result AirAlong(trRenderState& state, const trVector& origin, const trVector& direction,
+                                      double distance, int depth, bool isSharp,
+                                      std::uint64_t& samples) const {
+    return MarchAir(state, volumes_, {origin, direction, distance, depth, isSharp, View().PixelAngularSize()},
+                    samples);
+  }
   /// Where a ray that hits nothing ends: past every volume.
   double FarDistance() const { return 1e9; }
 

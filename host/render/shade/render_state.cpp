@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "core/atmosphere.h"
 #include "core/idioms.h"
 #include "core/scene.h"
 
@@ -21,6 +22,13 @@ void MoveSample(trShadingInterface& si, bool moveTexture, const trVector* point,
 trRenderState::trRenderState(trRenderServices& services, trShadingInterface& shading)
     : services_(services), shading_(shading) {
   shading_.SetRenderState(this);
+}
+
+trRenderState::~trRenderState() = default;
+
+trIntegratorStore& trRenderState::Integrators() {
+  if (!integrators_) integrators_ = std::make_unique<trIntegratorStore>();
+  return *integrators_;
 }
 
 long trRenderState::PushTri(const trScene& scene, long tri) {

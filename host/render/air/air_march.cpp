@@ -1,0 +1,35 @@
+// All volumes along a ray.
+#include "host/render/air/air_march.h"
+
+namespace ovhost {
+
+trAtomicIntegrator::Result MarchAir(trRenderState& state, const std::vector<trAtmosShader*>& volumes,
+                                    const AirRay& ray, std::uint64_t& samples) {
+  if (volumes.empty()) return {};
+  trRenderState::Ray& inHand = state.CurrentRay();
+  inHand = trRenderState::Ray();
+  inHand.origin = ray.origin;
+  inHand.end = ray.origin + ray.direction * ray.distance;
+  inHand.depth = ray.depth;
+  inHand.quality = ray.isSharp ? 1.0 : 0.0;
+  inHand.pixelAngularSize = ray.pixelAngle;
+  const trIntegratorLoan integrator(state);
+  const trAtomicIntegrator::Result result = integrator->Integrate(state, volumes);
+  samples += integrator->NumSamples();
+  return result;
+}
+
+trAtomicIntegrator::Result MarchBetween(trRenderState& state, const std::vector<trAtmosShader*>& volumes,
+                                        const trVector& from, const trVector& to, bool wantsColour) {
+  if (volumes.empty()) return {};
+  const trRayGuard guard(state);
+  trRenderState::Ray& ray = state.CurrentRay();
+  ray.origin = from;
+  ray.end = to;
+  ray.depth = guard.saved.depth + 1;
+  ray.wantsColour = wantsColour;
+  const trIntegratorLoan integrator(state);
+  return integrator->Integrate(state, volumes);
+}
+
+}  // namespace ovhost
