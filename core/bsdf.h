@@ -7,11 +7,11 @@
 class trGeomGroup;
 class trShader;
 
-/// What fills the inside of a transparent surface.
+/// What fills the inside of a transparent surface. Where nothing scatters, light is absorbed twice over.
 struct trMedium {
-  double decayDistance = -1;  ///< metres after which white light has the decay tint; negative: no absorption
-  trFCol decayTint{1.0f};
-  double volumeDensity = 0;
+  double decayDistance = -1;  ///< metres after which 1/e is left in a channel of tint 1; negative: all is
+  trFCol decayTint{1.0f};     ///< share of that distance a channel: the darker, the sooner absorbed
+  double volumeDensity = 0;   ///< scattering events in a decay distance
   trFCol volumeColour;
   trShader* volumeColourFunction = nullptr;  ///< evaluated inside the volume, where not null
   int method = 0;  ///< 0 hard surface, 1 scatter towards the normal, 2 scatter in all directions

@@ -162,7 +162,7 @@ class trMask {
       colour = si.RenderState().CallShaderCd(shader, true, &fitted, nullptr);
     else
       colour = shader->FColValueTS(si);
-    m = Luminance(colour);
+    m = Luminance(Tamed(colour));
     if (invert_) m = 1.0f - m;
     return true;
   }

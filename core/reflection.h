@@ -40,8 +40,8 @@ OV_API trFCol trSpecularGGX(const trFCol& s, const trFCol& c, const trFCol& ior,
                             const trVector& l, const trVector& v, double a, double invTweak, double a2,
                             double f);
 
-/// How much light the facets of a rough surface pass to each other before it leaves, against what leaves at
-/// once: grows with the squared roughness. 0 for the older models.
+/// How many parts of light leave a rough surface by two facets for each part that leaves by one, as
+/// trRoughReflectance counts them: grows with the squared roughness. 0 for the older models.
 inline float trInterreflection(int model, float a2) {
   if (model < 2) return 0;
   return std::min(model == 3 ? 1.4f * a2 : a2, 1e12f);
@@ -52,9 +52,10 @@ struct trRoughReflectanceTerms {
   trFCol base, edge, fresnel;
   trFCol Total() const { return base + (edge - base) * fresnel; }
 };
-/// Of what facets pass to each other, each pass keeps the reflectance's share (`f` stands for Fresnel's):
-/// surfaces that absorb lose more light the rougher they are, white ones none. `kappa` is trInterreflection;
-/// at 0 the terms are S, C and F unchanged.
+/// The mean of one part reflected once and `kappa` (trInterreflection) parts reflected twice, `f` standing
+/// for Fresnel's share the second time: rough surfaces are darker and more saturated, but where S and C
+/// are 1. It makes up for nothing that shadowing takes off a lobe. At a kappa of 0 the terms are S, C and F
+/// unchanged.
 inline trRoughReflectanceTerms trRoughReflectance(const trFCol& s, const trFCol& c, float fresnel, float f,
                                                   float kappa) {
   trRoughReflectanceTerms terms{s, c, trFCol(fresnel)};

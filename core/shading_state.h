@@ -1,4 +1,4 @@
-// A shading state of one's own, for nodes that evaluate shaders outside a render.
+// Shading states of one's own, for nodes that evaluate shaders outside a render.
 #pragma once
 
 #include "core/render_state.h"
@@ -15,4 +15,18 @@ class trShadingState {
   trNoRenderServices services_;
   trShadingInterface shading_;
   trRenderState state_;
+};
+
+/// A state that sees shaders as a render of the project's current frame would: from its camera, and started.
+/// While it lives, the shaders of the project are started that no render has started yet. Per-thread state,
+/// made and destroyed on the main thread or where all others wait.
+class OV_API trSamplingState : public trShadingState {
+ public:
+  /// `node` is any node of the project.
+  explicit trSamplingState(const trBase& node);
+  ~trSamplingState();
+
+ private:
+  trView view_;
+  std::vector<trShader*> started_;
 };

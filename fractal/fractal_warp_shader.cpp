@@ -64,12 +64,12 @@ void FractalWarpShader::Warp(trShadingInterface& si) const {
   if (scale_ <= kTiny || std::fabs(warpAmount_) <= kTiny) return;
   const double inverseScale = 1 / scale_;
   float mask = 1;
-  if (!mask_.Evaluate(si, inverseScale, mask) || std::fabs(mask) <= kTiny) return;
+  if (!mask_.Evaluate(si, inverseScale, mask) || !(mask > kTiny)) return;
 
   Loop loop{mask, 0, -1};
   if (obeySmoothingFilter_) loop.footprint = (si.SmoothSize() - kTiny) * inverseScale;
   if (auto* const filter = LinkedShader(scaleFilter_)) {
-    loop.modulator = std::pow(1e-6, 1.0 - Luminance(filter->FColValueTS(si)));
+    loop.modulator = std::pow(1e-6, 1.0 - Luminance(Tamed(filter->FColValueTS(si))));
     if (loop.modulator <= kTiny) return;
   }
 
@@ -113,7 +113,8 @@ tr2Vector FractalWarpShader::WarpOffset(double x0, double z0, const Loop& loop) 
     x += weight * (isFiltered ? trLerpNoise3_SmoothXY(a, filter) : trLerpNoise3(a));
     z += weight * (isFiltered ? trLerpNoise3_SmoothXY(c, filter) : trLerpNoise3(c));
   }
-  return {(x - x0) / variation_ * warpAmount_ * loop.mask, (z - z0) / variation_ * warpAmount_ * loop.mask};
+  const double variation = Variation();
+  return {(x - x0) / variation * warpAmount_ * loop.mask, (z - z0) / variation * warpAmount_ * loop.mask};
 }
 
 double FractalWarpShader::Weight(int octave, double frequency, const Loop& loop) const {
@@ -125,9 +126,8 @@ void FractalWarpShader::BuildTables() const {
   const std::lock_guard<std::mutex> lock(tablesMutex_);
   if (!tablesDirty_.load(std::memory_order_relaxed)) return;
   const double ratio = roughness_ > 1e-12 ? std::pow(2.0, -1 / roughness_) : 0;
-  const double step = variation_ != 0 ? variation_ : 2e-12;
   for (int k = kMaxOctaves - 1; k >= 0; --k) {
-    warpStep_[k] = std::pow(ratio, k) * step;
+    warpStep_[k] = std::pow(ratio, k) * Variation();
     warpWeight_[k] = StepWeight(warpStep_[k], std::ldexp(1.0, k) * 0.5 * warpAmount_);
   }
   tablesDirty_.store(false, std::memory_order_release);

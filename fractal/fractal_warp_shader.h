@@ -25,6 +25,8 @@ class FractalWarpShader : public trSurfaceShader {
   void Warp(trShadingInterface& si) const;
   tr2Vector WarpOffset(double x, double z, const Loop& loop) const;
   double Weight(int octave, double frequency, const Loop& loop) const;
+  /// What the walk over the octaves is scaled by, and its sum divided by: nothing to divide by is left out.
+  double Variation() const { return std::max(variation_, 1e-6); }
   void BuildTables() const;
 
   double scale_ = 1000, warpAmount_ = 1, variation_ = 1.5, roughness_ = 1;

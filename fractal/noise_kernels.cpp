@@ -253,23 +253,39 @@ struct ColourWeights {
   double relative[kMaxOctaves];   ///< the feature size over the octave's wavelength, at most 1
 };
 
+/// The tails of a cloud's octaves, the first with a feature of `relative` lead-in wavelengths. They are made
+/// from their logarithms: with a roughness near 0 they begin beyond any range and fall back into it.
+inline void FindTails(const FractalSettings& s, const FractalDerived& derived, double relative, int count,
+                      double (&tail)[kMaxOctaves]) {
+  const double fall = s.colourRoughness > 0.0 ? -kLogLacunarity / s.colourRoughness
+                                              : -std::numeric_limits<double>::infinity();
+  double log = std::clamp(-derived.invColourRoughness * Log1(relative), -1e300, 1e300);
+  for (double& entry : tail) {
+    entry = log;
+    log += fall;
+  }
+  const Lanes d;
+  for (int i = 0; i < count; i += static_cast<int>(hn::Lanes(d)))
+    hn::StoreU(Exp(d, hn::LoadU(d, tail + i)), d, tail + i);
+}
+
 inline void WeighOctaves(const FractalSettings& s, const FractalDerived& d, trShadingInterface& si, int count,
                          ColourWeights& w) {
   const double cloudScale = si.DEV_CloudFeatureScalar();
   double y = cloudScale * s.featureScale * d.leadInFrequency;
   const bool tailed = cloudScale < 1.0;
-  double tail = tailed ? Exp1(-d.invColourRoughness * Log1(y)) : 0.0;
+  double tail[kMaxOctaves];
+  if (tailed) FindTails(s, d, y, count, tail);
   for (int i = 0; i < count; ++i) {
     const double relative = std::min(y, 1.0);
     double u = 1.0;
     if (s.dampLeadIn)
       u = std::max(relative * 1.1 - 0.1, 0.0) * (1.0 - s.dampLeadInDryMix) + s.dampLeadInDryMix;
-    const double m = tailed ? std::min(u, tail) * d.flatColourAmpTable[i] : u * d.colourAmpTable[i];
+    const double m = tailed ? std::min(u, tail[i]) * d.flatColourAmpTable[i] : u * d.colourAmpTable[i];
     w.damping[i] = u;
     w.relative[i] = relative;
     w.amplitude[i] = m + si.DEV_FractalTailBoost();
     y *= kLacunarity;
-    tail *= d.colourAmpRatio;
   }
 }
 

@@ -67,7 +67,8 @@ long PowerFractalShaderV3Base::Shade(trShadingInterface& si) {
   if (!mask_.Evaluate(si, SafeReciprocal(settings_.featureScale), mask)) return 0;
   if (mask == 0.0f) return 1;
 
-  const float t = static_cast<float>(EvaluateFractalColour(settings_, derived_, si, mask));
+  // Wild settings give numbers that no float holds.
+  const float t = Tamed(static_cast<float>(EvaluateFractalColour(settings_, derived_, si, mask)));
   float weight = 0.0f;
   trFCol colour;
   if (applyHighColour_) {
@@ -81,10 +82,10 @@ long PowerFractalShaderV3Base::Shade(trShadingInterface& si) {
   const trFCol alpha(weight * mask);
   if (alpha.IsBlack()) return 1;
   colour = colour * mask * static_cast<float>(si.DEV_FractalMultiplier());
-  si.Cutil() = si.Cutil() * (trFCol(1.0f) - alpha) + colour;
+  si.Cutil() = Tamed(si.Cutil() * (trFCol(1.0f) - alpha) + colour);
   if (si.doCo()) {
     si.Bsdf().Scale(trFCol(1.0f) - alpha);
-    si.Bsdf().AddLambert(colour);
+    si.Bsdf().AddLambert(Tamed(colour));
   }
   return 1;
 }

@@ -59,11 +59,11 @@ void HeightfieldShader_PreviewHandler::MoveHandleRotationT(const trVector& delta
 HeightfieldShaderBase::HeightfieldShaderBase() = default;
 
 trHeightfield* HeightfieldShaderBase::Field() const {
-  return dynamic_cast<trHeightfield*>(heightfield_.LinkedNode());
+  return static_cast<trHeightfield*>(heightfield_.LinkedNode());
 }
 
 trHeightfield* HeightfieldShaderBase::MaskField() const {
-  return dynamic_cast<trHeightfield*>(blendingHeightfield_.LinkedNode());
+  return static_cast<trHeightfield*>(blendingHeightfield_.LinkedNode());
 }
 
 void HeightfieldShaderBase::DeclareMasks() {

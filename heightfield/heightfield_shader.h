@@ -50,6 +50,7 @@ class HeightfieldShaderBase : public trSurfaceShader {
   unsigned char HasDisplacement() override { return 1; }
   unsigned char HasShade() override { return applyColour_; }
 
+  /// The field linked; who declares to be a heightfield is one.
   trHeightfield* Field() const;
   /// Whether the mask by heightfield is on and leads nowhere.
   bool LacksMask() const { return blendByHeightfield_ && !MaskField(); }

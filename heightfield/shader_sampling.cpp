@@ -86,8 +86,7 @@ void ShaderSampling::SampleRow(trShader& shader, trShadingInterface& si, long ro
 }
 
 bool ShaderSampling::InOrder(trShader& shader, const trString& text) {
-  trShadingState state;
-  state.ShadingInterface().SetFrame(static_cast<float>(field_.GetCurrentFrame()));
+  trSamplingState state(field_);
   const long rows = field_.HfYPnts();
   unsigned long token = 0;
   for (long row = 0; row < rows; ++row) {

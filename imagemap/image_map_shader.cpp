@@ -202,5 +202,7 @@ long ImageMapShader::StartRender(trRenderingInterface& rendering) {
   const auto* view = camera ? static_cast<const trView*>(camera->RequestMember("view")) : nullptr;
   hasCameraView_ = view != nullptr;
   if (view) cameraView_ = *view;
+  if (projection_ == kCamera && IsEnabled() && !view && !rendering.PMainView())
+    trWarning("The image is projected through a camera, but there is none.");
   return trSurfaceShader::StartRender(rendering);
 }

@@ -35,10 +35,10 @@ trFCol AsColour(const trVector& v) {
   return {static_cast<float>(v.x), static_cast<float>(v.y), static_cast<float>(v.z)};
 }
 
-/// The pixel that a coordinate lies in; a flipped edge lies just past the last one.
+/// The pixel that a coordinate lies in; a flipped edge lies just past the last one. No number counts as 0.
 const unsigned char* NearestPixel(const trImage& image, double x, double y) {
   const auto index = [](double at, int size) {
-    return static_cast<int>(std::clamp(std::floor(at), 0.0, size - 1.0));
+    return static_cast<int>(std::fmin(std::fmax(std::floor(at), 0.0), size - 1.0));
   };
   return image.PixelAt(index(x, image.width), index(y, image.height));
 }
@@ -126,7 +126,7 @@ long ImageMapShader::Displace(trShadingInterface& si) {
     trFCol c = (asColour ? smooth_ : smoothDisp_) ? image_->FColLookupSmooth(x, y, repeatX_, repeatY_)
                                                   : image_->FColFromPixel(NearestPixel(*image_, x, y));
     if (asColour ? toLinear_ : dispToLinear_) c = WithGamma(c, asColour ? gamma_ : dispGamma_);
-    height = Luminance(c) * amplitude_;
+    height = Luminance(Tamed(c)) * amplitude_;
   }
   si.P() += si.N() * ((height + displacementOffset_) * m);
   return 1;
@@ -188,6 +188,7 @@ long ImageMapShader::Shade(trShadingInterface& si) {
 
   if (multiply_) colour *= AsColour(multiplier_);
   if (offset_) colour += AsColour(offsetValue_);
+  colour = Tamed(colour);
   si.Cutil() += m * (colour - si.Cutil());
   if (si.doCo() && !si.Oo_surf().IsBlack()) {
     si.Bsdf().Scale(one - m);

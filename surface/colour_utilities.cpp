@@ -225,6 +225,7 @@ long DistanceShader::Shade(trShadingInterface& si) {
   const trVector away = q - origin;
   const double distance = mode_ == 1 ? Dot(away, axis) : away.Length();
   double t = GuardedDivide(distance - nearDistance_, farDistance_ - nearDistance_);
+  t = std::fmin(std::fmax(t, -1e12), 1e12);
   if (clampFar_) t = std::min(t, 1.0);
   if (clampNear_) t = std::max(t, 0.0);
 

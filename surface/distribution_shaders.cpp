@@ -21,7 +21,8 @@ trFCol DistributionBase::LegacyBroken(trShadingInterface& si, double cover, trSh
   trFCol e;
   const double c = breakup_.contrast;
   if (fractal) e = breakup_.Offset(si, *fractal);
-  return e * static_cast<float>(c) + trFCol(static_cast<float>((cover - 0.5) * (2 * c + 1) + 0.5));
+  return e * Tamed(static_cast<float>(c)) +
+         trFCol(Tamed(static_cast<float>((cover - 0.5) * (2 * c + 1) + 0.5)));
 }
 
 long DistributionBase::Displace(trShadingInterface& si) {
@@ -47,11 +48,15 @@ long DistributionBase::Shade(trShadingInterface& si) {
   if (mask.IsBlack()) return 1;
 
   if (trShader* const children = ChildLayers()) {
+    const auto shade = [&] {
+      si.Cutil() = colour;
+      if (si.doCo()) si.SetShadingToLambert(colour);
+      children->ShadeTS(si);
+    };
+    if (mask == trFCol(1.0f)) return shade(), 1;
     const trSavedShading beneath(si);
-    si.Cutil() = colour;
-    if (si.doCo()) si.SetShadingToLambert(colour);
-    children->ShadeTS(si);
-    if (mask != trFCol(1.0f)) trBlendShading(si, mask, beneath, trFCol(1.0f) - mask);
+    shade();
+    trBlendShading(si, mask, beneath, trFCol(1.0f) - mask);
     return 1;
   }
   si.Cutil() += mask * (colour - si.Cutil());
@@ -107,6 +112,7 @@ void DistributionShaderV4::OnParamChanged(long index, trBase* who) {
   trSurfaceShader::OnParamChanged(index, who);
   breakup_.OnParamChanged(this, index, who);
   maskShader_.OnParamChanged(this, index, who);
+  compass_.Update();
 }
 
 trFCol DistributionShaderV4::Mask(trShadingInterface& si) const {
@@ -114,7 +120,7 @@ trFCol DistributionShaderV4::Mask(trShadingInterface& si) const {
   const double limits =
       1.0 - compass_.Terms(si, exact_) - slope_.Terms(si, exact_) - altitude_.Terms(si, exact_);
   if (limits <= 0) return {};
-  trFCol mask(static_cast<float>(limits * breakup_.coverage));
+  trFCol mask(Tamed(static_cast<float>(limits * breakup_.coverage)));
 
   float byShader = 1;
   if (!maskShader_.Apply(si, mask, byShader) || !breakup_.Apply(si, mask)) return mask;
@@ -147,10 +153,10 @@ trFCol DistributionShaderV3::Mask(trShadingInterface& si) const {
   if (!version4_) {
     // Old projects lower the limits by the cover that is missing, where the new form scales them.
     const double cover = limits - 1.0 + breakup_.coverage;
-    if (breakup_.isOn && !fractal) return trFCol(static_cast<float>(std::max(cover, 0.0)));
+    if (breakup_.isOn && !fractal) return trFCol(Tamed(static_cast<float>(std::max(cover, 0.0))));
     return Softened(LegacyBroken(si, cover, fractal));
   }
-  const trFCol mask(static_cast<float>(limits * breakup_.coverage));
+  const trFCol mask(Tamed(static_cast<float>(limits * breakup_.coverage)));
   if (breakup_.isOn && !fractal) return mask;
   return Softened(fractal ? breakup_.Broken(mask, breakup_.Offset(si, *fractal)) : mask);
 }
@@ -186,6 +192,6 @@ trFCol DistributionShaderV2::Mask(trShadingInterface& si) const {
   if (limits <= 0) return {};
   trShader* const fractal = breakup_.isOn ? breakup_.Shader() : nullptr;
   const double cover = limits - 1.0 + breakup_.coverage;
-  if (breakup_.isOn && !fractal) return trFCol(static_cast<float>(std::max(cover, 0.0)));
+  if (breakup_.isOn && !fractal) return trFCol(Tamed(static_cast<float>(std::max(cover, 0.0))));
   return Softened(LegacyBroken(si, cover, fractal));
 }

@@ -32,7 +32,8 @@ long LambertShader::Shade(trShadingInterface& si) {
   if (!si.doCo()) return 1;
   trFCol transmitted;
   if (translucent_)
-    transmitted = translucencyTint_.ToRender() * static_cast<float>(translucencyAmount_) * si.Cutil();
+    transmitted = Tamed(translucencyTint_.ToRender() * Tamed(static_cast<float>(translucencyAmount_)) *
+                        Tamed(si.Cutil()));
   si.SetShadingToLambert(si.Cutil());
   si.Bsdf().AddLobe(trBsdf::Lambert(trLobe::kDiffuseTransmission, transmitted));
   return 1;

@@ -102,12 +102,15 @@ void DirectionLimit::Declare(trBase* node) {
                      2);
 }
 
+void DirectionLimit::Update() {
+  const double heading = heading_ * kRadians, declination = declination_ * kRadians;
+  peak_ = {std::cos(declination) * std::sin(heading), std::sin(declination),
+           std::cos(declination) * std::cos(heading)};
+}
+
 double DirectionLimit::Terms(trShadingInterface& si, bool exact) const {
   if (!limit_) return 0;
-  const double heading = heading_ * kRadians, declination = declination_ * kRadians;
-  const trVector peak(std::cos(declination) * std::sin(heading), std::sin(declination),
-                      std::cos(declination) * std::cos(heading));
-  const double angle = AngleFromCosine(static_cast<float>(Dot(peak, key_.Of(si))));
+  const double angle = AngleFromCosine(static_cast<float>(Dot(peak_, key_.Of(si))));
   return FuzzyTerm(maxDeviation_ * kRadians - angle, zone_ * kRadians, exact);
 }
 
@@ -132,13 +135,13 @@ bool Breakup::Apply(trShadingInterface& si, trFCol& mask) const {
 }
 
 trFCol Breakup::Offset(trShadingInterface& si, trShader& fractal) const {
-  trFCol e = fractal.FColValueTS(si);
+  trFCol e = Tamed(fractal.FColValueTS(si));
   for (int i = 0; i < 3; ++i) e[i] = std::clamp((invert ? 1.0f - e[i] : e[i]) - 0.5f, -0.5f, 0.5f);
   return e;
 }
 
 trFCol Breakup::Broken(const trFCol& m, const trFCol& offset) const {
-  return m + (m - trFCol(0.5f) + offset) * static_cast<float>(contrast);
+  return Tamed(m + (m - trFCol(0.5f) + offset) * Tamed(static_cast<float>(contrast)));
 }
 
 void LayerMaskShader::Declare(trBase* node) {
@@ -155,7 +158,7 @@ bool LayerMaskShader::Apply(trShadingInterface& si, trFCol& mask, float& value) 
   if (!isOn) return true;
   trShader* const linked = LinkedShader(shader);
   if (!linked) return false;
-  value = Luminance(linked->FColValueTS(si));
+  value = Luminance(Tamed(linked->FColValueTS(si)));
   if (invert) value = 1.0f - value;
   if (value == 0) {
     mask = {};

@@ -63,6 +63,8 @@ class SlopeLimits {
 class DirectionLimit {
  public:
   void Declare(trBase* node);
+  /// Called from OnParamChanged.
+  void Update();
   double Terms(trShadingInterface& si, bool exact) const;
 
  private:
@@ -70,6 +72,7 @@ class DirectionLimit {
   NormalKey key_;
   unsigned char limit_ = 0;
   double heading_ = 0, declination_ = 0, maxDeviation_ = 0, zone_ = 0;
+  trVector peak_{0, 0, 1};  ///< the direction of the two angles, unit
 };
 
 /// Coverage and the fractal that breaks it up.

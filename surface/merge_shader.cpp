@@ -103,7 +103,7 @@ bool MergeShader::FindMix(trShadingInterface& si, bool mayDrop, Mix& mix) const 
   mix.input = InputShader();
   mix.a = LinkedShader(shaderA_);
   if (!mix.input || !mix.a) return false;
-  mix.toA = trFCol(static_cast<float>(mixToA_));
+  mix.toA = trFCol(Tamed(static_cast<float>(mixToA_)));
 
   if (chooseByAltitude_ != kAll) {
     const double input = Height(si, *mix.input), a = Height(si, *mix.a);
@@ -111,8 +111,8 @@ bool MergeShader::FindMix(trShadingInterface& si, bool mayDrop, Mix& mix) const 
     mix.toA = trFCol(isA ? 1.0f : 0.0f);
   } else if (auto* controller = LinkedShader(mixController_)) {
     const bool undisplaced = textureSpace_ == kUndisplaced;
-    mix.toA = si.RenderState().CallShaderCd(controller, true, undisplaced ? &si.Ptg() : nullptr,
-                                            undisplaced ? &si.Ni() : nullptr);
+    mix.toA = Tamed(si.RenderState().CallShaderCd(controller, true, undisplaced ? &si.Ptg() : nullptr,
+                                                  undisplaced ? &si.Ni() : nullptr));
   }
   if (mayDrop) mix.DropUnused();
   return true;
@@ -134,23 +134,24 @@ long MergeShader::Displace(trShadingInterface& si) {
   const double w = Luminance(mix.toA);
 
   // Run the networks that count, each from where the surface is now.
-  const Place start(si);
-  const trSavedShading shading(si);
-  EnterTextureSpace(si);
   if (mix.IsSingle()) {
+    EnterTextureSpace(si);
     mix.Single().DisplaceTS(si);
     return 1;
   }
+  const Place start(si);
+  const trSavedShading shading(si);
+  EnterTextureSpace(si);
   mix.input->DisplaceTS(si);
   double c = 0;
   if (displaceMode_ == kMultiplyA || displaceMode_ == kScreenByInput)
-    c = Luminance(mix.input->FColValueTS(si));
+    c = Luminance(Tamed(mix.input->FColValueTS(si)));
   const Place input(si);
   start.Restore(si);
   shading.Restore(si);
   EnterTextureSpace(si);
   if (displaceMode_ == kMultiplyInput || displaceMode_ == kScreenByA)
-    c = Luminance(mix.a->FColValueTS(si));
+    c = Luminance(Tamed(mix.a->FColValueTS(si)));
   else
     mix.a->DisplaceTS(si);
   const Place a(si);

@@ -65,6 +65,22 @@ double BlurredDisc(double x, double radius, double roughness) {
          0.33 * (2 - peak) * SoftDisc(x, high, roughness * 0.5);
 }
 
+/// The terminator as the other side of the surface has it.
+class TurnedTerminator {
+ public:
+  explicit TurnedTerminator(trRenderState::Terminator& terminator)
+      : terminator_(terminator), reference_(terminator.reference) {
+    terminator_.reference = -reference_;
+  }
+  ~TurnedTerminator() { terminator_.reference = reference_; }
+  TurnedTerminator(const TurnedTerminator&) = delete;
+  TurnedTerminator& operator=(const TurnedTerminator&) = delete;
+
+ private:
+  trRenderState::Terminator& terminator_;
+  const trVector reference_;
+};
+
 }  // namespace
 
 trFCol ReflectiveShader::HighlightModel(const ReflectivePoint& at, const trVector& light) const {
@@ -109,9 +125,7 @@ trFCol ReflectiveShader::Highlights(trShadingInterface& si, const ReflectivePoin
 trFCol ReflectiveShader::TransmittedHighlights(trShadingInterface& si, const ReflectivePoint& at) const {
   trRenderState& rs = si.RenderState();
   const trVector footprint = Footprint(rs.CurrentRay()), from = at.Beyond();
-  trRenderState::Terminator& terminator = rs.TerminatorInfo();
-  const trVector reference = terminator.reference;
-  terminator.reference = -reference;
+  const TurnedTerminator turned(rs.TerminatorInfo());
   const trFCol colour = at.litTransparency * (1 - at.fresnel);
   trFCol sum;
   for (int i = 0; i < rs.NumLights(); ++i) {
@@ -124,6 +138,5 @@ trFCol ReflectiveShader::TransmittedHighlights(trShadingInterface& si, const Ref
     const double disc = BlurredDisc(Dot(direction, at.transmitted), radius, at.lobeRoughness);
     sum += Tamed(colour * intensity * static_cast<float>(disc));
   }
-  terminator.reference = reference;
   return sum;
 }

@@ -24,6 +24,26 @@ trFCol Exponential(const trFCol& e, double factor) {
   return result;
 }
 
+/// While points inside ask for their lights: what fills the inside, and each point's share of the ray.
+class InsideOfRay {
+ public:
+  InsideOfRay(trRenderState::Ray& ray, const trMedium& medium, int points)
+      : ray_(ray), importance_(ray.importance) {
+    ray_.medium = &medium;
+    ray_.importance = importance_ * std::sqrt(1.0 / points);
+  }
+  ~InsideOfRay() {
+    ray_.medium = nullptr;
+    ray_.importance = importance_;
+  }
+  InsideOfRay(const InsideOfRay&) = delete;
+  InsideOfRay& operator=(const InsideOfRay&) = delete;
+
+ private:
+  trRenderState::Ray& ray_;
+  const double importance_;
+};
+
 trShader* Function(const trShaderLink* link) { return link ? LinkedShader(*link) : nullptr; }
 
 }  // namespace
@@ -84,9 +104,7 @@ trFCol ReflectiveShader::ScatteredInside(trShadingInterface& si, const Inside& i
   medium.decayTint = decayTint.ToRender();
   medium.volumeDensity = Luminance(inside.density);
   medium.volumeColour = inside.colour;
-  rs.CurrentRay().medium = &medium;
-  const double importance = rs.CurrentRay().importance;
-  rs.CurrentRay().importance = importance * std::sqrt(1.0 / steps);
+  const InsideOfRay inHand(rs.CurrentRay(), medium, steps);
   const trVector spot(step, step, step);
   trFCol sum;
   for (int i = 0; i < steps; ++i) {
@@ -99,8 +117,6 @@ trFCol ReflectiveShader::ScatteredInside(trShadingInterface& si, const Inside& i
     if (inside.colourFunction) colour *= Tamed(rs.CallShaderCd(inside.colourFunction, true, &point, nullptr));
     sum += Tamed(colour * light * taken * Exponential(extinction, -i * step));
   }
-  rs.CurrentRay().importance = importance;
-  rs.CurrentRay().medium = nullptr;
   return sum;
 }
 

@@ -119,6 +119,7 @@ void SurfaceLayer::OnParamChanged(long index, trBase* who) {
   trSwitchFollowsLink(this, index, who, luminosityFunction_, luminous_, "luminous");
   breakup_.OnParamChanged(this, index, who);
   maskShader_.OnParamChanged(this, index, who);
+  compass_.Update();
 }
 
 long SurfaceLayer::SetParamFromString(const char* name, const trString& value, trBase* who) {
@@ -130,7 +131,7 @@ void SurfaceLayer::DisplaceLayer(trShadingInterface& si) {
   if (smoothingEffect_) si.P() = Mixed(si.Pt(), si.P(), smoothingAmount_);
   double amount = displacementOffset_;
   if (auto* function = LinkedShader(displacementFunction_))
-    amount += function->FloatValueTS(si) * displacementMultiplier_;
+    amount += Tamed(function->FloatValueTS(si)) * displacementMultiplier_;
   si.P() += direction * amount;
   if (trShader* children = ChildLayers()) children->DisplaceTS(si);
 }
@@ -164,8 +165,8 @@ long SurfaceLayer::Displace(trShadingInterface& si) {
 void SurfaceLayer::ShadeLayer(trShadingInterface& si) {
   trFCol emission;
   if (luminous_ && (si.doCo() || si.doCe())) {
-    emission = luminosityTint_.ToRender() * static_cast<float>(luminosityMultiplier_);
-    if (auto* function = LinkedShader(luminosityFunction_)) emission *= function->FColValueTS(si);
+    emission = Tamed(luminosityTint_.ToRender() * Tamed(static_cast<float>(luminosityMultiplier_)));
+    MultiplyByShader(emission, LinkedShader(luminosityFunction_), si);
   }
   if (!enableTestColour_ && !applyColour_) {
     si.Bsdf().Emission() += emission;
@@ -176,7 +177,7 @@ void SurfaceLayer::ShadeLayer(trShadingInterface& si) {
   trFCol colour = testColour_.ToRender();
   if (!enableTestColour_) {
     colour = diffuseColour_.ToRender();
-    if (auto* function = LinkedShader(colourFunction_)) colour *= function->FColValueTS(si);
+    MultiplyByShader(colour, LinkedShader(colourFunction_), si);
   }
   si.Cutil() = colour;
   si.SetShadingToLambert(colour);
@@ -192,9 +193,14 @@ long SurfaceLayer::Shade(trShadingInterface& si) {
   const trFCol mask = Mask(si, Pass::kShade, base);
   if (mask.IsBlack()) return 1;
 
+  if (mask == trFCol(1.0f)) {
+    ShadeLayer(si);
+    if (children) children->ShadeTS(si);
+    return 1;
+  }
   const trSavedShading beneath(si);
   ShadeLayer(si);
   if (children) children->ShadeTS(si);
-  if (mask != trFCol(1.0f)) trBlendShading(si, mask, beneath, trFCol(1.0f) - mask);
+  trBlendShading(si, mask, beneath, trFCol(1.0f) - mask);
   return 1;
 }

@@ -22,6 +22,13 @@ class SurfaceLayer : public trSurfaceShader {
   struct Underlying {
     trVector pt, p, n;
   };
+  /// The points and normals of a sample as the mask found them.
+  struct Found {
+    trVector pg, pt, p, ng, nt, n;
+    explicit Found(trShadingInterface& si)
+        : pg(si.Pg()), pt(si.Pt()), p(si.P()), ng(si.Ng()), nt(si.Nt()), n(si.N()) {}
+    void Restore(trShadingInterface& si) const;
+  };
 
   void DeclareColour();
   void DeclareCoverage();
@@ -31,7 +38,7 @@ class SurfaceLayer : public trSurfaceShader {
   /// The layer's mask at the state, black where the layer is absent. With `intersect_underlying` on it runs
   /// the input's displacement afresh and fills `base`.
   trFCol Mask(trShadingInterface& si, Pass pass, Underlying& base);
-  trFCol MaskInPlace(trShadingInterface& si, Pass pass, Underlying& base);
+  trFCol MaskInPlace(trShadingInterface& si, Pass pass, const Found& found, const Underlying& base);
   double LimitFactor(trShadingInterface& si, bool exact) const;
   /// Turns the mask into how far this layer stands out of what it intersects. False where it doesn't.
   bool Intersect(trShadingInterface& si, Pass pass, const Underlying& base, trFCol& mask);

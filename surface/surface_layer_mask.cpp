@@ -26,46 +26,43 @@ double SurfaceLayer::LimitFactor(trShadingInterface& si, bool exact) const {
   return 1.0 - compass_.Terms(si, exact) - slope_.Terms(si, exact) - altitude_.Terms(si, exact);
 }
 
-trFCol SurfaceLayer::Mask(trShadingInterface& si, Pass pass, Underlying& base) {
-  if (!intersectUnderlying_) return MaskInPlace(si, pass, base);
+void SurfaceLayer::Found::Restore(trShadingInterface& si) const {
+  si.Pg() = pg;
+  si.Pt() = pt;
+  si.P() = p;
+  si.Ng() = ng;
+  si.Nt() = nt;
+  si.N() = n;
+}
 
-  const trVector pg = si.Pg(), pt = si.Pt(), p = si.P(), ng = si.Ng(), nt = si.Nt(), n = si.N();
-  si.Pt() = si.P() = pg;
-  si.Nt() = si.N() = ng;
+trFCol SurfaceLayer::Mask(trShadingInterface& si, Pass pass, Underlying& base) {
+  const Found found(si);
+  if (!intersectUnderlying_) return MaskInPlace(si, pass, found, base);
+
+  si.Pt() = si.P() = found.pg;
+  si.Nt() = si.N() = found.ng;
   DisplaceInput(si);
   base = {si.Pt(), si.P(), si.N()};
-  const trFCol mask = MaskInPlace(si, pass, base);
-  if (pass == Pass::kShade) {
-    si.Pg() = pg;
-    si.Pt() = pt;
-    si.P() = p;
-    si.Ng() = ng;
-    si.Nt() = nt;
-    si.N() = n;
-  }
+  const trFCol mask = MaskInPlace(si, pass, found, base);
+  if (pass == Pass::kShade) found.Restore(si);
   return mask;
 }
 
-trFCol SurfaceLayer::MaskInPlace(trShadingInterface& si, Pass pass, Underlying& base) {
+trFCol SurfaceLayer::MaskInPlace(trShadingInterface& si, Pass pass, const Found& found,
+                                 const Underlying& base) {
   if (breakup_.coverage <= 0) return {};
   const bool isDisplacing = pass == Pass::kDisplace;
   const double limits = LimitFactor(si, isDisplacing ? exactForDisplacement_ : exactForShading_);
   if (limits <= 0) return {};
-  trFCol mask(static_cast<float>(limits * breakup_.coverage));
+  trFCol mask(Tamed(static_cast<float>(limits * breakup_.coverage)));
 
   float byShader = 1;
   if (!maskShader_.Apply(si, mask, byShader)) return mask;
 
   if (intersectUnderlying_) {
-    const trVector pt = si.Pt(), p = si.P(), nt = si.Nt(), n = si.N();
-    const bool isThere = Intersect(si, pass, base, mask);
-    if (!isDisplacing) {
-      si.Pt() = pt;
-      si.P() = p;
-      si.Nt() = nt;
-      si.N() = n;
-    }
-    if (!isThere) return {};
+    if (!Intersect(si, pass, base, mask)) return {};
+    // Colour is broken up where it is shaded, in the texture space that transforms and warps have made.
+    if (!isDisplacing) found.Restore(si);
   }
 
   // A new layer breaks up colour alone: its displacement keeps its smooth outline.
@@ -96,7 +93,7 @@ bool SurfaceLayer::Intersect(trShadingInterface& si, Pass pass, const Underlying
   if (intersectionMode_ == kFavourRises) shift -= 2 * Dot(top - base.p, base.n);
   const double weight = isByDisplacement ? 1 : smoothingEffect_ ? smoothingAmount_ : 0;
   si.P() += base.n * (weight * shift);
-  const float height = static_cast<float>(Dot(top + base.n * shift - base.p, base.n));
+  const float height = Tamed(static_cast<float>(Dot(top + base.n * shift - base.p, base.n)));
   for (int i = 0; i < 3; ++i)
     mask[i] = std::clamp(static_cast<float>(mask[i] / zone) * height + 0.5f, 0.0f, 1.0f);
 

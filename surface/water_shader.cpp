@@ -97,8 +97,8 @@ void WaterShader::UpdateReflection() {
     reflective_->ThreadState(i).smallScale = smallestScale_;
     reflective_->ThreadState(i).inverseSmallScale = inverseSmallestScale_;
   }
-  reflective_->SetAddends(static_cast<float>(std::max(0.01, minHighlightSpread_)),
-                          static_cast<float>(std::max(0.0, minHighlightSpread_)));
+  const float spread = Tamed(static_cast<float>(minHighlightSpread_));
+  reflective_->SetAddends(std::max(0.01f, spread), std::max(0.0f, spread));
 }
 
 void WaterShader::UpdateWind() {

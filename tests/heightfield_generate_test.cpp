@@ -6,7 +6,10 @@
 
 #include "core/heightfield.h"
 #include "core/object_writer.h"
+#include "core/shading_state.h"
 #include "host/base/log.h"
+#include "host/image/picture.h"
+#include "host/node/shader_start.h"
 #include "host/project/project_file.h"
 #include "objectio/lwo_writer.h"
 #include "tests/shading_fixture.h"
@@ -452,4 +455,76 @@ TEST(Lwo, AScenesFirstGroupIsWritten) {
   EXPECT_EQ(trLibraryObjects().back(), path);
   EXPECT_EQ(scene.WriteObjectFile(nullptr, "a.unknown", nullptr), 0);
   std::filesystem::remove(path);
+}
+
+/// Counts its renders.
+class StartedShader : public trSurfaceShader {
+ public:
+  long StartRender(trRenderingInterface& rendering) override {
+    ++starts;
+    view = rendering.PMainView();
+    return 1;
+  }
+  long FinishRender(trRenderingInterface&) override { return ++finishes; }
+  long Displace(trShadingInterface& si) override {
+    isReady = isReady && starts == finishes + 1 && si.PMainView();
+    si.P().y += 3;
+    return 1;
+  }
+  int starts = 0, finishes = 0;
+  bool isReady = true;
+  const trView* view = nullptr;
+};
+
+TEST(HeightfieldFromShader, ShadersAreStartedAndSeeTheCamera) {
+  Generators graph;
+  ovhost::RegisterHostClasses();
+  trBase& camera = *ovhost::CreateNode("camera", &graph.project, "Camera");
+  Generators::Set(camera, "position", trVector(25, 100, 20));
+  Generators::Set(camera, "rotation", trVector(-90, 0, 0));
+  trHeightfield& source = graph.Generator(6, 5);
+  Generators::Set(source, "size_in_metres", tr2Vector(50, 40));
+  auto& shader = graph.Add<StartedShader>("Started");
+  trHeightfield& node = graph.Field("heightfield_from_shader");
+  Graph::Link(node, "shader", shader);
+  Graph::Link(node, "input_node", source);
+  EXPECT_EQ(Press(node, "generate_button"), 1);
+  EXPECT_TRUE(shader.isReady);
+  EXPECT_FLOAT_EQ(node.HfScanlineRaw(1)[2] * node.HfZScale(), 3);
+  EXPECT_EQ(shader.starts, 1);
+  EXPECT_EQ(shader.finishes, 1);
+
+  // What a render has started isn't started again, nor finished under it.
+  trShadingState state;
+  trRenderingInterface rendering(state.ShadingInterface().RenderState(), 1, nullptr, trRenderContext::kFinal);
+  ovhost::StartShader(shader, rendering);
+  EXPECT_EQ(Press(node, "generate_button"), 1);
+  EXPECT_EQ(shader.starts, 2);
+  EXPECT_EQ(shader.finishes, 1);
+  ovhost::FinishShader(shader, rendering);
+
+  // An image is projected through the camera: the whole of its picture lies under it.
+  ovhost::Picture picture;
+  picture.width = picture.height = 2;
+  picture.channels = {"R", "G", "B"};
+  picture.pixels.assign(12, 0.5f);
+  const std::string path = TempFile("projected.exr");
+  ASSERT_EQ(ovhost::WritePicture(path, picture, {}, true), "");
+  trShader& map = graph.Shader("image_map_shader");
+  for (const auto& [name, value] :
+       std::initializer_list<std::pair<const char*, trParamValue>>{{"image_filename", path},
+                                                                   {"projection_type", 3},
+                                                                   {"position_center", 0},
+                                                                   {"position_lower_left", 0},
+                                                                   {"size", tr2Vector(1, 1)},
+                                                                   {"convert_to_linear", 0},
+                                                                   {"apply_displacement", 1},
+                                                                   {"displacement_amplitude", 8.0}})
+    Generators::Set(map, name, value, trWhoSystem);
+  for (const bool linksCamera : {false, true}) {
+    if (linksCamera) Graph::Link(map, "projection_camera", camera);
+    Graph::Link(node, "shader", map);
+    EXPECT_EQ(Press(node, "generate_button"), 1);
+    EXPECT_NEAR(node.HfScanlineRaw(2)[3] * node.HfZScale(), 4, 0.01) << linksCamera;
+  }
 }

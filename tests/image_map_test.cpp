@@ -175,6 +175,25 @@ TEST(Image, SmoothLookupsAreTheQuadraticSplineOfEveryStorage) {
   }
 }
 
+const double kWild[] = {std::nan(""), INFINITY, -INFINITY, 1e300, -1e300, 1e18, -1e18, 4.0, -0.0};
+
+TEST(Image, EveryLookupAnswersAtAnyCoordinate) {
+  for (const int type : {0, 1, 2, 3}) {
+    trImage image;
+    ASSERT_TRUE(image.Init(0, 0, 4, 3, 4, type, 0));
+    image.Clear();
+    for (const double x : kWild)
+      for (const double y : {1.5, x})
+        for (const int wraps : {0, 1, 2, 3}) {
+          const bool u = wraps & 1, v = wraps & 2;
+          EXPECT_EQ(image.FColLookupSmooth(x, y, u, v), trFCol()) << x << ' ' << wraps;
+          EXPECT_EQ(image.F4ColLookupSmooth(y, x, u, v).a, 0) << x << ' ' << wraps;
+          const float fx = static_cast<float>(x), fy = static_cast<float>(y);
+          EXPECT_EQ(image.FColInterpolateBilinear(fx, fy, u, v), trFCol()) << x << ' ' << wraps;
+        }
+  }
+}
+
 /// An image map of a 4 by 4 image whose red is the column, green the row from the bottom, all told by
 /// eighths.
 struct Map {
@@ -248,6 +267,29 @@ TEST(ImageMap, ProjectionsFollowTheirFormulas) {
   EXPECT_EQ(map.At({-4, 4, 5}), std::pair(0, 3)) << "the picture's left upper corner";
   EXPECT_EQ(map.At({4, -4, 5}), std::pair(3, 0));
   EXPECT_EQ(map.At({0, 0, -5}), none) << "behind the eye";
+}
+
+TEST(ImageMap, PointsThatAreNoPlaceShowAPixelOrNothing) {
+  Map map({{"apply_displacement", 1}, {"border_blending", 0.1}});
+  for (const int switches : {0, 1, 2, 3, 4, 5, 6, 7})
+    for (long projection = 0; projection <= 6; ++projection) {
+      const int smooth = switches >> 2 & 1;
+      map.Set({{"repeat_x", switches & 1},
+               {"repeat_y", switches >> 1 & 1},
+               {"smooth_interpolation", smooth},
+               {"smooth_disp_interpolation", smooth}});
+      map.shader.SetParam("projection_type", projection, trWhoSystem);
+      for (const double x : kWild)
+        for (const trVector& p : {trVector(x, 0.5, 0.25), trVector(0.5, x, x), trVector(x, x, x)}) {
+          Sample sample({0, 0, 0});
+          sample.si.Pt() = p;
+          map.shader.DisplaceTS(sample.si);
+          map.shader.ShadeTS(sample.si);
+          const trFCol c = sample.si.Cutil();
+          ASSERT_TRUE(c.r >= 0 && c.r <= 0.375f && c.g >= 0 && c.g <= 0.375f) << projection << ' ' << x;
+          ASSERT_TRUE(std::isfinite(sample.si.P().y)) << projection << ' ' << x;
+        }
+    }
 }
 
 TEST(ImageMap, BordersFadeAndTheMaskCovers) {

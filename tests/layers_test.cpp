@@ -1,8 +1,10 @@
 // Layers, distribution and merge shaders against independent evaluations of their arithmetic.
 #include <cmath>
+#include <limits>
+#include <set>
 
 #include "core/shading_save.h"
-#include "tests/shading_fixture.h"
+#include "tests/reflective_fixture.h"
 
 namespace {
 
@@ -229,6 +231,34 @@ TEST(SurfaceLayer, IntersectionComparesHeights) {
     ExpectColour(sample.si.Bsdf().ColourOf(trLobe::kDiffuseReflection), trFCol(static_cast<float>(Step(m))),
                  "mask", 1e-5f);
     EXPECT_EQ(sample.si.P(), trVector(0, 7, 0)) << "shading leaves the point";
+  }
+}
+
+TEST(SurfaceLayer, AnIntersectingLayerIsBrokenUpWhereItIsShaded) {
+  // The fractal follows the texture space that a transform above the layer makes, not the one in which the
+  // underlying ground was run again to be compared with.
+  Graph graph;
+  auto& beneath = graph.Add<Paint>("Beneath");
+  beneath.height = 10;
+  auto& fractal = graph.Add<ProbeShader>("Fractal");
+  trShader& layer = graph.Shader("surface_layer");
+  Graph::Link(layer, "input_node", beneath);
+  Graph::Link(layer, "breakup_shader", fractal);
+  Set(layer, {{"fractal_breakup", 1}, {"coverage", 0.6}, {"intersect_underlying", 1}});
+  trShader& transform = graph.Shader("transform_input_shader");
+  Graph::Link(transform, "input_node", layer);
+  transform.SetParam("translate", 1, trWhoSystem);
+  transform.SetParam("translate_by", trVector(5, 6, 7), trWhoSystem);
+  for (const long mode : {0L, 1L, 2L}) {
+    layer.SetParam("intersection_mode", mode, trWhoSystem);
+    layer.SetParam("intersection_zone", 1000.0, trWhoSystem);
+    Sample sample({0, 0, 0});
+    sample.si.P() = {0, 7, 0};
+    sample.si.Pt() = {100, 20, 3};
+    fractal.seenPt = {};
+    transform.ShadeTS(sample.si);
+    EXPECT_EQ(fractal.seenPt, trVector(95, 14, -4)) << mode;
+    EXPECT_EQ(sample.si.Pt(), trVector(100, 20, 3)) << mode;
   }
 }
 
@@ -472,6 +502,78 @@ TEST(ColourUtilities, DistanceRampsFromTheView) {
   EXPECT_NEAR(at({3, 0, -4}), (4.0 - 2) / 8, 1e-6);
   Set(distance, {{"clamp_far_colour", 0}, {"apply_near_colour", 0}});
   EXPECT_NEAR(at({0, 0, -18}), 2, 1e-6);
+}
+
+// ---------------------------------------------------------------------------------------------------------------
+
+/// A shader whose colour and number are whatever is wanted.
+class Wild : public trSurfaceShader {
+ public:
+  long Shade(trShadingInterface& si) override {
+    si.Cutil() = colour;
+    return 1;
+  }
+  trFCol colour{1.0f};
+};
+
+TEST(AllSurfaces, LeaveFiniteResultsWhateverTheyAreGiven) {
+  const float infinity = std::numeric_limits<float>::infinity();
+  const trFCol wild[] = {trFCol(infinity),
+                         trFCol(-infinity),
+                         trFCol(std::nanf("")),
+                         {-1.0f, 3e38f, 0.5f},
+                         {infinity, 0.5f, -3e38f}};
+  Graph graph;
+  auto& base = graph.Add<Paint>("Base");
+  auto& function = graph.Add<Wild>("Function");
+  // Links to whole surfaces, which are passed on as they are.
+  const std::set<std::string> networks = {"input_node", "shader", "shader_A", "child_layers"};
+  std::set<std::string> seen;
+  for (const ovhost::CatalogueEntry& entry : ovhost::Catalogue()) {
+    if (entry.category.rfind("shader/", 0) != 0 || entry.category.rfind("shader/atmosphere", 0) == 0 ||
+        !seen.insert(entry.className).second)
+      continue;
+    trShader& shader = graph.Shader(entry.className);
+    const auto expectFinite = [&](const std::string& what, bool pointToo) {
+      ReflectionRender render;
+      render.suns.resize(1);
+      for (const bool deferred : {false, true}) {
+        render.deferred = deferred;
+        render.Look(0.6);
+        trVector p = render.si.P();
+        shader.ShadeTS(render.si);
+        ASSERT_TRUE(LeavesFinite(render.si)) << entry.className << ", " << what;
+        render.Look(0.6);
+        shader.DisplaceTS(render.si);
+        p = render.si.P();
+        ASSERT_TRUE(!pointToo || std::isfinite(p.x + p.y + p.z)) << entry.className << ", " << what;
+      }
+    };
+    for (const trParamInfo& param : shader.Data().params) {
+      if (param.type == trParamType::kShaderLink)
+        Graph::Link(shader, param.name.c_str(),
+                    networks.count(param.name) ? static_cast<trShader&>(base) : function);
+      if (param.name == "blend_by_shader" || param.name == "intersect_underlying" ||
+          param.name == "limit_direction")
+        shader.SetParam(param.name.c_str(), 1, trWhoSystem);
+    }
+    for (const trFCol& colour : wild) {
+      function.colour = colour;
+      expectFinite("a function of " + std::to_string(colour.r), true);
+    }
+    function.colour = trFCol(0.7f);
+    for (const trParamInfo& param : shader.Data().params) {
+      if (param.type != trParamType::kDouble) continue;
+      double before = 0;
+      shader.GetParam(param.name.c_str(), before);
+      for (const double value : {0.0, 1e30, -1e30, 1e300, -1e300}) {
+        shader.SetParam(param.name.c_str(), value, trWhoSystem);
+        expectFinite(param.name + " of " + std::to_string(value), false);
+      }
+      shader.SetParam(param.name.c_str(), before, trWhoSystem);
+    }
+  }
+  EXPECT_GT(seen.size(), 15u);
 }
 
 }  // namespace

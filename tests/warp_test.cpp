@@ -351,6 +351,25 @@ TEST(Warp, FractalWarpCanBeOff) {
   blurred.si.SmoothSize() = 1e6;
   EXPECT_EQ(rig.At(blurred).pt, p) << "a footprint wider than all octaves";
 
+  // Below 0 a mask has nothing to take away.
+  Rig masked("fractal_warp_shader");
+  auto& mask = masked.graph.Add<ProbeShader>("Mask");
+  Graph::Link(masked.shader, "blending_shader", mask);
+  masked.Set("blend_by_shader", 1);
+  for (const float value : {-0.5f, -INFINITY, std::nanf("")}) {
+    mask.colour = trFCol(value);
+    EXPECT_EQ(masked.At(p).pt, p) << value;
+  }
+  // And nothing is divided by no variation.
+  Rig even("fractal_warp_shader");
+  even.Set("variation", 1e-6);
+  const trVector leastVaried = even.At(p).pt;
+  EXPECT_GT((leastVaried - p).Length(), 0.01);
+  for (const double variation : {0.0, 1e-9, -1.0}) {
+    even.Set("variation", variation);
+    EXPECT_EQ(even.At(p).pt, leastVaried) << variation;
+  }
+
   // The scale modulator takes octaves away, the largest first.
   auto& filter = rig.graph.Add<ProbeShader>("Filter");
   Graph::Link(rig.shader, "scale_filter", filter);

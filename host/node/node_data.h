@@ -87,6 +87,7 @@ struct trNodeData {
   std::string name, className;
   trBase* bundledWith = nullptr;
   void (*destroy)(trBase*) = nullptr;  ///< null for nodes the pool didn't make
+  int starts = 0;                      ///< of a shader: renders and samplings that have it started
 
   // Project
   std::vector<trUnknownAttribute> unknownAttributes;

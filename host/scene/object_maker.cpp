@@ -1,6 +1,6 @@
 // Bases of objects made by code or read from files.
 #include "core/scene_maker.h"
-#include "core/shader.h"
+#include "core/shading_state.h"
 
 namespace {
 
@@ -40,10 +40,8 @@ long juObjectGeneratorOrReader::Make(trScene& scene, Context context) {
 
 void juObjectGeneratorOrReader::MovePointsWithMeshDisplacer(trScene& scene, bool recalculateNormals,
                                                             trShader& shader) {
-  trNoRenderServices services;
-  trShadingInterface si;
-  trRenderState state(services, si);
-  si.SetRenderState(&state);
+  trSamplingState state(shader);
+  trShadingInterface& si = state.ShadingInterface();
   si.Object().objectToWorld = &scene.GetTransformForShaders();
   si.Object().scene = &scene;
   const trTransform<double>& transform = scene.GetTransform();

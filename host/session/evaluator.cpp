@@ -7,6 +7,7 @@
 #include "core/render_state.h"
 #include "host/base/parallel.h"
 #include "host/node/node_data.h"
+#include "host/node/shader_start.h"
 
 namespace ovhost {
 struct Evaluator::Worker {
@@ -37,7 +38,7 @@ Evaluator::Evaluator(juProject& project, trShader& shader, double smoothSize)
   for (trBase* node : AllNodes(&project))
     if (auto* each = dynamic_cast<trShader*>(node)) {
       const trScopedErrorsWarningsContext context(each);
-      each->StartRender(rendering);
+      ovhost::StartShader(*each, rendering);
       started_.push_back(each);
     }
 }
@@ -45,7 +46,7 @@ Evaluator::Evaluator(juProject& project, trShader& shader, double smoothSize)
 Evaluator::~Evaluator() {
   trRenderingInterface rendering(workers_[0]->state, static_cast<int>(workers_.size()), nullptr,
                                  trRenderContext::kFinal);
-  for (trShader* each : started_) each->FinishRender(rendering);
+  for (trShader* each : started_) ovhost::FinishShader(*each, rendering);
 }
 
 EvalResult Evaluator::At(Worker& worker, const EvalPoint& point, std::uint64_t index) const {

@@ -7,6 +7,7 @@
 #include "host/base/log.h"
 #include "host/node/graph_check.h"
 #include "host/node/node_data.h"
+#include "host/node/shader_start.h"
 #include "host/project/enviro_light.h"
 #include "host/project/sunlight.h"
 #include "host/render/dice/displace_mesh.h"
@@ -213,7 +214,7 @@ bool World::StartShaders() {
     auto* shader = dynamic_cast<trShader*>(node);
     if (!shader) continue;
     started_.push_back(shader);
-    if (!shader->StartRender(rendering)) {
+    if (!StartShader(*shader, rendering)) {
       const trScopedErrorsWarningsContext context(node);
       trError("The shader could not be prepared for the render.");
       return false;
@@ -230,7 +231,7 @@ void World::FinishShaders() {
   si.SetFrame(static_cast<float>(settings_.frame));
   trRenderState state(*this, si);
   trRenderingInterface rendering(state, settings_.threads, &settings_.view, trRenderContext::kFinal);
-  for (trShader* shader : started_) shader->FinishRender(rendering);
+  for (trShader* shader : started_) FinishShader(*shader, rendering);
   started_.clear();
 }
 
