@@ -63,7 +63,6 @@ std::string MenuOf(const SheetParam& param) {
 }
 
 // --- JSON
-// -------------------------------------------------------------------------------------------------------
 
 Json ToJson(const SheetHint& hint) {
   Json json = Json::object();
@@ -101,7 +100,6 @@ Json ToJson(const ClassSheet& sheet) {
 }
 
 // --- Text
-// -------------------------------------------------------------------------------------------------------
 
 /// One line a parameter: the form that the catalogue in the documentation is kept in.
 std::string ToText(const SheetParam& param) {
@@ -129,7 +127,6 @@ std::string ToText(const ClassSheet& sheet) {
 }
 
 // --- Markdown
-// ---------------------------------------------------------------------------------------------------
 
 /// Text that a table cell or a paragraph shows as it is.
 std::string Escaped(const std::string& text) {

@@ -46,7 +46,6 @@ struct Job {
 };
 
 // --- From the command line to jobs and settings
-// -----------------------------------------------------------------
 
 std::vector<Job> PlanJobs(const Options& options, juProject& project) {
   std::vector<long> frames = {std::lround(project.GetCurrentFrame())};
@@ -183,7 +182,6 @@ ovhost::RenderSettings Settings(Program& program, const Options& options, Sessio
 }
 
 // --- Rendering
-// --------------------------------------------------------------------------------------------------
 
 int CodeOfOutcome(ovhost::RenderOutcome outcome) {
   switch (outcome) {

@@ -12,21 +12,6 @@ trManRgb Decay(const trManRgb& colour) {
   return {std::exp(-colour.r), std::exp(-colour.g), std::exp(-colour.b), true};
 }
 
-constexpr trAlias kAliases[] = {{"haze_horizon_color", "haze_horizon_colour"},
-                                {"bluesky_horizon_color", "bluesky_horizon_colour"},
-                                {"bluesky_density_color", "bluesky_density_colour"},
-                                {"center", "centre"}};
-
-/// Parameters that are no more, and the value at which they meant nothing.
-constexpr struct {
-  const char* name;
-  const char* neutral;
-} kDropped[] = {{"sample_jitter", "1"},
-                {"pre-apply_atmosphere", "0"},
-                {"pre-apply_atmosphere_name", ""},
-                {"post-apply_atmosphere", "0"},
-                {"post-apply_atmosphere_name", ""}};
-
 /// Side of the voxel cache of sky light in cells, and how many samples a cell may gather over a progressive
 /// render.
 constexpr int kEnviroCells = 20;
@@ -48,7 +33,7 @@ PlanetAtmosphere::PlanetAtmosphere() : resetTweaksButton_(this) {
 
   Param(enablePrimary_, "enable_primary", 1);
   Param(enableSecondary_, "enable_secondary", 1);
-  Param(centre_, "centre", trVector());
+  Param(centre_, "centre", trVector()).Alias("center");
   Param(radius_, "radius", 6378000.0);
   Param(seed_, "seed", 0L);
   DeclareMain();
@@ -59,16 +44,22 @@ PlanetAtmosphere::PlanetAtmosphere() : resetTweaksButton_(this) {
   Param(shadowFunction_, "shadow_function", "");
   DeclareTweaks();
   DeclareQuality();
-  UpdateGui();
+  Retired("sample_jitter", "1");
+  Retired("pre-apply_atmosphere", "0");
+  Retired("pre-apply_atmosphere_name", "");
+  Retired("post-apply_atmosphere", "0");
+  Retired("post-apply_atmosphere_name", "");
+  UpdateDerived();
 }
 
 void PlanetAtmosphere::DeclareMain() {
   Gui(trGuiRule);
   GuiTab("Main", "basic_tab");
   Param(hazeDensity_, "haze_density", 1.0, &densityHint_);
-  Param(hazeHorizonColour_, "haze_horizon_colour", trManRgb(0.25f, 0.25f, 0.25f));
+  Param(hazeHorizonColour_, "haze_horizon_colour", trManRgb(0.25f, 0.25f, 0.25f)).Alias("haze_horizon_color");
   Param(blueskyDensity_, "bluesky_density", 2.5, &densityHint_);
-  Param(blueskyHorizonColour_, "bluesky_horizon_colour", trManRgb(0.2f, 0.25f, 0.3f));
+  Param(blueskyHorizonColour_, "bluesky_horizon_colour", trManRgb(0.2f, 0.25f, 0.3f))
+      .Alias("bluesky_horizon_color");
   Param(blueskyAdditive_, "bluesky_additive", 0.75, &densityHint_);
   Param(blueskyAdditiveColour_, "bluesky_additive_colour",
         trManRgb(0.1438666731f, 0.3779166639f, 1.0f, true));
@@ -78,8 +69,9 @@ void PlanetAtmosphere::DeclareMain() {
 void PlanetAtmosphere::DeclareHeights() {
   Gui(trGuiRule);
   GuiTab("Height control", "height_tab");
-  Param(hazeExpHeight_, "haze_exp_height", 1200.0, &heightHint_);
-  Param(blueskyExpHeight_, "bluesky_exp_height", 8000.0, &heightHint_);
+  // Older projects knew one height for both media.
+  Param(hazeExpHeight_, "haze_exp_height", 1200.0, &heightHint_).Alias("exp_height");
+  Param(blueskyExpHeight_, "bluesky_exp_height", 8000.0, &heightHint_).Alias("exp_height");
   Param(ceilingAdjust_, "ceiling_adjust", 7.0, &ceilingAdjustHint_);
   Param(ceiling_, "ceiling", 56000.0, &limitHint_);
   Param(floor_, "floor", -16000.0, &limitHint_);
@@ -106,7 +98,8 @@ void PlanetAtmosphere::DeclareTweaks() {
   Param(ambient_, "ambient", trManRgb());
   Param(fakeDarkPower_, "fake_dark_power", 0.0, &darkPowerHint_).Display("Fake terminator darkness");
   Param(fakeDarkSharpness_, "fake_dark_sharpness", 10.0, &darkSharpnessHint_);
-  Param(blueskyDensityColour_, "bluesky_density_colour", kBlueskyDensityColour);
+  Param(blueskyDensityColour_, "bluesky_density_colour", kBlueskyDensityColour)
+      .Alias("bluesky_density_color");
   Param(redskyDecayColour_, "redsky_decay_colour", Decay(kBlueskyDensityColour));
   Param(ozoneFactor_, "ozone_factor", 0.0);
   Param(improvedGlowModel_, "improved_glow_model", 0);
@@ -153,17 +146,6 @@ long PlanetAtmosphere::ResetTweaks() {
   SetParam("ozone_factor", 0.5, trWhoUserIndirect);
   SetParam("improved_glow_model", 1, trWhoUserIndirect);
   return 1;
-}
-
-long PlanetAtmosphere::SetParamFromString(const char* name, const trString& value, trBase* who) {
-  for (const auto& dropped : kDropped)
-    if (trString(name) == dropped.name && value == dropped.neutral) return 1;
-  // Older projects knew one height for both media.
-  if (trString(name) == "exp_height") {
-    if (!SetParamFromString("haze_exp_height", value, who)) return 0;
-    return SetParamFromString("bluesky_exp_height", value, who);
-  }
-  return trAtmosShader::SetParamFromString(ResolveAlias(kAliases, name), value, who);
 }
 
 long PlanetAtmosphere::PrepareAtmosphere(trRenderingInterface& rendering) {

@@ -16,8 +16,7 @@ class PlanetAtmosphere final : public trAtmosShader {
 
   long OnFirstCreate() override;
   void OnParamChanged(long index, trBase* who) override;
-  using trAtmosShader::SetParamFromString;
-  long SetParamFromString(const char* name, const trString& value, trBase* who) override;
+  void UpdateDerived() override;
 
   /// Main thread only.
   long PrepareAtmosphere(trRenderingInterface& rendering) override;
@@ -64,7 +63,6 @@ class PlanetAtmosphere final : public trAtmosShader {
   long ResetTweaks();
 
   // Couplings (planet_atmosphere_couplings.cpp)
-  void UpdateGui();
   void CoupleHeights(long index);
   void CoupleColours(long index, trBase* who);
   void DeriveAdditive();

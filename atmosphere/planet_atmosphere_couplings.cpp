@@ -27,14 +27,14 @@ float DensityOfDecay(float c) { return -std::log(std::max(c, 1e-6f)); }
 
 void PlanetAtmosphere::OnParamChanged(long index, trBase* who) {
   trAtmosShader::OnParamChanged(index, who);
-  derivedDirty_.store(true, std::memory_order_release);
-  UpdateGui();
   if (who == this) return;
   CoupleHeights(index);
   if (who != trWhoSystem) CoupleColours(index, who);
 }
 
-void PlanetAtmosphere::UpdateGui() {
+void PlanetAtmosphere::UpdateDerived() {
+  trAtmosShader::UpdateDerived();
+  derivedDirty_.store(true, std::memory_order_release);
   SetParamGuiEnabled("haze_glow_power", hazeGlowAmount_ != 0);
   SetParamGuiEnabled("bluesky_glow_power", blueskyGlowAmount_ != 0 && !rayleighPhaseFunction_);
   SetParamGuiEnabled("bluesky_glow_amount", !rayleighPhaseFunction_);

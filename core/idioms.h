@@ -24,18 +24,6 @@ inline void SetMenu(trIntHint& hint, trBase* owner, std::initializer_list<trIntH
   for (const auto& entry : items) hint.SetMenuItemTextAndValue(item++, entry.text, entry.value);
 }
 
-/// Old parameter spellings of a class, in a table ended by null: forwards to the new name.
-struct trAlias {
-  const char* oldName;
-  const char* newName;
-};
-template <size_t N>
-const char* ResolveAlias(const trAlias (&aliases)[N], const char* name) {
-  for (const trAlias& alias : aliases)
-    if (trString(name) == alias.oldName) return alias.newName;
-  return name;
-}
-
 /// A heading of the sheet: a string parameter that says it, as its value and as its label.
 class trHeading {
  public:
@@ -79,7 +67,7 @@ class trDisplacementDirection {
 
  private:
   trIntHint hint_;
-  long mode_ = 1;
+  long mode_;
 };
 
 /// A switch that follows a link: where the user made or cut the link held in `link`, the switch named goes on
@@ -168,6 +156,6 @@ class trMask {
   }
 
  private:
-  unsigned char use_ = 0, fit_ = 0, invert_ = 0;
+  unsigned char use_, fit_, invert_;
   trShaderLink shader_;
 };

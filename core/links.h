@@ -8,6 +8,7 @@
 #include "core/string.h"
 
 class trBase;
+class trLinkIndex;
 
 /// A file path or a link to a node, by name or path. The text is what projects store; the node it leads to is
 /// looked up from the owner outwards: its children, its siblings, its parent's siblings and so on to the
@@ -53,12 +54,18 @@ class OV_API trFile {
   void SetText(const trString& text);
 
  private:
+  friend class trLinkIndex;
+
   trBase* owner_ = nullptr;
   trString text_, acceptedText_;
   const trBase* acceptedNode_ = nullptr;
   mutable std::atomic<trBase*> cachedNode_{nullptr};        ///< whatever the text names
   mutable std::atomic<trBase*> cachedNodeOfKind_{nullptr};  ///< the same, null where it is of the wrong kind
-  mutable std::atomic<std::uint32_t> cachedGeneration_{0};
+  mutable std::atomic<bool> isLookedUp_{false};             ///< the two hold what the graph says now
+  trLinkIndex* index_ = nullptr;                            ///< where it is entered: that of its tree
+  trBase* listedAt_ = nullptr;                              ///< the node that has it among its links
+  std::uint64_t serial_ = 0;
+  bool isForgotten_ = false;
   bool isInternal_ = false, isHidden_ = false;
 };
 

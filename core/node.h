@@ -123,6 +123,9 @@ class OV_API trParamDecl {
   /// The label of the sheet, where it isn't the name with its underscores opened.
   trParamDecl& Display(const char* label);
   trParamDecl& NotSaved();
+  /// Another name by which projects may set it: that of an older version, or the American spelling. It is
+  /// never written. Parameters that share one are all set by it.
+  trParamDecl& Alias(const char* oldName);
   long Index() const { return index_; }
 
  private:
@@ -137,7 +140,6 @@ class OV_API trBase : public trDestructionNotifier, public Kelpie::KPMessenger {
   ~trBase() override;
 
   // --- Virtual operations, in slot order
-  // ----------------------------------------------------------------------
   virtual void PreDestroy();
   /// The node enters the graph below `parent`; null for a root.
   virtual long Init(trBase* parent, unsigned char isVisibleChild);
@@ -159,7 +161,8 @@ class OV_API trBase : public trDestructionNotifier, public Kelpie::KPMessenger {
   virtual void OnChildStateChanged(trBase* child, const trString& state);
   virtual trPreviewHandler* PreviewHandler();
   /// Sets from text, in the project file's spelling. Text that isn't a finite value of the parameter's type
-  /// changes nothing, reports an error and returns 0.
+  /// changes nothing, reports an error and returns 0. By name, old names are taken as well; a name that the
+  /// node doesn't know returns 0 without a word.
   virtual long SetParamFromString(long index, const trString& value, trBase* who);
   virtual long SetParamFromString(const char* name, const trString& value, trBase* who);
   virtual long GetStringFromParam(long index, trString& value, trBase* who);
@@ -171,9 +174,11 @@ class OV_API trBase : public trDestructionNotifier, public Kelpie::KPMessenger {
   virtual void HandleXMLCustomElementClosed(const trString& name);
   virtual void HandleXMLCustomCharacterData(const trString& text);
   virtual void ExitedXMLCustomData();
+  /// Computes what derives from the parameters. The host calls it after OnParamChanged, but only once for all
+  /// values that a project or a frame sets; a constructor calls it last.
+  virtual void UpdateDerived();
 
   // --- Declaring (constructor only)
-  // ---------------------------------------------------------------------------
   trParamDecl Param(long& member, const char* name, long dflt, trIntHint* hint = nullptr);
   trParamDecl Param(double& member, const char* name, const double& dflt, trDoubleHint* hint = nullptr);
   trParamDecl Param(float& member, const char* name, const float& dflt, trDoubleHint* hint = nullptr);
@@ -184,6 +189,12 @@ class OV_API trBase : public trDestructionNotifier, public Kelpie::KPMessenger {
   trParamDecl Param(trManRgb& member, const char* name, const trManRgb& dflt, trFColHint* hint = nullptr);
   trParamDecl Param(trString& member, const char* name, const trString& dflt, trStringHint* hint = nullptr);
   trParamDecl Param(trFile& member, const char* name, const trString& dflt, trLinkHint* hint = nullptr);
+  /// Declares `seed`. A node made new draws it; one whose project lacks it has the same at every load, made
+  /// from its path.
+  trParamDecl Seed(long& member);
+  /// A name of older projects that has no meaning left: taken, and dropped, with the value at which it had no
+  /// effect, or with any where none is given.
+  void Retired(const char* oldName, const char* neutralValue = nullptr);
   void PushButton(trGuiPushButton& button, const char* name);
   void GuiTab(const char* label, const char* name);
   void Gui(trGuiHint code);
@@ -197,7 +208,6 @@ class OV_API trBase : public trDestructionNotifier, public Kelpie::KPMessenger {
                     const trGuiActionPreset& preset);
 
   // --- Reading and writing parameters
-  // -------------------------------------------------------------------------
   /// Sets a parameter; with `notify` the node, its parent and the nodes that link to it are told, even when
   /// the value is the one it had. A value that isn't finite changes nothing and returns 0, as does a name
   /// that doesn't exist.
@@ -218,7 +228,6 @@ class OV_API trBase : public trDestructionNotifier, public Kelpie::KPMessenger {
   bool IsParamGuiEnabled(long index) const;
 
   // --- Animation
-  // ----------------------------------------------------------------------------------------------
   bool IsParamAnimated(long index) const;
   /// Gives the parameter its value at `frame`, as a change by trWhoSystem.
   long UpdateParamFromAnim(long index, const double& frame);
@@ -231,7 +240,6 @@ class OV_API trBase : public trDestructionNotifier, public Kelpie::KPMessenger {
   long SetParamComponentInterpolationMode(long index, int component, trAnimationInterpolationMode mode);
 
   // --- Tree
-  // ---------------------------------------------------------------------------------------------------
   /// Makes a new node by registered name below this one (its OnCreate and OnFirstCreate run); null if there
   /// is none.
   trBase* CreateChild(const trString& className);
@@ -255,12 +263,10 @@ class OV_API trBase : public trDestructionNotifier, public Kelpie::KPMessenger {
   const trString& ClassName() const;
 
   // --- Facts
-  // --------------------------------------------------------------------------------------------------
   void DeclareTrue(const trString& fact);
   bool IsTrue(const trString& fact) const;
 
   // --- Progress
-  // -----------------------------------------------------------------------------------------------
   /// Tells the user how far a long job is (`fraction` 0 to 1; `state` starts at 0 and is the host's). 0 means
   /// stop.
   long ReportProgress(unsigned long& state, const trString& text, float fraction, float remaining);
@@ -312,8 +318,8 @@ class OV_API trHint : public trBase {
   void DeclareRange();
 
  private:
-  double minValue_ = 0, maxValue_ = 1, focusValue_ = 0, focusPower_ = 1;
-  unsigned char doRange_ = 0;
+  double minValue_, maxValue_, focusValue_, focusPower_;
+  unsigned char doRange_;
   unsigned setMask_ = 0;
 };
 
@@ -330,7 +336,7 @@ class OV_API trIntHint : public trHint {
 
  private:
   std::vector<MenuItem> menu_;
-  unsigned char doMenu_ = 0;
+  unsigned char doMenu_;
 };
 
 class OV_API trDoubleHint : public trHint {

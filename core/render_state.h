@@ -146,7 +146,6 @@ class OV_API trRenderState {
   trShadingInterface& Shading() { return shading_; }
 
   // --- Nested evaluation
-  // ----------------------------------------------------------------------------------------
   /// Runs `shader` at `point` (all the state's points; the normals too where `normal` isn't null) and returns
   /// the displaced point or the colour; the state comes back as it was. With `moveTexture` false Pt and Ptg
   /// stay.
@@ -163,7 +162,6 @@ class OV_API trRenderState {
   }
 
   // --- Light
-  // ------------------------------------------------------------------------------------------------------
   int NumLights() const { return services_.NumLights(); }
   const trLightState* Light(int index) const { return services_.Light(index); }
   trFCol TraceColor(const trVector& origin, const trVector& direction) {
@@ -200,7 +198,6 @@ class OV_API trRenderState {
   void ApplyTintToSurfEmit(trFCol& colour) const;
 
   // --- Geometry
-  // ---------------------------------------------------------------------------------------------------
   /// The nearest of the scene's own triangles (its groups have theirs) that a ray meets, before hit.distance.
   /// The ray is in the space that the scene's transform leads to. 1 with `hit` filled, or 0.
   long IntersectRayTriAccelerator(const trScene& scene, const trVector& origin, const trVector& direction,
@@ -216,7 +213,6 @@ class OV_API trRenderState {
   void SetTriSink(trTriSink* sink) { triSink_ = sink; }
 
   // --- The ray in hand
-  // -----------------------------------------------------------------------------------------
   struct Ray {
     trVector origin, end;
     int depth = 1;              ///< 1 for camera rays

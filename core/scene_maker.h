@@ -14,7 +14,6 @@ class OV_API trSceneMaker : public trBase {
   trSceneMaker();
 
   // --- Virtual operations, in slot order
-  // ----------------------------------------------------------------------
   /// Fills the scene; 0 is failure.
   virtual long Make(trScene& scene, Context context);
   virtual unsigned char SupportsVariations() { return 0; }
@@ -38,6 +37,7 @@ class OV_API trSceneMaker : public trBase {
   bool AllowsSubdivision() const { return allowSubdivision_ != 0; }
 
  private:
+  // As they are for makers that don't declare them.
   unsigned char visible_ = 1, visibleInReflections_ = 1, castShadows_ = 1, allowSubdivision_ = 1,
                 holdout_ = 0;
 };
@@ -94,6 +94,7 @@ class OV_API juSubSceneMaker : public juSceneMaker {
 
   long OnCreate() override;
   void OnParamChanged(long index, trBase* who) override;
+  void UpdateDerived() override;
   long Make(trScene& scene, Context context) override;
   virtual long MakePlanetSurface(trScene& scene) = 0;
   virtual bool MakeNonSurface(trScene& scene);
@@ -140,6 +141,7 @@ class OV_API juObjectGenerator : public juObjectGeneratorOrReader {
   void DeclareObjectGeneratorTabbedParams();
 
  private:
+  // Generators that don't declare the tabs have the defaults all the same.
   unsigned char doubleSided_ = 1, useSmoothNormals_ = 1, smoothsTerminator_ = 1, populationMode_ = 0;
   trShaderLink surfaceShader_;
   trVector translate_, rotate_, scale_{1, 1, 1};

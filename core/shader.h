@@ -24,7 +24,6 @@ class OV_API trShader : public trBase {
   void OnParamChanged(long index, trBase* who) override;
 
   // --- Virtual operations, in slot order
-  // ----------------------------------------------------------------------
   /// Moves the point. 0 is a failure, which ends the chain.
   virtual long Displace(trShadingInterface& si);
   /// Sets colours and the surface's reflection.
@@ -48,8 +47,7 @@ class OV_API trShader : public trBase {
   bool IsEnabled() const { return enable_ != 0; }
 
   // --- The forms by which one shader calls another
-  // --------------------------------------------------------------- Thread-safe. Beyond the virtual call they
-  // guard against graphs that feed themselves.
+  // Thread-safe. Beyond the virtual call they guard against graphs that feed themselves.
   long DisplaceTS(trShadingInterface& si) {
     trShadingInterface::DepthGuard guard(si, this);
     return guard.Tripped() ? 1 : Displace(si);
@@ -89,7 +87,7 @@ class OV_API trShader : public trBase {
 
  private:
   trShaderLink inputNode_;
-  unsigned char enable_ = 1;
+  unsigned char enable_;
 };
 
 /// The shader a link leads to, or null. Thread-safe during a render.

@@ -115,7 +115,6 @@ class trShadingInterface {
   double& DEV_CloudFeatureScalar() { return devCloudFeature_; }
 
   // --- Host side
-  // ----------------------------------------------------------------------------------------------
   enum Wants : unsigned { kCd = 1, kCo = 2, kCe = 4, kCs = 8, kOo = 16, kAo = 32 };
   void SetWants(unsigned wants) { wants_ = wants; }
   unsigned GetWants() const { return wants_; }

@@ -29,10 +29,10 @@ class FractalWarpShader : public trSurfaceShader {
   double Variation() const { return std::max(variation_, 1e-6); }
   void BuildTables() const;
 
-  double scale_ = 1000, warpAmount_ = 1, variation_ = 1.5, roughness_ = 1;
-  long seed_ = 0;
+  double scale_, warpAmount_, variation_, roughness_;
+  long seed_;
   trShaderLink scaleFilter_;
-  unsigned char obeySmoothingFilter_ = 1;
+  unsigned char obeySmoothingFilter_;
   trMask mask_;
   trRandomSeedGuiPushButton randomiseButton_{this};
   trDoubleHint scaleHint_, upToTwoHint_;

@@ -117,7 +117,6 @@ HWY_INLINE V Log(D d, V x) {
 
 using One = hn::CappedTag<double, 1>;
 HWY_INLINE double Scalar(hn::Vec<One> v) { return hn::GetLane(v); }
-HWY_INLINE double FastExp1(double x) { return Scalar(FastExp(One(), hn::Set(One(), x))); }
 HWY_INLINE double Exp1(double x) { return Scalar(Exp(One(), hn::Set(One(), x))); }
 HWY_INLINE double Log1(double x) { return Scalar(Log(One(), hn::Set(One(), x))); }
 

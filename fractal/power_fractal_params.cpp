@@ -19,7 +19,7 @@ void PowerFractalShaderV3Base::DeclareParams(bool isCloud) {
   SetMenus();
 
   Gui(trGuiBlockOpen);
-  Param(settings_.seed, "seed", trNewSeed());
+  Seed(settings_.seed);
   Gui(trGuiButtonRowOpen);
   Gui(trGuiRowOpen);
   PushButton(randomiseButton_, "randomise_button");
@@ -33,9 +33,7 @@ void PowerFractalShaderV3Base::DeclareParams(bool isCloud) {
   DeclareAnimation();
   mask_.Declare(this, 0);
 
-  UpdateEnabling();
-  if (isCloud_) settings_.colourOffset = coverageAdjust_ - 0.5;
-  derived_ = DeriveFractal(settings_);
+  UpdateDerived();
 }
 
 void PowerFractalShaderV3Base::DeclareScale(const Defaults& defaults) {
@@ -68,23 +66,23 @@ void PowerFractalShaderV3Base::DeclareColour() {
   Gui(trGuiRule);
   GuiTab(isCloud_ ? "Density" : "Colour", "colour_tab");
   if (isCloud_) Gui(trGuiHiddenOpen);
-  Param(applyHighColour_, "apply_high_colour", 1);
+  Param(applyHighColour_, "apply_high_colour", 1).Alias("apply_high_color");
   Gui(trGuiRowOpen);
   Gui(trGuiRowClose);
-  Param(highColour_, "high_colour", trRgbLinear709(1.0f));
-  Param(applyLowColour_, "apply_low_colour", 0);
+  Param(highColour_, "high_colour", trRgbLinear709(1.0f)).Alias("high_color");
+  Param(applyLowColour_, "apply_low_colour", 0).Alias("apply_low_color");
   Gui(trGuiRowOpen);
   Gui(trGuiRowClose);
-  Param(lowColour_, "low_colour", trRgbLinear709(0.0f));
+  Param(lowColour_, "low_colour", trRgbLinear709(0.0f)).Alias("low_color");
   if (isCloud_) Gui(trGuiHiddenClose);
   if (isCloud_) return DeclareDensity();
   Gui(trGuiBlockOpen);
-  Param(settings_.colourContrast, "colour_contrast", 0.5);
-  Param(settings_.colourOffset, "colour_offset", 0.0, &offsetHint_);
-  Param(settings_.colourRoughness, "colour_roughness", 5.0, &roughnessHint_);
+  Param(settings_.colourContrast, "colour_contrast", 0.5).Alias("color_contrast");
+  Param(settings_.colourOffset, "colour_offset", 0.0, &offsetHint_).Alias("color_offset");
+  Param(settings_.colourRoughness, "colour_roughness", 5.0, &roughnessHint_).Alias("color_roughness");
   Gui(trGuiBlockClose);
-  Param(settings_.clampHighColour, "clamp_high_colour", 1);
-  Param(settings_.clampLowColour, "clamp_low_colour", 1);
+  Param(settings_.clampHighColour, "clamp_high_colour", 1).Alias("clamp_high_color");
+  Param(settings_.clampLowColour, "clamp_low_colour", 1).Alias("clamp_low_color");
 }
 
 void PowerFractalShaderV3Base::DeclareDensity() {

@@ -4,21 +4,15 @@
 PowerFractalShaderV3Base::PowerFractalShaderV3Base()
     : preview_(std::make_unique<PowerFractalShader_PreviewHandler>(this)) {}
 
-long PowerFractalShaderV3Base::SetParamFromString(const char* name, const trString& value, trBase* who) {
-  static constexpr trAlias kAliases[] = {
-      {"apply_high_color", "apply_high_colour"}, {"high_color", "high_colour"},
-      {"apply_low_color", "apply_low_colour"},   {"low_color", "low_colour"},
-      {"color_contrast", "colour_contrast"},     {"color_offset", "colour_offset"},
-      {"color_roughness", "colour_roughness"},   {"clamp_high_color", "clamp_high_colour"},
-      {"clamp_low_color", "clamp_low_colour"}};
-  return trSurfaceShader::SetParamFromString(ResolveAlias(kAliases, name), value, who);
-}
-
 void PowerFractalShaderV3Base::OnParamChanged(long index, trBase* who) {
   trShader::OnParamChanged(index, who);
-  UpdateEnabling();
   FollowScales(index, who);
   mask_.OnParamChanged(this, index, who);
+}
+
+void PowerFractalShaderV3Base::UpdateDerived() {
+  trShader::UpdateDerived();
+  UpdateEnabling();
   if (isCloud_) settings_.colourOffset = coverageAdjust_ - 0.5;
   derived_ = DeriveFractal(settings_);
 }

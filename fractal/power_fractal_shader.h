@@ -30,9 +30,8 @@ class PowerFractalShader_PreviewHandler : public juPreviewHandler {
 class PowerFractalShaderV3Base : public trSurfaceShader {
  public:
   void OnParamChanged(long index, trBase* who) override;
+  void UpdateDerived() override;
   trPreviewHandler* PreviewHandler() override { return preview_.get(); }
-  using trSurfaceShader::SetParamFromString;
-  long SetParamFromString(const char* name, const trString& value, trBase* who) override;
   long Displace(trShadingInterface& si) override;
   long Shade(trShadingInterface& si) override;
   unsigned char HasDisplacement() override { return applyDisplacement_; }
@@ -67,10 +66,10 @@ class PowerFractalShaderV3Base : public trSurfaceShader {
   FractalSettings settings_;
   FractalDerived derived_;
 
-  unsigned char applyHighColour_ = 0, applyLowColour_ = 0;
+  unsigned char applyHighColour_, applyLowColour_;
   trManRgb highColour_, lowColour_;
-  double coverageAdjust_ = 0;
-  unsigned char applyDisplacement_ = 0;
+  double coverageAdjust_ = 0;  ///< of clouds alone
+  unsigned char applyDisplacement_;
   trDisplacementDirection displacementDirection_;
   trMask mask_;
 

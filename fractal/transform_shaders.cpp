@@ -107,7 +107,7 @@ TransformShaderBase::TransformShaderBase(bool isMergeForm) {
   if (isMergeForm) Param(shader_, "shader", "");
   DeclareSpaces();
   DeclareTransform(isMergeForm);
-  UpdateEnabling();
+  UpdateDerived();
 }
 
 void TransformShaderBase::DeclareSpaces() {
@@ -141,7 +141,8 @@ void TransformShaderBase::DeclareTransform(bool isMergeForm) {
   Param(scaleBy_, "scale_by", trVector(1, 1, 1));
 }
 
-void TransformShaderBase::UpdateEnabling() {
+void TransformShaderBase::UpdateDerived() {
+  trSurfaceShader::UpdateDerived();
   SetParamGuiEnabled("reset_space", useResetSpace_ != 0);
   SetParamGuiEnabled("translate_by", translate_ != 0);
   SetParamGuiEnabled("rotate_by", rotate_ != 0);
@@ -159,7 +160,6 @@ void TransformShaderBase::OnParamChanged(long index, trBase* who) {
   }
   for (const LegacySwitch& legacy : legacy_)
     if (IsParam(index, legacy.member)) OnLegacyChanged(legacy, index, who);
-  UpdateEnabling();
 }
 
 void TransformShaderBase::SetIfDifferent(const char* name, long value) {

@@ -22,6 +22,7 @@ enum trTextureSpace : long {
 class TransformShaderBase : public trSurfaceShader {
  public:
   void OnParamChanged(long index, trBase* who) override;
+  void UpdateDerived() override;
 
  protected:
   explicit TransformShaderBase(bool isMergeForm);
@@ -42,14 +43,13 @@ class TransformShaderBase : public trSurfaceShader {
   void UpdateSaved();
   void OnLegacyChanged(const LegacySwitch& legacy, long index, trBase* who);
   void SetIfDifferent(const char* name, long value);
-  void UpdateEnabling();
 
   trShaderLink shader_;
-  unsigned char useCurrentTextureSpace_ = 1, useResetSpace_ = 0;
-  long resetSpace_ = kTexWorld;
+  unsigned char useCurrentTextureSpace_, useResetSpace_;
+  long resetSpace_;
   unsigned char useWorldSpace_ = 0, useUndisplacedSpace_ = 0, useStickyWorldSpace_ = 0;
-  unsigned char translate_ = 0, rotate_ = 0, scale_ = 0;
-  trVector translateBy_, rotateBy_, scaleBy_{1, 1, 1};
+  unsigned char translate_, rotate_, scale_;
+  trVector translateBy_, rotateBy_, scaleBy_;
   trIntHint spaceHint_;
   const LegacySwitch legacy_[3] = {
       {&useWorldSpace_, "use_world_space", kTexWorld},

@@ -19,6 +19,6 @@ class VortexWarpShader : public trSurfaceShader, public juPreviewHandler {
   trVector Swirled(const trVector& pt) const;
 
   trVector centre_;
-  double radius_ = 1000, vorticity_ = 1;
-  unsigned char reverseDirection_ = 0, xAxis_ = 0, yAxis_ = 1, zAxis_ = 0;
+  double radius_, vorticity_;
+  unsigned char reverseDirection_, xAxis_, yAxis_, zAxis_;
 };

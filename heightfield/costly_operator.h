@@ -25,7 +25,7 @@ class CostlyOperator : public trHeightfield {
   /// The raster is out of date, is computed and is in use again, a cancelled one with its right range.
   virtual long ComputeNow();
 
-  unsigned char autoFlag_ = 0;
+  unsigned char autoFlag_;
 
   /// True, with an error, while the computation is under way: a shader asks for the raster that it is making.
   bool FeedsItself() const;

@@ -19,11 +19,13 @@ struct ErosionParams {
   /// How drops walk on a node's raster; the border and the centre of slopes are left at their defaults.
   DropField Field(trHeightfield& node) const;
 
-  unsigned char erode = 1;  // stored for old projects; nothing reads it
+  unsigned char erode;  // stored for old projects; nothing reads it
+  double flowDistance, duration, erosionPower, deposition, diffusion;
+  unsigned char adapts, slips;
+  double slipAngle;
+  // Not of every class.
   long resultMode = 0;
-  double flowDistance = 0, duration = 0, erosionPower = 0, deposition = 0, depositionRate = 0, diffusion = 0;
-  unsigned char adapts = 0, slips = 0;
-  double slipAngle = 0;
+  double depositionRate = 0;
 
  private:
   trIntHint resultModeHint_;

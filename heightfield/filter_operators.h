@@ -12,8 +12,8 @@ class HeightfieldSmooth : public OrdinaryOperator {
   long Compute(trHeightfield* input) override;
 
  private:
-  unsigned char smooth_ = 1;
-  double radius_ = 0;
+  unsigned char smooth_;
+  double radius_;
   trDoubleHint radiusHint_;
 };
 
@@ -27,5 +27,5 @@ class HeightfieldMedian : public OrdinaryOperator {
   long Compute(trHeightfield* input) override;
 
  private:
-  long radius_ = 2;  // grid points
+  long radius_;  // grid points
 };

@@ -21,8 +21,8 @@ class HeightfieldErodeV3 : public CostlyOperator {
   long Compute() override;
 
  private:
-  unsigned char multiThread_ = 0, fixGradient_ = 0;
-  long borderFlow_ = 2;
+  unsigned char multiThread_, fixGradient_;
+  long borderFlow_;
   trIntHint borderFlowHint_;
   trHeading weightHeading_, characterHeading_;
   ErosionParams params_;

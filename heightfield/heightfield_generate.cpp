@@ -51,7 +51,7 @@ void HeightfieldGenerate::DeclareFractal() {
   Param(featureSteepness_, "feature_steepness", 0.25);
   Param(roughness_, "roughness", 0.875);
   Gui(trGuiBlockClose);
-  Param(seed_, "seed", trNewSeed());
+  Seed(seed_);
   Gui(trGuiButtonRowOpen);
   Gui(trGuiRowOpen);
   PushButton(randomiseButton_, "randomise_button");

@@ -42,12 +42,12 @@ class HeightfieldGenerate : public CostlyOperator {
   void SetUpFractal(double xScale, double yScale);
   bool Sample(trShader& shader, bool isOwn);
 
-  unsigned char newHeightfield_ = 1;
+  unsigned char newHeightfield_;
   tr2Vector sizeInPixels_, sizeInMetres_;
-  double featureScale_ = 0, featureSteepness_ = 0, roughness_ = 0;
-  long seed_ = 0;
-  double variation_ = 0, buoyancy_ = 0;
-  long variationMethod_ = 0;
+  double featureScale_, featureSteepness_, roughness_;
+  long seed_;
+  double variation_, buoyancy_;
+  long variationMethod_;
   trShaderLink shader_;
   FieldPosition position_;
 

@@ -17,7 +17,7 @@ class HeightfieldMerge : public OrdinaryOperator {
   trHeightfield* Other() const;
 
   trNodeLink other_;
-  double mixAmount_ = 1;
-  long mode_ = kAdd;
+  double mixAmount_;
+  long mode_;
   trIntHint modeHint_;
 };

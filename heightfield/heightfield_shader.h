@@ -95,8 +95,10 @@ class HeightfieldShaderBase : public trSurfaceShader {
   double Height(const Place& place) const;
 
   trHeightfieldLink heightfield_, blendingHeightfield_;
-  unsigned char showBox_ = 1, flipX_ = 0, flipY_ = 0;
-  unsigned char positionCentre_ = 1, positionLowerLeft_ = 0, positionUpperLeft_ = 0;
+  unsigned char flipX_, flipY_, positionCentre_, positionLowerLeft_, blendByHeightfield_;
+
+  // The deprecated class has these as they are: it doesn't declare them.
+  unsigned char showBox_ = 1, positionUpperLeft_ = 0;
   tr2Vector position_;
   double rotation_ = 0;
   long space_ = kWorld;
@@ -110,7 +112,7 @@ class HeightfieldShaderBase : public trSurfaceShader {
   double heightMultiplier_ = 1;
   unsigned char flattenFirst_ = 0;
 
-  unsigned char addDetail_ = 0, blendByHeightfield_ = 0;
+  unsigned char addDetail_ = 0;
   double detailScale_ = 4, flowFactor_ = 0;
   FractalDetail::Settings detail_{0.5, 1.5, 1};
   trMask mask_;

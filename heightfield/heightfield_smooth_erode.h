@@ -12,7 +12,7 @@ class HeightfieldSmoothErode : public OrdinaryOperator {
   long Compute(trHeightfield* input) override;
 
  private:
-  unsigned char smooth_ = 1;  // stored for old projects; nothing reads it
-  double radius_ = 0;
+  unsigned char smooth_;  // stored for old projects; nothing reads it
+  double radius_;
   trDoubleHint radiusHint_;
 };

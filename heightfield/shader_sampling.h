@@ -17,7 +17,7 @@ class FieldPosition {
   /// World x and z of the first grid point; both switches off put it at the world's origin.
   tr2Vector Origin(const trHeightfield& field) const;
 
-  unsigned char center = 0, lowerLeft = 1;
+  unsigned char center, lowerLeft;
   tr2Vector position;
 };
 

@@ -19,7 +19,7 @@ class HeightfieldCrop : public OrdinaryOperator {
   Span Wanted(double a, double b, int count) const;
   void TakeCorners(const trHeightfield& input, const Span& x, const Span& y);
 
-  unsigned char crop_ = 1, includeTopRight_ = 1, pad_ = 0;
+  unsigned char crop_, includeTopRight_, pad_;
   tr2Vector bottomLeft_, topRight_;
 };
 
@@ -38,7 +38,7 @@ class HeightfieldResize : public OrdinaryOperator {
   long Resample(const trHeightfield* input);
   void Rescale();
 
-  unsigned char resample_ = 0, resize_ = 1, rescaleVertical_ = 1;
+  unsigned char resample_, resize_, rescaleVertical_;
   tr2Vector sizeInPixels_, sizeInMetres_;
   bool isResampled_ = false, isResized_ = false;  ///< whether the own scale comes from that step
 };

@@ -12,8 +12,8 @@ class HeightfieldAdjustVertical : public OrdinaryOperator {
   long Compute(trHeightfield* input) override;
 
  private:
-  unsigned char setRange_ = 0, multiply_ = 1, add_ = 1;
-  double highest_ = 0, lowest_ = 0, multiplier_ = 1, addend_ = 0;
+  unsigned char setRange_, multiply_, add_;
+  double highest_, lowest_, multiplier_, addend_;
   trDoubleHint heightHint_, multiplierHint_;
 };
 
@@ -27,8 +27,8 @@ class HeightfieldClipVertical : public OrdinaryOperator {
   long Compute(trHeightfield* input) override;
 
  private:
-  unsigned char clipPeaks_ = 1, clipValleys_ = 1;
-  double peaks_ = 0, valleys_ = 0;
+  unsigned char clipPeaks_, clipValleys_;
+  double peaks_, valleys_;
   trDoubleHint heightHint_;
 };
 
@@ -42,7 +42,7 @@ class HeightfieldCurveVertical : public OrdinaryOperator {
   long Compute(trHeightfield* input) override;
 
  private:
-  double glaciation_ = 0, stretch_ = 0, top_ = 0, bottom_ = 0;
-  unsigned char alternative_ = 0, useTop_ = 0, useBottom_ = 0;
+  double glaciation_, stretch_, top_, bottom_;
+  unsigned char alternative_, useTop_, useBottom_;
   trDoubleHint heightHint_, curveHint_;
 };

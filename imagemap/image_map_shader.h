@@ -57,33 +57,33 @@ class ImageMapShader : public trSurfaceShader {
   // Projection, location, tiling
   trIntHint projectionHint_;
   trStringHint sizeInfoHint_;
-  long projection_ = kPlanY;
+  long projection_;
   trCameraLink camera_;
   const trBase* heldCamera_ = nullptr;
   trView cameraView_;
   bool hasCameraView_ = false;
-  unsigned char positionCentre_ = 0, positionLowerLeft_ = 1, lockAspect_ = 1;
+  unsigned char positionCentre_, positionLowerLeft_, lockAspect_;
   trVector position_;
-  tr2Vector size_{1, 1}, projectionSize_{1, 1};
+  tr2Vector size_, projectionSize_{1, 1};
   trString sizeInfo_;
-  unsigned char flipX_ = 0, flipY_ = 0, repeatX_ = 0, repeatY_ = 0;
+  unsigned char flipX_, flipY_, repeatX_, repeatY_;
 
   // Colour
-  unsigned char applyColour_ = 1, smooth_ = 1, unpremultiply_ = 0, toLinear_ = 1, isLinear_ = 0;
-  unsigned char multiply_ = 0, offset_ = 0, useOcio_ = 0;
-  double gamma_ = 2.2;
+  unsigned char applyColour_, smooth_, unpremultiply_, toLinear_, isLinear_;
+  unsigned char multiply_, offset_, useOcio_;
+  double gamma_;
   trDoubleHint gammaHint_, keyHint_;
-  trVector multiplier_{1, 1, 1}, offsetValue_;
+  trVector multiplier_, offsetValue_;
 
   // Displacement
-  unsigned char applyDisplacement_ = 0, smoothDisp_ = 1, dispToLinear_ = 0, dispIsLinear_ = 1;
-  unsigned char hasDispParamBug_ = 1;
-  double amplitude_ = 1, displacementOffset_ = 0, dispGamma_ = 2.2;
+  unsigned char applyDisplacement_, smoothDisp_, dispToLinear_, dispIsLinear_;
+  unsigned char hasDispParamBug_;
+  double amplitude_, displacementOffset_, dispGamma_;
 
   // Effects
-  unsigned char alphaAsOpacity_ = 0, alphaAsColour_ = 0, createTransparency_ = 0, invertAlpha_ = 0;
-  unsigned char useAlphaDirectly_ = 0, translucent_ = 0;
+  unsigned char alphaAsOpacity_, alphaAsColour_, createTransparency_, invertAlpha_;
+  unsigned char useAlphaDirectly_, translucent_;
   trManRgb key_, translucencyTint_;
-  double keyTolerance_ = 0.1, translucencyAmount_ = 1, borderBlending_ = 0;
+  double keyTolerance_, translucencyAmount_, borderBlending_;
   trMask mask_;
 };

@@ -6,7 +6,6 @@
 
 namespace {
 
-constexpr trAlias kAliases[] = {{"center", "centre"}, {"rotate", "rotation"}};
 /// Largest radius that renders, metres: about a tenth of a light year.
 constexpr double kLargestRadius = 1e15;
 /// More shaders than this in an atmosphere's chain mean that it feeds itself.
@@ -29,8 +28,8 @@ Planet::Planet() : juSubSceneMaker("radius", "rotation", "centre") {
   Gui(trGuiRowClose);
   Param(rotateTextures_, "rotate_textures_with_planet", 0);
   Param(latLongAtApex_, "lat_long_at_apex", tr2Vector());
-  Param(centre_, "centre", trVector(0, -6378000, 0));
-  Param(rotation_, "rotation", trVector());
+  Param(centre_, "centre", trVector(0, -6378000, 0)).Alias("center");
+  Param(rotation_, "rotation", trVector()).Alias("rotate");
   Param(radius_, "radius", 6.378e6, &radiusHint_);
   GuiTab("Angular Position", "angular_position_tab");
   DeclareAngularPositionParams();
@@ -107,10 +106,6 @@ void Planet::CreateAtmosphere() {
   SetParam("atmosphere_shader", atmosphere->Name(), this);
   atmosphere->SetParam("centre", centre_, this);
   atmosphere->SetParam("radius", radius_, this);
-}
-
-long Planet::SetParamFromString(const char* name, const trString& value, trBase* who) {
-  return juSubSceneMaker::SetParamFromString(ResolveAlias(kAliases, name), value, who);
 }
 
 trTransform<double> Planet::Turn() const {

@@ -12,8 +12,6 @@ class Planet : public juSubSceneMaker, public juPreviewHandler {
   long OnCreate() override;
   long OnFirstCreate() override;
   trPreviewHandler* PreviewHandler() override { return this; }
-  using juSubSceneMaker::SetParamFromString;
-  long SetParamFromString(const char* name, const trString& value, trBase* who) override;
 
   long MakePlanetSurface(trScene& scene) override;
   bool MakeNonSurface(trScene& scene) override;
@@ -36,11 +34,11 @@ class Planet : public juSubSceneMaker, public juPreviewHandler {
   trShader* SurfaceShader() const { return LinkedShader(surfaceShader_); }
   trShader* AtmosphereShader() const { return LinkedShader(atmosphereShader_); }
 
-  unsigned char showBox_ = 1, renderSurface_ = 1, renderAtmosphere_ = 1;
-  unsigned char translateTextures_ = 0, rotateTextures_ = 0;
+  unsigned char showBox_, renderSurface_, renderAtmosphere_;
+  unsigned char translateTextures_, rotateTextures_;
   tr2Vector latLongAtApex_;  ///< of the point above the centre along +y; georeferenced nodes read it
   trVector centre_, rotation_;
-  double radius_ = 6.378e6, displacementTolerance_ = 1;
+  double radius_, displacementTolerance_;
   trShaderLink surfaceShader_, atmosphereShader_;
   trDoubleHint radiusHint_, toleranceHint_;
   trBase* sphereGeometry_ = nullptr;    ///< owned

@@ -7,8 +7,6 @@
 class PlanetSurfaceShader : public trSurfaceShader {
  public:
   PlanetSurfaceShader();
-  using trSurfaceShader::SetParamFromString;
-  long SetParamFromString(const char* name, const trString& value, trBase* who) override;
   /// Moves the point along Ng to the ground, or to the sea where that is higher.
   long Displace(trShadingInterface& si) override;
   /// A Lambert surface of the colour that the input left. The globe's own colours are stored and have never
@@ -24,7 +22,7 @@ class PlanetSurfaceShader : public trSurfaceShader {
   PlanetHeightParams height_;
   trManRgb lowlandColour_, rockyLowlandColour_, highlandColour_, rockyHighlandColour_, snowColour_,
       ambientLightColour_, oceanSkyReflection_;
-  trManRgb oceanDecayColour_{1.0f, 0.4f, 0.2f, true};
-  double highlandAltitude_ = 500, highlandFuzziness_ = 100, snowline_ = 1000, snowlineFuzziness_ = 100;
-  double oceanIndexOfRefraction_ = 1.33, oceanDecayDistance_ = 10, oceanDecayPower_ = 1.5;
+  trManRgb oceanDecayColour_;
+  double highlandAltitude_, highlandFuzziness_, snowline_, snowlineFuzziness_;
+  double oceanIndexOfRefraction_, oceanDecayDistance_, oceanDecayPower_;
 };

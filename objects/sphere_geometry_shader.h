@@ -12,6 +12,6 @@ class SphereGeometryShader : public trGeometryShader {
   unsigned char HasDisplacement() override { return 1; }
 
  private:
-  trVector centre_, normalScale_{1, 1, 1};
-  double radius_ = 1;
+  trVector centre_, normalScale_;
+  double radius_;
 };

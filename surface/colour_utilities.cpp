@@ -45,10 +45,11 @@ ColourAdjustShader::ColourAdjustShader() {
   Declare(gamma_, 1, {.min = 0.0, .max = 4.0, .focusPower = 2.0});
   Param(clampBelowBlack_, "clamp_below_black", 1);
   Param(clampAboveWhite_, "clamp_above_white", 1);
-  UpdateGamma();
+  UpdateDerived();
 }
 
-void ColourAdjustShader::UpdateGamma() {
+void ColourAdjustShader::UpdateDerived() {
+  trSurfaceShader::UpdateDerived();
   inverseGamma_ = {Reciprocal(gamma_.colour.r), Reciprocal(gamma_.colour.g), Reciprocal(gamma_.colour.b)};
 }
 
@@ -61,7 +62,6 @@ void ColourAdjustShader::OnParamChanged(long index, trBase* who) {
     black_.ColourFollows(this);
     white_.ColourFollows(this);
   } else if (IsParam(index, &gamma_.colour)) {
-    UpdateGamma();
     gamma_.SliderFollows(this);
   } else if (IsParam(index, &gamma_.adjust)) {
     gamma_.ColourFollows(this);

@@ -19,6 +19,7 @@ class ColourAdjustShader : public ColourUtility {
  public:
   ColourAdjustShader();
   void OnParamChanged(long index, trBase* who) override;
+  void UpdateDerived() override;
   long Shade(trShadingInterface& si) override;
 
  private:
@@ -32,12 +33,11 @@ class ColourAdjustShader : public ColourUtility {
     void ColourFollows(trBase* node);
   };
   void Declare(Level& level, float value, const trRange& range);
-  void UpdateGamma();
 
   Level black_{{}, 0, "black_point", "black_point_adjust", {}};
   Level white_{{}, 1, "white_point", "white_point_adjust", {}};
   Level gamma_{{}, 1, "gamma", "gamma_adjust", {}};
-  unsigned char clampBelowBlack_ = 1, clampAboveWhite_ = 1;
+  unsigned char clampBelowBlack_, clampAboveWhite_;
   trFCol inverseGamma_{1.0f};
 };
 

@@ -16,8 +16,8 @@ class ComputeNormalBase : public trSurfaceShader {
  protected:
   explicit ComputeNormalBase(bool movesTexture) : movesTexture_(movesTexture) {}
 
-  double patchSize_ = 1;             ///< side of the triangle, metres
-  unsigned char smoothSurface_ = 0;  ///< the sample becomes the mean of the three
+  double patchSize_;             ///< side of the triangle, metres
+  unsigned char smoothSurface_;  ///< the sample becomes the mean of the three
 
  private:
   const bool movesTexture_;  ///< whether the texture point is put on the displaced surface

@@ -12,6 +12,7 @@ class DefaultShader : public trShader {
   ~DefaultShader() override;
   long OnFirstCreate() override;
   void OnParamChanged(long index, trBase* who) override;
+  void UpdateDerived() override;
   using trShader::SetParamFromString;
   long SetParamFromString(const char* name, const trString& value, trBase* who) override;
   long Displace(trShadingInterface& si) override;
@@ -50,7 +51,6 @@ class DefaultShader : public trShader {
   /// Sets a parameter of a sampler, if there is one, or of all there are.
   void SetOnSampler(ImageInput& image, const char* name, const trParamValue& value);
   void SetOnSamplers(const char* name, const trParamValue& value);
-  void UpdateReflection();
 
   void MultiplyByImage(trFCol& colour, Image image, trShadingInterface& si) const;
   /// `colour` times function and image, where it isn't black to begin with.
@@ -65,13 +65,13 @@ class DefaultShader : public trShader {
   ImageInput images_[kNumImages];
   trShaderLink colourFunction_, translucencyFunction_, luminosityFunction_, roughnessFunction_,
       metalnessFunction_, reflectivityFunction_, displacementFunction_, opacityFunction_;
-  double specularRoughness_ = 0, metalness_ = 0, indexOfRefraction_ = 0;
-  unsigned char invertRoughnessImage_ = 0, remapRoughnessImage_ = 0;
-  long roughnessModel_ = 0, imageProjection_ = 0;
+  double specularRoughness_, metalness_, indexOfRefraction_;
+  unsigned char invertRoughnessImage_, remapRoughnessImage_;
+  long roughnessModel_, imageProjection_;
   trDisplacementDirection displacementDirection_;
-  double displacementMultiplier_ = 0, displacementOffset_ = 0;
-  unsigned char invertOpacityImage_ = 0, alphaFromColour_ = 0;
-  double keyTolerance_ = 0;
+  double displacementMultiplier_, displacementOffset_;
+  unsigned char invertOpacityImage_, alphaFromColour_;
+  double keyTolerance_;
   trCameraLink projectionCamera_;
 
   ReflectiveShader* reflective_ = nullptr;  ///< hidden; null where the class isn't there

@@ -38,7 +38,7 @@ DefaultShader::DefaultShader() {
 
   reflective_ = CreateReflectiveChild(this);
   if (reflective_) reflective_->SetParam("ray_traced_reflections", 0, this);
-  UpdateReflection();
+  UpdateDerived();
 }
 
 DefaultShader::~DefaultShader() {
@@ -162,7 +162,6 @@ void DefaultShader::OnParamChanged(long index, trBase* who) {
   if (IsParam(index, &imageProjection_)) return SetOnSamplers("projection_type", imageProjection_);
   if (IsParam(index, &projectionCamera_))
     return SetOnSamplers("projection_camera", projectionCamera_.FileStringR());
-  UpdateReflection();
 }
 
 void DefaultShader::UpdateImage(ImageInput& image, trBase* who) {
@@ -200,7 +199,8 @@ void DefaultShader::SetOnSamplers(const char* name, const trParamValue& value) {
   for (ImageInput& image : images_) SetOnSampler(image, name, value);
 }
 
-void DefaultShader::UpdateReflection() {
+void DefaultShader::UpdateDerived() {
+  trShader::UpdateDerived();
   if (!reflective_) return;
   reflective_->SetParam("reflectivity", reflectivity_, this);
   reflective_->SetParam("reflection_tint", reflectionTint_, this);

@@ -4,12 +4,6 @@
 #include "core/messages.h"
 #include "core/shading_save.h"
 
-namespace {
-
-constexpr trAlias kAliases[] = {{"surface_layers", "child_layers"}, {"diffuse_color", "colour"}};
-
-}  // namespace
-
 trFCol DistributionBase::Softened(const trFCol& v) const {
   trFCol mask;
   for (int i = 0; i < 3; ++i)
@@ -70,17 +64,13 @@ long DistributionBase::Shade(trShadingInterface& si) {
 // ---------------------------------------------------------------------------------------------------------------
 
 void LayeredDistribution::DeclareColour() {
-  Param(colour_, "colour", trManRgb(1, 1, 1));
-  Param(childLayers_, "child_layers", "");
+  Param(colour_, "colour", trManRgb(1, 1, 1)).Alias("diffuse_color");
+  Param(childLayers_, "child_layers", "").Alias("surface_layers");
 }
 
 long LayeredDistribution::OnFirstCreate() {
   trSurfaceShader::OnFirstCreate();
   return CreateBreakupFractal(this, false);
-}
-
-long LayeredDistribution::SetParamFromString(const char* name, const trString& value, trBase* who) {
-  return trSurfaceShader::SetParamFromString(ResolveAlias(kAliases, name), value, who);
 }
 
 DistributionShaderV4::DistributionShaderV4() {
@@ -112,6 +102,10 @@ void DistributionShaderV4::OnParamChanged(long index, trBase* who) {
   trSurfaceShader::OnParamChanged(index, who);
   breakup_.OnParamChanged(this, index, who);
   maskShader_.OnParamChanged(this, index, who);
+}
+
+void DistributionShaderV4::UpdateDerived() {
+  LayeredDistribution::UpdateDerived();
   compass_.Update();
 }
 

@@ -25,15 +25,13 @@ class DistributionBase : public trSurfaceShader {
   Breakup breakup_;
   AltitudeLimits altitude_;
   SlopeLimits slope_;
-  double softness_ = 1;
+  double softness_;
 };
 
 /// Versions 3 and 4 may spread a stack of layers in place of a colour.
 class LayeredDistribution : public DistributionBase {
  public:
   long OnFirstCreate() override;
-  using trSurfaceShader::SetParamFromString;
-  long SetParamFromString(const char* name, const trString& value, trBase* who) override;
 
  protected:
   void DeclareColour();
@@ -48,6 +46,7 @@ class DistributionShaderV4 : public LayeredDistribution {
   DistributionShaderV4();
   long OnFirstCreate() override;
   void OnParamChanged(long index, trBase* who) override;
+  void UpdateDerived() override;
   unsigned char HasDisplacement() override { return ChildLayers() != nullptr; }
   unsigned char HasShade() override { return 1; }
 
@@ -57,7 +56,7 @@ class DistributionShaderV4 : public LayeredDistribution {
  private:
   LayerMaskShader maskShader_;
   DirectionLimit compass_;
-  unsigned char exact_ = 0;
+  unsigned char exact_;
 };
 
 class DistributionShaderV3 : public LayeredDistribution {
@@ -70,7 +69,7 @@ class DistributionShaderV3 : public LayeredDistribution {
   trFCol Mask(trShadingInterface& si) const override;
 
  private:
-  unsigned char version4_ = 0;
+  unsigned char version4_;
 };
 
 class DistributionShaderV2 : public DistributionBase {

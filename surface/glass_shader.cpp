@@ -24,17 +24,13 @@ GlassShader::GlassShader() {
   inside_.Declare(this, trRgbLinear709(1.0f), 2);
 
   reflective_ = CreateReflectiveChild(this);
-  Update();
+  UpdateDerived();
 }
 
 GlassShader::~GlassShader() { trDestroyObject(reflective_); }
 
-void GlassShader::OnParamChanged(long index, trBase* who) {
-  trShader::OnParamChanged(index, who);
-  Update();
-}
-
-void GlassShader::Update() {
+void GlassShader::UpdateDerived() {
+  trShader::UpdateDerived();
   if (!reflective_) return;
   reflective_->isThinWalled = isDoubleSided_;
   reflective_->SetParam("reflectivity", reflectivity_, this);

@@ -7,17 +7,15 @@ class GlassShader : public trShader {
  public:
   GlassShader();
   ~GlassShader() override;
-  void OnParamChanged(long index, trBase* who) override;
+  void UpdateDerived() override;
   long Displace(trShadingInterface& si) override;
   long Shade(trShadingInterface& si) override;
   unsigned char HasDisplacement() override { return 0; }
 
  private:
-  void Update();
-
-  unsigned char isDoubleSided_ = 0;
+  unsigned char isDoubleSided_;
   trManRgb reflectivity_, reflectionTint_, transparency_;
-  double indexOfRefraction_ = 0, highlightIntensity_ = 0, causticIntensity_ = 0, specularRoughness_ = 0;
+  double indexOfRefraction_, highlightIntensity_, causticIntensity_, specularRoughness_;
   trShaderLink roughnessFunction_;
   SubSurface inside_;
   ReflectiveShader* reflective_ = nullptr;  ///< hidden

@@ -1,23 +1,12 @@
 // lambert_shader.
 #include "surface/lambert_shader.h"
 
-#include "core/idioms.h"
-
-namespace {
-constexpr trAlias kAliases[] = {{"diffuse_color", "diffuse_colour"},
-                                {"use_existing_color", "use_existing_colour"}};
-}
-
 LambertShader::LambertShader() {
-  Param(diffuseColour_, "diffuse_colour", trRgbLinear709(1.0f));
-  Param(useExistingColour_, "use_existing_colour", 0);
+  Param(diffuseColour_, "diffuse_colour", trRgbLinear709(1.0f)).Alias("diffuse_color");
+  Param(useExistingColour_, "use_existing_colour", 0).Alias("use_existing_color");
   Param(translucent_, "translucent", 0);
   Param(translucencyAmount_, "translucency_amount", 1.0);
   Param(translucencyTint_, "translucency_tint", trRgbLinear709(1.0f));
-}
-
-long LambertShader::SetParamFromString(const char* name, const trString& value, trBase* who) {
-  return trSurfaceShader::SetParamFromString(ResolveAlias(kAliases, name), value, who);
 }
 
 long LambertShader::Displace(trShadingInterface& si) {

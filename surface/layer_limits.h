@@ -26,8 +26,10 @@ class AltitudeLimits {
 
   trDoubleHint altitudeHint_, zoneHint_;
   trIntHint keyHint_;
-  unsigned char limitMaximum_ = 0, limitMinimum_ = 0, useY_ = 0;
-  double maximum_ = 0, maximumZone_ = 0, minimum_ = 0, minimumZone_ = 0;
+  unsigned char limitMaximum_, limitMinimum_;
+  double maximum_, maximumZone_, minimum_, minimumZone_;
+  // Not of every class.
+  unsigned char useY_ = 0;
   long key_ = 0;
 };
 
@@ -54,31 +56,33 @@ class SlopeLimits {
 
  private:
   trDoubleHint angleHint_;
+  unsigned char limitMaximum_, limitMinimum_;
+  double maximum_, maximumZone_, minimum_, minimumZone_;
+  // Not of every class.
   NormalKey key_;
-  unsigned char limitMaximum_ = 0, limitMinimum_ = 0, useY_ = 0;
-  double maximum_ = 0, maximumZone_ = 0, minimum_ = 0, minimumZone_ = 0;
+  unsigned char useY_ = 0;
 };
 
 /// The limit to a compass direction. Degrees.
 class DirectionLimit {
  public:
   void Declare(trBase* node);
-  /// Called from OnParamChanged.
+  /// Called from UpdateDerived.
   void Update();
   double Terms(trShadingInterface& si, bool exact) const;
 
  private:
   trDoubleHint headingHint_, declinationHint_, deviationHint_;
   NormalKey key_;
-  unsigned char limit_ = 0;
-  double heading_ = 0, declination_ = 0, maxDeviation_ = 0, zone_ = 0;
+  unsigned char limit_;
+  double heading_, declination_, maxDeviation_, zone_;
   trVector peak_{0, 0, 1};  ///< the direction of the two angles, unit
 };
 
 /// Coverage and the fractal that breaks it up.
 struct Breakup {
-  double coverage = 1, contrast = 0.5;
-  unsigned char isOn = 0, invert = 0;
+  double coverage, contrast;
+  unsigned char isOn, invert;
   trShaderLink shader;
   trDoubleHint contrastHint;
 
@@ -100,7 +104,7 @@ struct Breakup {
 
 /// The mask shader of a layer, as coverage (before breakup) or over all.
 struct LayerMaskShader {
-  unsigned char isOn = 0, invert = 0, asCoverage = 1;
+  unsigned char isOn, invert, asCoverage;
   trShaderLink shader;
 
   void Declare(trBase* node);

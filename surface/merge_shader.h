@@ -46,8 +46,8 @@ class MergeShader : public trShader {
   [[gnu::noinline]] void MergeColours(trShadingInterface& si, const Mix& mix) const;
 
   trShaderLink shaderA_, mixController_;
-  double mixToA_ = 0.5;
-  long chooseByAltitude_ = 0, textureSpace_ = 0, colourMode_ = 0, displaceMode_ = 0;
-  unsigned char mergeColour_ = 1, mergeDisplacement_ = 1;
+  double mixToA_;
+  long chooseByAltitude_, textureSpace_, colourMode_, displaceMode_;
+  unsigned char mergeColour_, mergeDisplacement_;
   trIntHint altitudeHint_, spaceHint_, colourHint_, displaceHint_;
 };

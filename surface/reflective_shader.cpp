@@ -41,11 +41,13 @@ ReflectiveShader::ReflectiveShader() : records_(static_cast<size_t>(trMaxThreads
   Param(reflectionSoftness_, "reflection_softness", 0.0, &unitHint_);
   GuiTab("Quality", "quality_tab");
   Param(numberOfSamples_, "number_of_samples", 4, &samplesHint_);
-  modelOfLobes_ = static_cast<signed char>(highlightModel_);
+  // Old projects wrote it here; it is the owner's now.
+  Retired("transparency");
+  UpdateDerived();
 }
 
-void ReflectiveShader::OnParamChanged(long index, trBase* who) {
-  trSurfaceShader::OnParamChanged(index, who);
+void ReflectiveShader::UpdateDerived() {
+  trSurfaceShader::UpdateDerived();
   modelOfLobes_ =
       static_cast<signed char>(highlightModel_ >= 0 && highlightModel_ <= 3 ? highlightModel_ : -1);
 }
@@ -62,12 +64,6 @@ ReflectiveShader* CreateReflectiveChild(trBase* owner) {
   auto* const reflective = dynamic_cast<ReflectiveShader*>(child);
   if (!reflective) trDestroyObject(child);
   return reflective;
-}
-
-long ReflectiveShader::SetParamFromString(const char* name, const trString& value, trBase* who) {
-  // Old projects wrote it here; it is the owner's now.
-  if (trString(name) == "transparency") return 1;
-  return trSurfaceShader::SetParamFromString(name, value, who);
 }
 
 long ReflectiveShader::Displace(trShadingInterface& si) {

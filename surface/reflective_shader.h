@@ -30,9 +30,7 @@ struct alignas(64) ReflectiveThreadState {
 class ReflectiveShader : public trSurfaceShader {
  public:
   ReflectiveShader();
-  void OnParamChanged(long index, trBase* who) override;
-  using trSurfaceShader::SetParamFromString;
-  long SetParamFromString(const char* name, const trString& value, trBase* who) override;
+  void UpdateDerived() override;
   long Displace(trShadingInterface& si) override;
   long Shade(trShadingInterface& si) override;
   unsigned char HasDisplacement() override { return 0; }
@@ -103,16 +101,16 @@ class ReflectiveShader : public trSurfaceShader {
   int AddMedium(trShadingInterface& si) const;
 
   trManRgb reflectivity_, reflectionTint_;
-  double indexOfRefraction_ = 0;
-  unsigned char specularHighlights_ = 0;
-  long highlightModel_ = 0;
-  double highlightIntensity_ = 0, causticIntensity_ = 0;
-  double specularRoughness_ = 0;
+  double indexOfRefraction_;
+  unsigned char specularHighlights_;
+  long highlightModel_;
+  double highlightIntensity_, causticIntensity_;
+  double specularRoughness_;
   trShaderLink roughnessFunction_;
-  double specularTweak_ = 0;
-  unsigned char rayTracedReflections_ = 0;
-  double reflectionSoftness_ = 0;
-  long numberOfSamples_ = 0;
+  double specularTweak_;
+  unsigned char rayTracedReflections_;
+  double reflectionSoftness_;
+  long numberOfSamples_;
   signed char modelOfLobes_ = -1;  ///< the highlight model, or -1 for none of the known
 
   std::vector<ReflectiveThreadState> records_;

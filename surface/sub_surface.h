@@ -13,10 +13,10 @@ class SubSurface {
   void Give(ReflectiveShader& reflective) const;
 
  private:
-  double decayDistance_ = 0, density_ = 0;
+  double decayDistance_, density_;
   trManRgb decayTint_, colour_;
   trShaderLink densityFunction_, colourFunction_;
-  unsigned char isColourVolumetric_ = 0;
-  long methodInLegacy_ = 0, methodInPathTracer_ = 0;
+  unsigned char isColourVolumetric_;
+  long methodInLegacy_, methodInPathTracer_;
   trIntHint legacyHint_, pathTracerHint_;
 };

@@ -5,7 +5,6 @@
 
 namespace {
 
-constexpr trAlias kAliases[] = {{"surface_layers", "child_layers"}, {"displacement", "displacement_offset"}};
 constexpr long kDisplacementIntersection = 2;
 
 trVector Mixed(const trVector& a, const trVector& b, double weightOfA) {
@@ -45,14 +44,14 @@ void SurfaceLayer::DeclareColour() {
   direction_.Declare(this);
   Param(displacementMultiplier_, "displacement_multiplier", 1.0, &strengthHint_);
   Param(displacementFunction_, "displacement_function", "");
-  Param(displacementOffset_, "displacement_offset", 0.0, &strengthHint_);
+  Param(displacementOffset_, "displacement_offset", 0.0, &strengthHint_).Alias("displacement");
 
   GuiTab("Smoothing", "smoothing_tab");
   Param(smoothingEffect_, "smoothing_effect", 0);
   Param(smoothingAmount_, "smoothing_amount", 1.0, &smoothingHint_);
   AddGuiAction({"smoothing_effect"}, {"smoothing_amount"}, 2);
   Gui(trGuiRule);
-  Param(childLayers_, "child_layers", "");
+  Param(childLayers_, "child_layers", "").Alias("surface_layers");
   Gui(trGuiRule);
 }
 
@@ -119,11 +118,11 @@ void SurfaceLayer::OnParamChanged(long index, trBase* who) {
   trSwitchFollowsLink(this, index, who, luminosityFunction_, luminous_, "luminous");
   breakup_.OnParamChanged(this, index, who);
   maskShader_.OnParamChanged(this, index, who);
-  compass_.Update();
 }
 
-long SurfaceLayer::SetParamFromString(const char* name, const trString& value, trBase* who) {
-  return trSurfaceShader::SetParamFromString(ResolveAlias(kAliases, name), value, who);
+void SurfaceLayer::UpdateDerived() {
+  trSurfaceShader::UpdateDerived();
+  compass_.Update();
 }
 
 void SurfaceLayer::DisplaceLayer(trShadingInterface& si) {

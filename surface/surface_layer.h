@@ -9,8 +9,7 @@ class SurfaceLayer : public trSurfaceShader {
   SurfaceLayer();
   long OnFirstCreate() override;
   void OnParamChanged(long index, trBase* who) override;
-  using trSurfaceShader::SetParamFromString;
-  long SetParamFromString(const char* name, const trString& value, trBase* who) override;
+  void UpdateDerived() override;
   long Displace(trShadingInterface& si) override;
   long Shade(trShadingInterface& si) override;
   unsigned char HasDisplacement() override { return 1; }
@@ -49,32 +48,32 @@ class SurfaceLayer : public trSurfaceShader {
   trShader* ChildLayers() const { return LinkedShader(childLayers_); }
 
   // Colour and luminosity
-  unsigned char applyColour_ = 1, enableTestColour_ = 0, luminous_ = 0;
+  unsigned char applyColour_, enableTestColour_, luminous_;
   trManRgb diffuseColour_, testColour_, luminosityTint_;
-  double luminosityMultiplier_ = 1;
+  double luminosityMultiplier_;
   trShaderLink colourFunction_, luminosityFunction_;
   trDoubleHint strengthHint_;
 
   // Displacement
   trDisplacementDirection direction_;
-  double displacementMultiplier_ = 1, displacementOffset_ = 0, smoothingAmount_ = 1;
+  double displacementMultiplier_, displacementOffset_, smoothingAmount_;
   trShaderLink displacementFunction_, childLayers_;
-  unsigned char smoothingEffect_ = 0;
+  unsigned char smoothingEffect_;
   trDoubleHint smoothingHint_;
 
   // Where
   Breakup breakup_;
-  unsigned char onlyBreakupColour_ = 0;
+  unsigned char onlyBreakupColour_;
   LayerMaskShader maskShader_;
   AltitudeLimits altitude_;
   SlopeLimits slope_;
   DirectionLimit compass_;
 
   // Effects
-  unsigned char intersectUnderlying_ = 0, exactForShading_ = 0, exactForDisplacement_ = 0;
-  long intersectionMode_ = 0;
-  double intersectionZone_ = 2, smoothingScale_ = 0, intersectionShift_ = 2, minIntersectionShift_ = -2;
-  double fuzzyZoneSoftness_ = 1;
+  unsigned char intersectUnderlying_, exactForShading_, exactForDisplacement_;
+  long intersectionMode_;
+  double intersectionZone_, smoothingScale_, intersectionShift_, minIntersectionShift_;
+  double fuzzyZoneSoftness_;
   trIntHint intersectionModeHint_;
   trDoubleHint smoothingScaleHint_, shiftHint_;
 };

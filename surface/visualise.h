@@ -22,7 +22,7 @@ class VisualiseBase : public trSurfaceShader {
   void Show(trShadingInterface& si, const trVector& colour) const;
 
  private:
-  unsigned char diffuse_ = 0, luminous_ = 1;
+  unsigned char diffuse_, luminous_;
 };
 
 class VisualiseNormal : public VisualiseBase {
@@ -31,7 +31,7 @@ class VisualiseNormal : public VisualiseBase {
   long Shade(trShadingInterface& si) override;
 
  private:
-  unsigned char flipX_ = 0, flipY_ = 0, flipZ_ = 1;
+  unsigned char flipX_, flipY_, flipZ_;
 };
 
 class VisualiseTexCoords : public VisualiseBase {
@@ -40,5 +40,5 @@ class VisualiseTexCoords : public VisualiseBase {
   long Shade(trShadingInterface& si) override;
 
  private:
-  unsigned char repeat_ = 1;
+  unsigned char repeat_;
 };

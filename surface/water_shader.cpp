@@ -29,7 +29,7 @@ WaterShader::WaterShader() {
     wind_->SetParam("clamp_high_colour", 0, this);
     wind_->SetParam("clamp_low_colour", 0, this);
   }
-  Update();
+  UpdateDerived();
 }
 
 WaterShader::~WaterShader() {
@@ -46,7 +46,7 @@ void WaterShader::DeclareParams() {
   Param(windPatchEffect_, "wind_patch_effect", 1.0);
   Param(windPatchSize_, "wind_patch_size", 100.0);
   Param(windPatchSharpness_, "wind_patch_sharpness", 5.0);
-  Param(seed_, "seed", trNewSeed());
+  Seed(seed_);
   PushButton(randomiseButton_, "randomise_button");
   GuiTab("Reflections", "reflections_tab");
   Param(masterReflectivity_, "master_reflectivity", 1.0);
@@ -60,12 +60,8 @@ void WaterShader::DeclareParams() {
   inside_.Declare(this, trManRgb(0.75f, 1.0f, 0.5f), 1);
 }
 
-void WaterShader::OnParamChanged(long index, trBase* who) {
-  trShader::OnParamChanged(index, who);
-  Update();
-}
-
-void WaterShader::Update() {
+void WaterShader::UpdateDerived() {
+  trShader::UpdateDerived();
   inverseWaveScale_ = SafeReciprocal(waveScale_);
   inverseSmallestScale_ = SafeReciprocal(smallestScale_);
   if (waves_) UpdateWaves();

@@ -7,7 +7,6 @@
 #include <limits>
 #include <random>
 
-#include "fractal/noise_bank.h"
 #include "fractal/power_fractal_shader.h"
 #include "host/noise/simd_level.h"
 
@@ -20,7 +19,6 @@ void Set(trBase& node, const std::vector<Setting>& settings) {
 }
 
 // --- The formulas, plainly
-// -------------------------------------------------------------------------------------
 
 /// One evaluation, octave by octave, with the C library's functions; `colour` chooses between the two loops.
 class PlainFractal {
@@ -222,7 +220,6 @@ class PlainFractal {
 };
 
 // --- Laws
-// ------------------------------------------------------------------------------------------------------
 
 /// Settings to combine with every flavour and method: the rest of the loop's branches.
 const std::vector<std::vector<Setting>>& Variants() {
@@ -313,33 +310,6 @@ TEST_F(PowerFractal, EvaluatesItsFormulas) {
           }
         });
       }
-}
-
-TEST(FractalNoiseBank, AnswersWithTheNoisesOfTheOctaves) {
-  const trVector p(3.7, -12.1, 0.4);
-  for (const bool is4D : {false, true}) {
-    FractalSettings settings;
-    settings.seed = 4711;
-    settings.noiseOctaves = 60;
-    settings.fourDNoise = is4D;
-    const FractalNoiseBank bank(settings);
-    const auto noise = [&](int seed) {
-      trNoiseInst3 three;
-      trNoiseInst4 four;
-      three.Init(true, seed);
-      four.Init(true, seed);
-      return is4D ? four.Noise4(p, 2.5) : three.Noise3(p);
-    };
-    for (const int i : {0, 7, 39}) {
-      EXPECT_EQ(bank.primary[i].Noise(p, 2.5), noise(4711 + 65536 + i));
-      EXPECT_EQ(bank.secondary[i].Noise(p, 2.5), noise(4711 + 65546 + i));
-      EXPECT_EQ(bank.warpZ[i].Seed(), 4711u + 65576u + i);
-    }
-  }
-  const trNoiseInstWrapper unconfigured;
-  trNoiseInst3 unseeded;
-  unseeded.Init(false, 9);
-  EXPECT_EQ(unconfigured.Noise(p, 1), unseeded.Noise3(p));
 }
 
 TEST_F(PowerFractal, SameBitsOnEveryInstructionSet) {

@@ -2,11 +2,15 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <limits>
+#include <random>
+#include <set>
 
+#include "core/random.h"
 #include "core/xml.h"
 #include "host/base/log.h"
 #include "host/node/class_pool.h"
@@ -181,7 +185,178 @@ TEST(ProjectFile, EveryBadValueIsToldWithItsPlace) {
       "/S|colour|test.ovd:7: '1 2' is not a value of type colour",
   };
   ASSERT_EQ(messages.errors.size(), std::size(expected));
-  for (size_t i = 0; i < std::size(expected); ++i) EXPECT_EQ(messages.errors[i], expected[i]);
+  // In the order in which nodes declare their parameters.
+  for (const char* line : expected)
+    EXPECT_EQ(std::count(messages.errors.begin(), messages.errors.end(), line), 1);
+}
+
+TEST(ProjectFile, NamesOfOlderVersionsSetTheParametersOfToday) {
+  RegisterClasses();
+  if (!ovhost::FindClass("planet")) ovhost::LoadPlugins();
+  const struct {
+    const char *className, *value;
+    std::vector<std::pair<const char*, const char*>> names;  ///< old and present
+  } rows[] = {
+      {"planet", "1 2 3", {{"center", "centre"}, {"rotate", "rotation"}}},
+      {"planet_atmosphere",
+       "0.25 0.5 0.75",
+       {{"haze_horizon_color", "haze_horizon_colour"},
+        {"bluesky_horizon_color", "bluesky_horizon_colour"},
+        {"bluesky_density_color", "bluesky_density_colour"},
+        {"center", "centre"}}},
+      {"planet_atmosphere", "900", {{"exp_height", "haze_exp_height"}, {"exp_height", "bluesky_exp_height"}}},
+      {"planet_surface_shader",
+       "0.25 0.5 0.75",
+       {{"lowland_color", "lowland_colour"},
+        {"rocky_lowland_color", "rocky_lowland_colour"},
+        {"highland_color", "highland_colour"},
+        {"rocky_highland_color", "rocky_highland_colour"},
+        {"snow_color", "snow_colour"},
+        {"ambient_light_color", "ambient_light_colour"},
+        {"ocean_decay_color", "ocean_decay_colour"}}},
+      {"power_fractal_shader_v3",
+       "0.25 0.5 0.75",
+       {{"high_color", "high_colour"}, {"low_color", "low_colour"}}},
+      {"power_fractal_shader_v3",
+       "0",
+       {{"apply_high_color", "apply_high_colour"},
+        {"apply_low_color", "apply_low_colour"},
+        {"clamp_high_color", "clamp_high_colour"},
+        {"clamp_low_color", "clamp_low_colour"}}},
+      {"power_fractal_shader_v3",
+       "0.375",
+       {{"color_contrast", "colour_contrast"},
+        {"color_offset", "colour_offset"},
+        {"color_roughness", "colour_roughness"}}},
+      {"lambert_shader", "0.25 0.5 0.75", {{"diffuse_color", "diffuse_colour"}}},
+      {"lambert_shader", "1", {{"use_existing_color", "use_existing_colour"}}},
+      {"surface_layer", "2.5", {{"displacement", "displacement_offset"}}},
+      {"surface_layer", "/X", {{"surface_layers", "child_layers"}}},
+      {"distribution_shader_v3", "/X", {{"surface_layers", "child_layers"}}},
+      {"distribution_shader_v4", "/X", {{"surface_layers", "child_layers"}}},
+      {"distribution_shader_v3", "0.25 0.5 0.75", {{"diffuse_color", "colour"}}},
+      {"distribution_shader_v4", "0.25 0.5 0.75", {{"diffuse_color", "colour"}}},
+  };
+  for (const auto& row : rows)
+    for (const auto& [old, present] : row.names) {
+      Messages messages;
+      const auto project =
+          Parsed("<" + std::string(row.className) + " name=\"N\" " + old + "=\"" + row.value + "\"/>");
+      ASSERT_TRUE(project) << old;
+      EXPECT_TRUE(messages.errors.empty()) << row.className << " " << old;
+      for (const std::string& warning : messages.warnings)
+        EXPECT_EQ(warning.find("is unknown"), std::string::npos) << warning;
+      long index = -1;
+      trString value;
+      ASSERT_TRUE(project->Child(0)->FindParam(index, present)) << present;
+      project->Child(0)->GetStringFromParam(index, value, nullptr);
+      EXPECT_EQ(value, row.value) << row.className << " " << old;
+      EXPECT_EQ(ovhost::ProjectToText(*project).find(" " + std::string(old) + "="), std::string::npos) << old;
+    }
+  // Names that mean nothing any more are dropped where they meant nothing.
+  for (const char* gone :
+       {"sample_jitter=\"1\"", "pre-apply_atmosphere=\"0\"", "post-apply_atmosphere_name=\"\""}) {
+    Messages messages;
+    const auto project = Parsed("<planet_atmosphere name=\"N\" " + std::string(gone) + "/>");
+    EXPECT_TRUE(project && messages.warnings.empty()) << gone;
+    EXPECT_EQ(ovhost::ProjectToText(*project).find("_jitter"), std::string::npos);
+  }
+  Messages messages;
+  const auto kept = Parsed("<planet_atmosphere name=\"N\" sample_jitter=\"2\"/>");
+  EXPECT_EQ(messages.warnings.size(), 1u);
+  EXPECT_NE(ovhost::ProjectToText(*kept).find("sample_jitter=\"2\""), std::string::npos);
+}
+
+/// Values other than the defaults, as far as text can make them of any type.
+std::vector<std::string> OtherValues(trBase& node) {
+  std::vector<std::string> attributes;
+  std::set<std::string> names;
+  for (long i = 0; i < node.NumParams(); ++i) {
+    if (!names.insert(node.ParamName(i)).second) continue;
+    trString text;
+    const trParamType type = node.ParamType(i);
+    double number = 0;
+    if (node.GetParam(i, number)) {
+      if (type == trParamType::kBool) text = number != 0 ? "0" : "1";
+      if (type == trParamType::kInt) text = ovhost::ValueToText(std::floor(number) + 1);
+      if (text.empty()) text = ovhost::ValueToText(number * 1.5 + 0.25);
+    } else {
+      if (type >= trParamType::kString) continue;
+      node.GetStringFromParam(i, text, nullptr);
+      if (type == trParamType::kColour) text = "0.5 0.25 0.125";
+    }
+    attributes.push_back(" " + trString(node.ParamName(i)) + "=\"" + text + "\"");
+  }
+  return attributes;
+}
+
+TEST(ProjectFile, TheOrderOfAttributesDoesNotMatter) {
+  RegisterClasses();
+  if (!ovhost::FindClass("planet")) ovhost::LoadPlugins();
+  Messages messages;
+  std::set<std::string> seen;
+  std::mt19937 random(1);
+  for (const ovhost::CatalogueEntry& entry : ovhost::Catalogue()) {
+    if (entry.className == "ombrivex_project" || !seen.insert(entry.className).second) continue;
+    juProject project;
+    std::vector<std::string> attributes = OtherValues(*ovhost::CreateNode(entry.className, &project, ""));
+    const auto loaded = [&] {
+      std::string text = "<" + entry.className + " name=\"N\"";
+      for (const std::string& attribute : attributes) text += attribute;
+      const auto parsed = Parsed(text + "/>");
+      EXPECT_TRUE(parsed) << entry.className;
+      return parsed ? ovhost::ProjectToText(*parsed) : std::string();
+    };
+    const std::string inOrder = loaded();
+    std::reverse(attributes.begin(), attributes.end());
+    EXPECT_EQ(loaded(), inOrder) << entry.className;
+    for (int i = 0; i < 3; ++i) {
+      std::shuffle(attributes.begin(), attributes.end(), random);
+      EXPECT_EQ(loaded(), inOrder) << entry.className;
+    }
+  }
+  EXPECT_GT(seen.size(), 60u);
+  EXPECT_TRUE(messages.errors.empty()) << messages.errors[0];
+}
+
+TEST(ProjectFile, OctavesFollowTheLeadInWhereverItIsWritten) {
+  if (!ovhost::FindClass("planet")) ovhost::LoadPlugins();
+  for (const char* order : {"lead-in_scale=\"8000\" smallest_scale=\"0.5\" noise_octaves=\"20\"",
+                            "noise_octaves=\"20\" smallest_scale=\"0.5\" lead-in_scale=\"8000\""}) {
+    const auto project = Parsed(std::string("<power_fractal_shader_v3 name=\"F\" ") + order + "/>");
+    long octaves = 0;
+    ASSERT_TRUE(project->Child(0)->GetParam("noise_octaves", octaves));
+    EXPECT_EQ(octaves, 20) << order;
+  }
+}
+
+TEST(ProjectFile, AMissingSeedIsThePathsAtEveryLoad) {
+  RegisterClasses();
+  if (!ovhost::FindClass("planet")) ovhost::LoadPlugins();
+  const auto seeds = [](const std::string& body) {
+    const auto project = Parsed(body);
+    std::vector<long> found;
+    const trBase& group = *project->Child(0);
+    for (long i = 0; i < group.NumChildren(); ++i) {
+      found.push_back(-1);
+      group.Child(i)->GetParam("seed", found.back());
+    }
+    return found;
+  };
+  const char* const classes[] = {"power_fractal_shader_v3", "heightfield_generate", "water_shader",
+                                 "planet_surface_shader"};
+  std::string bare = "<group name=\"G\">", given = bare;
+  for (const char* name : classes) {
+    bare += "<" + std::string(name) + " name=\"" + name + "\"/><" + name + " name=\"" + name + " 2\"/>";
+    given += "<" + std::string(name) + " name=\"" + name + "\" seed=\"77\"/>";
+  }
+  const std::vector<long> first = seeds(bare + "</group>");
+  trNewSeed();
+  EXPECT_EQ(seeds(bare + "</group>"), first) << "another load, other seeds";
+  const std::set<long> different(first.begin(), first.end());
+  EXPECT_EQ(different.size(), first.size()) << "nodes of different paths have the same seed";
+  for (const long seed : first) EXPECT_TRUE(seed >= 0 && seed <= 0xffff) << seed;
+  EXPECT_EQ(seeds(given + "</group>"), std::vector<long>(std::size(classes), 77));
 }
 
 TEST(ProjectFile, SiblingsOfOneNameAreToldApart) {

@@ -15,6 +15,8 @@ struct Context {
   trString name;
 };
 thread_local std::vector<Context> contexts;
+thread_local const ovhost::ScopedPlace* place = nullptr;
+thread_local ovhost::ToldErrors* innermostTold = nullptr;
 
 const char* LevelName(ovhost::LogLevel level) {
   switch (level) {
@@ -68,9 +70,11 @@ void Report(ovhost::LogLevel level, const trString& text, const trErrorWarningDa
     record.node = contexts.back().node ? contexts.back().node->NameAndPath() : trString();
     record.parameter = contexts.back().name;
   }
+  if (level >= ovhost::LogLevel::kWarning && place) record.text = place->Text() + record.text;
   if (data && !data->parameter.empty()) record.parameter = data->parameter;
   ovhost::SessionContext& session = ovhost::SessionContext::Current();
   if (level == ovhost::LogLevel::kError) ++session.errors;
+  if (level == ovhost::LogLevel::kError) ovhost::ToldErrors::Count();
   if (level == ovhost::LogLevel::kError && data && !data->file.empty()) ++session.fileErrors;
   if (level == ovhost::LogLevel::kWarning) ++session.warnings;
 
@@ -119,5 +123,16 @@ void SetLogSink(LogSink sink, void* context) {
 long NumErrors() { return SessionContext::Current().errors; }
 long NumFileErrors() { return SessionContext::Current().fileErrors; }
 long NumWarnings() { return SessionContext::Current().warnings; }
+
+ToldErrors::ToldErrors() : outer_(innermostTold) { innermostTold = this; }
+ToldErrors::~ToldErrors() { innermostTold = outer_; }
+void ToldErrors::Count() {
+  for (ToldErrors* told = innermostTold; told; told = told->outer_) ++told->count_;
+}
+
+ScopedPlace::ScopedPlace(const std::string& file, long line) : file_(file), line_(line), outer_(place) {
+  place = this;
+}
+ScopedPlace::~ScopedPlace() { place = outer_; }
 
 }  // namespace ovhost

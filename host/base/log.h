@@ -29,6 +29,37 @@ OV_API long NumErrors();
 OV_API long NumWarnings();
 /// Those of the errors that were about a file which can't be read. Thread-safe.
 OV_API long NumFileErrors();
+/// What this thread reports as errors while the object lives: whether a call that failed has told why.
+class OV_API ToldErrors {
+ public:
+  ToldErrors();
+  ~ToldErrors();
+  ToldErrors(const ToldErrors&) = delete;
+  ToldErrors& operator=(const ToldErrors&) = delete;
+  bool Any() const { return count_ > 0; }
+  /// Host side: counts an error of this thread in every such object alive.
+  static void Count();
+
+ private:
+  long count_ = 0;
+  ToldErrors* const outer_;
+};
+
+/// While one lives, the warnings and errors of this thread begin with a place in a file: "scene.ovd:12: ".
+class OV_API ScopedPlace {
+ public:
+  ScopedPlace(const std::string& file, long line);
+  ~ScopedPlace();
+  ScopedPlace(const ScopedPlace&) = delete;
+  ScopedPlace& operator=(const ScopedPlace&) = delete;
+  std::string Text() const { return file_ + ":" + std::to_string(line_) + ": "; }
+
+ private:
+  const std::string& file_;
+  const long line_;
+  const ScopedPlace* const outer_;
+};
+
 /// Number of threads for renders and long jobs: `count`, or all cores for 0. Main thread only.
 OV_API void SetNumThreads(int count);
 

@@ -117,8 +117,13 @@ double trBase::GetEndFrame() const { return RootNumber(this, "end_frame", 0); }
 namespace ovhost {
 
 void UpdateAnimation(trBase* root, double frame) {
-  for (trBase* node : AllNodes(root))
-    for (long i = 0; i < node->NumParams(); ++i) node->UpdateParamFromAnim(i, frame);
+  for (trBase* node : AllNodes(root)) {
+    const auto isAnimated = [](const trParamInfo& param) { return !param.curves.empty(); };
+    if (std::none_of(node->Data().params.begin(), node->Data().params.end(), isAnimated)) continue;
+    SetTogether(*node, [&] {
+      for (long i = 0; i < node->NumParams(); ++i) node->UpdateParamFromAnim(i, frame);
+    });
+  }
 }
 
 }  // namespace ovhost

@@ -23,8 +23,12 @@ trBase::~trBase() {
   while (!data_->children.empty()) ovhost::DestroyNode(data_->children.back());
   // What trCreateObject made belongs to its owner's code, which destroys it; it must not reach up to a dead
   // parent.
-  for (trBase* owned : data_->owned) owned->Data().parent = nullptr;
+  for (trBase* owned : data_->owned) {
+    owned->Data().parent = nullptr;
+    trLinkIndex::Adopt(owned);
+  }
   ovhost::Detach(this);
+  trLinkIndex::ForgetTarget(this);
   ovhost::BumpGraphGeneration();
 }
 
@@ -32,6 +36,7 @@ void trBase::PreDestroy() {}
 
 long trBase::Init(trBase* parent, unsigned char) {
   data_->parent = parent;
+  if (parent) trLinkIndex::Adopt(this);
   return 1;
 }
 
@@ -66,6 +71,7 @@ void trBase::HandleXMLCustomElement(const trString&, const char**) {}
 void trBase::HandleXMLCustomElementClosed(const trString&) {}
 void trBase::HandleXMLCustomCharacterData(const trString&) {}
 void trBase::ExitedXMLCustomData() {}
+void trBase::UpdateDerived() {}
 
 long trBase::ReportProgress(unsigned long& state, const trString& text, float fraction, float remaining) {
   ++state;

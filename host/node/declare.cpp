@@ -53,6 +53,22 @@ trParamDecl& trParamDecl::NotSaved() {
   return *this;
 }
 
+trParamDecl& trParamDecl::Alias(const char* oldName) {
+  node_->Data().oldNames.push_back({oldName, index_, {}});
+  return *this;
+}
+
+trParamDecl trBase::Seed(long& member) {
+  const trParamDecl declared = Param(member, "seed", trNewSeed());
+  data_->params[static_cast<size_t>(declared.Index())].isSeed = true;
+  return declared;
+}
+
+void trBase::Retired(const char* oldName, const char* neutralValue) {
+  data_->oldNames.push_back({oldName, -1, {}});
+  if (neutralValue) data_->oldNames.back().neutralValue = neutralValue;
+}
+
 trParamDecl trBase::Param(long& member, const char* name, long dflt, trIntHint* hint) {
   return DeclareValue(this, member, name, trParamType::kInt, dflt, hint);
 }
@@ -135,6 +151,7 @@ void trBase::AddGuiAction(const std::vector<trString>& triggers, const std::vect
 
 void trBase::DeclareTrue(const trString& fact) {
   data_->facts.insert(fact);
+  if (data_->parent) trLinkIndex::Forget(data_->parent, data_->name);
   ovhost::BumpGraphGeneration();
 }
 bool trBase::IsTrue(const trString& fact) const { return data_->facts.count(fact) != 0; }

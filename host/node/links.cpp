@@ -1,4 +1,4 @@
-// Links: looking names and paths up, and remembering the answer until the graph changes.
+// Links: looking names and paths up, and remembering the answer until the graph changes where it matters.
 #include "core/links.h"
 
 #include <filesystem>
@@ -22,26 +22,29 @@ void ResolveAllLinks(trBase* root) {
 
 }  // namespace ovhost
 
-trFile::~trFile() = default;
+trFile::~trFile() { trLinkIndex::Leave(*this); }
 
 void trFile::SetOwner(trBase* owner) {
+  trLinkIndex::Leave(*this);
   owner_ = owner;
+  trLinkIndex::Enter(*this);
   ovhost::BumpGraphGeneration();
 }
 
 void trFile::SetText(const trString& text) {
+  trLinkIndex::Leave(*this);
   text_ = text;
+  trLinkIndex::Enter(*this);
   ovhost::BumpGraphGeneration();
 }
 
 trBase* trFile::LinkedNode(bool checkKind) const {
-  const std::uint32_t now = ovhost::GraphGeneration();
-  if (cachedGeneration_.load(std::memory_order_acquire) != now) {
+  if (!isLookedUp_.load(std::memory_order_acquire)) {
     trBase* found = text_.empty() || !owner_ ? nullptr : owner_->NodeByPath(text_);
     const bool isRightKind = found && (!*RequiredFact() || found->IsTrue(RequiredFact()));
     cachedNode_.store(found, std::memory_order_relaxed);
     cachedNodeOfKind_.store(isRightKind ? found : nullptr, std::memory_order_relaxed);
-    cachedGeneration_.store(now, std::memory_order_release);
+    isLookedUp_.store(true, std::memory_order_release);
   }
   return (checkKind ? cachedNodeOfKind_ : cachedNode_).load(std::memory_order_relaxed);
 }

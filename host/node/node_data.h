@@ -1,7 +1,9 @@
 // What the host keeps of every node: declarations, tree, facts, animation.
 #pragma once
 
+#include <functional>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <unordered_map>
@@ -9,6 +11,7 @@
 
 #include "core/node.h"
 #include "host/base/progress.h"
+#include "host/node/link_index.h"
 
 /// One key of one component.
 struct trAnimationKey {
@@ -34,7 +37,15 @@ struct trParamInfo {
   bool saved = true;
   bool hidden = false;
   bool guiEnabled = true;
+  bool isSeed = false;                   ///< drawn where a project doesn't say it, and then from the path
   std::vector<trAnimationCurve> curves;  ///< empty, or one a component
+};
+
+/// A name of older projects.
+struct trOldName {
+  std::string name;
+  long param = -1;                          ///< the parameter that it sets; none for a name without meaning
+  std::optional<std::string> neutralValue;  ///< of a name without meaning: the only value that is taken
 };
 
 /// One entry of a node's sheet, in declaration order.
@@ -72,6 +83,7 @@ struct trNamedNode {
 struct trNodeData {
   // Declarations
   std::vector<trParamInfo> params;
+  std::vector<trOldName> oldNames;
   std::vector<trSheetItem> sheet;
   std::vector<trGuiActionInfo> guiActions;
   std::set<std::string> facts;
@@ -86,8 +98,11 @@ struct trNodeData {
   std::uint32_t freed = 0;                             ///< number of names below this node that became free
   std::string name, className;
   trBase* bundledWith = nullptr;
-  void (*destroy)(trBase*) = nullptr;  ///< null for nodes the pool didn't make
-  int starts = 0;                      ///< of a shader: renders and samplings that have it started
+  int starts = 0;                          ///< of a shader: renders and samplings that have it started
+  void (*destroy)(trBase*) = nullptr;      ///< null for nodes the pool didn't make
+  std::vector<trFile*> linksHere;          ///< the index's; asked for through it
+  std::unique_ptr<trLinkIndex> linkIndex;  ///< of a root
+  int setsTogether = 0;                    ///< open calls of SetTogether
 
   // Project
   std::vector<trUnknownAttribute> unknownAttributes;
@@ -96,7 +111,7 @@ struct trNodeData {
 
 namespace ovhost {
 
-/// Counts up whenever any tree or link changes; cached links compare against it. Thread-safe.
+/// Counts up whenever any tree or link changes. Thread-safe.
 std::uint32_t GraphGeneration();
 void BumpGraphGeneration();
 
@@ -129,11 +144,18 @@ OV_API void DestroyNode(trBase* node);
 OV_API std::vector<trBase*> AllNodes(trBase* root);
 /// Looks every link of the tree up now, so that render threads only read.
 OV_API void ResolveAllLinks(trBase* root);
+/// Where a project's attribute stands in the order of the node's declarations: an old name just before the
+/// parameter that it sets, a name that isn't known behind all others.
+OV_API long AttributeRank(const trBase& node, const std::string& name);
+/// The parameter of a name, old ones included; -1 where there is none.
+OV_API long FindParamByAnyName(const trBase& node, const std::string& name);
+/// Runs `set`, which sets values of the node; what derives from them is computed once, after the last.
+OV_API void SetTogether(trBase& node, const std::function<void()>& set);
 /// Updates every animated parameter of the tree to `frame`.
 OV_API void UpdateAnimation(trBase* root, double frame);
 
-/// While one lives, changes aren't told to the nodes that link to the changed one: a project being loaded is
-/// told as a whole, by OnCreate. Main thread only.
+/// While one lives, changes made on this thread aren't told to the nodes that link to the changed one: a
+/// project being loaded is told as a whole, by OnCreate.
 class OV_API QuietDependents {
  public:
   QuietDependents();

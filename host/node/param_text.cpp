@@ -85,6 +85,7 @@ bool TextToValue(const std::string& text, trParamType type, trParamValue& value)
     case trParamType::kFloat: {
       double v;
       if (!ReadNumbers(text, &v, 1)) return false;
+      if (type == trParamType::kFloat && !std::isfinite(static_cast<float>(v))) return false;
       value = trParamValue(v);
       return true;
     }

@@ -1,6 +1,8 @@
 // Reading and writing parameters, and who is told of a change.
 #include <algorithm>
 #include <cmath>
+#include <limits>
+#include <unordered_set>
 
 #include "host/node/node_data.h"
 
@@ -112,26 +114,55 @@ void TurnOthersOff(trBase* node, long index, trBase* who) {
   }
 }
 
-bool LinksTo(trBase* node, const trBase* target) {
-  for (const trParamInfo& param : node->Data().params)
-    if (param.type >= trParamType::kFile && static_cast<trFile*>(param.member)->LinkedNode(false) == target)
-      return true;
-  return false;
-}
-
 thread_local int quietDependents = 0;
 
+/// Tells every node that links to the changed one, once.
 void NotifyDependents(trBase* changed, long index, trBase* who) {
   if (quietDependents > 0) return;
-  for (trBase* node : ovhost::AllNodes(changed->Root()))
-    if (node != changed && LinksTo(node, changed))
-      node->OnDependencyParamChanged(changed, index, changed, who);
+  // A copy: those who are told may change the graph.
+  const std::vector<trFile*> links = trLinkIndex::LinksTo(changed);
+  const std::vector<trFile*>& now = changed->Data().linksHere;
+  const std::uint32_t generation = ovhost::GraphGeneration();
+  std::unordered_set<const trBase*> told{changed};
+  for (trFile* link : links) {
+    if (ovhost::GraphGeneration() != generation && std::find(now.begin(), now.end(), link) == now.end())
+      continue;
+    trBase* const dependent = link->Owner();
+    if (told.insert(dependent).second) dependent->OnDependencyParamChanged(changed, index, changed, who);
+  }
 }
 
 }  // namespace
 
 ovhost::QuietDependents::QuietDependents() { ++quietDependents; }
 ovhost::QuietDependents::~QuietDependents() { --quietDependents; }
+
+long ovhost::FindParamByAnyName(const trBase& node, const std::string& name) {
+  long index = -1;
+  if (node.FindParam(index, name.c_str())) return index;
+  for (const trOldName& old : node.Data().oldNames)
+    if (old.name == name && old.param >= 0) return old.param;
+  return -1;
+}
+
+long ovhost::AttributeRank(const trBase& node, const std::string& name) {
+  const long index = FindParamByAnyName(node, name);
+  if (index < 0) return std::numeric_limits<long>::max();
+  return 2 * index + (node.ParamName(index) == name);
+}
+
+void ovhost::SetTogether(trBase& node, const std::function<void()>& set) {
+  struct Open {
+    explicit Open(int& count) : count(++count) {}
+    ~Open() { --count; }
+    int& count;
+  };
+  {
+    const Open open(node.Data().setsTogether);
+    set();
+  }
+  if (node.Data().setsTogether == 0) node.UpdateDerived();
+}
 
 long trBase::SetParam(const char* name, const trParamValue& value, trBase* who, bool notify) {
   return SetParam(IndexOf(name), value, who, notify);
@@ -149,6 +180,7 @@ long trBase::SetParam(long index, const trParamValue& value, trBase* who, bool n
   }
   ++notificationDepth;
   OnParamChanged(index, who);
+  if (data_->setsTogether == 0) UpdateDerived();
   TurnOthersOff(this, index, who);
   if (data_->parent) {
     data_->parent->OnChildParamChanged(this, index, who);
@@ -195,17 +227,29 @@ long trBase::ReadParam(long index, trParamValue& value) const {
 
 long trBase::SetParamFromString(const char* name, const trString& value, trBase* who) {
   const long index = IndexOf(name);
-  return index < 0 ? 0 : SetParamFromString(index, value, who);
+  if (index >= 0) return SetParamFromString(index, value, who);
+  bool isKnown = false;
+  for (const trOldName& old : data_->oldNames) {
+    if (old.name != name) continue;
+    if (old.param < 0) {
+      isKnown |= !old.neutralValue || value == *old.neutralValue;
+      continue;
+    }
+    // By the present name, so that a class which treats that one in its own way sees it.
+    if (!SetParamFromString(ParamName(old.param), value, who)) return 0;
+    isKnown = true;
+  }
+  return isKnown;
 }
 
 long trBase::SetParamFromString(long index, const trString& value, trBase* who) {
   if (index < 0 || index >= NumParams()) return 0;
   const trParamInfo& param = data_->params[index];
   trParamValue parsed(0L);
-  if (ovhost::TextToValue(value, param.type, parsed) && SetParam(index, parsed, who)) return 1;
+  if (ovhost::TextToValue(value, param.type, parsed)) return SetParam(index, parsed, who);
   const trScopedErrorsWarningsContext context(this, &param.name);
   const std::string shown = value.size() > 80 ? value.substr(0, 80) + "..." : value;
-  trError("'" + shown + "' is not a value of type " + ovhost::TypeName(param.type) + ".");
+  trError("'" + shown + "' is not a value of type " + ovhost::TypeName(param.type));
   return 0;
 }
 

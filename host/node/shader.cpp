@@ -95,23 +95,14 @@ bool trShader::HasShadeTS() {
 trBase* trShader::FindOutputNodeByClass(const trString& className, bool throughAll) const {
   std::set<const trBase*> seen{this};
   std::vector<const trBase*> front{this};
-  const std::vector<trBase*> nodes = ovhost::AllNodes(Root());
   while (!front.empty()) {
     std::vector<const trBase*> next;
-    for (trBase* node : nodes) {
-      if (seen.count(node)) continue;
-      for (const trParamInfo& param : node->Data().params) {
-        if (param.type < trParamType::kFile) continue;
-        const trBase* target = static_cast<trFile*>(param.member)->LinkedNode(false);
-        bool fed = false;
-        for (const trBase* at : front) fed |= target == at;
-        if (!fed) continue;
-        if (node->ClassName() == className) return node;
-        seen.insert(node);
-        next.push_back(node);
-        break;
+    for (const trBase* at : front)
+      for (const trFile* link : trLinkIndex::LinksTo(at)) {
+        if (!seen.insert(link->Owner()).second) continue;
+        if (link->Owner()->ClassName() == className) return link->Owner();
+        next.push_back(link->Owner());
       }
-    }
     if (!throughAll) break;
     front = std::move(next);
   }

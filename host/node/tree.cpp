@@ -61,13 +61,17 @@ std::string UniqueName(trBase* parent, const std::string& name) {
 
 /// From now on paths and links find the node under its name.
 void ListName(trBase* node) {
-  if (trBase* parent = node->Parent()) parent->Data().named[node->Name()] = {node};
+  trBase* const parent = node->Parent();
+  if (!parent) return;
+  parent->Data().named[node->Name()] = {node};
+  trLinkIndex::Forget(parent, node->Name());
 }
 
 void UnlistName(trBase* node) {
   trNodeData& above = node->Parent()->Data();
   above.named.erase(node->Name());
   ++above.freed;
+  trLinkIndex::Forget(node->Parent(), node->Name());
 }
 
 /// "power_fractal_shader_v3" as a name for people: "Power fractal shader v3 01".
@@ -101,12 +105,6 @@ void CollectNodes(trBase* node, std::vector<trBase*>& out) {
   out.push_back(node);
   for (trBase* child : node->Data().children) CollectNodes(child, out);
   for (trBase* owned : node->Data().owned) CollectNodes(owned, out);
-}
-
-bool IsBelow(const trBase* node, const trBase* ancestor) {
-  for (; node; node = node->Parent())
-    if (node == ancestor) return true;
-  return false;
 }
 
 }  // namespace
@@ -237,13 +235,8 @@ void trBase::SetName(const trString& name) {
     const trBase* target;
   };
   std::vector<Affected> affected;
-  for (trBase* node : ovhost::AllNodes(Root()))
-    for (const trParamInfo& param : node->Data().params) {
-      if (param.type < trParamType::kFile) continue;
-      auto* link = static_cast<trFile*>(param.member);
-      const trBase* target = link->LinkedNode(false);
-      if (target && IsBelow(target, this)) affected.push_back({link, target});
-    }
+  for (const trBase* target : ovhost::AllNodes(this))
+    for (trFile* link : trLinkIndex::LinksTo(target)) affected.push_back({link, target});
   if (isListed) UnlistName(this);
   data_->name = unique;
   if (isListed) ListName(this);

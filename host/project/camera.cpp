@@ -20,11 +20,11 @@ trCameraNode::trCameraNode() {
   Param(focalLength_, "focal_length", 31.18).Display("Focal length in mm");
   Param(filmAperture_, "film_aperture", 36.0).Display("Film aperture in mm");
   Param(nearClip_, "near_clip", 0.1);
-  SetParamGuiEnabled("target", false);
+  UpdateDerived();
 }
 
-void trCameraNode::OnParamChanged(long index, trBase* who) {
-  trBase::OnParamChanged(index, who);
+void trCameraNode::UpdateDerived() {
+  trBase::UpdateDerived();
   SetParamGuiEnabled("target", useTarget_ != 0);
   SetParamGuiEnabled("rotation", useTarget_ == 0);
   SetParamGuiEnabled("field_of_view", lensMode_ == 0);

@@ -9,7 +9,7 @@
 class OV_API trCameraNode : public trBase {
  public:
   trCameraNode();
-  void OnParamChanged(long index, trBase* who) override;
+  void UpdateDerived() override;
   /// "view": the trView of the project's picture, valid until the next call. Main thread only.
   void* RequestMember(const char* name) override;
 

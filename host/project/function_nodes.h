@@ -58,7 +58,7 @@ class FunctionInput {
 
  private:
   trShaderLink link_;
-  double constant_ = 0;
+  double constant_;
 };
 
 /// A number.

@@ -66,11 +66,15 @@ class Reader {
     trBase* node;
     size_t start;  ///< byte of the opening tag
   };
-  /// An attribute whose parameter the node doesn't have yet.
-  struct Pending {
-    trBase* node;
+  /// A value for a node.
+  struct Attribute {
     std::string name, value;
     long line;
+  };
+  /// Those whose parameter a node doesn't have yet.
+  struct Pending {
+    trBase* node;
+    std::vector<Attribute> values;
   };
   struct PendingCurve {
     trBase* node;
@@ -236,29 +240,58 @@ class Reader {
 
   void SetAttributes(trBase* node, const char** attributes, size_t tag) {
     AttributeLines lines(text_, tag, Line());
-    for (int i = 0; attributes[i]; i += 2) {
-      if (std::strcmp(attributes[i], "name") == 0) continue;
-      Pending value{node, attributes[i], attributes[i + 1], lines.Of(i / 2)};
-      if (!TrySet(value)) pending_.push_back(std::move(value));
+    std::vector<Attribute> values;
+    for (int i = 0; attributes[i]; i += 2)
+      if (std::strcmp(attributes[i], "name") != 0)
+        values.push_back({attributes[i], attributes[i + 1], lines.Of(i / 2)});
+    SetTogether(*node, [&] {
+      SetMissingSeed(node, values);
+      values = SetValues(node, std::move(values));
+    });
+    if (!values.empty()) pending_.push_back({node, std::move(values)});
+  }
+
+  /// Sets values in the order in which the node declares them, so that couplings of parameters come out the
+  /// same whatever order they are written in. Returns those for which the node has no parameter.
+  std::vector<Attribute> SetValues(trBase* node, std::vector<Attribute> values) {
+    std::vector<std::pair<long, const Attribute*>> order;
+    for (const Attribute& value : values) order.emplace_back(AttributeRank(*node, value.name), &value);
+    std::stable_sort(order.begin(), order.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::vector<Attribute> unknown;
+    for (const auto& [rank, value] : order)
+      if (!TrySet(node, *value)) unknown.push_back(*value);
+    return unknown;
+  }
+
+  /// False where the node has no such parameter. A value that is refused is told of, by the node or here.
+  bool TrySet(trBase* node, const Attribute& value) {
+    const ToldErrors told;
+    {
+      const ScopedPlace place(source_, value.line);
+      if (node->SetParamFromString(value.name.c_str(), value.value, trWhoSystem)) return true;
+    }
+    if (!told.Any() && FindParamByAnyName(*node, value.name) < 0) return false;
+    failed_ = true;
+    if (!told.Any())
+      Refuse(value.line, node, value.name, "the value '" + Shortened(value.value) + "' was refused");
+    return true;
+  }
+
+  /// A seed that the document doesn't tell comes from the node's path: the same at every load.
+  static void SetMissingSeed(trBase* node, const std::vector<Attribute>& values) {
+    for (const trParamInfo& param : node->Data().params) {
+      const auto isIt = [&](const Attribute& value) { return value.name == param.name; };
+      if (param.isSeed && std::none_of(values.begin(), values.end(), isIt))
+        node->SetParam(param.name.c_str(), SeedOfPath(node->NameAndPath()), trWhoSystem);
     }
   }
 
-  /// False where the node has no such parameter; a value that isn't one is told here.
-  bool TrySet(const Pending& value) {
-    long param = -1;
-    trParamValue parsed(0L);
-    if (value.node->FindParam(param, value.name.c_str()) &&
-        !TextToValue(value.value, value.node->ParamType(param), parsed)) {
-      Refuse(value.line, value.node, value.name,
-             "'" + Shortened(value.value) + "' is not a value of type " +
-                 TypeName(value.node->ParamType(param)));
-      return true;
-    }
-    const long errorsBefore = NumErrors();
-    if (value.node->SetParamFromString(value.name.c_str(), value.value, trWhoSystem)) return true;
-    if (NumErrors() == errorsBefore && param < 0) return false;
-    Refuse(value.line, value.node, value.name, "the value '" + Shortened(value.value) + "' was refused");
-    return true;
+  /// 16 bits, of the FNV-1a hash (Fowler, Noll and Vo 1991).
+  static long SeedOfPath(const std::string& path) {
+    std::uint32_t hash = 0x811c9dc5u;
+    for (const char c : path) hash = (hash ^ static_cast<unsigned char>(c)) * 0x01000193u;
+    return static_cast<long>((hash ^ hash >> 16) & 0xffffu);
   }
 
   void ReadCurve(trBase* node, const std::string& element, const char** attributes, size_t at) {
@@ -314,8 +347,8 @@ class Reader {
 
   /// Gives the parameter its curve; a curve of an unknown parameter is kept as it is.
   void PlaceCurve(PendingCurve& read) {
-    long index = -1;
-    if (!read.node->FindParam(index, read.param.c_str())) {
+    const long index = FindParamByAnyName(*read.node, read.param);
+    if (index < 0) {
       const trScopedErrorsWarningsContext context(read.node);
       trWarning(Place(read.line) + "the animated parameter '" + Shortened(read.param) +
                 "' is unknown; its curve is kept as it is");
@@ -378,17 +411,21 @@ class Reader {
     size_t next = 0;
     for (trBase* node : nodes_) {
       if (node != root_) node->OnCreate();
-      for (; next < pending_.size() && pending_[next].node == node; ++next) PlaceValue(pending_[next]);
+      if (next < pending_.size() && pending_[next].node == node) PlaceValues(pending_[next++]);
     }
     for (PendingCurve& curve : curves_) PlaceCurve(curve);
   }
 
-  void PlaceValue(const Pending& value) {
-    if (TrySet(value)) return;
-    const trScopedErrorsWarningsContext context(value.node);
-    trWarning(Place(value.line) + "the attribute '" + Shortened(value.name) +
-              "' is unknown and is kept as it is");
-    value.node->Data().unknownAttributes.push_back({value.name, value.value});
+  void PlaceValues(Pending& pending) {
+    trBase* const node = pending.node;
+    std::vector<Attribute> unknown;
+    SetTogether(*node, [&] { unknown = SetValues(node, std::move(pending.values)); });
+    const trScopedErrorsWarningsContext context(node);
+    for (const Attribute& value : unknown) {
+      trWarning(Place(value.line) + "the attribute '" + Shortened(value.name) +
+                "' is unknown and is kept as it is");
+      node->Data().unknownAttributes.push_back({value.name, value.value});
+    }
   }
 
   const std::string& text_;

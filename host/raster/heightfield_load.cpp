@@ -65,10 +65,11 @@ trHeightfieldLoad::trHeightfieldLoad() {
   Param(metresPerPixel_, "metres_per_pixel", {10, 10});
   AddGuiAction({"read_part"}, {"bottom_left", "top_right"}, 2);
   AddGuiAction({"set_missing_value"}, {"missing_value"}, 2);
+  UpdateDerived();
 }
 
-void trHeightfieldLoad::OnParamChanged(long index, trBase* who) {
-  trHeightfield::OnParamChanged(index, who);
+void trHeightfieldLoad::UpdateDerived() {
+  trHeightfield::UpdateDerived();
   SetParamGuiEnabled("fill_height", fill_ == kFillWithValue);
 }
 

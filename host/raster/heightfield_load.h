@@ -14,7 +14,7 @@ class OV_API trHeightfieldLoad : public trHeightfield {
   /// Reports the file that can't be read, as far as its beginning tells, and warns of what would be left out
   /// of it. Main thread only.
   void CheckFile() const;
-  void OnParamChanged(long index, trBase* who) override;
+  void UpdateDerived() override;
 
  private:
   ovhost::RasterRequest Request() const;

@@ -126,15 +126,13 @@ std::string ExportLwo(trHeightfield& heightfield, const std::string& path) {
   if (!file.Problem().empty()) return file.Problem();
   trBase* exporter = CreateNode("heightfield_export_LWO", heightfield.Root(), "", false);
   if (!exporter) return path + ": no module that writes LWO files is loaded";
-  const long errorsBefore = NumErrors();
   exporter->SetParam("input_node", heightfield.NameAndPath(), trWhoSystem);
   exporter->SetParam("filename", std::filesystem::absolute(file.TemporaryPath()).string(), trWhoSystem);
   trGuiPushButton* button = ButtonOf(*exporter, "export_button");
   const bool isPressed = button && button->OnPressed();
   DestroyNode(exporter);
   std::error_code error;
-  if (!isPressed || NumErrors() > errorsBefore ||
-      std::filesystem::file_size(file.TemporaryPath(), error) == 0)
+  if (!isPressed || std::filesystem::file_size(file.TemporaryPath(), error) == 0)
     return path + ": can't be written";
   file.Adopt();
   return file.Commit();

@@ -62,18 +62,18 @@ void juObjectGenerator::DeclareObjectGeneratorTabbedParams() {
   GuiTab("Transform", "transform_tab");
   Param(translate_, "translate", trVector());
   Param(rotate_, "rotate", trVector());
-  Param(scale_, "scale", trVector(1, 1, 1));
+  Param(scale_, "scale", scale_);
   GuiTab("Surface Shaders", "shaders_tab");
   Param(surfaceShader_, "surface_shader", "");
-  Param(doubleSided_, "double-sided_surface", 1);
-  Param(useSmoothNormals_, "use_smooth_normals", 1);
-  Param(smoothsTerminator_, "smooth_polygons_at_terminator", 1);
+  Param(doubleSided_, "double-sided_surface", doubleSided_);
+  Param(useSmoothNormals_, "use_smooth_normals", useSmoothNormals_);
+  Param(smoothsTerminator_, "smooth_polygons_at_terminator", smoothsTerminator_);
   long declared;
   if (!FindParam(declared, "mesh_displacer")) Param(meshDisplacer_, "mesh_displacer", "");
   GuiTab("Visibility", "visibility_tab");
   DeclareVisibilityParams(1, 1, 1, 0);
   DeclareAdvancedVisibilityParams();
-  Param(populationMode_, "population_mode", 0);
+  Param(populationMode_, "population_mode", populationMode_);
 }
 
 long juObjectGenerator::GenerateOrRead(trScene& scene, Context context) {

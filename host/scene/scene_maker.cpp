@@ -74,6 +74,10 @@ long juSubSceneMaker::OnCreate() {
 void juSubSceneMaker::OnParamChanged(long index, trBase* who) {
   juSceneMaker::OnParamChanged(index, who);
   CoupleAngularPosition(index, position_);
+}
+
+void juSubSceneMaker::UpdateDerived() {
+  juSceneMaker::UpdateDerived();
   PushPlanetParamsToChildren();
 }
 

@@ -69,13 +69,11 @@ void Session::Assign(const std::string& target, const std::string& value) const 
   const SessionScope scope(context_);
   const trString nameText = name;
   const trScopedErrorsWarningsContext context(&node, &nameText);
-  const ErrorWatch errors;
+  const ToldErrors told;
   if (node.SetParamFromString(name.c_str(), value, trWhoUserIndirect)) return;
-  // The node may have told why.
-  long index = 0;
   std::string text;
-  if (!errors.HasErrors())
-    text = node.NameAndPath() + (node.FindParam(index, name.c_str())
+  if (!told.Any())
+    text = node.NameAndPath() + (FindParamByAnyName(node, name) >= 0
                                      ? ": " + name + ": \"" + value + "\" is no value of it"
                                      : ": there is no parameter \"" + name + "\"");
   throw SessionError(SessionError::kFailed, text);
