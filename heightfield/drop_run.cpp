@@ -104,7 +104,8 @@ bool RunDrops(const DropField& field, DropOrder order, int threads,
     return CanWalkSideBySide(field) ? WalkDropsSideBySide(field, generator, count, watch)
                                     : WalkDropsAmongOthers(field, generator, count, watch);
   };
-  const bool isRepeatable = order == DropOrder::kRepeatable;
+  // One worker alone is the repeatable walk, whose drops come in the same order from the same generator.
+  const bool isRepeatable = order == DropOrder::kRepeatable || threads == 1;
   const int workers = isRepeatable ? 1 : threads;
   Crew crew(isRepeatable ? repeatable : any, workers, generators, drops / workers, !report(0));
   while (!crew.WaitForEnd())

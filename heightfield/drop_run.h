@@ -14,7 +14,7 @@ using DropReport = std::function<bool(float fraction)>;
 /// In which order the drops of a run are walked.
 enum class DropOrder {
   kRepeatable,  ///< one after another by the first generator: the same bytes whenever and wherever
-  kAny          ///< by all threads at once, each with a generator of its own
+  kAny          ///< by all threads at once, each with a generator of its own; one thread is repeatable
 };
 
 /// Walks `drops` drops on `threads` threads, for each of which there is a generator. In any order they are

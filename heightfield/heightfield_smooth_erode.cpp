@@ -2,6 +2,7 @@
 #include "heightfield/heightfield_smooth_erode.h"
 
 #include <algorithm>
+#include <cmath>
 #include <map>
 #include <mutex>
 #include <vector>
@@ -38,6 +39,30 @@ class RowNumbers {
   std::map<long, std::vector<unsigned int>> waiting_;
 };
 
+/// A row of heights with its end points repeated beyond the border.
+template <typename Value>
+class PaddedRow {
+ public:
+  PaddedRow(int width, int margin)
+      : width_(width), margin_(margin), values_(static_cast<std::size_t>(width) + 2 * margin + kLanes) {}
+  /// Takes value(x) for every point of the row.
+  template <typename ValueAt>
+  void Fill(const ValueAt& valueAt) {
+    const auto first = values_.begin() + margin_;
+    for (int x = 0; x < width_; ++x) first[x] = valueAt(x);
+    std::fill(values_.begin(), first, first[0]);
+    std::fill(first + width_, values_.end(), first[width_ - 1]);
+  }
+  /// Point 0; the margin lies before it, and behind the row there is room for whole lanes.
+  const Value* Points() const { return values_.data() + margin_; }
+
+  static constexpr int kLanes = 8;
+
+ private:
+  int width_, margin_;
+  std::vector<Value> values_;
+};
+
 /// One row of the filter.
 class SmoothErodeRow {
  public:
@@ -46,70 +71,119 @@ class SmoothErodeRow {
         kernel_(kernel),
         row_(row),
         width_(input.width),
-        centre_(input.HfScanlineRaw(static_cast<int>(row))),
-        line_(static_cast<std::size_t>(width_) + 2 * kernel.halfX),
-        downX_(width_),
-        downY_(width_) {}
+        centre_(Heights(0)),
+        downX_(width_ + kLanes),
+        downY_(width_ + kLanes) {}
 
   /// `numbers` are two a point.
   void Run(const std::vector<unsigned int>& numbers, float* to) {
-    SumSlopes();
+    // Up to here the sums are made value by value, as they are defined; beyond, so that they take no longer
+    // than a blur, pair by pair: that comes to the same but for the rounding of the terms.
+    constexpr long kMostSingle = 64;
+    if (static_cast<long>(kernel_.halfX) * kernel_.halfY <= kMostSingle)
+      SumSlopes();
+    else
+      SumSlopesOfPairs();
     for (int x = 0; x < width_; ++x) {
       const double slopeY = downY_[x] + (UnitDraw(numbers[2 * x]) - 0.5) * 0.0001;
       const double slopeX = downX_[x] + (UnitDraw(numbers[2 * x + 1]) - 0.5) * 0.0001;
       const double inverse = SafeReciprocal(std::sqrt(slopeX * slopeX + slopeY * slopeY));
-      downX_[x] = -slopeX * inverse;
-      downY_[x] = -slopeY * inverse;
+      to[x] = LowestBlend(x, -slopeX * inverse, -slopeY * inverse);
     }
-    std::copy_n(centre_, width_, to);
-    LowerToBlends(to);
   }
 
  private:
-  /// Calls work(dx, dy, weight, heights) for the kernel's weights that aren't 0, row by row; heights[x] is
-  /// the one that lies (dx, dy) away from point x. Rows and columns beyond the border repeat it.
-  template <typename Work>
-  void ForEachWeight(const Work& work) {
-    for (int dy = -kernel_.halfY; dy <= kernel_.halfY; ++dy) {
-      const long y = std::clamp<long>(row_ + dy, 0, input_.height - 1);
-      const float* const from = input_.HfScanlineRaw(static_cast<int>(y));
-      const auto first = line_.begin() + kernel_.halfX;
-      std::fill(line_.begin(), first, from[0]);
-      std::copy_n(from, width_, first);
-      std::fill(first + width_, line_.end(), from[width_ - 1]);
-      const float* const weights = kernel_.Row(dy) + kernel_.halfX;
-      for (int dx = -kernel_.halfX; dx <= kernel_.halfX; ++dx)
-        if (weights[dx] != 0) work(dx, dy, weights[dx], line_.data() + kernel_.halfX + dx);
-    }
+  static constexpr int kLanes = PaddedRow<float>::kLanes;
+
+  /// The row `dy` rows away; those beyond the border repeat it.
+  const float* Heights(int dy) const {
+    return input_.HfScanlineRaw(static_cast<int>(std::clamp<long>(row_ + dy, 0, input_.height - 1)));
   }
 
   /// Slopes along each axis by itself; the middle row and column don't count.
   void SumSlopes() {
-    ForEachWeight([&](int dx, int dy, float weight, const float* heights) {
-      if (dx == 0 || dy == 0) return;
-      const auto byX = static_cast<float>(dx), byY = static_cast<float>(dy);
-      for (int x = 0; x < width_; ++x) {
-        const float difference = heights[x] - centre_[x];
-        downX_[x] += static_cast<double>(difference / byX * weight);
-        downY_[x] += static_cast<double>(difference / byY * weight);
+    PaddedRow<float> line(width_, kernel_.halfX);
+    for (int dy = -kernel_.halfY; dy <= kernel_.halfY; ++dy) {
+      if (dy == 0) continue;
+      const float* const from = Heights(dy);
+      line.Fill([from](int x) { return from[x]; });
+      const float* const weights = kernel_.Row(dy) + kernel_.halfX;
+      for (int dx = -kernel_.halfX; dx <= kernel_.halfX; ++dx) {
+        const float weight = weights[dx], *const heights = line.Points() + dx;
+        if (dx == 0 || weight == 0) continue;
+        const auto byX = static_cast<float>(dx), byY = static_cast<float>(dy);
+        for (int x = 0; x < width_; ++x) {
+          const float difference = heights[x] - centre_[x];
+          downX_[x] += static_cast<double>(difference / byX * weight);
+          downY_[x] += static_cast<double>(difference / byY * weight);
+        }
       }
-    });
+    }
   }
 
-  /// Blends with the points on the downhill side, the nearer to the line of fall the stronger.
-  void LowerToBlends(float* lowest) {
-    ForEachWeight([&](int dx, int dy, float weight, const float* heights) {
-      for (int x = 0; x < width_; ++x) {
-        const double along = dy * downY_[x] + dx * downX_[x];
-        if (!(along >= 0)) continue;
-        const double offY = dy - along * downY_[x], offX = dx - along * downX_[x];
-        const double off = std::sqrt(offY * offY + offX * offX);
-        const auto share = static_cast<float>(std::min(1.0, 1.0 - off * 0.5));
-        if (!(share > 0)) continue;
-        const float blend = weight * share;
-        lowest[x] = std::min(lowest[x], blend * heights[x] + (1 - blend) * centre_[x]);
+  /// The cone is symmetric: of four points that mirror each other the one in the middle cancels out.
+  void SumSlopesOfPairs() {
+    PaddedRow<double> sums(width_, kernel_.halfX), differences(width_, kernel_.halfX);
+    for (int dy = 1; dy <= kernel_.halfY; ++dy) {
+      const float* const weights = kernel_.Row(dy) + kernel_.halfX;
+      int reach = kernel_.halfX;
+      while (reach > 0 && weights[reach] == 0) --reach;
+      const float *const above = Heights(dy), *const below = Heights(-dy);
+      sums.Fill([&](int x) { return static_cast<double>(above[x]) + below[x]; });
+      differences.Fill([&](int x) { return static_cast<double>(above[x]) - below[x]; });
+      for (int x = 0; x < width_; x += kLanes) {
+        const double *const s = sums.Points() + x, *const d = differences.Points() + x;
+        double slopeX[kLanes] = {}, slopeY[kLanes] = {};
+        for (int dx = 1; dx <= reach; ++dx) {
+          const double weight = weights[dx], weightX = weight / dx;
+          for (int k = 0; k < kLanes; ++k) slopeX[k] += weightX * (s[k + dx] - s[k - dx]);
+          for (int k = 0; k < kLanes; ++k) slopeY[k] += weight * (d[k + dx] + d[k - dx]);
+        }
+        for (int k = 0; k < kLanes; ++k) {
+          downX_[x + k] += slopeX[k];
+          downY_[x + k] += slopeY[k] / dy;
+        }
       }
-    });
+    }
+  }
+
+  /// The lowest of a point's height and its blends with points on the downhill side, the nearer to the line
+  /// of fall the stronger. Those two intervals or more off the line don't count, so that only a strip is
+  /// looked at.
+  float LowestBlend(int x, double downX, double downY) const {
+    constexpr double kReach = 2 + 1e-6;
+    const bool isUnit = std::fabs(downX * downX + downY * downY - 1) < 1e-9;
+    const bool isAlongX = std::fabs(downX) > std::fabs(downY);
+    const int longHalf = isAlongX ? kernel_.halfX : kernel_.halfY,
+              shortHalf = isAlongX ? kernel_.halfY : kernel_.halfX;
+    const double along = isAlongX ? downX : downY, across = isAlongX ? downY : downX;
+    const double tilt = across / along, reach = kReach / std::fabs(along);
+    float lowest = centre_[x];
+    for (int i = -longHalf; i <= longHalf; ++i) {
+      // The strip begins where its edge of half its width does.
+      int first = -shortHalf, last = shortHalf;
+      if (isUnit) {
+        if (i * along < -kReach) continue;
+        first = std::max(first, static_cast<int>(std::ceil(i * tilt - reach)));
+        last = std::min(last, static_cast<int>(std::floor(i * tilt + reach)));
+      }
+      for (int j = first; j <= last; ++j) {
+        const int dx = isAlongX ? i : j, dy = isAlongX ? j : i;
+        lowest = std::min(lowest, Blend(x, dx, dy, downX, downY));
+      }
+    }
+    return lowest;
+  }
+
+  /// A point's height where the other one doesn't count.
+  float Blend(int x, int dx, int dy, double downX, double downY) const {
+    const float centre = centre_[x], height = Heights(dy)[std::clamp(x + dx, 0, width_ - 1)];
+    const double along = dy * downY + dx * downX;
+    const double offY = dy - along * downY, offX = dx - along * downX;
+    const double off = std::sqrt(offY * offY + offX * offX);
+    const auto share = static_cast<float>(std::min(1.0, 1.0 - off * 0.5));
+    const float blend = kernel_.Row(dy)[dx + kernel_.halfX] * share;
+    return along >= 0 && blend > 0 ? blend * height + (1 - blend) * centre : centre;
   }
 
   const trHeightfield& input_;
@@ -117,8 +191,7 @@ class SmoothErodeRow {
   const long row_;
   const int width_;
   const float* const centre_;
-  std::vector<float> line_;
-  std::vector<double> downX_, downY_;  ///< sums of slopes at first
+  std::vector<double> downX_, downY_;  ///< sums of slopes
 };
 
 }  // namespace

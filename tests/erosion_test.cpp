@@ -258,6 +258,19 @@ TEST(Drops, AmongOthersMoveAsMuchGround) {
   }
 }
 
+TEST(Drops, OneThreadAloneIsRepeatable) {
+  const auto& [name, settings] = AllSettings()[0];
+  const Raster before = Hills(300, 280);
+  std::vector<Raster> walked;
+  for (const DropOrder order : kOrders) {
+    walked.push_back(before);
+    auto generators = Generators(1);
+    EXPECT_TRUE(RunDrops(FieldOf(walked.back(), settings), order, 1, generators, 5000, kGoOn));
+  }
+  EXPECT_EQ(Differences(walked[0].z, walked[1].z), 0u) << name;
+  EXPECT_GT(Differences(walked[0].z, before.z), 1000u);
+}
+
 // Hostile heights and settings: no fault (run under the sanitizers), and an end.
 TEST(Drops, SurviveHostileNumbers) {
   const float inf = std::numeric_limits<float>::infinity(), nan = std::nanf(""), most = 3e38f;
@@ -534,7 +547,7 @@ TEST_F(Erosion, SmoothErodeAgreesWithItsSumsToldPointByPoint) {
       HfSetScale(4, 10, 1);
     }
   };
-  for (double radius : {0.0, 11.0, 25.0, 1e9}) {
+  for (double radius : {0.0, 11.0, 25.0, 130.0, 1e9}) {
     Raster raster = Hills(31, 23);
     auto& source = graph_.Add<Scaled>("Scaled");
     source.Init(0, 0, raster.w, raster.h);
@@ -550,9 +563,16 @@ TEST_F(Erosion, SmoothErodeAgreesWithItsSumsToldPointByPoint) {
       continue;
     }
     EXPECT_EQ(field.HfOperateTS(), 1);
-    EXPECT_EQ(
-        Differences(Heights(field), reference::SmoothErode(raster, float(radius / 4), float(radius / 10))),
-        0u);
+    const std::vector<float> eroded = Heights(field),
+                             wanted = reference::SmoothErode(raster, float(radius / 4), float(radius / 10));
+    if (radius < 100) {
+      EXPECT_EQ(Differences(eroded, wanted), 0u);
+    } else {  // sums of other roundings
+      float worst = 0;
+      for (size_t i = 0; i < wanted.size(); ++i) worst = std::max(worst, std::fabs(eroded[i] - wanted[i]));
+      EXPECT_LT(worst, 1e-4f);
+      EXPECT_GT(Differences(eroded, raster.z), wanted.size() / 2);
+    }
     EXPECT_EQ(reports_.size(), 24u) << "one a row and the last";
     EXPECT_EQ(field.HfXScale(), 4);
   }
