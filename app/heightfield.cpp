@@ -32,10 +32,15 @@ struct Options {
   std::string node, output, hillshade, slope;
   int bits = 0;
   std::optional<double> exaggeration;
-  bool stats = false, json = false;
+  bool stats = false, json = false, inDegrees = false;
 };
 
-std::string ExtensionOf(const std::string& path) { return std::filesystem::path(path).extension().string(); }
+/// In small letters, with its dot.
+std::string ExtensionOf(const std::string& path) {
+  std::string extension = std::filesystem::path(path).extension().string();
+  for (char& c : extension) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+  return extension;
+}
 
 void CheckFolder(const std::string& path) {
   std::filesystem::path folder = std::filesystem::path(path).parent_path();
@@ -83,9 +88,10 @@ class Writer {
     progress_.NextStage();
     what_ = "Writing " + path;
     std::string note;
-    Check(ExtensionOf(path) == ".lwo"
-              ? ovhost::ExportLwo(heightfield, path)
-              : ovhost::WriteHeightfield(path, ovhost::GridOf(heightfield), write_, note));
+    HeightGrid grid = ovhost::GridOf(heightfield);
+    if (options_.inDegrees) grid.map.reset();
+    Check(ExtensionOf(path) == ".lwo" ? ovhost::ExportLwo(heightfield, path)
+                                      : ovhost::WriteHeightfield(path, grid, write_, note));
     Tell(path + ": written" + (note.empty() ? "" : "; " + note));
   }
 
@@ -143,6 +149,8 @@ std::string PartialPath(const std::string& path) {
   std::string text = run.last->NameAndPath() + ": stopped; ";
   if (run.leavesRaster && !options.output.empty() && ExtensionOf(options.output) != ".lwo") {
     const std::string partial = PartialPath(options.output);
+    // Which may take a while.
+    trPrintMessage(text + "what was done goes to " + partial + "; another Ctrl-C leaves it");
     writer.WriteHeights(*run.last, partial);
     text += partial + " holds its heights as far as they had come";
   } else {
@@ -265,6 +273,8 @@ void AddHeightfield(Program& program) {
       "Elevation file: tif (32-bit floats, metres, georeference), exr, png (16 bits), asc, ovh, lwo");
   command->add_option("--bits", options->bits, "Bits a point of a tif: 32 or 16")
       ->check(CLI::IsMember({16, 32}));
+  command->add_flag("--in-degrees", options->inDegrees,
+                    "Place a tif or asc by latitude and longitude, even if its file had a map projection");
   command->add_option("--hillshade", options->hillshade, "PNG of the relief in light from the north-west");
   command
       ->add_option("--exaggeration", options->exaggeration,

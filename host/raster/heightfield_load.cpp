@@ -1,8 +1,11 @@
 // Reads elevation files into a heightfield.
 #include "host/raster/heightfield_load.h"
 
+#include <unordered_set>
+
 #include "core/idioms.h"
 #include "core/messages.h"
+#include "host/base/memory.h"
 #include "host/node/node_data.h"
 #include "host/raster/fill_missing.h"
 
@@ -97,6 +100,7 @@ ovhost::RasterRequest trHeightfieldLoad::Request() const {
 }
 
 void trHeightfieldLoad::MakeFlat() {
+  map_.reset();
   HfSetLatLongEnabled(0);
   HfSetScaleEnabled(1);
   HfSetScale(metresPerPixel_.x, metresPerPixel_.y, 1);
@@ -136,7 +140,7 @@ std::unique_ptr<ovhost::RasterSource> trHeightfieldLoad::Open(const std::string&
   auto source = ovhost::OpenRaster(path, request.band, problem);
   if (source) problem = ovhost::PlanRaster(source->Info(), request, plan);
   if (!problem.empty()) return nullptr;
-  if (!plan.warning.empty()) trWarning(path + ": " + plan.warning);
+  for (const std::string& warning : plan.warnings) trWarning(path + ": " + warning);
   return source;
 }
 
@@ -148,18 +152,26 @@ void trHeightfieldLoad::CheckFile() const {
 }
 
 std::string trHeightfieldLoad::ReadFile(const std::string& path) {
+  map_.reset();
   ovhost::RasterPlan plan;
   std::string problem;
   const auto source = Open(path, plan, problem);
   if (!source) return problem;
   const ovhost::RasterRequest request = Request();
 
+  problem = ovhost::MemoryProblem(plan, ovhost::FreeMemory());
+  if (!problem.empty()) return problem;
   if (!Init(0, 0, static_cast<int>(plan.width), static_cast<int>(plan.height)))
     return "reading a part of it, or down-sampling, takes less memory";
   HfSetScaleEnabled(1);
   HfSetScale(plan.xScale, plan.yScale, plan.zScale);
   HfSetLatLongEnabled(plan.hasCorners);
   HfSetLatLongCorners(plan.corners);
+  if (plan.isOnMap && source->Info().referenceText) {
+    plan.map.reference = source->Info().referenceText(false);
+    plan.map.esriReference = source->Info().referenceText(true);
+    if (!plan.map.reference.empty()) map_ = std::make_shared<ovhost::MapPlacement>(plan.map);
+  }
 
   struct Report {
     trBase* node;
@@ -194,6 +206,31 @@ std::string trHeightfieldLoad::ReadFile(const std::string& path) {
 }
 
 namespace ovhost {
+
+namespace {
+
+bool HaveSamePlaces(const trHeightfield& a, const trHeightfield& b) {
+  trLatLongCorners here, there;
+  if (a.HfXPnts() != b.HfXPnts() || a.HfYPnts() != b.HfYPnts() || a.HfXScale() != b.HfXScale() ||
+      a.HfYScale() != b.HfYScale())
+    return false;
+  const bool isGeographic = a.HfLatLongCorners(&here) != 0;
+  if (isGeographic != (b.HfLatLongCorners(&there) != 0)) return false;
+  return !isGeographic || (here.south == there.south && here.west == there.west &&
+                           here.north == there.north && here.east == there.east);
+}
+
+}  // namespace
+
+std::shared_ptr<const MapPlacement> MapOf(const trHeightfield& heightfield) {
+  std::unordered_set<const trHeightfield*> seen;
+  const trHeightfield* at = &heightfield;
+  for (const trHeightfield* input; !dynamic_cast<const trHeightfieldLoad*>(at); at = input) {
+    input = at->HfInput();
+    if (!input || !seen.insert(at).second || !HaveSamePlaces(*at, *input)) return nullptr;
+  }
+  return static_cast<const trHeightfieldLoad*>(at)->Map();
+}
 
 void ReportElevationFiles(trBase* root) {
   for (trBase* node : AllNodes(root)) {

@@ -15,6 +15,8 @@ class OV_API trHeightfieldLoad : public trHeightfield {
   /// of it. Main thread only.
   void CheckFile() const;
   void UpdateDerived() override;
+  /// Where the points of what was read last lie on the file's map projection; null where it has none.
+  const std::shared_ptr<const ovhost::MapPlacement>& Map() const { return map_; }
 
  private:
   ovhost::RasterRequest Request() const;
@@ -32,9 +34,14 @@ class OV_API trHeightfieldLoad : public trHeightfield {
   unsigned char readPart_, setMissing_, setScale_;
   tr2Vector bottomLeft_, topRight_, metresPerPixel_;
   double verticalScale_, verticalOffset_, missingValue_, fillValue_;
+  std::shared_ptr<const ovhost::MapPlacement> map_;
 };
 
 namespace ovhost {
+
+/// The map that a heightfield's points lie on: that of the file at the beginning of its chain, as long as
+/// nothing on the way has moved a point. Null where there is none. Main thread only.
+std::shared_ptr<const MapPlacement> MapOf(const trHeightfield& heightfield);
 
 /// Reports as errors the elevation files that can't be read, without reading them. Main thread only.
 OV_API void ReportElevationFiles(trBase* root);

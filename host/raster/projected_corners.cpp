@@ -76,14 +76,14 @@ void SetProjectedCorners(const RasterInfo& info, RasterPlan& plan) {
   Ring ring = OnTheMap(info, plan);
   const std::string problem = info.toLonLat(ring.longitude.data(), ring.latitude.data(), kRing);
   if (!problem.empty()) {
-    plan.warning = reference + " gives no latitude and longitude: " + problem;
+    plan.warnings.push_back(reference + " gives no latitude and longitude: " + problem);
     return;
   }
   const bool isUnrolled = Unroll(ring.longitude);
   const trLatLongCorners box = BoxOf(ring);
   if (!isUnrolled || !(box.north > box.south) || !(box.east > box.west)) {
-    plan.warning =
-        reference + " doesn't run along latitude and longitude there: it can't be placed by corners";
+    plan.warnings.push_back(reference +
+                            " doesn't run along latitude and longitude there: it can't be placed by corners");
     return;
   }
   plan.hasCorners = true;
@@ -95,8 +95,8 @@ void SetProjectedCorners(const RasterInfo& info, RasterPlan& plan) {
                 "%.3g metres, as the map is turned and bent against latitude and longitude; "
                 "a file in degrees would fit",
                 shift);
-  plan.warning =
-      std::string("placed by its corners, points lie off their places on a planet by up to ") + text;
+  plan.warnings.push_back("placed by its corners, points lie off their places on a planet by up to " +
+                          std::string(text));
 }
 
 }  // namespace ovhost

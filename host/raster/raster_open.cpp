@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "host/raster/codec_library.h"
+#include "host/raster/exr_channels.h"
 #include "host/raster/ovh.h"
 #include "host/raster/picture_source.h"
 #include "host/raster/raster_read.h"
@@ -47,6 +48,10 @@ std::unique_ptr<RasterSource> OpenRaster(const std::string& path, int band, std:
   static constexpr unsigned char kExr[4] = {0x76, 0x2f, 0x31, 0x01};
   unsigned char begin[4];
   const bool isExr = bytes->Size() >= 4 && bytes->Read(0, begin, 4) && std::memcmp(begin, kExr, 4) == 0;
+  const std::string unsignedChannel = isExr ? UnsignedExrChannel(*bytes) : "";
+  if (!unsignedChannel.empty())
+    return problem = "its channel " + unsignedChannel + " holds unsigned integers, which are no heights",
+           nullptr;
   bytes.reset();
   if (isExr) return OpenPictureRaster(path, band, problem);
   const RasterCodec& codec = LoadRasterCodec();

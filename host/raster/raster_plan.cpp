@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <limits>
 
+#include "host/raster/ground_spacing.h"
 #include "host/raster/projected_corners.h"
 
 namespace ovhost {
@@ -56,6 +57,16 @@ Ends AxisEnds(double origin, double step, std::int64_t first, std::int64_t count
 
 bool IsScale(double metres) { return std::isfinite(metres) && metres > 1e-9 && metres < 1e12; }
 
+void PlaceOnMap(const RasterInfo& info, RasterPlan& plan) {
+  const double* t = info.transform;
+  const auto n = static_cast<double>(plan.shrink);
+  plan.isOnMap = true;
+  plan.map.stepX = std::fabs(t[1]) * n;
+  plan.map.stepY = std::fabs(t[5]) * n;
+  plan.map.west = AxisEnds(t[0], t[1], plan.fileX, plan.width, plan.shrink).low;
+  plan.map.north = AxisEnds(t[3], t[5], plan.fileY, plan.height, plan.shrink).high;
+}
+
 /// Scale and corners as the file tells them; false where it tells none that can be used.
 bool PlaceByReference(const RasterInfo& info, const RasterRequest& request, RasterPlan& plan) {
   if (!info.hasTransform || request.georeference == Georeference::kIgnore) return false;
@@ -65,21 +76,26 @@ bool PlaceByReference(const RasterInfo& info, const RasterRequest& request, Rast
   const bool isTurned = t[2] != 0 || t[4] != 0;
   const double across = std::hypot(t[1], t[4]), up = std::hypot(t[2], t[5]);
   const double n = static_cast<double>(plan.shrink);
-  if (isTurned) plan.warning = "its rows don't run from west to east: it can't be placed by its corners";
+  if (isTurned)
+    plan.warnings.push_back("its rows don't run from west to east: it can't be placed by its corners");
 
   if (!isDegrees) {
     const double metres = info.reference == Reference::kMetric ? info.metresPerUnit : 1;
     plan.xScale = across * metres * n;
     plan.yScale = up * metres * n;
     if (info.reference != Reference::kMetric)
-      plan.warning = (info.reference == Reference::kNone
-                          ? std::string("it has no coordinate reference system")
-                          : "its coordinate reference system " + info.referenceName + " isn't known") +
-                     ": its cells of " + Short(across) + " x " + Short(up) +
-                     " are taken as metres (degrees if georeference is set to 3)";
+      plan.warnings.push_back(
+          (info.reference == Reference::kNone
+               ? std::string("it has no coordinate reference system")
+               : "its coordinate reference system " + info.referenceName + " isn't known") +
+          ": its cells of " + Short(across) + " x " + Short(up) +
+          " are taken as metres (degrees if georeference is set to 3)");
+    SetGroundSpacing(info, plan);
     if (info.toLonLat && !isTurned && request.georeference == Georeference::kAsFile && IsScale(plan.xScale) &&
-        IsScale(plan.yScale))
+        IsScale(plan.yScale)) {
+      PlaceOnMap(info, plan);
       SetProjectedCorners(info, plan);
+    }
     return true;
   }
   const Ends lon = AxisEnds(t[0], t[1], plan.fileX, plan.width, plan.shrink);
@@ -90,8 +106,8 @@ bool PlaceByReference(const RasterInfo& info, const RasterRequest& request, Rast
   plan.yScale = up * perDegree * n;
   if (isTurned || request.georeference == Georeference::kScale) return true;
   if (lat.low < -90.001 || lat.high > 90.001 || std::fabs(lon.low) > 720 || std::fabs(lon.high) > 720) {
-    plan.warning = "its corners aren't on the globe: latitude " + Short(lat.low) + " to " + Short(lat.high) +
-                   ", longitude " + Short(lon.low) + " to " + Short(lon.high);
+    plan.warnings.push_back("its corners aren't on the globe: latitude " + Short(lat.low) + " to " +
+                            Short(lat.high) + ", longitude " + Short(lon.low) + " to " + Short(lon.high));
     return true;
   }
   plan.hasCorners = true;
@@ -107,12 +123,13 @@ void Place(const RasterInfo& info, const RasterRequest& request, RasterPlan& pla
     isPlaced = true;
   }
   if (isPlaced && !(IsScale(plan.xScale) && IsScale(plan.yScale))) {
-    plan.warning = "its cells measure " + Short(plan.xScale) + " x " + Short(plan.yScale) +
-                   " metres, which is taken for a mistake";
-    plan.hasCorners = false;
+    plan.warnings.push_back("its cells measure " + Short(plan.xScale) + " x " + Short(plan.yScale) +
+                            " metres, which is taken for a mistake");
+    plan.hasCorners = plan.isOnMap = false;
     isPlaced = false;
   }
   if (request.setsScale || !isPlaced) {
+    plan.isOnMap = false;
     const auto usable = [](double metres) { return IsScale(metres) ? metres : 1; };
     plan.xScale = usable(request.metresPerPixelX) * static_cast<double>(plan.shrink);
     plan.yScale = usable(request.metresPerPixelY) * static_cast<double>(plan.shrink);
@@ -129,19 +146,33 @@ double RasterUnit(const RasterInfo& info, const RasterRequest& request, const Ra
 
 void SetHeights(const RasterInfo& info, const RasterRequest& request, RasterPlan& plan) {
   const double told = info.metresPerHeight > 0 ? info.metresPerHeight : 1;
+  if (!info.unknownUnit.empty() && !(request.metresPerHeight > 0))
+    plan.warnings.push_back("its heights' unit \"" + info.unknownUnit +
+                            "\" isn't known: they are taken as metres, unless vertical_units says otherwise");
   const double metres =
       (request.metresPerHeight > 0 ? request.metresPerHeight : told) * request.verticalScale;
   plan.factor = info.scale * metres / plan.zScale;
   plan.addend = (info.offset * metres + request.verticalOffset) / plan.zScale;
   plan.hasMissingValue[0] = info.hasMissingValue;
-  plan.missingValue[0] = static_cast<float>(info.missingValue);
+  plan.missingValue[0] = info.missingValue;
   plan.hasMissingValue[1] = request.hasMissingValue;
-  plan.missingValue[1] = static_cast<float>(request.missingValue);
+  plan.missingValue[1] = request.missingValue;
   plan.fill = request.fillsWithValue ? static_cast<float>(request.fillHeight / plan.zScale)
                                      : std::numeric_limits<float>::quiet_NaN();
 }
 
 }  // namespace
+
+std::string MemoryProblem(const RasterPlan& plan, std::uint64_t freeBytes) {
+  constexpr double kGigabyte = 1e9;
+  // Filling what is missing takes a third more.
+  const double bytes = static_cast<double>(plan.width) * static_cast<double>(plan.height) * sizeof(float) *
+                       (std::isnan(plan.fill) ? 4.0 / 3 : 1.0);
+  if (bytes <= static_cast<double>(freeBytes)) return {};
+  return "its " + std::to_string(plan.width) + " x " + std::to_string(plan.height) + " points take " +
+         Short(bytes / kGigabyte) + " GB, and " + Short(static_cast<double>(freeBytes) / kGigabyte) +
+         " GB are free: reading a part of it, or down-sampling, takes less memory";
+}
 
 std::string PlanRaster(const RasterInfo& info, const RasterRequest& request, RasterPlan& plan) {
   plan = {};

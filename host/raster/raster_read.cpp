@@ -18,12 +18,14 @@ constexpr std::int64_t kPieceBytes = 1 << 20;
 constexpr std::int64_t kBufferBytes = 128 << 20;
 /// What isn't a height on any planet is a marker, such as the greatest negative float.
 constexpr float kGreatestHeight = 1e36f;
+/// Values that are converted together: so many that they stay in the first cache from pass to pass.
+constexpr std::int64_t kTogether = 2048;
 
 std::int64_t RoundedUp(std::int64_t value, std::int64_t step) { return (value + step - 1) / step * step; }
 
 /// What a row, or all that a worker read, holds.
 struct Found {
-  int missing = 0;
+  std::int64_t missing = 0;
   float lowest = INFINITY, highest = -INFINITY;  ///< what isn't a number doesn't count
 
   void Add(const Found& other) {
@@ -53,8 +55,10 @@ void AddRange(const float* values, std::int64_t count, Found& found) {
 
 /// Marks stored values that are no heights as NaN. Returns how many there were.
 int MarkMissing(const RasterPlan& plan, float* values, std::int64_t count) {
-  const float gap0 = plan.hasMissingValue[0] ? plan.missingValue[0] : std::nanf("");
-  const float gap1 = plan.hasMissingValue[1] ? plan.missingValue[1] : std::nanf("");
+  const auto gap = [&](int i) {
+    return plan.hasMissingValue[i] ? static_cast<float>(plan.missingValue[i]) : std::nanf("");
+  };
+  const float gap0 = gap(0), gap1 = gap(1);
   int missing = 0;
   for (std::int64_t i = 0; i < count; ++i) {
     const float v = values[i];
@@ -66,10 +70,8 @@ int MarkMissing(const RasterPlan& plan, float* values, std::int64_t count) {
 }
 
 /// Turns stored values into raster values, and those that are no heights into `fill`. Passes of few
-/// operations are compiled for several values at once; each goes over so many that they stay in the first
-/// cache for the next.
+/// operations are compiled for several values at once.
 Found Convert(const RasterPlan& plan, float fill, float* values, std::int64_t count) {
-  constexpr std::int64_t kTogether = 2048;
   const double factor = plan.factor, addend = plan.addend;
   Found found;
   for (; count > 0; values += kTogether, count -= kTogether) {
@@ -85,6 +87,25 @@ Found Convert(const RasterPlan& plan, float fill, float* values, std::int64_t co
   return found;
 }
 
+/// The same for values that floats don't hold before scale and offset are applied.
+Found ConvertWide(const RasterPlan& plan, float fill, const double* stored, float* values,
+                  std::int64_t count) {
+  const double gap0 = plan.hasMissingValue[0] ? plan.missingValue[0] : std::nan("");
+  const double gap1 = plan.hasMissingValue[1] ? plan.missingValue[1] : std::nan("");
+  Found found;
+  for (; count > 0; stored += kTogether, values += kTogether, count -= kTogether) {
+    const std::int64_t n = std::min(kTogether, count);
+    for (std::int64_t i = 0; i < n; ++i) {
+      const double v = stored[i];
+      const int isHeight = (std::fabs(v) <= kGreatestHeight) & (v != gap0) & (v != gap1);
+      values[i] = isHeight ? static_cast<float>(v * plan.factor + plan.addend) : fill;
+      found.missing += 1 - isHeight;
+    }
+    AddRange(values, n, found);
+  }
+  return found;
+}
+
 /// One worker's way through a file.
 class PieceReader {
  public:
@@ -95,10 +116,11 @@ class PieceReader {
     if (!EnsureSource(problem)) return false;
     if (plan_.shrink > 1) return ReadMeans(begin, end, problem);
     const std::ptrdiff_t stride = plan_.northFirst ? -plan_.width : plan_.width;
-    if (!source_->Read({plan_.fileX, plan_.fileY + begin, plan_.width, end - begin}, Row(begin), stride,
-                       problem))
+    if (!ReadRows({plan_.fileX, plan_.fileY + begin, plan_.width, end - begin}, plan_.fill, Row(begin),
+                  stride, found_, problem))
       return false;
-    for (std::int64_t q = begin; q < end; ++q) Finish(Row(q));
+    if (!plan_.westFirst)
+      for (std::int64_t q = begin; q < end; ++q) std::reverse(Row(q), Row(q) + plan_.width);
     return true;
   }
   const Found& WhatWasFound() const { return found_; }
@@ -116,9 +138,30 @@ class PieceReader {
     return job_.out + (plan_.northFirst ? plan_.height - 1 - q : q) * plan_.width;
   }
 
-  void Finish(float* row) {
-    found_.Add(Convert(plan_, plan_.fill, row, plan_.width));
-    if (!plan_.westFirst) std::reverse(row, row + plan_.width);
+  /// Reads a part and turns what is stored into raster values.
+  bool ReadRows(const RasterRows& part, float fill, float* out, std::ptrdiff_t stride, Found& found,
+                std::string& problem) {
+    if (source_->Info().isWide) return ReadWideRows(part, fill, out, stride, found, problem);
+    if (!source_->Read(part, out, stride, problem)) return false;
+    for (std::int64_t j = 0; j < part.rows; ++j)
+      found.Add(Convert(plan_, fill, out + j * stride, part.width));
+    return true;
+  }
+
+  bool ReadWideRows(RasterRows part, float fill, float* out, std::ptrdiff_t stride, Found& found,
+                    std::string& problem) {
+    const std::int64_t end = part.y + part.rows;
+    // Whole blocks of the file, which are decoded as a whole.
+    const std::int64_t together =
+        std::min(std::max(source_->Info().blockRows, kPieceBytes / (part.width * 8)), part.rows);
+    wide_.resize(static_cast<std::size_t>(together * part.width));
+    for (; part.y < end; part.y += part.rows) {
+      part.rows = std::min(together, end - part.y);
+      if (!source_->ReadWide(part, wide_.data(), part.width, problem)) return false;
+      for (std::int64_t j = 0; j < part.rows; ++j, out += stride)
+        found.Add(ConvertWide(plan_, fill, wide_.data() + j * part.width, out, part.width));
+    }
+    return true;
   }
 
   bool ReadMeans(std::int64_t begin, std::int64_t end, std::string& problem) {
@@ -128,11 +171,10 @@ class PieceReader {
     // Means are of heights, so what is missing has to be known before.
     for (std::int64_t q = begin; q < end; q += together) {
       const std::int64_t count = std::min(together, end - q);
-      if (!source_->Read({plan_.fileX, plan_.fileY + q * n, width, count * n}, buffer_.data(), width,
-                         problem))
+      Found pixels;
+      if (!ReadRows({plan_.fileX, plan_.fileY + q * n, width, count * n}, std::nanf(""), buffer_.data(),
+                    width, pixels, problem))
         return false;
-      for (std::int64_t j = 0; j < count * n; ++j)
-        Convert(plan_, std::nanf(""), buffer_.data() + j * width, width);
       for (std::int64_t j = 0; j < count; ++j) {
         float* row = Row(q + j);
         for (std::int64_t i = 0; i < plan_.width; ++i) row[i] = Mean(buffer_.data() + j * n * width + i * n);
@@ -160,6 +202,7 @@ class PieceReader {
   std::unique_ptr<RasterSource> own_;
   RasterSource* source_ = nullptr;
   std::vector<float> buffer_;
+  std::vector<double> wide_;
   Found found_;
 };
 

@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "host/raster/height_grid.h"
 #include "host/raster/raster_source.h"
@@ -43,12 +44,17 @@ struct RasterPlan {
   double xScale = 1, yScale = 1, zScale = 1;
   bool hasCorners = false;
   trLatLongCorners corners;
+  bool isOnMap = false;  ///< the points' places on the file's map projection hold, without its texts
+  MapPlacement map;
   double factor = 1, addend = 0;  ///< raster value = stored * factor + addend
   bool hasMissingValue[2] = {false, false};
-  float missingValue[2] = {0, 0};
-  float fill = 0;       ///< what missing points become
-  std::string warning;  ///< about the georeference, or empty
+  double missingValue[2] = {0, 0};    ///< stored values that stand for none
+  float fill = 0;                     ///< what missing points become
+  std::vector<std::string> warnings;  ///< about the georeference and the heights' unit
 };
+
+/// Empty, or why the plan's raster, and the work on it, don't fit into so many bytes. Thread-safe.
+OV_API std::string MemoryProblem(const RasterPlan& plan, std::uint64_t freeBytes);
 
 /// Empty, or why the request can't be met. Thread-safe.
 OV_API std::string PlanRaster(const RasterInfo& info, const RasterRequest& request, RasterPlan& plan);

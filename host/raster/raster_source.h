@@ -20,6 +20,9 @@ struct RasterInfo {
 
   /// Heights are value * scale + offset, in units of `metresPerHeight` (0: the file doesn't tell).
   double scale = 1, offset = 0, metresPerHeight = 0;
+  std::string unknownUnit;  ///< of heights, as the file tells it, where nobody knows how long it is
+  /// Whether stored values are numbers that floats don't hold: sources of such offer ReadWide.
+  bool isWide = false;
   bool hasMissingValue = false;
   double missingValue = 0;
   /// The scales of the heightfield that the file was written from, metres per pixel and per raster unit, or
@@ -37,11 +40,14 @@ struct RasterInfo {
     kGeographic  ///< degrees of longitude and latitude
   } reference = Reference::kNone;
   double metresPerUnit = 1;        ///< kMetric
-  double metresPerDegree = 111e3;  ///< along a meridian
+  double metresPerDegree = 111e3;  ///< along the equator
+  double flattening = 0;           ///< of the ellipsoid
   std::string referenceName;
   /// Of a map projection: turns `count` positions of the reference into degrees of longitude and latitude, of
   /// its own datum. Empty, or why that can't be done. Null for other references.
   std::function<std::string(double* x, double* y, int count)> toLonLat;
+  /// Of a map projection: its well-known text, ISO 19162's or ESRI's; empty where it has none.
+  std::function<std::string(bool isEsri)> referenceText;
 };
 
 /// A rectangle of a file's pixels.
@@ -57,6 +63,10 @@ class RasterSource {
   /// Reads stored values: column x + i of row y + j goes to out[i + j * stride]; the stride may be negative.
   /// False with the problem told.
   virtual bool Read(const RasterRows& part, float* out, std::ptrdiff_t stride, std::string& problem) = 0;
+  /// The same in double precision, where `Info().isWide`.
+  virtual bool ReadWide(const RasterRows& part, double* out, std::ptrdiff_t stride, std::string& problem) {
+    return problem = "it isn't read in double precision", false;
+  }
 
  protected:
   RasterInfo info_;

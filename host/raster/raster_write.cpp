@@ -10,6 +10,7 @@
 #include "host/raster/codec_library.h"
 #include "host/raster/float_exr.h"
 #include "host/raster/grey_png.h"
+#include "host/raster/heightfield_load.h"
 #include "host/raster/ovh.h"
 
 namespace ovhost {
@@ -50,6 +51,12 @@ struct Ground {
 Ground GroundOf(const HeightGrid& grid) {
   const auto intervalsX = static_cast<double>(grid.width - 1),
              intervalsY = static_cast<double>(grid.height - 1);
+  if (grid.map) {
+    const MapPlacement& map = *grid.map;
+    return {
+        map.west, map.north - intervalsY * map.stepY, map.west + intervalsX * map.stepX, map.north, map.stepX,
+        map.stepY};
+  }
   if (!grid.hasCorners)
     return {0, 0, intervalsX * grid.xScale, intervalsY * grid.yScale, grid.xScale, grid.yScale};
   const trLatLongCorners& c = grid.corners;
@@ -104,6 +111,7 @@ std::string WriteGeoTiff(const std::string& path, const HeightGrid& grid, const 
   job.stepX = ground.stepX;
   job.stepY = ground.stepY;
   job.isGeographic = grid.hasCorners;
+  if (grid.map) job.reference = grid.map->reference;
   job.software = "ov " OV_VERSION;
   job.threads = options.threads;
   job.progress = options.progress.report;
@@ -180,7 +188,7 @@ std::string WriteAscii(const std::string& path, const HeightGrid& grid, const Ra
     }
     file.Write(line);
   }
-  reference.Write(grid.hasCorners ? kWgs84 : kLocalGrid);
+  reference.Write(grid.map ? grid.map->esriReference : grid.hasCorners ? kWgs84 : kLocalGrid);
   const std::string problem = reference.Problem().empty() ? file.Commit() : reference.Problem();
   return problem.empty() ? reference.Commit() : problem;
 }
@@ -196,6 +204,7 @@ HeightGrid GridOf(const trHeightfield& heightfield) {
   grid.yScale = heightfield.HfYScale();
   grid.zScale = heightfield.HfZScale();
   grid.hasCorners = heightfield.HfLatLongCorners(&grid.corners) != 0;
+  grid.map = MapOf(heightfield);
   grid.lowest = heightfield.HfMinZ();
   grid.highest = heightfield.HfMaxZ();
   return grid;

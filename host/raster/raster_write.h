@@ -17,8 +17,9 @@ struct RasterWriteOptions {
 OV_API bool IsHeightfieldPath(const std::string& path);
 
 /// Writes metres (.ovh: raster units), atomically, in the format of the path's extension, with scale and
-/// geographic corners where the format has a place for them. `note` tells what a reader of the file has to
-/// know, such as the heights that 16 bits stand for. Empty, or why the file isn't there.
+/// geographic corners where the format has a place for them, GeoTIFF and ASCII grids on the grid's map.
+/// `note` tells what a reader of the file has to know, such as the heights that 16 bits stand for. Empty, or
+/// why the file isn't there.
 OV_API std::string WriteHeightfield(const std::string& path, const HeightGrid& grid,
                                     const RasterWriteOptions& options, std::string& note);
 

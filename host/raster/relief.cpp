@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/raster/grey_png.h"
+#include "host/raster/height_median.h"
 #include "host/raster/workers.h"
 
 namespace ovhost {
@@ -140,17 +141,13 @@ HeightStatistics MeasureHeights(const HeightGrid& grid, int threads) {
   struct Row {
     std::int64_t finite = 0;
     double sum = 0, squares = 0, slopes = 0, steepest = 0;
-    std::vector<std::uint32_t> counts;
   };
-  constexpr int kClasses = 4096;
-  const double low = grid.lowest, width = (static_cast<double>(grid.highest) - low) / kClasses;
-  const double middle = 0.5 * (low + grid.highest);
+  const double middle = 0.5 * (static_cast<double>(grid.lowest) + grid.highest);
   constexpr std::int64_t kBand = 64;
   const std::int64_t bands = (grid.height + kBand - 1) / kBand;
   std::vector<Row> parts(static_cast<std::size_t>(bands));
   RunPieces(threads, bands, {}, [&](int, std::int64_t band) {
     Row& part = parts[static_cast<std::size_t>(band)];
-    part.counts.assign(kClasses, 0);
     for (std::int64_t y = band * kBand; y < std::min((band + 1) * kBand, grid.height); ++y) {
       const RowGradients gradients(grid, y);
       for (std::int64_t x = 0; x < grid.width; ++x) {
@@ -159,8 +156,6 @@ HeightStatistics MeasureHeights(const HeightGrid& grid, int threads) {
         ++part.finite;
         part.sum += value - middle;
         part.squares += (value - middle) * (value - middle);
-        ++part.counts[static_cast<std::size_t>(width > 0 ? std::min((value - low) / width, kClasses - 1.0)
-                                                         : 0)];
         const double slope = SlopeDegrees(gradients.At(x));
         if (!std::isfinite(slope)) continue;
         part.slopes += slope;
@@ -172,38 +167,24 @@ HeightStatistics MeasureHeights(const HeightGrid& grid, int threads) {
 
   HeightStatistics result;
   Row all;
-  std::vector<std::int64_t> counts(kClasses, 0);
   for (const Row& part : parts) {
     all.finite += part.finite;
     all.sum += part.sum;
     all.squares += part.squares;
     all.slopes += part.slopes;
     all.steepest = std::max(all.steepest, part.steepest);
-    for (int i = 0; i < kClasses; ++i)
-      counts[static_cast<std::size_t>(i)] += part.counts[static_cast<std::size_t>(i)];
   }
   result.missing = grid.width * grid.height - all.finite;
   if (all.finite == 0) return result;
   const auto count = static_cast<double>(all.finite);
   const double mean = all.sum / count;
-  result.lowest = low * grid.zScale;
+  result.lowest = grid.lowest * grid.zScale;
   result.highest = grid.highest * grid.zScale;
   result.mean = (middle + mean) * grid.zScale;
   result.deviation = std::sqrt(std::max(all.squares / count - mean * mean, 0.0)) * grid.zScale;
   result.meanSlope = all.slopes / count;
   result.steepest = all.steepest;
-  // The median lies within its class, as far in as there are points of the class before it.
-  std::int64_t before = 0;
-  for (int i = 0; i < kClasses; ++i) {
-    const std::int64_t here = counts[static_cast<std::size_t>(i)];
-    if (2 * (before + here) >= all.finite) {
-      const double within =
-          (0.5 * count - static_cast<double>(before)) / static_cast<double>(std::max<std::int64_t>(here, 1));
-      result.median = (low + width * (i + within)) * grid.zScale;
-      break;
-    }
-    before += here;
-  }
+  result.median = MedianHeight(grid, threads) * grid.zScale;
   return result;
 }
 

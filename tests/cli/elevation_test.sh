@@ -34,6 +34,11 @@ shows "m are 0 to 65535"
 for picture in relief.png slope.png a.png; do
   [ "$(head -c 4 $picture | od -An -tx1 | tr -d ' ')" = 89504e47 ] || fail "$picture is no PNG"
 done
+# Endings in capitals mean the same.
+expect 0 "$OV" heightfield scene.ovd Hills -o B.PNG --hillshade R.PNG --slope S.Png --quiet
+expect 0 "$OV" heightfield scene.ovd Hills -o B.LWO --quiet
+expect 2 "$OV" heightfield scene.ovd Hills -o B.PNG --bits 32
+for file in B.PNG R.PNG S.Png B.LWO; do [ -s $file ] || fail "no $file"; done
 [ -z "$(find . -name '*.tmp*')" ] || fail "temporary files are left"
 
 # Another program's word on what was written.
@@ -159,9 +164,19 @@ wait $job || code=$?
 # One figure for the whole chain: what comes before the generator is behind it, and nothing falls.
 awk -F '[:,]' '/"progress"/ { if ($2 < last) bad = 1; last = $2 } /Generating/ { if ($2 < 0.4) bad = 1 } END { exit bad }' err ||
   fail "the figure of progress starts again"
+shows "another Ctrl-C leaves it"
 shows "stopped; long.partial.tif holds"
 [ -s long.partial.tif ] || fail "what was done is gone"
 [ "$(cat long.tif)" = "what was there" ] || fail "the old file is gone"
+
+# A user who may have no more threads gets the file all the same.
+chmod 755 . && chmod 644 wide.ovd wide.asc && mkdir -m 777 free
+if [ "$(id -u)" = 0 ] && command -v setpriv >/dev/null 2>&1 && command -v prlimit >/dev/null 2>&1 && [ -z "$SANITIZE" ] &&
+  setpriv --reuid 65534 --regid 65534 --clear-groups test -r wide.ovd -a -x "$OV"; then
+  expect 0 timeout -k 5 120 setpriv --reuid 65534 --regid 65534 --clear-groups prlimit --nproc=2 \
+    "$OV" --threads 4 heightfield wide.ovd Wide -o free/wide.tif --quiet
+  [ -s free/wide.tif ] || fail "no file of few threads"
+fi
 
 # The geoid of the sample scene, through the shader that uses it.
 geoid=/usr/share/proj/egm96_15.gtx
@@ -184,6 +199,29 @@ if [ -e $geoid ] && command -v gdalwarp >/dev/null 2>&1; then
                  (x[1] + 4 * x[7] + x[4]) / 6, (x[3] + 4 * x[8] + x[6]) / 6 }' >wanted
   grep corners out | awk '{ printf "latitude %.6f to %.6f, longitude %.6f to %.6f\n", $3, $5, $7, $9 }' >found
   cmp -s wanted found || fail "corners $(cat found) instead of $(cat wanted)"
+  # What comes of it lies on that map again, point on point; or by degrees.
+  expect 0 "$OV" heightfield scene.ovd Hills -o again.tif --quiet --set Hills.filename=zone.tif --set Hills.vertical_offset=0
+  expect 0 gdalinfo zone.tif
+  grep -E 'ID\["EPSG",32632|^(Size|Origin|Pixel Size)' out >wanted
+  [ "$(wc -l <wanted)" = 4 ] || fail "no four facts about zone.tif"
+  expect 0 gdalinfo again.tif
+  grep -E 'ID\["EPSG",32632|^(Size|Origin|Pixel Size)' out >found
+  cmp -s wanted found || fail "$(cat found) instead of $(cat wanted)"
+  expect 0 gdallocationinfo -valonly -geoloc again.tif 402500 5102500
+  cp out found
+  expect 0 gdallocationinfo -valonly -geoloc zone.tif 402500 5102500
+  awk 'NR == FNR { v = $1; next } { exit ($1 - v) ^ 2 > 1e-8 }' found out || fail "$(cat found) instead of $(cat out)"
+  expect 0 "$OV" heightfield scene.ovd Hills -o again.asc --quiet --set Hills.filename=zone.tif
+  expect 0 gdalinfo again.asc
+  prints "UTM zone 32N"
+  prints "Origin = (300000.0"
+  expect 0 "$OV" heightfield scene.ovd Hills -o again.tif --in-degrees --quiet --set Hills.filename=zone.tif
+  expect 0 gdalinfo again.tif
+  prints 'ID["EPSG",4326]'
+  # The web's map is stretched by 1.46 at 47 degrees.
+  expect 0 gdalwarp -q -t_srs EPSG:3857 -te 700000 5900000 900000 6000000 -tr 5000 5000 $geoid web.tif
+  expect 0 "$OV" heightfield scene.ovd Hills --stats --set Hills.filename=web.tif
+  awk '/spacing/ { exit !($2 > 3400 && $2 < 3450 && $4 > 3400 && $4 < 3450) }' out || fail "$(grep spacing out) on the web's map"
   # Grads from Paris; a projection that nobody knows.
   expect 0 gdal_translate -q -a_srs EPSG:4807 -a_ullr 0 50 10 40 zone.tif grads.tif
   expect 0 "$OV" heightfield scene.ovd Hills --stats --set Hills.filename=grads.tif

@@ -21,9 +21,11 @@ struct GeoTiffJob {
   int bits = 32;  ///< 32: floats, metres; 16: metres are value * scale + offset
   double scale = 1, offset = 0;
   bool hasMissing = false;  ///< some values aren't finite; of 16 bits, 0 stands for them
-  /// The north-western point and the steps between points: degrees if geographic, else metres.
+  /// The north-western point and the steps between points: in the reference's units where there is one,
+  /// degrees if geographic, else metres.
   double west = 0, north = 0, stepX = 1, stepY = 1;
   bool isGeographic = false;
+  std::string reference;  ///< well-known text of a map projection, or empty
   std::string software;
   int threads = 1;
   /// Told how far the work is, 0 to 1; false stops it.

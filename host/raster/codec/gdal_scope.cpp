@@ -9,40 +9,55 @@
 
 #include <mutex>
 #include <utility>
+#include <vector>
 
 namespace ovhost {
 
-const char* const kRasterDrivers[] = {
-    "GTiff", "SRTMHGT", "AAIGrid", "GRASSASCIIGrid", "ISG",   "ENVI", "EHdr", "GenBin", "BT",
-    "DTED",  "USGSDEM", "GSAG",    "GSBG",           "GS7BG", "XYZ",  "GTX",  "NTv2",   "PNG",
-    "BMP",   "TGA",     "PNM",     "JPEG",           nullptr};
-
 namespace {
+
+/// Only these: whatever GDAL opens on its own account is then one of them as well. They are asked in this
+/// order: first those that know a file by its beginning, then by its name; last those that take any file that
+/// has a header beside it, which may be another file's.
+constexpr std::pair<const char*, void (*)()> kDrivers[] = {
+    {"GTiff", GDALRegister_GTiff},     {"PNG", GDALRegister_PNG},
+    {"BMP", GDALRegister_BMP},         {"PNM", GDALRegister_PNM},
+    {"JPEG", GDALRegister_JPEG},       {"SRTMHGT", GDALRegister_SRTMHGT},
+    {"AAIGrid", GDALRegister_AAIGrid}, {"GRASSASCIIGrid", GDALRegister_GRASSASCIIGrid},
+    {"ISG", GDALRegister_ISG},         {"BT", GDALRegister_BT},
+    {"DTED", GDALRegister_DTED},       {"USGSDEM", GDALRegister_USGSDEM},
+    {"GSAG", GDALRegister_GSAG},       {"GSBG", GDALRegister_GSBG},
+    {"GS7BG", GDALRegister_GS7BG},     {"XYZ", GDALRegister_XYZ},
+    {"NTv2", GDALRegister_NTv2},       {"GTX", GDALRegister_GTX},
+    {"TGA", GDALRegister_TGA},         {"ENVI", GDALRegister_ENVI},
+    {"EHdr", GDALRegister_EHdr},       {"GenBin", GDALRegister_GenBin}};
 
 /// Block cache: a few rows of tiles of a wide raster.
 constexpr GIntBig kCacheBytes = 96ll << 20;
 
-/// No side files that name data sets (PAM, overviews), and no half pictures.
-constexpr std::pair<const char*, const char*> kOptions[] = {
-    {"GDAL_PAM_ENABLED", "NO"}, {"GDAL_ERROR_ON_LIBJPEG_WARNING", "TRUE"}, {"GTIFF_DIRECT_IO", "YES"}};
+/// No side files that name data sets (PAM, overviews), no half pictures, and no threads but those asked for.
+constexpr std::pair<const char*, const char*> kOptions[] = {{"GDAL_PAM_ENABLED", "NO"},
+                                                            {"GDAL_ERROR_ON_LIBJPEG_WARNING", "TRUE"},
+                                                            {"GTIFF_DIRECT_IO", "YES"},
+                                                            {"GDAL_NUM_THREADS", "1"}};
 
 void SetUp() {
   CPLSetConfigOption("CPL_VSIL_CURL_ALLOWED_FILENAME", "none");
   OSRSetPROJEnableNetwork(false);
   GDALSetCacheMax64(kCacheBytes);
-  // Only these: whatever GDAL opens on its own account is then one of them as well. They are asked in this
-  // order: first those that know a file by its beginning, for others take any file with a header beside it.
-  for (void (*add)() :
-       {GDALRegister_GTiff, GDALRegister_PNG,     GDALRegister_BMP,     GDALRegister_PNM,
-        GDALRegister_JPEG,  GDALRegister_SRTMHGT, GDALRegister_AAIGrid, GDALRegister_GRASSASCIIGrid,
-        GDALRegister_ISG,   GDALRegister_ENVI,    GDALRegister_EHdr,    GDALRegister_GenBin,
-        GDALRegister_BT,    GDALRegister_DTED,    GDALRegister_USGSDEM, GDALRegister_GSAG,
-        GDALRegister_GSBG,  GDALRegister_GS7BG,   GDALRegister_XYZ,     GDALRegister_GTX,
-        GDALRegister_NTv2,  GDALRegister_TGA})
-    add();
+  for (const auto& [name, add] : kDrivers) add();
 }
 
 }  // namespace
+
+const char* const* RasterDrivers() {
+  static const std::vector<const char*> names = [] {
+    std::vector<const char*> all;
+    for (const auto& [name, add] : kDrivers) all.push_back(name);
+    all.push_back(nullptr);
+    return all;
+  }();
+  return names.data();
+}
 
 GdalScope::GdalScope() {
   static std::once_flag once;

@@ -31,6 +31,6 @@ class GdalScope {
 
 /// The drivers that files are read with, ended by null: formats of one file (and a header beside it) that
 /// name no other file to open.
-extern const char* const kRasterDrivers[];
+const char* const* RasterDrivers();
 
 }  // namespace ovhost

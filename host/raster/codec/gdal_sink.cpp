@@ -6,7 +6,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <cstdlib>
 #include <exception>
+#include <filesystem>
+#include <latch>
+#include <memory>
+#include <system_error>
+#include <thread>
 #include <vector>
 
 #include "core/api.h"
@@ -19,6 +26,21 @@ namespace {
 constexpr int kTile = 256;
 constexpr double kGreatestShort = 65535;
 
+/// The wished number, or 1 where so many can't be made: GDAL waits for ever for threads that it couldn't
+/// make.
+int ThreadsToUse(int wished) {
+  std::latch mayEnd(1);
+  std::vector<std::jthread> made;
+  int threads = std::max(wished, 1);
+  try {
+    for (int i = 0; threads > 1 && i < threads; ++i) made.emplace_back([&] { mayEnd.wait(); });
+  } catch (const std::system_error&) {
+    threads = 1;
+  }
+  mayEnd.count_down();
+  return threads;
+}
+
 CPLStringList CreationOptions(const GeoTiffJob& job) {
   CPLStringList options;
   const bool isTiled = job.width >= kTile && job.height >= kTile;
@@ -30,7 +52,7 @@ CPLStringList CreationOptions(const GeoTiffJob& job) {
   options.SetNameValue("COMPRESS", "DEFLATE");
   options.SetNameValue("PREDICTOR", job.bits == 32 ? "3" : "2");
   options.SetNameValue("ZLEVEL", "4");
-  options.SetNameValue("NUM_THREADS", std::to_string(std::max(job.threads, 1)).c_str());
+  options.SetNameValue("NUM_THREADS", std::to_string(ThreadsToUse(job.threads)).c_str());
   options.SetNameValue("BIGTIFF", "IF_SAFER");
   return options;
 }
@@ -41,7 +63,9 @@ bool Describe(GDALDataset& file, const GeoTiffJob& job) {
                          job.north + 0.5 * job.stepY, 0,         -job.stepY};
   OGRSpatialReference reference;
   reference.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
-  if (job.isGeographic) {
+  if (!job.reference.empty()) {
+    if (reference.importFromWkt(job.reference.c_str()) != OGRERR_NONE) return false;
+  } else if (job.isGeographic) {
     reference.SetWellKnownGeogCS("WGS84");
   } else {
     reference.SetLocalCS("Local grid");
@@ -90,6 +114,52 @@ bool WriteRows(GDALDataset& file, GeoTiffJob& job) {
   return true;
 }
 
+/// Whether the file holds row `row` from the top.
+bool HoldsRow(GDALRasterBand& band, const GeoTiffJob& job, std::int64_t row) {
+  std::vector<float> wanted(static_cast<size_t>(job.width)), found(wanted.size());
+  ConvertRow(job, job.values + (job.height - 1 - row) * job.width, wanted.data());
+  const auto width = static_cast<int>(job.width);
+  if (band.RasterIO(GF_Read, 0, static_cast<int>(row), width, 1, found.data(), width, 1, GDT_Float32, 0, 0,
+                    nullptr) != CE_None)
+    return false;
+  const auto isSame = [](float a, float b) { return a == b || (std::isnan(a) && std::isnan(b)); };
+  return std::equal(wanted.begin(), wanted.end(), found.begin(), isSame);
+}
+
+/// Whether every block of the file lies within it.
+bool HoldsBlocks(GDALRasterBand& band, const GeoTiffJob& job, std::uintmax_t fileBytes) {
+  int width = 1, height = 1;
+  band.GetBlockSize(&width, &height);
+  const auto number = [&band](const std::string& item) {
+    const char* text = band.GetMetadataItem(item.c_str(), "TIFF");
+    return text ? std::strtoull(text, nullptr, 10) : 0ull;
+  };
+  for (std::int64_t y = 0; y * height < job.height; ++y)
+    for (std::int64_t x = 0; x * width < job.width; ++x) {
+      const std::string place = std::to_string(x) + "_" + std::to_string(y);
+      const std::uint64_t offset = number("BLOCK_OFFSET_" + place), size = number("BLOCK_SIZE_" + place);
+      if (offset == 0 || size == 0 || size > fileBytes || offset > fileBytes - size) return false;
+    }
+  return true;
+}
+
+/// Opens what was written, before it takes anybody's place: encoders have been seen to succeed on a full
+/// disc.
+bool IsWhole(const GeoTiffJob& job) {
+  static constexpr const char* kDrivers[] = {"GTiff", nullptr};
+  static constexpr const char* kNothingBeside[] = {nullptr};
+  const std::unique_ptr<GDALDataset> file(GDALDataset::Open(
+      job.path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY, kDrivers, nullptr, kNothingBeside));
+  if (!file || file->GetRasterXSize() != job.width || file->GetRasterYSize() != job.height ||
+      file->GetRasterCount() != 1)
+    return false;
+  std::error_code error;
+  const std::uintmax_t bytes = std::filesystem::file_size(job.path, error);
+  GDALRasterBand& band = *file->GetRasterBand(1);
+  return !error && HoldsBlocks(band, job, bytes) && HoldsRow(band, job, 0) &&
+         HoldsRow(band, job, job.height - 1);
+}
+
 bool Write(GeoTiffJob& job) {
   const GdalScope scope;
   try {
@@ -102,6 +172,10 @@ bool Write(GeoTiffJob& job) {
     // What doesn't fit on the disc is often told only here.
     if (file) GDALClose(GDALDataset::ToHandle(file));
     isWritten = isWritten && !scope.HasFailed();
+    if (isWritten && !IsWhole(job)) {
+      job.problem = scope.Problem("what was written can't be read back");
+      return false;
+    }
     if (!isWritten && job.problem.empty()) job.problem = scope.Problem("it can't be written");
     return isWritten;
   } catch (const GdalGaveUp& gaveUp) {

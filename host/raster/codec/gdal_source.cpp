@@ -10,10 +10,12 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <limits>
 #include <memory>
 #include <vector>
 
 #include "core/api.h"
+#include "host/raster/codec/claims.h"
 #include "host/raster/codec/codec.h"
 #include "host/raster/codec/gdal_scope.h"
 
@@ -31,20 +33,36 @@ struct HeightUnit {
   const char* name;
   double metres;
 };
+constexpr double kFoot = 0.3048, kSurveyFoot = 1200.0 / 3937;
 constexpr HeightUnit kHeightUnits[] = {{"m", 1},
                                        {"metre", 1},
                                        {"metres", 1},
                                        {"meter", 1},
                                        {"meters", 1},
-                                       {"ft", 0.3048},
-                                       {"foot", 0.3048},
-                                       {"feet", 0.3048},
-                                       {"us-ft", 1200.0 / 3937},
-                                       {"sfoot", 1200.0 / 3937},
-                                       {"US survey foot", 1200.0 / 3937},
+                                       {"ft", kFoot},
+                                       {"foot", kFoot},
+                                       {"feet", kFoot},
+                                       {"international foot", kFoot},
+                                       {"us-ft", kSurveyFoot},
+                                       {"sft", kSurveyFoot},
+                                       {"sfoot", kSurveyFoot},
+                                       {"US survey foot", kSurveyFoot},
+                                       {"foot_us", kSurveyFoot},
+                                       {"yd", 0.9144},
+                                       {"yard", 0.9144},
+                                       {"fathom", 1.8288},
                                        {"km", 1000},
+                                       {"kilometre", 1000},
+                                       {"kilometer", 1000},
+                                       {"dm", 0.1},
+                                       {"decimetre", 0.1},
+                                       {"decimeter", 0.1},
                                        {"cm", 0.01},
-                                       {"mm", 0.001}};
+                                       {"centimetre", 0.01},
+                                       {"centimeter", 0.01},
+                                       {"mm", 0.001},
+                                       {"millimetre", 0.001},
+                                       {"millimeter", 0.001}};
 
 /// The file and the headers that may lie beside it: all that GDAL is told there is in the folder.
 CPLStringList FilesBeside(const std::filesystem::path& path) {
@@ -103,6 +121,31 @@ class ToLonLat {
   std::shared_ptr<OGRSpatialReference> projected_;
 };
 
+/// The text of a map projection, without a system of heights: ours are metres.
+class ReferenceText {
+ public:
+  explicit ReferenceText(const OGRSpatialReference& projected)
+      : projected_(projected.Clone(), [](OGRSpatialReference* reference) { reference->Release(); }) {}
+
+  std::string operator()(bool isEsri) const {
+    const GdalScope scope;
+    try {
+      projected_->StripVertical();
+      const char* const options[] = {isEsri ? "FORMAT=WKT1_ESRI" : "FORMAT=WKT2_2018", nullptr};
+      char* text = nullptr;
+      const bool isTold = projected_->exportToWkt(&text, options) == OGRERR_NONE && text;
+      const std::string result = isTold ? text : "";
+      CPLFree(text);
+      return result;
+    } catch (const GdalGaveUp&) {
+      return {};
+    }
+  }
+
+ private:
+  std::shared_ptr<OGRSpatialReference> projected_;
+};
+
 /// What the coordinate reference system says of the transform's units; angles come out as degrees.
 void ReadReference(const OGRSpatialReference* reference, RasterInfo& info) {
   using Reference = RasterInfo::Reference;
@@ -113,6 +156,8 @@ void ReadReference(const OGRSpatialReference* reference, RasterInfo& info) {
   OGRErr failed = OGRERR_NONE;
   const double radius = reference->GetSemiMajor(&failed);
   info.metresPerDegree = (failed == OGRERR_NONE ? radius : 6378137.0) * kDegreesToRadians;
+  const double inverse = reference->GetInvFlattening(&failed);
+  info.flattening = failed == OGRERR_NONE && inverse > 1 ? 1 / inverse : 0;
   if (reference->IsGeographic()) {
     const double degrees = reference->GetAngularUnits() / kDegreesToRadians;
     for (double& t : info.transform) t *= degrees;
@@ -123,7 +168,9 @@ void ReadReference(const OGRSpatialReference* reference, RasterInfo& info) {
     if (!std::isfinite(metres) || metres <= 0) return;
     info.metresPerUnit = metres;
     info.reference = Reference::kMetric;
-    if (reference->IsProjected()) info.toLonLat = ToLonLat(*reference);
+    if (!reference->IsProjected()) return;
+    info.toLonLat = ToLonLat(*reference);
+    info.referenceText = ReferenceText(*reference);
   }
 }
 
@@ -143,15 +190,29 @@ class GdalSource : public RasterSource {
   }
 
   bool ReadFacts(int band, std::string& problem);
-  bool Read(const RasterRows& part, float* out, std::ptrdiff_t stride, std::string& problem) override;
+  bool Read(const RasterRows& part, float* out, std::ptrdiff_t stride, std::string& problem) override {
+    return ReadAs(part, out, GDT_Float32, stride, problem);
+  }
+  bool ReadWide(const RasterRows& part, double* out, std::ptrdiff_t stride, std::string& problem) override {
+    return ReadAs(part, out, GDT_Float64, stride, problem);
+  }
 
  private:
-  bool IsAllThere(int bands) const;
+  std::string SizeProblem(int bands) const;
+  std::string FindAbsentBlocks();
   void ReadHeightFacts();
-  bool DropMasked(const RasterRows& part, float* out, std::ptrdiff_t stride);
+  template <typename Value>
+  bool ReadAs(const RasterRows& part, Value* out, GDALDataType type, std::ptrdiff_t stride,
+              std::string& problem);
+  template <typename Value>
+  bool DropMasked(const RasterRows& part, Value* out, std::ptrdiff_t stride);
+  template <typename Value>
+  void DropAbsent(const RasterRows& part, Value* out, std::ptrdiff_t stride);
 
   GDALDataset* file_;
   GDALRasterBand* band_ = nullptr;
+  int blockWidth_ = 1, blockHeight_ = 1;
+  bool hasAbsentBlocks_ = false;  ///< which the file has no bytes of
   bool isBroken_ = false;
 };
 
@@ -166,13 +227,18 @@ bool GdalSource::ReadFacts(int band, std::string& problem) {
     return false;
   }
   band_ = file_->GetRasterBand(band);
-  int blockWidth = 1, blockHeight = 1;
-  band_->GetBlockSize(&blockWidth, &blockHeight);
-  const std::int64_t blockBytes = static_cast<std::int64_t>(blockWidth) * blockHeight *
-                                  GDALGetDataTypeSizeBytes(band_->GetRasterDataType());
+  problem = SizeProblem(bands);
+  if (!problem.empty()) return false;
+  const GDALDataType type = band_->GetRasterDataType();
+  band_->GetBlockSize(&blockWidth_, &blockHeight_);
+  const std::int64_t blockBytes =
+      static_cast<std::int64_t>(blockWidth_) * blockHeight_ * GDALGetDataTypeSizeBytes(type);
   if (blockBytes > kMaxBlockBytes) return problem = "it is stored in pieces of more than a gigabyte", false;
-  info_.blockRows = std::max(blockHeight, 1);
-  if (!IsAllThere(bands)) return problem = "it is cut off", false;
+  info_.blockRows = std::max(blockHeight_, 1);
+  info_.isWide = GDALGetDataTypeSizeBits(GDALGetNonComplexDataType(type)) > 16 && type != GDT_Float32 &&
+                 type != GDT_CFloat32;
+  if (info_.format == "GTiff") problem = FindAbsentBlocks();
+  if (!problem.empty()) return false;
   for (const char* format : kRandomAccess) info_.isRandomAccess |= info_.format == format;
 
   info_.hasTransform = file_->GetGeoTransform(info_.transform) == CE_None;
@@ -182,21 +248,48 @@ bool GdalSource::ReadFacts(int band, std::string& problem) {
   return true;
 }
 
-/// Of this format GDAL takes what is missing at the end for zeros.
-bool GdalSource::IsAllThere(int bands) const {
-  if (info_.format != "ENVI") return true;
+/// What the header claims is held against the file before anything is made for it.
+std::string GdalSource::SizeProblem(int bands) const {
+  const std::string path = file_->GetDescription();
+  if (info_.format == "TGA") return TgaProblem(path);
   std::error_code error;
-  const std::uintmax_t size = std::filesystem::file_size(file_->GetDescription(), error);
-  const std::uintmax_t points =
-      static_cast<std::uintmax_t>(info_.width) * static_cast<std::uintmax_t>(info_.height);
-  const auto pointBytes = static_cast<std::uintmax_t>(GDALGetDataTypeSizeBytes(band_->GetRasterDataType())) *
-                          static_cast<std::uintmax_t>(bands);
-  return !error && size / pointBytes >= points;
+  RasterClaim claim;
+  claim.format = info_.format;
+  claim.width = info_.width;
+  claim.height = info_.height;
+  claim.bands = bands;
+  claim.fileBytes = std::filesystem::file_size(path, error);
+  if (error) return error.message();
+  claim.bits = GDALGetDataTypeSizeBits(band_->GetRasterDataType());
+  if (const char* bits = band_->GetMetadataItem("NBITS", "IMAGE_STRUCTURE"))
+    claim.bits = static_cast<int>(std::clamp(Number(bits, 8), 1.0, 1.0 * claim.bits));
+  return ClaimProblem(claim);
+}
+
+/// A file may leave blocks out. Of a large raster it mustn't leave out nearly all: it would claim gigabytes.
+std::string GdalSource::FindAbsentBlocks() {
+  constexpr double kLeastPercent = 0.1, kSmall = 1 << 24;  // points
+  double percent = 100;
+  const int coverage =
+      band_->GetDataCoverageStatus(0, 0, file_->GetRasterXSize(), file_->GetRasterYSize(), 0, &percent);
+  hasAbsentBlocks_ =
+      !(coverage & GDAL_DATA_COVERAGE_STATUS_UNIMPLEMENTED) && (coverage & GDAL_DATA_COVERAGE_STATUS_EMPTY);
+  if (!hasAbsentBlocks_) return {};
+  if (percent <= 0) return "none of its points has a height";
+  if (percent<kLeastPercent&& static_cast<double>(info_.width) * static_cast<double>(info_.height)> kSmall)
+    return "it leaves out nearly all of its " + std::to_string(info_.width) + " x " +
+           std::to_string(info_.height) + " points";
+  return {};
 }
 
 void GdalSource::ReadHeightFacts() {
   int hasValue = 0;
-  info_.missingValue = band_->GetNoDataValue(&hasValue);
+  if (band_->GetRasterDataType() == GDT_Int64)
+    info_.missingValue = static_cast<double>(band_->GetNoDataValueAsInt64(&hasValue));
+  else if (band_->GetRasterDataType() == GDT_UInt64)
+    info_.missingValue = static_cast<double>(band_->GetNoDataValueAsUInt64(&hasValue));
+  else
+    info_.missingValue = band_->GetNoDataValue(&hasValue);
   info_.hasMissingValue = hasValue != 0;
   const double scale = band_->GetScale(&hasValue), offset = band_->GetOffset();
   if (std::isfinite(scale) && std::isfinite(offset) && scale != 0) info_.scale = scale, info_.offset = offset;
@@ -211,10 +304,12 @@ void GdalSource::ReadHeightFacts() {
   const char* unit = band_->GetUnitType();
   for (const HeightUnit& known : kHeightUnits)
     if (unit && EQUAL(unit, known.name)) info_.metresPerHeight = known.metres;
+  if (unit && *unit && info_.metresPerHeight == 0) info_.unknownUnit = unit;
 }
 
 /// Points that the file's own mask leaves out become NaN.
-bool GdalSource::DropMasked(const RasterRows& part, float* out, std::ptrdiff_t stride) {
+template <typename Value>
+bool GdalSource::DropMasked(const RasterRows& part, Value* out, std::ptrdiff_t stride) {
   const int flags = band_->GetMaskFlags();
   if (!(flags & GMF_PER_DATASET) || (flags & GMF_ALPHA)) return true;
   std::vector<GByte> mask(static_cast<size_t>(part.width));
@@ -224,21 +319,42 @@ bool GdalSource::DropMasked(const RasterRows& part, float* out, std::ptrdiff_t s
                                        static_cast<int>(part.width), 1, GDT_Byte, 0, 0, nullptr) != CE_None)
       return false;
     for (std::int64_t i = 0; i < part.width; ++i)
-      if (!mask[static_cast<size_t>(i)]) out[i + j * stride] = std::nanf("");
+      if (!mask[static_cast<size_t>(i)]) out[i + j * stride] = std::numeric_limits<Value>::quiet_NaN();
   }
   return true;
 }
 
-bool GdalSource::Read(const RasterRows& part, float* out, std::ptrdiff_t stride, std::string& problem) {
+/// GDAL reads blocks that aren't in the file as zeros: points of which nothing is stored have no height.
+template <typename Value>
+void GdalSource::DropAbsent(const RasterRows& part, Value* out, std::ptrdiff_t stride) {
+  if (!hasAbsentBlocks_) return;
+  for (std::int64_t y = part.y / blockHeight_; y * blockHeight_ < part.y + part.rows; ++y)
+    for (std::int64_t x = part.x / blockWidth_; x * blockWidth_ < part.x + part.width; ++x) {
+      const std::string item = "BLOCK_OFFSET_" + std::to_string(x) + "_" + std::to_string(y);
+      if (band_->GetMetadataItem(item.c_str(), "TIFF")) continue;
+      const std::int64_t west = std::max(part.x, x * blockWidth_) - part.x,
+                         east = std::min(part.x + part.width, (x + 1) * blockWidth_) - part.x;
+      const std::int64_t first = std::max(part.y, y * blockHeight_) - part.y,
+                         end = std::min(part.y + part.rows, (y + 1) * blockHeight_) - part.y;
+      for (std::int64_t row = first; row < end; ++row)
+        std::fill(out + row * stride + west, out + row * stride + east,
+                  std::numeric_limits<Value>::quiet_NaN());
+    }
+}
+
+template <typename Value>
+bool GdalSource::ReadAs(const RasterRows& part, Value* out, GDALDataType type, std::ptrdiff_t stride,
+                        std::string& problem) {
   const GdalScope scope;
   try {
     const bool isRead =
         band_->RasterIO(GF_Read, static_cast<int>(part.x), static_cast<int>(part.y),
                         static_cast<int>(part.width), static_cast<int>(part.rows), out,
-                        static_cast<int>(part.width), static_cast<int>(part.rows), GDT_Float32, sizeof(float),
-                        static_cast<GSpacing>(stride) * static_cast<GSpacing>(sizeof(float)),
+                        static_cast<int>(part.width), static_cast<int>(part.rows), type, sizeof(Value),
+                        static_cast<GSpacing>(stride) * static_cast<GSpacing>(sizeof(Value)),
                         nullptr) == CE_None &&
         DropMasked(part, out, stride);
+    if (isRead) DropAbsent(part, out, stride);
     if (isRead && !scope.HasFailed()) return true;
     problem = scope.Problem("its heights can't be read: it is cut off, or lies about its size");
   } catch (const GdalGaveUp& gaveUp) {
@@ -251,6 +367,15 @@ bool GdalSource::Read(const RasterRows& part, float* out, std::ptrdiff_t stride,
   return false;
 }
 
+/// Of formats that are known by the file's name.
+std::string NameRule(const std::string& path) {
+  const std::string extension = std::filesystem::path(path).extension().string();
+  if (!EQUAL(extension.c_str(), ".hgt")) return {};
+  return ": an SRTM file is named after its south-western corner, such as N46E007.hgt, and holds 1201 x "
+         "1201, "
+         "1801 x 3601 or 3601 x 3601 heights of two bytes";
+}
+
 GdalSource* Open(const std::string& path, int band, std::string& problem) {
   struct stat file;
   if (stat(path.c_str(), &file) != 0) return problem = std::strerror(errno), nullptr;
@@ -261,14 +386,14 @@ GdalSource* Open(const std::string& path, int band, std::string& problem) {
     // Grids of text whose first heights are whole numbers would be read as such, and what isn't a number as
     // 0.
     CPLStringList options;
-    options.SetNameValue("DATATYPE", "Float32");
+    options.SetNameValue("DATATYPE", "Float64");
     auto* opened = static_cast<GDALDataset*>(
-        GDALOpenEx(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY | GDAL_OF_VERBOSE_ERROR, kRasterDrivers,
+        GDALOpenEx(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY | GDAL_OF_VERBOSE_ERROR, RasterDrivers(),
                    options.List(), beside.List()));
     if (!opened) {
       problem = scope.Problem("");
       if (problem.empty() || problem.find("not recognized") != std::string::npos)
-        problem = "it is of no known raster format";
+        problem = "it is of no known raster format" + NameRule(path);
       return nullptr;
     }
     auto source = std::make_unique<GdalSource>(opened);
