@@ -67,18 +67,19 @@ class PaddedRow {
 class SmoothErodeRow {
  public:
   SmoothErodeRow(const trHeightfield& input, const ConeKernel& kernel, long row)
-      : input_(input),
-        kernel_(kernel),
-        row_(row),
+      : kernel_(kernel),
         width_(input.width),
-        centre_(Heights(0)),
+        centre_(input.HfScanlineRaw(static_cast<int>(row))),
         downX_(width_ + kLanes),
-        downY_(width_ + kLanes) {}
+        downY_(width_ + kLanes) {
+    for (int dy = -kernel.halfY; dy <= kernel.halfY; ++dy)
+      rows_.push_back(input.HfScanlineRaw(static_cast<int>(std::clamp<long>(row + dy, 0, input.height - 1))));
+  }
 
   /// `numbers` are two a point.
   void Run(const std::vector<unsigned int>& numbers, float* to) {
-    // Up to here the sums are made value by value, as they are defined; beyond, so that they take no longer
-    // than a blur, pair by pair: that comes to the same but for the rounding of the terms.
+    // Up to here the sums are made value by value, as they are defined; beyond, where that takes long, pair
+    // by pair: that comes to the same but for the rounding of the terms.
     constexpr long kMostSingle = 64;
     if (static_cast<long>(kernel_.halfX) * kernel_.halfY <= kMostSingle)
       SumSlopes();
@@ -96,9 +97,7 @@ class SmoothErodeRow {
   static constexpr int kLanes = PaddedRow<float>::kLanes;
 
   /// The row `dy` rows away; those beyond the border repeat it.
-  const float* Heights(int dy) const {
-    return input_.HfScanlineRaw(static_cast<int>(std::clamp<long>(row_ + dy, 0, input_.height - 1)));
-  }
+  const float* Heights(int dy) const { return rows_[static_cast<std::size_t>(dy + kernel_.halfY)]; }
 
   /// Slopes along each axis by itself; the middle row and column don't count.
   void SumSlopes() {
@@ -186,11 +185,10 @@ class SmoothErodeRow {
     return along >= 0 && blend > 0 ? blend * height + (1 - blend) * centre : centre;
   }
 
-  const trHeightfield& input_;
   const ConeKernel& kernel_;
-  const long row_;
   const int width_;
   const float* const centre_;
+  std::vector<const float*> rows_;     ///< from the southernmost that the kernel reaches
   std::vector<double> downX_, downY_;  ///< sums of slopes
 };
 
