@@ -1,4 +1,6 @@
 // The program `ov`: reads the command line, runs the chosen subcommand, turns its end into an exit code.
+#include <unistd.h>
+
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -72,9 +74,50 @@ int ReportFailure(const Failure& failure) {
   return failure.code;
 }
 
+/// The last word on an exception that came where nobody catches any, as on a thread that a library started.
+[[noreturn]] void OnTerminate() {
+  const char* why = "a library gave up";
+  std::string text;
+  int code = kFailed;
+  try {
+    if (std::current_exception()) throw;
+  } catch (const std::bad_alloc&) {
+    why = "out of memory";
+    code = kLimitReached;
+  } catch (const std::exception& error) {
+    text = error.what();
+    why = text.c_str();
+  } catch (...) {
+    why = "an exception of an unknown type";
+  }
+  std::fprintf(stderr, "error: the program can't go on: %s\n", why);
+  _exit(code);
+}
+
+int RunCommand(Program& program) {
+  try {
+    ApplyCommonOptions(program.common);
+    const int code = program.run();
+    if (std::fflush(stdout) != 0 || std::ferror(stdout))
+      throw Failure{kOutputFailed, "standard output can't be written"};
+    return code;
+  } catch (const Failure& failure) {
+    return ReportFailure(failure);
+  } catch (const ovhost::SessionError& error) {
+    return ReportFailure({CodeOf(error.Cause()), error.what()});
+  } catch (const std::bad_alloc&) {
+    return ReportFailure({kLimitReached, "out of memory"});
+  } catch (const std::exception& error) {
+    return ReportFailure({kFailed, error.what()});
+  } catch (...) {
+    return ReportFailure({kFailed, "an exception of an unknown type"});
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  std::set_terminate(OnTerminate);
   ovhost::DeepenStacks();
   // A file past the shell's limit is a failed write, which is told and cleaned up.
   std::signal(SIGXFSZ, SIG_IGN);
@@ -106,19 +149,7 @@ int main(int argc, char** argv) {
     return kBadUsage;
   }
 
-  try {
-    ApplyCommonOptions(program.common);
-    const int code = program.run();
-    if (std::fflush(stdout) != 0 || std::ferror(stdout))
-      throw Failure{kOutputFailed, "standard output can't be written"};
-    return code;
-  } catch (const Failure& failure) {
-    return ReportFailure(failure);
-  } catch (const ovhost::SessionError& error) {
-    return ReportFailure({CodeOf(error.Cause()), error.what()});
-  } catch (const std::bad_alloc&) {
-    return ReportFailure({kLimitReached, "out of memory"});
-  } catch (const std::exception& error) {
-    return ReportFailure({kFailed, error.what()});
-  }
+  const int code = RunCommand(program);
+  ovhost::TellLeftOut();
+  return code;
 }

@@ -283,6 +283,7 @@ int Run(Program& program, const Options& options) {
     const ovhost::RenderOutcome outcome = ovhost::RenderFrame(project, settings, control, &statistics);
     progress.Pause();
     Report(job, outcome, statistics);
+    ovhost::TellLeftOut();
     // A frame that failed doesn't keep the others from being made, but the end tells of it; a stop ends them
     // all.
     if (outcome != ovhost::RenderOutcome::kDone && code == kDone) code = CodeOfOutcome(outcome);

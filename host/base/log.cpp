@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "core/node.h"
+#include "host/base/log_text.h"
 #include "host/base/session_context.h"
 
 namespace {
@@ -17,6 +18,11 @@ struct Context {
 thread_local std::vector<Context> contexts;
 thread_local const ovhost::ScopedPlace* place = nullptr;
 thread_local ovhost::ToldErrors* innermostTold = nullptr;
+
+/// What a record may take, in bytes: names and texts come from files that anybody may have made.
+constexpr std::size_t kLongestText = 4096, kLongestNode = 1024, kLongestParameter = 256;
+/// Warnings, and errors, that are shown before the rest is only counted.
+constexpr long kMostShown = 1000;
 
 const char* LevelName(ovhost::LogLevel level) {
   switch (level) {
@@ -32,36 +38,35 @@ const char* LevelName(ovhost::LogLevel level) {
   return "";
 }
 
-/// Quotes and escapes for JSON; bytes below blank become \u00XX.
-std::string JsonQuoted(const std::string& text) {
-  std::string out = "\"";
-  for (const char c : text) {
-    if (c == '"' || c == '\\') {
-      out += '\\';
-      out += c;
-    } else if (static_cast<unsigned char>(c) < 0x20) {
-      char buffer[8];
-      std::snprintf(buffer, sizeof buffer, "\\u%04x", static_cast<unsigned>(c));
-      out += buffer;
-    } else {
-      out += c;
-    }
-  }
-  return out + '"';
-}
-
 std::string Formatted(const ovhost::LogRecord& record, ovhost::LogFormat format) {
   if (format == ovhost::LogFormat::kJson) {
     std::string line = std::string("{\"level\":\"") + LevelName(record.level) + "\"";
-    if (!record.node.empty()) line += ",\"node\":" + JsonQuoted(record.node);
-    if (!record.parameter.empty()) line += ",\"parameter\":" + JsonQuoted(record.parameter);
-    return line + ",\"text\":" + JsonQuoted(record.text) + "}\n";
+    if (!record.node.empty()) line += ",\"node\":" + ovhost::QuotedForJson(record.node, kLongestNode);
+    if (!record.parameter.empty())
+      line += ",\"parameter\":" + ovhost::QuotedForJson(record.parameter, kLongestParameter);
+    return line + ",\"text\":" + ovhost::QuotedForJson(record.text, kLongestText) + "}\n";
   }
   std::string line;
   if (record.level != ovhost::LogLevel::kMessage) line = std::string(LevelName(record.level)) + ": ";
-  if (!record.node.empty()) line += record.node + ": ";
-  if (!record.parameter.empty()) line += record.parameter + ": ";
-  return line + record.text + "\n";
+  if (!record.node.empty()) line += ovhost::PrintableText(record.node, kLongestNode) + ": ";
+  if (!record.parameter.empty()) line += ovhost::PrintableText(record.parameter, kLongestParameter) + ": ";
+  return line + ovhost::PrintableText(record.text, kLongestText) + "\n";
+}
+
+void Print(const ovhost::SessionContext& session, const ovhost::LogRecord& record) {
+  const std::string line = Formatted(record, session.format);
+  std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+/// Whether one more of the level is shown; the first that isn't is told of. Under the lock.
+bool HasRoom(ovhost::SessionContext& session, ovhost::LogLevel level) {
+  if (level < ovhost::LogLevel::kWarning) return true;
+  const bool isError = level == ovhost::LogLevel::kError;
+  const long count = ++(isError ? session.shownErrors : session.shownWarnings);
+  if (count == kMostShown + 1)
+    Print(session,
+          {level, {}, {}, isError ? "further errors are only counted" : "further warnings are only counted"});
+  return count <= kMostShown;
 }
 
 void Report(ovhost::LogLevel level, const trString& text, const trErrorWarningData* data = nullptr) {
@@ -80,9 +85,7 @@ void Report(ovhost::LogLevel level, const trString& text, const trErrorWarningDa
 
   const std::lock_guard lock(session.output);
   if (session.logSink) return session.logSink(session.logContext, record);
-  if (level < session.lowestLevel) return;
-  const std::string line = Formatted(record, session.format);
-  std::fwrite(line.data(), 1, line.size(), stderr);
+  if (level >= session.lowestLevel && HasRoom(session, level)) Print(session, record);
 }
 
 }  // namespace
@@ -118,6 +121,17 @@ void SetLogSink(LogSink sink, void* context) {
   const std::lock_guard lock(session.output);
   session.logSink = sink;
   session.logContext = context;
+}
+
+void TellLeftOut() {
+  SessionContext& session = SessionContext::Current();
+  const std::lock_guard lock(session.output);
+  const auto tell = [&session](LogLevel level, long& shown, const char* what) {
+    if (shown > kMostShown) Print(session, {level, {}, {}, std::to_string(shown - kMostShown) + what});
+    shown = 0;
+  };
+  tell(LogLevel::kWarning, session.shownWarnings, " more warnings were left out");
+  tell(LogLevel::kError, session.shownErrors, " more errors were left out");
 }
 
 long NumErrors() { return SessionContext::Current().errors; }

@@ -24,6 +24,9 @@ OV_API void SetLogLevel(LogLevel level);
 /// Sends records elsewhere instead of to stderr (tests, applications); null restores. Calls are serialised.
 using LogSink = void (*)(void* context, const LogRecord& record);
 OV_API void SetLogSink(LogSink sink, void* context);
+/// Of each, warnings and errors, a thousand are printed; this tells how many more there were, and begins to
+/// count anew: at the end of a frame, say. Thread-safe.
+OV_API void TellLeftOut();
 /// Errors and warnings that the session has reported. Thread-safe.
 OV_API long NumErrors();
 OV_API long NumWarnings();

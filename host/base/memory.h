@@ -2,12 +2,18 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "core/api.h"
 
 namespace ovhost {
 
-/// Bytes that programs may still take; what the system's file cache would give back counts. Thread-safe.
+/// Bytes that this process may still take: what the system has left and could have back from its file cache,
+/// within the limits of the process and of its control groups. Thread-safe.
 OV_API std::uint64_t FreeMemory();
+
+/// What the control groups of the process leave, the greatest number where they set no limit. `proc` is the
+/// folder of /proc/self. Thread-safe.
+OV_API std::uint64_t ControlGroupMemory(const std::string& proc);
 
 }  // namespace ovhost

@@ -13,9 +13,13 @@
 #include <tbb/task_arena.h>
 
 #include <algorithm>
+#include <atomic>
 #include <mutex>
 #include <optional>
+#include <string>
+#include <vector>
 
+#include "core/messages.h"
 #include "host/base/session_context.h"
 
 #ifdef OV_THREAD_SANITIZER
@@ -39,9 +43,24 @@ constexpr unsigned kMaxSlots = 4096;
 /// under the sanitizers. Only what is used takes memory.
 constexpr size_t kStackBytes = size_t{64} << 20;
 
-/// Threads that loops start take their stack's size from this.
-void DeepenWorkers() {
-  static const tbb::global_control stacks(tbb::global_control::thread_stack_size, kStackBytes);
+/// What all loops need before they take so many threads: the depth of stack of those that they start, and a
+/// limit where fewer can be started, for TBB ends the process where it can't start one.
+void PrepareWorkers(int threads) {
+  using Control = tbb::global_control;
+  static std::atomic<int> proven{0};
+  static std::mutex mutex;
+  static std::optional<Control> stacks, limit;
+  if (threads <= proven) return;
+  const std::lock_guard lock(mutex);
+  if (!stacks) stacks.emplace(Control::thread_stack_size, kStackBytes);
+  if (threads <= proven || limit) return;
+  const int startable = 1 + StartableThreads(threads - 1);
+  if (startable < threads) {
+    limit.emplace(Control::max_allowed_parallelism, static_cast<size_t>(startable));
+    trWarning("only " + std::to_string(startable) +
+              (startable > 1 ? " threads run at once" : " thread runs at once") + ": no more can be started");
+  }
+  proven = threads;
 }
 
 /// The hand-overs of a loop, each known by an address, and whom it works for.
@@ -96,6 +115,29 @@ class ThreadLimit {
 
 }  // namespace
 
+int StartableThreads(int wanted) {
+  std::mutex gate;
+  std::vector<pthread_t> threads(static_cast<size_t>(std::max(wanted, 0)));
+  pthread_attr_t attributes;
+  if (pthread_attr_init(&attributes) != 0) return 0;
+  pthread_attr_setstacksize(&attributes, kStackBytes);
+  int count = 0;
+  {
+    // All of them wait here, so that they live side by side.
+    const std::lock_guard closed(gate);
+    const auto wait = [](void* at) -> void* {
+      const std::lock_guard passed(*static_cast<std::mutex*>(at));
+      return nullptr;
+    };
+    while (count < wanted &&
+           pthread_create(&threads[static_cast<size_t>(count)], &attributes, wait, &gate) == 0)
+      ++count;
+  }
+  for (int i = 0; i < count; ++i) pthread_join(threads[static_cast<size_t>(i)], nullptr);
+  pthread_attr_destroy(&attributes);
+  return count;
+}
+
 void DeepenStacks() {
   rlimit limit;
   if (getrlimit(RLIMIT_STACK, &limit) == 0 && limit.rlim_cur < kStackBytes) {
@@ -109,7 +151,8 @@ void DeepenStacks() {
 }
 
 void ParallelForRanges(size_t count, const RangeCall& call) {
-  DeepenWorkers();
+  PrepareWorkers(
+      static_cast<int>(tbb::global_control::active_value(tbb::global_control::max_allowed_parallelism)));
   HandOver handOver;
   tbb::parallel_for(tbb::blocked_range<size_t>(0, count), [&](const tbb::blocked_range<size_t>& range) {
     const Part part(handOver);
@@ -118,7 +161,7 @@ void ParallelForRanges(size_t count, const RangeCall& call) {
 }
 
 void RunWithThreads(int threads, const RangeCall& job) {
-  DeepenWorkers();
+  PrepareWorkers(threads);
   const ThreadLimit limit(threads);
   const ThreadsScope scope(threads);
   tbb::task_arena arena(threads);

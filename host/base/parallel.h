@@ -36,6 +36,9 @@ void ParallelFor(size_t count, const Body& body) {
                     }));
 }
 
+/// How many of `wanted` further threads the system lets this process start now. Thread-safe.
+OV_API int StartableThreads(int wanted);
+
 /// Gives this thread, and threads started from now on, room for the deepest shader networks. The threads of
 /// the loops here have it anyway. Main thread only, before anything else runs.
 OV_API void DeepenStacks();

@@ -30,6 +30,7 @@ struct OV_API SessionContext {
   LogSink logSink = nullptr;
   void* logContext = nullptr;
   std::atomic<long> errors{0}, fileErrors{0}, warnings{0};
+  long shownWarnings = 0, shownErrors = 0;  ///< since TellLeftOut
 
   ProgressSink progressSink = nullptr;
   void* progressContext = nullptr;

@@ -4,23 +4,40 @@
 #include <dlfcn.h>
 
 #include <filesystem>
+#include <mutex>
+
+#include "host/base/parallel.h"
 
 namespace ovhost {
+namespace {
+
+/// What the logging library behind Debian 12's OpenImageIO starts while it is loaded, and some to spare:
+/// where it can't start them, it never comes back.
+constexpr int kThreadsOfLibraries = 8;
+
+void* Load(std::string& problem) {
+  if (StartableThreads(kThreadsOfLibraries) < kThreadsOfLibraries)
+    return problem = "no threads can be started for them", nullptr;
+  Dl_info self;
+  std::error_code error;
+  std::filesystem::path folder;
+  if (dladdr(reinterpret_cast<const void*>(&CodecFunction), &self) && self.dli_fname)
+    folder = std::filesystem::canonical(self.dli_fname, error).parent_path();
+  void* const library = dlopen((folder / "libovimage.so").c_str(), RTLD_LAZY | RTLD_LOCAL);
+  if (!library) problem = dlerror();
+  return library;
+}
+
+}  // namespace
 
 void* CodecFunction(const char* name, std::string& problem) {
-  static void* const library = [] {
-    Dl_info self;
-    std::error_code error;
-    std::filesystem::path folder;
-    if (dladdr(reinterpret_cast<const void*>(&CodecFunction), &self) && self.dli_fname)
-      folder = std::filesystem::canonical(self.dli_fname, error).parent_path();
-    return dlopen((folder / "libovimage.so").c_str(), RTLD_LAZY | RTLD_LOCAL);
-  }();
+  static std::mutex mutex;
+  static void* library = nullptr;
+  const std::lock_guard lock(mutex);
+  if (!library) library = Load(problem);
   void* const function = library ? dlsym(library, name) : nullptr;
-  if (!function) {
-    const char* const why = dlerror();
-    problem = std::string("the picture formats can't be loaded: ") + (why ? why : "see the first failure");
-  }
+  if (library && !function) problem = dlerror();
+  if (!function) problem = "the picture formats can't be loaded: " + problem;
   return function;
 }
 

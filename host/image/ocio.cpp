@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "core/messages.h"
+#include "host/base/plain_file.h"
 #include "host/base/session_context.h"
 #include "host/image/codec/colour_processor.h"
 #include "host/image/codec_library.h"
@@ -26,8 +27,10 @@ int trOcio::Set(const trString& configPath, const trString& inputSpace) {
   processor_.reset();
   if (configPath.empty()) return 1;
   std::string problem;
-  auto* const make = reinterpret_cast<ovhost::ColourProcessorMaker*>(
-      ovhost::CodecFunction("ovMakeColourProcessor", problem));
+  auto* const make = ovhost::IsPlainFile(configPath, problem)
+                         ? reinterpret_cast<ovhost::ColourProcessorMaker*>(
+                               ovhost::CodecFunction("ovMakeColourProcessor", problem))
+                         : nullptr;
   std::unique_ptr<ovhost::ColourProcessor> conversion(
       make ? make(configPath.c_str(), inputSpace.c_str(), problem) : nullptr);
   if (!conversion) {

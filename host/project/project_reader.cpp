@@ -1,17 +1,15 @@
 // Reading: an event parser over the whole text, so that what isn't understood can be kept to the byte.
 #include <expat.h>
-#include <sys/stat.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <cstring>
-#include <fstream>
 #include <map>
 
 #include "core/xml.h"
 #include "host/base/log.h"
+#include "host/base/plain_file.h"
 #include "host/node/class_pool.h"
 #include "host/node/node_data.h"
 #include "host/project/project_file.h"
@@ -457,20 +455,11 @@ std::unique_ptr<juProject> ProjectFromText(const std::string& text, const std::s
 }
 
 std::unique_ptr<juProject> LoadProject(const std::string& path) {
-  struct stat info;
-  const auto unreadable = [&](const std::string& why) {
-    trError(path + ": " + why);
+  std::string text, problem;
+  if (!ReadPlainFile(path, kMaxFileBytes, text, problem)) {
+    trError(path + ": " + problem);
     return nullptr;
-  };
-  if (stat(path.c_str(), &info) != 0) return unreadable(std::strerror(errno));
-  if (!S_ISREG(info.st_mode)) return unreadable("is not a file");
-  if (info.st_size > kMaxFileBytes)
-    return unreadable("is larger than " + std::to_string(kMaxFileBytes >> 20) + " MiB");
-  errno = 0;
-  std::ifstream in(path, std::ios::binary);
-  std::string text(static_cast<size_t>(info.st_size), '\0');
-  if (!in.read(text.data(), static_cast<std::streamsize>(text.size())))
-    return unreadable(errno ? std::strerror(errno) : "can't be read");
+  }
   const size_t slash = path.find_last_of('/');
   return ProjectFromText(text, path, slash == std::string::npos ? "." : path.substr(0, slash));
 }

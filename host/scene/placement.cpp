@@ -1,10 +1,11 @@
 // Placing a scene maker other than by its position: by angles seen from the origin, and by a motion file.
 #include <charconv>
-#include <fstream>
+#include <sstream>
 #include <string>
 
 #include "core/guarded.h"
 #include "core/scene_maker.h"
+#include "host/base/plain_file.h"
 
 void juSceneMaker::DeclareAngularPositionParams() {
   hasAngularPosition_ = true;
@@ -48,6 +49,9 @@ void juSceneMaker::DeclareImportMotionFileParams(bool withTransform) {
 
 namespace {
 
+/// In bytes: a day of frames, several times over.
+constexpr std::uint64_t kLongestMotionFile = 256 << 20;
+
 struct MotionLine {
   double frame;
   trVector position, rotation;
@@ -77,11 +81,13 @@ bool ParseMotionLine(const std::string& line, MotionLine& out) {
 long juSceneMaker::ImportMotion(const char* positionParam, const char* rotationParam) {
   const trScopedErrorsWarningsContext context(this);
   const trString path = motionFile_.FullPath();
-  std::ifstream in(path);
-  if (path.empty() || !in) {
-    trError(path.empty() ? trString("No motion file is set.") : path + ": the motion file can't be read.");
+  std::string whole, problem;
+  if (path.empty() || !ovhost::ReadPlainFile(path, kLongestMotionFile, whole, problem)) {
+    trError(path.empty() ? trString("No motion file is set.")
+                         : path + ": the motion file can't be read: " + problem);
     return 0;
   }
+  std::istringstream in(whole);
 
   // The whole file is read before anything is keyed, so that a bad line costs nothing.
   std::vector<MotionLine> lines;

@@ -3,9 +3,11 @@
 #include "host/render/frame/checkpoint.h"
 
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 
 #include "host/base/atomic_file.h"
+#include "host/base/plain_file.h"
 
 namespace ovhost {
 namespace {
@@ -64,6 +66,10 @@ std::string WriteCheckpoint(const std::string& path, const CheckpointKey& key, c
 }
 
 CheckpointState ReadCheckpoint(const std::string& path, const CheckpointKey& key, Film& film) {
+  std::error_code error;
+  if (!std::filesystem::exists(path, error)) return CheckpointState::kNone;
+  std::string problem;
+  if (!IsPlainFile(path, problem)) return CheckpointState::kDamaged;
   std::ifstream in(path, std::ios::binary);
   if (!in) return CheckpointState::kNone;
   Header header;
