@@ -1,24 +1,17 @@
-// The class pool, and modules: found, checked in a child process where they are foreign, loaded.
+// The class pool, and where modules are found.
 #include "host/node/class_pool.h"
 
 #include <dlfcn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <map>
-#include <set>
+#include <sstream>
 
+#include "host/base/plain_file.h"
+#include "host/node/module_loader.h"
 #include "host/node/node_data.h"
-
-struct trPluginStartupInfo {
-  std::string module;
-  bool refused = false;
-  unsigned int version = 0;
-};
 
 namespace ovhost {
 namespace {
@@ -44,62 +37,46 @@ std::string LibraryFolder() {
   return error ? "." : path.parent_path().string();
 }
 
-/// What stands beside a module as NAME.catalogue: lines of `category | registered name | implementing class`.
+/// How long a module may take to register and to make a node of each class, on a slow network disc.
+constexpr int kTrialSeconds = 10;
+constexpr std::uint64_t kLongestCatalogue = 16 << 20;
+
+std::string Trimmed(const std::string& text) {
+  const size_t first = text.find_first_not_of(' ');
+  if (first == std::string::npos) return {};
+  return text.substr(first, text.find_last_not_of(' ') + 1 - first);
+}
+
+/// What stands beside a module as NAME.catalogue.
 void ReadPlannedRows(const std::filesystem::path& module) {
-  std::ifstream in(std::filesystem::path(module).replace_extension(".catalogue"));
-  std::string line;
-  while (std::getline(in, line)) {
-    if (line.empty() || line[0] == '#') continue;
-    const size_t a = line.find('|'), b = line.find('|', a + 1);
-    if (a == std::string::npos || b == std::string::npos) continue;
-    const auto trimmed = [](std::string text) {
-      text.erase(0, text.find_first_not_of(' '));
-      text.erase(text.find_last_not_of(' ') + 1);
-      return text;
-    };
-    Planned().push_back(
-        {trimmed(line.substr(0, a)), trimmed(line.substr(a + 1, b - a - 1)), trimmed(line.substr(b + 1))});
-  }
+  const std::string path = std::filesystem::path(module).replace_extension(".catalogue").string();
+  std::string text, problem;
+  if (!ReadPlainFile(path, kLongestCatalogue, text, problem)) return;
+  for (PlannedRow& row : ParseCatalogue(text)) Planned().push_back(std::move(row));
 }
 
-long Refuse(const std::string& path, const std::string& why) {
-  trError(path + ": " + why);
-  return 0;
+bool LoadAndEnter(const std::string& path, bool isOurs, std::string& problem) {
+  if (!isOurs && !SurvivesTrial(path, kTrialSeconds, problem)) return false;
+  trPluginStartupInfo info;
+  return LoadModule(path, info, problem) && EnterIntoPool(info, problem);
 }
 
-using Startup = long (*)(trPluginStartupInfo*);
+/// A module's file and whether it lies beside this library, where nobody who couldn't replace the library
+/// puts one.
+struct ModuleFile {
+  std::filesystem::path path;
+  bool isOurs;
+};
 
-long LoadHere(const std::string& path) {
-  void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (!handle) return Refuse(path, std::string("the module can't be loaded: ") + dlerror());
-  const auto startup = reinterpret_cast<Startup>(dlsym(handle, "trPluginStartup"));
-  if (!startup) {
-    dlclose(handle);
-    return Refuse(path, "not a module: it has no trPluginStartup");
-  }
-  trPluginStartupInfo info{path};
-  startup(&info);
-  if (info.refused)
-    return Refuse(path, "the module was built for SDK version " + std::to_string(info.version) +
-                            "; this program takes version " + std::to_string(kOvSdkVersion));
-  return 1;
-}
-
-/// Starts a foreign module up in a child process first, so that one that crashes costs a message.
-long SurvivesLoading(const std::string& path) {
-  const pid_t child = fork();
-  if (child < 0) return 1;
-  if (child == 0) {
-    std::freopen("/dev/null", "w", stderr);
-    LoadHere(path);
-    _exit(0);
-  }
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-  }
-  if (!WIFSIGNALED(status)) return 1;
-  return Refuse(path,
-                "the module crashed while it was loaded (signal " + std::to_string(WTERMSIG(status)) + ")");
+/// Modules of a folder, by name.
+void AddModules(const std::string& folder, bool isOurs, std::vector<ModuleFile>& modules) {
+  const size_t first = modules.size();
+  std::error_code error;
+  for (std::filesystem::directory_iterator file(folder, error), end; !error && file != end;
+       file.increment(error))
+    if (file->path().extension() == ".ovp") modules.push_back({file->path(), isOurs});
+  std::sort(modules.begin() + static_cast<std::ptrdiff_t>(first), modules.end(),
+            [](const ModuleFile& a, const ModuleFile& b) { return a.path < b.path; });
 }
 
 }  // namespace
@@ -120,58 +97,71 @@ void RegisterHostClass(const std::string& category, const std::string& className
   Entries().push_back({category, className, "", create, destroy});
 }
 
+std::vector<PlannedRow> ParseCatalogue(const std::string& text) {
+  std::vector<PlannedRow> rows;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) {
+    if (line.empty() || line[0] == '#') continue;
+    const size_t a = line.find('|'), b = line.find('|', a + 1);
+    if (a == std::string::npos || b == std::string::npos) continue;
+    rows.push_back(
+        {Trimmed(line.substr(0, a)), Trimmed(line.substr(a + 1, b - a - 1)), Trimmed(line.substr(b + 1))});
+  }
+  return rows;
+}
+
+bool EnterIntoPool(const trPluginStartupInfo& info, std::string& problem) {
+  const auto taken = [&](const std::string& name, const std::string& owner) {
+    problem = "the module registers \"" + name + "\", which is " +
+              (owner.empty() ? "this program's own" : owner + "'s");
+    return false;
+  };
+  for (const CatalogueEntry& entry : info.entries)
+    if (const CatalogueEntry* const known = FindClass(entry.className))
+      return taken(entry.className, known->module);
+  for (const auto& [oldName, newName] : info.redirects)
+    if (const CatalogueEntry* const known = FindClass(oldName)) return taken(oldName, known->module);
+  Entries().insert(Entries().end(), info.entries.begin(), info.entries.end());
+  for (const auto& [oldName, newName] : info.redirects) Redirects()[oldName] = newName;
+  return true;
+}
+
 long LoadPlugin(const std::string& path) {
-  const bool isOurs = std::filesystem::path(path).parent_path() == LibraryFolder();
-  if (!isOurs && !SurvivesLoading(path)) return 0;
-  const long loaded = LoadHere(path);
-  if (loaded) ReadPlannedRows(path);
-  return loaded;
+  const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+  std::string problem;
+  if (!LoadAndEnter(path, folder == LibraryFolder(), problem)) {
+    trError(path + ": " + problem);
+    return 0;
+  }
+  ReadPlannedRows(path);
+  return 1;
 }
 
 int LoadPlugins() {
-  std::vector<std::string> folders;
+  // Ours first: another's module can add to its classes, not stand in for them.
+  std::vector<ModuleFile> modules;
+  AddModules(LibraryFolder(), true, modules);
   if (const char* list = std::getenv("OV_PLUGIN_PATH")) {
-    const std::string text = list;
-    for (size_t begin = 0; begin <= text.size();) {
-      const size_t end = std::min(text.find(':', begin), text.size());
-      if (end > begin) folders.push_back(text.substr(begin, end - begin));
-      begin = end + 1;
-    }
+    std::istringstream in(list);
+    for (std::string folder; std::getline(in, folder, ':');)
+      if (!folder.empty()) AddModules(folder, false, modules);
   }
-  folders.push_back(LibraryFolder());
   int refused = 0;
-  std::set<std::string> seen;
-  for (const std::string& folder : folders) {
-    std::vector<std::string> modules;
+  // Of several of a name in the folders named the first counts, as with programs; none counts for ours.
+  std::map<std::string, ModuleFile> seen;
+  for (const ModuleFile& module : modules) {
+    const auto [first, isNew] = seen.emplace(module.path.filename().string(), module);
     std::error_code error;
-    for (const auto& file : std::filesystem::directory_iterator(folder, error))
-      if (file.path().extension() == ".ovp") modules.push_back(file.path().string());
-    std::sort(modules.begin(), modules.end());
-    for (const std::string& module : modules)
-      if (seen.insert(std::filesystem::path(module).filename().string()).second)
-        refused += !LoadPlugin(module);
+    if (isNew) {
+      refused += !LoadPlugin(module.path.string());
+    } else if (first->second.isOurs && !std::filesystem::equivalent(first->second.path, module.path, error)) {
+      trError(module.path.string() + ": not loaded, for one of this program's own modules has that name");
+      ++refused;
+    }
   }
   return refused;
 }
 
 }  // namespace ovhost
 
-trPluginToken::trPluginToken(trPluginStartupInfo* info, const trPluginSdkVersion& version, const char*)
-    : info_(info) {
-  if (!info_) return;
-  info_->version = version.Version();
-  info_->refused = version.Version() != kOvSdkVersion;
-}
-
-long trPluginToken::AddClass(const trString& category, const trString& className, trBase* (*create)(),
-                             void (*destroy)(trBase*), const trString&) {
-  if (!info_ || info_->refused || className.empty() || !create || !destroy) return 0;
-  ovhost::Entries().push_back({category, className, info_->module, create, destroy});
-  return 1;
-}
-
 trClassPool trClasses;
-
-void trClassPool::AddClassNameRedirect(const trString& oldName, const trString& newName) {
-  ovhost::Redirects()[oldName] = newName;
-}

@@ -30,11 +30,16 @@ struct PlannedRow {
 /// The planned rows of the modules loaded, from the `.catalogue` text beside each.
 OV_API const std::vector<PlannedRow>& PlannedRows();
 
-/// Loads every `.ovp` of the folders in OV_PLUGIN_PATH, then of the folder of this library, each file name
-/// once. A module of another SDK version, without the entry, or that crashes while it loads is refused with
-/// an error. Returns how many were refused.
+/// The rows of such a text, lines of `category | registered name | implementing class`. Thread-safe.
+OV_API std::vector<PlannedRow> ParseCatalogue(const std::string& text);
+
+/// Loads every `.ovp` of the folder of this library, then of those in OV_PLUGIN_PATH. Another's module is
+/// tried out in a child process first: one that crashes, ends the process, hangs, throws, tells another SDK
+/// version or failure, makes no nodes of its classes, or registers names that are taken is refused as a
+/// whole, with an error. So is one that has the file name of ours. Returns how many were refused. Main thread
+/// only.
 OV_API int LoadPlugins();
-/// Loads one module; 0 with an error reported where it is refused.
+/// Loads one module; 0 with an error reported where it is refused. Main thread only.
 OV_API long LoadPlugin(const std::string& path);
 
 }  // namespace ovhost
