@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <map>
+#include <set>
 #include <sstream>
 
 #include "host/base/plain_file.h"
@@ -127,12 +128,18 @@ bool EnterIntoPool(const trPluginStartupInfo& info, std::string& problem) {
 }
 
 long LoadPlugin(const std::string& path) {
+  // Who loads a module again has it already.
+  static std::set<std::string> loaded;
+  std::error_code error;
+  const std::string file = std::filesystem::canonical(path, error).string();
+  if (!error && loaded.count(file)) return 1;
   const std::filesystem::path folder = std::filesystem::path(path).parent_path();
   std::string problem;
   if (!LoadAndEnter(path, folder == LibraryFolder(), problem)) {
     trError(path + ": " + problem);
     return 0;
   }
+  loaded.insert(file);
   ReadPlannedRows(path);
   return 1;
 }
