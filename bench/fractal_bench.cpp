@@ -1,12 +1,15 @@
-// Rates of the power fractal, points a second on one thread, one point a call, 16 octaves, on every
-// instruction set of the machine; the scalar rows are the yardstick.
+// Rates of the power fractal, points a second on one thread, one point a call, 16 octaves, and of the fractal
+// warp, on every instruction set of the machine; the scalar rows are the yardstick.
 #include <benchmark/benchmark.h>
 
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "core/project.h"
+#include "fractal/fractal_warp_shader.h"
 #include "fractal/power_fractal_shader.h"
+#include "host/node/node_data.h"
 #include "host/noise/simd_level.h"
 
 namespace {
@@ -65,9 +68,40 @@ void Fractal(benchmark::State& state, const std::string& level, const Case& what
   SetNoiseSimdLevel("");
 }
 
+/// Keeps the warped point from being optimised away.
+class Warped : public trSurfaceShader {
+ public:
+  long Displace(trShadingInterface& si) override {
+    benchmark::DoNotOptimize(si.Pt());
+    return 1;
+  }
+};
+
+void Warp(benchmark::State& state, const std::string& level, double footprint) {
+  SetNoiseSimdLevel(level);
+  juProject project;
+  auto* const warp = new FractalWarpShader;
+  ovhost::AttachChild(&project, warp, "Warp");
+  ovhost::AttachChild(&project, new Warped, "Warped");
+  warp->SetParam("input_node", "/Warped", trWhoUser);
+  trShadingInterface si;
+  si.SetSample({100.3, 20.7, -50.1}, {0, 1, 0});
+  si.SmoothSize() = footprint;
+  for (auto _ : state) {
+    si.Pt() += trVector(1.37, 0.73, -0.9);
+    warp->Displace(si);
+  }
+  state.SetItemsProcessed(state.iterations());
+  SetNoiseSimdLevel("");
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  for (const std::string& level : NoiseSimdLevels())
+    for (const auto& [name, footprint] : {std::pair("warp/", 0.0), {"filtered_warp/", 0.02}})
+      benchmark::RegisterBenchmark((name + level).c_str(),
+                                   [level, footprint](benchmark::State& s) { Warp(s, level, footprint); });
   for (const std::string& level : NoiseSimdLevels())
     for (const Case& what : Cases())
       benchmark::RegisterBenchmark((std::string(what.name) + "/" + level).c_str(),

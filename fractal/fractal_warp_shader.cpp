@@ -1,7 +1,7 @@
 // fractal_warp_shader.
 #include "fractal/fractal_warp_shader.h"
 
-#include "core/noise.h"
+#include "core/noise_pair.h"
 
 namespace {
 
@@ -104,14 +104,14 @@ tr2Vector FractalWarpShader::WarpOffset(double x0, double z0, const Loop& loop) 
     if (std::fabs(weight) <= 1e-12) continue;
 
     const trVector p(x * frequency, z * frequency, 0);
-    const int seed = static_cast<int>(seed_ + octave);
-    const trVector forX = p + trNoff3(seed), forZ = p + trNoff3(seed + 5);
-    const double a[3] = {forX.x, forX.y, forX.z}, c[3] = {forZ.x, forZ.y, forZ.z};
+    const trVector forX = p + noiseOffset_[octave], forZ = p + noiseOffset_[octave + kSecondOffset];
     const double width = 2 * loop.footprint * frequency;
     const bool isFiltered = loop.footprint > kTiny && width > kTiny;
     const double filter[2] = {width, width};
-    x += weight * (isFiltered ? trLerpNoise3_SmoothXY(a, filter) : trLerpNoise3(a));
-    z += weight * (isFiltered ? trLerpNoise3_SmoothXY(c, filter) : trLerpNoise3(c));
+    double noise[2];
+    trLerpNoise3Pair(&forX.x, &forZ.x, isFiltered ? filter : nullptr, noise);
+    x += weight * noise[0];
+    z += weight * noise[1];
   }
   const double variation = Variation();
   return {(x - x0) / variation * warpAmount_ * loop.mask, (z - z0) / variation * warpAmount_ * loop.mask};
@@ -125,6 +125,8 @@ double FractalWarpShader::Weight(int octave, double frequency, const Loop& loop)
 void FractalWarpShader::BuildTables() const {
   const std::lock_guard<std::mutex> lock(tablesMutex_);
   if (!tablesDirty_.load(std::memory_order_relaxed)) return;
+  for (int k = 0; k < kMaxOctaves + kSecondOffset; ++k)
+    noiseOffset_[k] = trNoff3(static_cast<int>(seed_ + k));
   const double ratio = roughness_ > 1e-12 ? std::pow(2.0, -1 / roughness_) : 0;
   for (int k = kMaxOctaves - 1; k >= 0; --k) {
     warpStep_[k] = std::pow(ratio, k) * Variation();

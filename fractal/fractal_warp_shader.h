@@ -16,6 +16,8 @@ class FractalWarpShader : public trSurfaceShader {
 
  private:
   static constexpr int kMaxOctaves = 32;
+  /// How far behind an octave's own noise offset that of its second noise stands.
+  static constexpr int kSecondOffset = 5;
   /// What one sample's loop over the octaves works with. Lengths in units of `scale`.
   struct Loop {
     double mask;       ///< above 0, normally up to 1
@@ -38,6 +40,7 @@ class FractalWarpShader : public trSurfaceShader {
   trDoubleHint scaleHint_, upToTwoHint_;
 
   mutable double warpStep_[kMaxOctaves] = {}, warpWeight_[kMaxOctaves] = {};
+  mutable trVector noiseOffset_[kMaxOctaves + kSecondOffset];
   mutable std::atomic<bool> tablesDirty_{true};
   mutable std::mutex tablesMutex_;
 };

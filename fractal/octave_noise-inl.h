@@ -200,22 +200,29 @@ inline void FoldNoise(const Kernel& k, const FractalDerived& derived, const Octa
   }
 }
 
-/// The Voronoi flavours, an octave after the other.
-inline void CellularNoise(const Kernel& k, const FractalDerived& derived, const OctaveRun& run,
-                          const trVector* offset, double* noise) {
+/// The smoothed distance to the nearest feature, its fold at 0 rounded off.
+inline void SmoothNearestNoise(const Kernel& k, const FractalDerived& derived, const OctaveRun& run,
+                               const trVector* offset, double* noise) {
   std::fill(noise + run.count, noise + run.Padded(), 0.0);
   for (int i = 0; i < run.count; ++i) {
     const trVector p = trVector(run.x[i], run.y[i], run.z[i]) + offset[i];
-    if (k.form == Kernel::kSmoothNearest) {
-      const double footprint = derived.frequency[i] * run.filter;
-      double distance;
-      trDEV_SmoothVoronoi3(distance, &p.x, footprint, 1.0 / footprint);
-      const double r = 1.4 * footprint;
-      const Lanes d;
-      const double soft = hn::GetLane(LogAbs(hn::Set(d, distance), hn::Set(d, r), hn::Set(d, 1.0 / r)));
-      noise[i] = k.sign[0] * (0.52 - soft);
-      continue;
-    }
+    const double footprint = derived.frequency[i] * run.filter;
+    trDEV_SmoothVoronoi3(noise[i], &p.x, footprint, 1.0 / footprint);
+  }
+  const Lanes d;
+  for (int i = 0; i < run.count; i += static_cast<int>(hn::Lanes(d))) {
+    const V footprint = hn::Mul(hn::LoadU(d, derived.frequency + i), hn::Set(d, run.filter));
+    const V r = hn::Mul(hn::Set(d, 1.4), footprint);
+    const V soft = LogAbs(hn::LoadU(d, noise + i), r, hn::Div(hn::Set(d, 1.0), r));
+    hn::StoreU(hn::Mul(hn::Set(d, k.sign[0]), hn::Sub(hn::Set(d, 0.52), soft)), d, noise + i);
+  }
+}
+
+/// The other Voronoi flavours, an octave after the other.
+inline void CellularNoise(const Kernel& k, const OctaveRun& run, const trVector* offset, double* noise) {
+  std::fill(noise + run.count, noise + run.Padded(), 0.0);
+  for (int i = 0; i < run.count; ++i) {
+    const trVector p = trVector(run.x[i], run.y[i], run.z[i]) + offset[i];
     double value;
     trVector toNearest, toSecond;
     trVoronoi3(value, toNearest, toSecond, &p.x);
@@ -229,7 +236,8 @@ inline void CellularNoise(const Kernel& k, const FractalDerived& derived, const 
 /// with it.
 inline void OctaveNoise(const Kernel& k, const FractalDerived& derived, const OctaveRun& run,
                         std::uint32_t firstSeed, const trVector* offset, double* noise) {
-  if (k.form >= Kernel::kNearest) return CellularNoise(k, derived, run, offset, noise);
+  if (k.form == Kernel::kSmoothNearest) return SmoothNearestNoise(k, derived, run, offset, noise);
+  if (k.form >= Kernel::kNearest) return CellularNoise(k, run, offset, noise);
   // Whole vectors: the positions past the last octave are those of octaves that could follow.
   const trNoiseBatch batch = {run.x, run.y, run.z, run.w, firstSeed, 1, run.Padded()};
   if (run.fourD)

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "core/noise.h"
+#include "core/noise_pair.h"
 
 FractalDetail::FractalDetail(const Settings& settings) : topFrequency_(0x1p15) {
   const double falloff = settings.roughness > 1e-12 ? std::exp2(-1.0 / settings.roughness) : 0.0;
@@ -13,6 +14,7 @@ FractalDetail::FractalDetail(const Settings& settings) : topFrequency_(0x1p15) {
     amplitude = power * variation;
     power *= falloff;
   }
+  for (int i = 0; i < kOctaves + kSecondOffset; ++i) noiseOffset_[i] = trNoff3(i);
   outputScale_ = 1 / settings.variation * settings.amount;
 }
 
@@ -21,10 +23,12 @@ tr2Vector FractalDetail::Offset(double x, double y) const {
   for (int i = kOctaves - 1; i >= 0; --i, frequency *= 0.5) {
     const double a = amplitude_[i];
     if (std::fabs(a) <= 1e-12) continue;
-    const trVector q(movedX * frequency, movedY * frequency, 0), forX = q + trNoff3(i),
-                                                                 forY = q + trNoff3(i + 5);
-    movedX += a * trLerpNoise3(&forX.x);
-    movedY += a * trLerpNoise3(&forY.x);
+    const trVector q(movedX * frequency, movedY * frequency, 0);
+    const trVector forX = q + noiseOffset_[i], forY = q + noiseOffset_[i + kSecondOffset];
+    double noise[2];
+    trLerpNoise3Pair(&forX.x, &forY.x, nullptr, noise);
+    movedX += a * noise[0];
+    movedY += a * noise[1];
   }
   const tr2Vector offset((movedX - x) * outputScale_, (movedY - y) * outputScale_);
   // Without variation the scale is infinite: then there is no detail.

@@ -20,6 +20,9 @@ class FractalDetail {
 
  private:
   static constexpr int kOctaves = 16;
+  /// How far behind an octave's own noise offset that of its second noise stands.
+  static constexpr int kSecondOffset = 5;
   double topFrequency_ = 0, outputScale_ = 0;
   std::array<double, kOctaves> amplitude_{};
+  std::array<trVector, kOctaves + kSecondOffset> noiseOffset_{};
 };

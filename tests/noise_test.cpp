@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/noise.h"
+#include "core/noise_pair.h"
 #include "host/noise/lattice.h"
 #include "host/noise/simd_level.h"
 
@@ -95,6 +96,27 @@ TEST_F(SimdLevels, SameBitsEverywhereAndAlwaysFinite) {
     }
     trNoise3Batch(points.Of(77, 0, count), out.data());
     EXPECT_EQ(out[5], Noise3({points.x[5], points.y[5], points.z[5]}, 77)) << level;
+  }
+}
+
+TEST_F(SimdLevels, PairsAreTheSingleLookups) {
+  const Batch points = DifficultPoints();
+  const double widths[][2] = {{0, 0},     {1e-7, 0.3}, {0.05, 1e-3}, {0.6, 0.6},
+                              {1.3, 0.9}, {1.99, 1.7}, {-0.4, 0.2},  {2.5, 0.1}};
+  for (const std::string& level : NoiseSimdLevels()) {
+    SetNoiseSimdLevel(level);
+    for (size_t i = 0; i + 1 < points.x.size(); ++i) {
+      const double a[3] = {points.x[i], points.y[i], points.z[i]},
+                   b[3] = {points.y[i + 1], points.z[i + 1], points.x[i + 1]};
+      double out[2];
+      trLerpNoise3Pair(a, b, nullptr, out);
+      ASSERT_TRUE(out[0] == trLerpNoise3(a) && out[1] == trLerpNoise3(b)) << level << " at " << i;
+      for (const auto& width : widths) {
+        trLerpNoise3Pair(a, b, width, out);
+        ASSERT_EQ(out[0], trLerpNoise3_SmoothXY(a, width)) << level << " at " << i << ", " << width[0];
+        ASSERT_EQ(out[1], trLerpNoise3_SmoothXY(b, width)) << level << " at " << i << ", " << width[0];
+      }
+    }
   }
 }
 

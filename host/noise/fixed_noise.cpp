@@ -3,14 +3,14 @@
 #include <algorithm>
 
 #include "core/noise.h"
-#include "host/noise/lattice.h"
+#include "host/noise/box_filter.h"
 
 using namespace ovnoise;
 
 namespace {
 
 // Each noise of fixed seed has its own, so that two of them never show the same features.
-constexpr uint64_t kLerpSeed = HashSeed(101), kCellSeed = HashSeed(102), kOffsetSeed = HashSeed(103);
+constexpr uint64_t kCellSeed = HashSeed(102), kOffsetSeed = HashSeed(103);
 constexpr int kNoiseSeed = 104, kSharpSeed = 105;
 
 /// -1 to 1 from a corner's summed hash.
@@ -75,15 +75,6 @@ double WeightedSum(const AxisWeights& x, const AxisWeights& y, const AxisWeights
         sum += across * z.weight[k] + gz * x.weight[i] * y.weight[j] * z.moment[k];
       }
   return sum * kScale3;
-}
-
-// Below this width the box average's difference of integrals loses more digits than the average changes.
-constexpr double kPointWidth = 1e-5;
-
-/// Full strength to a width of one cell, gone at two.
-double BoxFade(double width) {
-  const double t = std::clamp(2.0 - width, 0.0, 1.0);
-  return (3.0 - 2.0 * t) * t * t;
 }
 
 }  // namespace
