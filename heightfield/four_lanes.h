@@ -1,6 +1,8 @@
 // Four numbers in a register, for drops and points that are worked on side by side: the few operations that
 // the compilers' vector types don't have as operators. For processors with AVX2; whoever calls these asks
-// first.
+// first. By hand, not through Highway: lanes are what is kept of drops from step to step, and borders,
+// dealers and the ordered walk read and write single lanes of them, for which Highway's vectors have no
+// subscripts.
 #pragma once
 
 #if defined(__x86_64__) && defined(__GNUC__)
