@@ -12,13 +12,15 @@ bool MayDisplace(const trMaterial& material) {
   return material.surfaceShader && material.surfaceShader->HasDisplacementTS();
 }
 
-void FillPart(SurfacePart& part, const trScene& scene, const trGeomGroup* group, const SceneSource& source) {
+PartSource SourceOf(const trScene& scene, const trGeomGroup* group, const SceneSource& source) {
+  PartSource part;
   part.scene = &scene;
   part.group = group;
   part.node = source.node;
   part.nodeId = source.nodeId;
   part.rayKinds = RayKindsOf(scene);
   part.isHoldout = scene.VisibilityMode() == trSceneVisibilityMode::kHoldout;
+  return part;
 }
 
 /// The material of a triangle; an index that leads nowhere means the first. 0 in a scene without materials.
@@ -31,7 +33,7 @@ long MaterialIndex(const trScene& scene, const trTri& tri) {
 class Gatherer {
  public:
   Gatherer(const trScene& scene, const trGeomGroup* group, const SceneSource& source, Assembly& assembly)
-      : scene_(scene), group_(group), source_(source), assembly_(assembly) {}
+      : scene_(scene), source_(SourceOf(scene, group, source)), assembly_(assembly) {}
 
   void Run() {
     std::vector<char> isDiced(scene_.NumMaterials() + 1), isDisplaced(isDiced.size());
@@ -51,15 +53,12 @@ class Gatherer {
     }
     for (auto& grid : grids_)
       if (grid) assembly_.grids.push_back(std::move(grid));
-    SurfacePart part(SurfacePart::Kind::kTriangles);
-    FillPart(part, scene_, group_, source_);
     if (!displaced.empty()) {
-      auto mesh = std::make_unique<MicroMesh>();
-      FillPart(*mesh, scene_, group_, source_);
+      auto mesh = std::make_unique<MicroMesh>(source_);
       mesh->roots = std::move(displaced);
       assembly_.micros.push_back(std::move(mesh));
     }
-    if (!plain.empty()) assembly_.meshes.push_back(MakeTriMesh(part, plain, assembly_.origin));
+    if (!plain.empty()) assembly_.meshes.push_back(MakeTriMesh(source_, plain, assembly_.origin));
   }
 
  private:
@@ -74,8 +73,7 @@ class Gatherer {
     if (isQuad) corners[3] = next->point[2];
     std::unique_ptr<GridMesh>& grid = grids_[material];
     if (!grid) {
-      grid = std::make_unique<GridMesh>();
-      FillPart(*grid, scene_, group_, source_);
+      grid = std::make_unique<GridMesh>(source_);
       grid->material = scene_.GetPMaterial(material);
     }
     for (const std::int32_t corner : corners) grid->quadCorners.push_back(scene_.GetPPoint(corner)->position);
@@ -83,8 +81,7 @@ class Gatherer {
   }
 
   const trScene& scene_;
-  const trGeomGroup* group_;
-  const SceneSource& source_;
+  PartSource source_;
   Assembly& assembly_;
   std::vector<std::unique_ptr<GridMesh>> grids_;  ///< by material's index
 };
@@ -152,14 +149,12 @@ class SceneWalk {
 
 }  // namespace
 
-std::unique_ptr<TriMesh> MakeTriMesh(const SurfacePart& part, const std::vector<std::int32_t>& sceneTris,
+std::unique_ptr<TriMesh> MakeTriMesh(const PartSource& source, const std::vector<std::int32_t>& sceneTris,
                                      const trVector& origin) {
-  auto mesh = std::make_unique<TriMesh>();
-  static_cast<SurfacePart&>(*mesh) = part;
-  mesh->kind = SurfacePart::Kind::kTriangles;
-  mesh->mayDisplace.resize(part.scene->NumMaterials() + 1);
-  for (long i = 1; i <= part.scene->NumMaterials(); ++i)
-    mesh->mayDisplace[i] = MayDisplace(*part.scene->GetPMaterial(i));
+  auto mesh = std::make_unique<TriMesh>(source);
+  mesh->mayDisplace.resize(source.scene->NumMaterials() + 1);
+  for (long i = 1; i <= source.scene->NumMaterials(); ++i)
+    mesh->mayDisplace[i] = MayDisplace(*source.scene->GetPMaterial(i));
   FillTriMesh(*mesh, sceneTris, origin);
   return mesh;
 }

@@ -11,8 +11,8 @@ struct SceneSource {
   int nodeId = 0;                ///< 1 + the number of the scene maker
 };
 
-/// Triangles of a part's scene, as they are.
-std::unique_ptr<TriMesh> MakeTriMesh(const SurfacePart& part, const std::vector<std::int32_t>& sceneTris,
+/// Triangles of a scene, as they are.
+std::unique_ptr<TriMesh> MakeTriMesh(const PartSource& source, const std::vector<std::int32_t>& sceneTris,
                                      const trVector& origin);
 
 /// Takes a scene and its groups apart into `assembly`, whose origin must be set. Surfaces with a geometry

@@ -22,44 +22,14 @@ PathSettings ForGathering(PathSettings settings) {
   return settings;
 }
 
-/// Two vertices at one place with one normal have one key, whatever patch they are of.
-std::uint64_t KeyOf(const GridVertex& vertex, int rays, bool isOutside, bool isInside) {
+/// Two vertices at one place with one normal have one key, whatever they are part of.
+std::uint64_t KeyOf(const NearVertex& vertex, int rays, bool isOutside, bool isInside) {
   const trFVector& p = vertex.point;
   std::uint64_t key =
       MixBits64(std::uint64_t(std::bit_cast<std::uint32_t>(p.x)) << 32 | std::bit_cast<std::uint32_t>(p.y));
   key = MixBits64(key ^ (std::uint64_t(std::bit_cast<std::uint32_t>(p.z)) << 32 | vertex.normal.bits));
   return MixBits64(key + 4 * static_cast<std::uint64_t>(rays) + 2 * isInside + isOutside) | 1;
 }
-
-/// How many micropolygons of a patch make up `spacing` metres, from its first vertex to the one `side`
-/// further on; as the eye sees them, or as they are.
-int CellsBetween(const GridVertex* vertices, int side, bool isSeen, double spacing) {
-  const trVector corner(vertices[0].point), edge = trVector(vertices[side].point) - corner;
-  double length2 = edge.LengthSquared();
-  if (isSeen) {
-    const double away = Dot(edge, Normalised(corner));
-    length2 = std::fmax(length2 - away * away, 0);
-  } else {
-    spacing *= kUnseenSpacing;
-  }
-  int cells = 1;
-  while (cells < kPatchSide && 4.0 * cells * cells * length2 <= spacing * spacing * (kPatchSide * kPatchSide))
-    cells *= 2;
-  return cells;
-}
-
-/// Where a coordinate of a patch lies between vertices `cells` micropolygons apart.
-struct Between {
-  int first, last;
-  double weight;  ///< of the last
-
-  Between(double x, int cells) {
-    const double at = std::clamp(x, 0.0, 1.0) * kPatchSide;
-    first = std::min(static_cast<int>(at), kPatchSide - 1) / cells * cells;
-    last = first + cells;
-    weight = (at - first) / cells;
-  }
-};
 
 }  // namespace
 
@@ -74,8 +44,14 @@ IndirectLight::IndirectLight(LitScene& scene, const PathSettings& path, const In
 trFCol IndirectLight::At(const SurfaceHit& hit, const SurfacePoint& point, const trVector& normal,
                          bool isSeen, const SurfacePart* inside, PixelSampler& sampler) {
   if (isDark_) return {};
-  if (hit.part->kind == SurfacePart::Kind::kGrid && hit.levels == 0)
-    return OnGrid(hit, point, normal, isSeen, inside) * scene_.SkyOnSurfaces();
+  NearVertex vertices[SurfacePart::kMostNear];
+  const double spacing = settings_.spacing * 2 * point.footprint * (isSeen ? 1 : kUnseenSpacing);
+  const int count = hit.levels == 0 ? hit.part->VerticesNear(hit, spacing, isSeen, vertices) : 0;
+  if (count > 0) {
+    const int rays = isSeen ? settings_.rays : std::max(1, settings_.rays / kUnseenShare);
+    const bool isOutside = Dot(normal, hit.faceNormal) > 0;
+    return Blended(vertices, count, normal, isOutside, rays, inside) * scene_.SkyOnSurfaces();
+  }
   const trVector face = Dot(normal, point.face) > 0 ? point.face : -point.face;
   const tr2Vector draw = sampler.Next();
   const trVector direction = CosineDirection(normal, draw);
@@ -87,28 +63,15 @@ trFCol IndirectLight::At(const SurfaceHit& hit, const SurfacePoint& point, const
          scene_.SkyOnSurfaces();
 }
 
-trFCol IndirectLight::OnGrid(const SurfaceHit& hit, const SurfacePoint& point, const trVector& normal,
-                             bool isSeen, const SurfacePart* inside) {
-  const auto& mesh = static_cast<const GridMesh&>(*hit.part);
-  const GridVertex* vertices = &mesh.vertices[static_cast<size_t>(hit.primitive) * kPatchVertices];
-
-  const double spacing = settings_.spacing * 2 * point.footprint;
-  const int across = CellsBetween(vertices, kPatchSide, isSeen, spacing),
-            along = CellsBetween(vertices, kPatchSide * kPatchStride, isSeen, spacing);
-  const Between column(hit.u, across), row(hit.v, along);
-  const bool isOutside = Dot(normal, hit.faceNormal) > 0;
-  const int rays = isSeen ? settings_.rays : std::max(1, settings_.rays / kUnseenShare);
+trFCol IndirectLight::Blended(const NearVertex* vertices, int count, const trVector& normal, bool isOutside,
+                              int rays, const SurfacePart* inside) {
   trFCol sum;
   double weights = 0;
-  for (int corner = 0; corner < 4; ++corner) {
-    double weight =
-        (corner & 1 ? column.weight : 1 - column.weight) * (corner & 2 ? row.weight : 1 - row.weight);
-    if (!(weight > 0)) continue;
-    const GridVertex& vertex = vertices[(corner & 2 ? row.last : row.first) * kPatchStride +
-                                        (corner & 1 ? column.last : column.first)];
+  for (int i = 0; i < count; ++i) {
+    const NearVertex& vertex = vertices[i];
     trVector vertexNormal = vertex.normal.Unpack();
     if (!isOutside) vertexNormal = -vertexNormal;
-    weight *= std::fmax(Dot(vertexNormal, normal), kLeastAgreement);
+    const double weight = vertex.weight * std::fmax(Dot(vertexNormal, normal), kLeastAgreement);
     const std::uint64_t key = KeyOf(vertex, rays, isOutside, inside != nullptr);
     const CachedLight light =
         cache_.Find(key, [&] { return AtVertex(trVector(vertex.point), vertexNormal, rays, key, inside); });

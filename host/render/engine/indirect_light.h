@@ -12,9 +12,10 @@ struct IndirectSettings {
   double spacing = 4;  ///< between cached points, pixels
 };
 
-/// Diced surfaces have their light worked out at vertices some pixels apart, by bounces as the path engine
-/// follows them, and blended between (Ward, Rubinstein and Clear 1988, on the surface's own grid); other
-/// surfaces follow a bounce of their own for each sample. Per-thread state.
+/// Surfaces that have vertices near (SurfacePart::VerticesNear) have their light worked out at vertices some
+/// pixels apart, by bounces as the path engine follows them, and blended between (Ward, Rubinstein and Clear
+/// 1988, on the surface's own grid); other surfaces follow a bounce of their own for each sample. Per-thread
+/// state.
 class OV_API IndirectLight {
  public:
   IndirectLight(LitScene& scene, const PathSettings& path, const IndirectSettings& settings,
@@ -28,8 +29,8 @@ class OV_API IndirectLight {
   PathCounters Counters() const { return gatherer_.Counters(); }
 
  private:
-  trFCol OnGrid(const SurfaceHit& hit, const SurfacePoint& point, const trVector& normal, bool isSeen,
-                const SurfacePart* inside);
+  trFCol Blended(const NearVertex* vertices, int count, const trVector& normal, bool isOutside, int rays,
+                 const SurfacePart* inside);
   CachedLight AtVertex(const trVector& point, const trVector& normal, int rays, std::uint64_t key,
                        const SurfacePart* inside);
 

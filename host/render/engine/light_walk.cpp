@@ -57,7 +57,7 @@ void LightWalk::Follow(const Start& start, const SurfacePoint& point, const trBs
   medium_ = PathMedium();
   nodeId_ = start.hit->NodeId();
   opening_ = kPixelFootprint * scene_.View().PixelAngularSize();
-  curvature_ = HitShading::Curvature(*start.hit);
+  curvature_ = start.hit->Curvature();
   castsShadows_ = start.castsShadows;
   point_ = entry_ = point;
   footprint_ = point.footprint;
@@ -332,7 +332,7 @@ void LightWalk::ShadeHit(const SurfaceHit& hit) {
   shading_.hits.Locate(hit, origin_, direction_, 0, point_);
   point_.footprint = footprint_ + hit.distance * std::max(spread_ * kFootprintOfSpread, opening_);
   nodeId_ = hit.NodeId();
-  curvature_ = HitShading::Curvature(hit);
+  curvature_ = hit.Curvature();
   trRenderState::Ray& ray = shading_.state.CurrentRay();
   ray = trRenderState::Ray();
   ray.origin = origin_ + scene_.View().eye;

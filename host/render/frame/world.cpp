@@ -83,11 +83,9 @@ bool World::BuildParts() {
 }
 
 void World::LookAtParts() {
-  std::vector<std::pair<SurfacePart*, size_t>> all;
+  std::vector<SurfacePart*> all;
   const auto collect = [&all](const Assembly& parts) {
-    for (const auto& grid : parts.grids) all.emplace_back(grid.get(), grid->patches.size());
-    for (const auto& mesh : parts.micros) all.emplace_back(mesh.get(), mesh->triangles.size());
-    for (const auto& mesh : parts.meshes) all.emplace_back(mesh.get(), mesh->triangles.size());
+    parts.ForEachSurface([&all](SurfacePart& part) { all.push_back(&part); });
   };
   collect(parts_);
   for (const auto& prototype : shared_.prototypes) collect(prototype->parts);
@@ -95,8 +93,8 @@ void World::LookAtParts() {
   // Small clear spots are found where there are few parts to look at.
   const int probes = std::clamp(kAllProbes / static_cast<int>(all.size() + 1), kLeastProbes, kMostProbes);
   ShadowRays eye(*this);
-  for (const auto& [part, primitives] : all) {
-    const ShadowRays::Looks looks = eye.Probe(*part, primitives, probes);
+  for (SurfacePart* part : all) {
+    const ShadowRays::Looks looks = eye.Probe(*part, probes);
     part->mayBePlain = looks.isPlain;
     part->isSeeThrough = looks.isClear && (part->rayKinds & kShadowRays);
     hasSeeThrough_ |= part->isSeeThrough;

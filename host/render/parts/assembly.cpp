@@ -11,7 +11,9 @@ constexpr std::uint64_t kBytesPerTriangle = 80, kBytesPerInstance = 100;
 
 std::uint64_t Assembly::Bytes() const {
   std::uint64_t bytes = 0;
-  for (const auto& mesh : meshes) bytes += mesh->Bytes() + mesh->triangles.size() * kBytesPerTriangle;
+  ForEachSurface([&bytes](const SurfacePart& part) {
+    bytes += part.Bytes() + part.Shape().numTriangles * kBytesPerTriangle;
+  });
   for (const auto& population : populations)
     bytes += population->instances.size() * (sizeof(Instance) + kBytesPerInstance);
   return bytes;

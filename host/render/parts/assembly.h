@@ -22,7 +22,13 @@ struct OV_API Assembly {
   std::vector<std::unique_ptr<Population>> populations;
 
   bool IsEmpty() const { return grids.empty() && micros.empty() && meshes.empty() && populations.empty(); }
-  /// What triangles and instances take, with their share of the ray tracer's hierarchies.
+  template <typename Use>
+  void ForEachSurface(const Use& use) const {
+    for (const auto& grid : grids) use(*grid);
+    for (const auto& mesh : micros) use(*mesh);
+    for (const auto& mesh : meshes) use(*mesh);
+  }
+  /// What surfaces and instances take, with their share of the ray tracer's hierarchies.
   std::uint64_t Bytes() const;
 };
 

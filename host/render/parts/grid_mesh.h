@@ -1,10 +1,9 @@
 // Diced surfaces: square grids of displaced micropolygon vertices, ready for Embree.
 #pragma once
 
-#include <cmath>
-#include <cstdint>
 #include <vector>
 
+#include "host/render/parts/packed_normal.h"
 #include "host/render/parts/surface_part.h"
 
 namespace ovhost {
@@ -13,23 +12,6 @@ namespace ovhost {
 constexpr int kPatchSide = 16;
 constexpr int kPatchStride = kPatchSide + 1;
 constexpr int kPatchVertices = kPatchStride * kPatchStride;
-
-/// A unit vector in 32 bits: octahedral, 16 bits a side (Cigolle et al. 2014); error below 0.004 degrees.
-struct OV_API PackedNormal {
-  std::uint32_t bits = 0;
-  PackedNormal() = default;
-  explicit PackedNormal(const trVector& n);
-  trVector Unpack() const {
-    double u = (bits & 0xffffu) * (2.0 / 65535.0) - 1.0, v = (bits >> 16) * (2.0 / 65535.0) - 1.0;
-    const double y = 1.0 - std::fabs(u) - std::fabs(v);
-    // Folded over where y is negative.
-    const double fold = std::fmax(-y, 0.0);
-    u -= std::copysign(fold, u);
-    v -= std::copysign(fold, v);
-    const double scale = 1.0 / std::sqrt(u * u + y * y + v * v);
-    return {u * scale, y * scale, v * scale};
-  }
-};
 
 /// A displaced vertex, 32 bytes. `point` is relative to the camera's eye, `texture` to the patch's texture
 /// origin, so that single precision serves at planet scale.
@@ -49,8 +31,8 @@ struct Patch {
 };
 
 /// One object's diced surface.
-struct OV_API GridMesh : SurfacePart {
-  GridMesh() : SurfacePart(Kind::kGrid) {}
+struct OV_API GridMesh final : SurfacePart {
+  using SurfacePart::SurfacePart;
 
   const trMaterial* material = nullptr;
   std::vector<trVector> quadCorners;  ///< four a root quad, object space: (0,0), (1,0), (1,1), (0,1)
@@ -60,6 +42,25 @@ struct OV_API GridMesh : SurfacePart {
   /// Point of the base mesh, object space: the bilinear blend of the quad's corners, which on an edge depends
   /// on that edge's ends alone, to the bit and from either side.
   trVector BasePoint(std::uint32_t quad, double u, double v) const;
+  const GridVertex* PatchVertices(std::uint32_t patch) const {
+    return &vertices[static_cast<size_t>(patch) * kPatchVertices];
+  }
+
+  TracedShape Shape() const override;
+  std::uint64_t Bytes() const override;
+  size_t NumPrimitives() const override { return patches.size(); }
+  void Locate(const SurfaceHit& hit, const PartPlacement& placement, const MeetingRay& ray,
+              SurfacePoint& point) const override;
+  void FillState(const SurfaceHit& hit, const PartPlacement& placement, const SurfacePoint& point,
+                 trShadingInterface& si) const override;
+  double Curvature(const SurfaceHit& hit) const override;
+  void MapToPrimitive(double&, double&) const override {}
+  trVector PointAt(std::uint32_t primitive, double u, double v) const override;
+  bool PieceForCamera(const SurfaceHit& hit, double pixelAngle, SurfacePiece& piece) const override;
+  double PieceForBounce(const SurfaceHit& hit, double footprint, SurfacePiece& piece) const override;
+  double PieceForCone(const SurfaceHit& hit, const trVector& direction, double footprint,
+                      SurfacePiece& piece) const override;
+  int VerticesNear(const SurfaceHit& hit, double spacing, bool fromEye, NearVertex* found) const override;
 };
 
 }  // namespace ovhost

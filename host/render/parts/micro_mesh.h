@@ -4,7 +4,8 @@
 #include <array>
 #include <vector>
 
-#include "host/render/parts/grid_mesh.h"
+#include "host/render/parts/packed_normal.h"
+#include "host/render/parts/surface_part.h"
 
 namespace ovhost {
 
@@ -20,8 +21,8 @@ static_assert(sizeof(MicroVertex) == 48);
 
 /// The triangles of a scene (not of its groups) that its surface shaders displace, as triangles a pixel or so
 /// long. Where three or more meet, all have the very same point.
-struct OV_API MicroMesh : SurfacePart {
-  MicroMesh() : SurfacePart(Kind::kMicro) {}
+struct OV_API MicroMesh final : SurfacePart {
+  using SurfacePart::SurfacePart;
 
   std::vector<std::int32_t> roots;  ///< table indices of the scene's triangles that it is made of
 
@@ -29,6 +30,16 @@ struct OV_API MicroMesh : SurfacePart {
   std::vector<MicroVertex> vertices;
   std::vector<std::array<std::uint32_t, 3>> triangles;
   std::vector<std::int32_t> sceneTris;  ///< the scene's triangle that each is part of
+
+  TracedShape Shape() const override;
+  std::uint64_t Bytes() const override;
+  size_t NumPrimitives() const override { return triangles.size(); }
+  void Locate(const SurfaceHit& hit, const PartPlacement& placement, const MeetingRay& ray,
+              SurfacePoint& point) const override;
+  void FillState(const SurfaceHit& hit, const PartPlacement& placement, const SurfacePoint& point,
+                 trShadingInterface& si) const override;
+  double Curvature(const SurfaceHit& hit) const override;
+  trVector PointAt(std::uint32_t primitive, double u, double v) const override;
 };
 
 }  // namespace ovhost

@@ -11,8 +11,8 @@ namespace ovhost {
 
 /// The triangles of one scene (not of its groups) that aren't diced. What shading asks for beyond the points
 /// stays in the scene's tables.
-struct OV_API TriMesh : SurfacePart {
-  TriMesh() : SurfacePart(Kind::kTriangles) {}
+struct OV_API TriMesh final : SurfacePart {
+  using SurfacePart::SurfacePart;
 
   /// Points of the scene in world space, relative to whatever the rays' origins are relative to; one more at
   /// the end, since rays are traced with loads of 16 bytes.
@@ -32,10 +32,15 @@ struct OV_API TriMesh : SurfacePart {
   std::int32_t SceneTri(std::uint32_t triangle) const {
     return sceneTris.empty() ? static_cast<std::int32_t>(triangle) + 1 : sceneTris[triangle];
   }
-  std::uint64_t Bytes() const {
-    return vertices.size() * sizeof(vertices[0]) + triangles.size() * sizeof(triangles[0]) +
-           sceneTris.size() * sizeof(sceneTris[0]);
-  }
+
+  TracedShape Shape() const override;
+  std::uint64_t Bytes() const override;
+  size_t NumPrimitives() const override { return triangles.size(); }
+  void Locate(const SurfaceHit& hit, const PartPlacement& placement, const MeetingRay& ray,
+              SurfacePoint& point) const override;
+  void FillState(const SurfaceHit& hit, const PartPlacement& placement, const SurfacePoint& point,
+                 trShadingInterface& si) const override;
+  trVector PointAt(std::uint32_t primitive, double u, double v) const override;
 };
 
 /// Fills the triangles of a mesh with the given triangles of its scene, relative to `origin` (world space).

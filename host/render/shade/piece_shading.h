@@ -6,7 +6,7 @@
 
 namespace ovhost {
 
-/// Looks up or shades the piece of a grid that a ray meets, at the piece's middle. Per-thread state.
+/// Looks up or shades the piece of a part that a ray meets, at the piece's middle. Per-thread state.
 class OV_API PieceShading {
  public:
   /// How a ray sees a surface: from the eye, over the hemisphere, or by mirrors and clear borders.
@@ -22,8 +22,8 @@ class OV_API PieceShading {
                                 Sight sight);
 
  private:
-  void Shade(const SurfaceHit& hit, const GridMesh& mesh, const ShadePiece& piece, Sight sight,
-             double footprint, ShadeCache::Entry& entry);
+  void Shade(const SurfaceHit& hit, const SurfacePiece& piece, Sight sight, double footprint,
+             ShadeCache::Entry& entry);
 
   const LitScene& scene_;
   ShadingContext& shading_;

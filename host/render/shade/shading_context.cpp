@@ -4,7 +4,6 @@
 #include "host/base/parallel.h"
 #include "host/base/sampler.h"
 #include "host/render/shade/lobes.h"
-#include "host/render/shade/shade_cache.h"
 
 namespace ovhost {
 namespace {
@@ -86,9 +85,9 @@ void ShadowRays::ShadeAt(const SurfaceHit& hit, const trVector& origin, const tr
   shading_.Shade(hit, origin, point);
 }
 
-ShadowRays::Looks ShadowRays::Probe(const SurfacePart& part, size_t primitives, int probes) {
+ShadowRays::Looks ShadowRays::Probe(const SurfacePart& part, int probes) {
   Looks looks;
-  const bool isPatch = part.kind == SurfacePart::Kind::kGrid;
+  const size_t primitives = part.NumPrimitives();
   for (int i = 0; i < probes && primitives > 0 && !(looks.isClear && looks.isPlain); ++i) {
     const std::uint64_t random = MixBits64(0x5eed + i);
     SurfaceHit hit;
@@ -96,16 +95,11 @@ ShadowRays::Looks ShadowRays::Probe(const SurfacePart& part, size_t primitives, 
     hit.primitive = static_cast<std::uint32_t>(random % primitives);
     hit.u = static_cast<double>(random >> 40) * 0x1p-24;
     hit.v = static_cast<double>(random >> 16 & 0xffffff) * 0x1p-24;
-    if (!isPatch && hit.u + hit.v > 1) {
-      hit.u = 1 - hit.u;
-      hit.v = 1 - hit.v;
-    }
+    part.MapToPrimitive(hit.u, hit.v);
     hit.faceNormal = {0, 1, 0};
     SurfacePoint point;
-    shading_.hits.Locate(hit, {}, {0, -1, 0}, 0, point);
+    shading_.hits.Locate(hit, part.PointAt(hit.primitive, hit.u, hit.v), {0, -1, 0}, 0, point);
     hit.faceNormal = point.normal;
-    if (isPatch)
-      point.relative = MiddleOf(static_cast<const GridMesh&>(part), {&part, hit.primitive, 0, hit.u, hit.v});
     // From outside, a little off the surface.
     hit.distance = 1;
     ShadeAt(hit, point.relative + point.normal, -point.normal);

@@ -39,7 +39,7 @@ class OV_API ShadowRays {
   struct Looks {
     bool isClear = false, isPlain = false;
   };
-  Looks Probe(const SurfacePart& part, size_t primitives, int probes);
+  Looks Probe(const SurfacePart& part, int probes);
 
  private:
   void ShadeAt(const SurfaceHit& hit, const trVector& origin, const trVector& direction);

@@ -96,12 +96,8 @@ Accel::Accel() : impl_(std::make_unique<Impl>()) {
 
 Accel::~Accel() = default;
 
-void Accel::Add(const GridMesh& mesh) {
-  if (impl_->scene) impl_->scene->Add(mesh);
-}
-
-void Accel::Add(const TriMesh& mesh) {
-  if (impl_->scene) impl_->scene->Add(mesh);
+void Accel::Add(const SurfacePart& part) {
+  if (impl_->scene) impl_->scene->Add(part);
 }
 
 void Accel::Add(const Assembly& parts) {

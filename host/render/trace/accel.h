@@ -5,28 +5,9 @@
 #include <vector>
 
 #include "host/render/parts/assembly.h"
+#include "host/render/parts/surface_hit.h"
 
 namespace ovhost {
-
-/// A copy that a ray is inside of.
-struct InstanceRef {
-  const Population* population = nullptr;
-  std::uint32_t instance = 0;
-};
-
-/// Where a ray met a surface.
-struct SurfaceHit {
-  const SurfacePart* part = nullptr;
-  std::uint32_t primitive = 0;  ///< patch of a diced surface, or triangle of a mesh
-  double u = 0, v = 0;          ///< within the patch, 0 to 1, or barycentric in the triangle
-  double distance = 0;          ///< along the unit direction, metres
-  trVector faceNormal;          ///< of the micropolygon or triangle, outward, unit
-  int levels = 0;               ///< how many copies the part is inside of, outermost first
-  InstanceRef instances[kMaxInstanceLevels];
-
-  bool IsHoldout() const { return part->isHoldout || (levels > 0 && instances[0].population->isHoldout); }
-  int NodeId() const { return levels > 0 ? instances[0].population->nodeId : part->nodeId; }
-};
 
 /// Rays that start near one another and point much the same way, as those of a pixel: traced together they
 /// cost less than half. Unit directions, origins relative to the eye.
@@ -51,8 +32,7 @@ class OV_API Accel {
   Accel(const Accel&) = delete;
   Accel& operator=(const Accel&) = delete;
 
-  void Add(const GridMesh& mesh);
-  void Add(const TriMesh& mesh);
+  void Add(const SurfacePart& part);
   /// The parts of an assembly, diced, and its populations, whose prototypes must be built.
   void Add(const Assembly& parts);
   /// Makes a prototype ready to be met, once its parts are diced. False with an error reported.

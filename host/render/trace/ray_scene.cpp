@@ -168,37 +168,22 @@ void RayScene::Attach(RTCGeometry geometry, unsigned rayKinds, const SurfacePart
   parts_.push_back(part);
 }
 
-void RayScene::Add(const GridMesh& mesh) {
-  if (mesh.patches.empty()) return;
-  RTCGeometry geometry = rtcNewGeometry(device_->Handle(), RTC_GEOMETRY_TYPE_GRID);
-  rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, mesh.vertices.data(), 0,
-                             sizeof(GridVertex), mesh.vertices.size());
-  auto* grids = static_cast<RTCGrid*>(rtcSetNewGeometryBuffer(
-      geometry, RTC_BUFFER_TYPE_GRID, 0, RTC_FORMAT_GRID, sizeof(RTCGrid), mesh.patches.size()));
-  if (grids)
-    for (size_t i = 0; i < mesh.patches.size(); ++i)
+void RayScene::Add(const SurfacePart& part) {
+  const TracedShape shape = part.Shape();
+  if (shape.numGrids == 0 && shape.numTriangles == 0) return;
+  RTCGeometry geometry =
+      rtcNewGeometry(device_->Handle(), shape.numGrids ? RTC_GEOMETRY_TYPE_GRID : RTC_GEOMETRY_TYPE_TRIANGLE);
+  rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, shape.vertices, 0,
+                             shape.vertexBytes, shape.numVertices);
+  if (shape.numGrids == 0) {
+    rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, shape.triangles, 0,
+                               sizeof(shape.triangles[0]), shape.numTriangles);
+  } else if (auto* grids = static_cast<RTCGrid*>(rtcSetNewGeometryBuffer(
+                 geometry, RTC_BUFFER_TYPE_GRID, 0, RTC_FORMAT_GRID, sizeof(RTCGrid), shape.numGrids))) {
+    for (size_t i = 0; i < shape.numGrids; ++i)
       grids[i] = {static_cast<unsigned>(i * kPatchVertices), kPatchStride, kPatchStride, kPatchStride};
-  Attach(geometry, mesh.rayKinds, &mesh);
-}
-
-void RayScene::Add(const MicroMesh& mesh) {
-  if (mesh.triangles.empty()) return;
-  RTCGeometry geometry = rtcNewGeometry(device_->Handle(), RTC_GEOMETRY_TYPE_TRIANGLE);
-  rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, mesh.vertices.data(), 0,
-                             sizeof(mesh.vertices[0]), mesh.vertices.size());
-  rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, mesh.triangles.data(), 0,
-                             sizeof(mesh.triangles[0]), mesh.triangles.size());
-  Attach(geometry, mesh.rayKinds, &mesh);
-}
-
-void RayScene::Add(const TriMesh& mesh) {
-  if (mesh.triangles.empty()) return;
-  RTCGeometry geometry = rtcNewGeometry(device_->Handle(), RTC_GEOMETRY_TYPE_TRIANGLE);
-  rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, mesh.vertices.data(), 0,
-                             sizeof(mesh.vertices[0]), mesh.vertices.size() - 1);
-  rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, mesh.triangles.data(), 0,
-                             sizeof(mesh.triangles[0]), mesh.triangles.size());
-  Attach(geometry, mesh.rayKinds, &mesh);
+  }
+  Attach(geometry, part.rayKinds, &part);
 }
 
 void RayScene::Add(const Population& population) {
@@ -213,9 +198,7 @@ void RayScene::Add(const Population& population) {
 }
 
 void RayScene::Add(const Assembly& parts) {
-  for (const auto& grid : parts.grids) Add(*grid);
-  for (const auto& mesh : parts.micros) Add(*mesh);
-  for (const auto& mesh : parts.meshes) Add(*mesh);
+  parts.ForEachSurface([this](const SurfacePart& part) { Add(part); });
   for (const auto& population : parts.populations) Add(*population);
 }
 

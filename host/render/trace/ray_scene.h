@@ -57,9 +57,7 @@ class RayScene {
   RayScene(const RayScene&) = delete;
   RayScene& operator=(const RayScene&) = delete;
 
-  void Add(const GridMesh& mesh);
-  void Add(const MicroMesh& mesh);
-  void Add(const TriMesh& mesh);
+  void Add(const SurfacePart& part);
   void Add(const Population& population);
   void Add(const Assembly& parts);
   /// Builds the hierarchy with the workers of the caller's arena.
