@@ -3,9 +3,9 @@
 
 #include <dlfcn.h>
 
-#include <filesystem>
 #include <mutex>
 
+#include "host/base/library_folder.h"
 #include "host/base/parallel.h"
 
 namespace ovhost {
@@ -18,12 +18,7 @@ constexpr int kThreadsOfLibraries = 8;
 void* Load(std::string& problem) {
   if (StartableThreads(kThreadsOfLibraries) < kThreadsOfLibraries)
     return problem = "no threads can be started for them", nullptr;
-  Dl_info self;
-  std::error_code error;
-  std::filesystem::path folder;
-  if (dladdr(reinterpret_cast<const void*>(&CodecFunction), &self) && self.dli_fname)
-    folder = std::filesystem::canonical(self.dli_fname, error).parent_path();
-  void* const library = dlopen((folder / "libovimage.so").c_str(), RTLD_LAZY | RTLD_LOCAL);
+  void* const library = dlopen((LibraryFolder() / "libovimage.so").c_str(), RTLD_LAZY | RTLD_LOCAL);
   if (!library) problem = dlerror();
   return library;
 }

@@ -1,7 +1,6 @@
 // The program's end of the picture reader, and the pictures that are in memory.
 #include "host/image/image_reader.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -18,6 +17,7 @@
 #include <map>
 #include <mutex>
 
+#include "host/base/library_folder.h"
 #include "host/base/memory.h"
 #include "host/image/codec/reader_protocol.h"
 
@@ -65,7 +65,7 @@ class Reader {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0)
       return problem = std::string("the picture reader can't be reached: ") + std::strerror(errno), false;
-    const std::string program = (HostFolder() / "ovimage_reader").string();
+    const std::string program = (LibraryFolder() / "ovimage_reader").string();
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, ends[1], kReaderSocket);
@@ -125,13 +125,6 @@ class Reader {
              std::shared_ptr<unsigned char>(static_cast<unsigned char*>(pixels),
                                             [length](unsigned char* at) { munmap(at, length); })};
     return true;
-  }
-
-  static std::filesystem::path HostFolder() {
-    Dl_info self;
-    std::error_code error;
-    if (!dladdr(reinterpret_cast<const void*>(&ReadImageFile), &self) || !self.dli_fname) return {};
-    return std::filesystem::canonical(self.dli_fname, error).parent_path();
   }
 
   pid_t process_ = -1;

@@ -10,6 +10,7 @@
 #include <set>
 #include <sstream>
 
+#include "host/base/library_folder.h"
 #include "host/base/plain_file.h"
 #include "host/node/module_loader.h"
 #include "host/node/node_data.h"
@@ -28,14 +29,6 @@ std::map<std::string, std::string>& Redirects() {
 std::vector<PlannedRow>& Planned() {
   static std::vector<PlannedRow> rows;
   return rows;
-}
-
-std::string LibraryFolder() {
-  Dl_info info;
-  if (!dladdr(reinterpret_cast<const void*>(&trDestroyObject), &info) || !info.dli_fname) return ".";
-  std::error_code error;
-  const auto path = std::filesystem::canonical(info.dli_fname, error);
-  return error ? "." : path.parent_path().string();
 }
 
 /// How long a module may take to register and to make a node of each class, on a slow network disc.
@@ -147,7 +140,7 @@ long LoadPlugin(const std::string& path) {
 int LoadPlugins() {
   // Ours first: another's module can add to its classes, not stand in for them.
   std::vector<ModuleFile> modules;
-  AddModules(LibraryFolder(), true, modules);
+  AddModules(LibraryFolder().string(), true, modules);
   if (const char* list = std::getenv("OV_PLUGIN_PATH")) {
     std::istringstream in(list);
     for (std::string folder; std::getline(in, folder, ':');)

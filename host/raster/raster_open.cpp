@@ -2,8 +2,8 @@
 #include <dlfcn.h>
 
 #include <cstring>
-#include <filesystem>
 
+#include "host/base/library_folder.h"
 #include "host/raster/codec_library.h"
 #include "host/raster/exr_channels.h"
 #include "host/raster/ovh.h"
@@ -15,12 +15,7 @@ namespace {
 
 RasterCodec Load() {
   RasterCodec codec;
-  Dl_info self;
-  std::error_code error;
-  std::filesystem::path folder;
-  if (dladdr(reinterpret_cast<const void*>(&OpenRaster), &self) && self.dli_fname)
-    folder = std::filesystem::canonical(self.dli_fname, error).parent_path();
-  void* library = dlopen((folder / "libovraster.so").c_str(), RTLD_NOW | RTLD_LOCAL);
+  void* library = dlopen((LibraryFolder() / "libovraster.so").c_str(), RTLD_NOW | RTLD_LOCAL);
   if (library) {
     codec.open = reinterpret_cast<RasterOpener*>(dlsym(library, "ovOpenRaster"));
     codec.writeGeoTiff = reinterpret_cast<GeoTiffWriter*>(dlsym(library, "ovWriteGeoTiff"));
