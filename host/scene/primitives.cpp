@@ -1,6 +1,7 @@
 // Primitives as triangles. Every quad is two consecutive triangles (a, b, c) and (a, c, d), counter-clockwise
 // seen from outside.
 #include "core/scene.h"
+#include "host/base/tangents.h"
 
 namespace {
 
@@ -119,8 +120,9 @@ long trScene::AddPolyCylinder(const trVector& base, const trVector& top, double 
   if (sides < 3 || sides > kMaxCount) return 0;
   const long first = NumTris() + 1;
   const trVector axis = Normalised(top - base);
-  const trVector across = std::fabs(axis.y) < 0.9 ? trVector(0, 1, 0) : trVector(1, 0, 0);
-  const trVector a = Normalised(Cross(across, axis)) * radius, b = Cross(axis, a);
+  trVector side, front;
+  MakeTangents(axis, side, front);
+  const trVector a = -side * radius, b = Cross(axis, a);
   const long low = AddRing(*this, base, a, b, sides), high = AddRing(*this, top, a, b, sides);
   if (!low || !high) return 0;
   for (long i = 0; i < sides; ++i) {

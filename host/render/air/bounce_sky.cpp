@@ -5,6 +5,7 @@
 
 #include "host/base/parallel.h"
 #include "host/base/sampler.h"
+#include "host/base/tangents.h"
 
 namespace ovhost {
 namespace {
@@ -79,10 +80,9 @@ trFCol BounceSky::Average(const std::vector<trAtmosShader*>& volumes, trRenderSt
                           int elevation, int turn) const {
   // Azimuth 0 is the sun's. Both coordinates are quadratic, finest at the horizon and under the sun.
   const trVector across = sun_ - up * Dot(sun_, up);
-  const trVector towardsSun =
-      across.Length() > 1e-6
-          ? Normalised(across)
-          : Normalised(Cross(up, std::fabs(up.y) < 0.9 ? trVector(0, 1, 0) : trVector(1, 0, 0)));
+  trVector towardsSun, front;
+  MakeTangents(up, towardsSun, front);
+  if (across.Length() > 1e-6) towardsSun = Normalised(across);
   const trVector third = Cross(up, towardsSun);
   trFCol sum;
   for (int draw = 0; draw < kDraws; ++draw) {

@@ -5,6 +5,7 @@
 
 #include "host/base/parallel.h"
 #include "host/base/sampler.h"
+#include "host/base/tangents.h"
 
 namespace ovhost {
 namespace {
@@ -29,8 +30,8 @@ trFCol Mix(const trFCol& a, const trFCol& b, float t) { return a + (b - a) * t; 
 
 /// Direction number `i` of n, spread evenly over a hemisphere about `up` (Fibonacci spiral).
 trVector HemisphereDirection(int i, int n, const trVector& up) {
-  const trVector side = Normalised(std::fabs(up.y) < 0.9 ? Cross(up, {0, 1, 0}) : Cross(up, {1, 0, 0}));
-  const trVector front = Cross(side, up);
+  trVector side, front;
+  MakeTangents(up, side, front);
   const double cosine = (i + 0.5) / n, sine = SafeSqrt(1 - cosine * cosine), turn = 2.399963229728653 * i;
   return up * cosine + side * (sine * std::cos(turn)) + front * (sine * std::sin(turn));
 }

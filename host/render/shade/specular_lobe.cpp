@@ -4,6 +4,7 @@
 
 #include "core/guarded.h"
 #include "core/reflection.h"
+#include "host/base/tangents.h"
 #include "host/render/shade/microfacet.h"
 
 namespace ovhost {
@@ -38,8 +39,7 @@ SpecularLobe::SpecularLobe(const trLobe& lobe, const trVector& toViewer)
               lobe.invTweak),
       normal_(lobe.normal) {
   isTransmission_ = lobe.kind == trLobe::kSpecularTransmission;
-  side_ = Normalised(std::fabs(normal_.y) < 0.9 ? Cross(normal_, {0, 1, 0}) : Cross(normal_, {1, 0, 0}));
-  front_ = Cross(side_, normal_);
+  MakeTangents(normal_, side_, front_);
   view_ = Local(toViewer);
   if (!(view_.z > 0) || lobe.colour.IsBlack()) {
     isBlack_ = true;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "host/base/tangents.h"
 #include "host/project/sunlight.h"
 #include "host/render/shade/lit_scene.h"
 
@@ -16,9 +17,8 @@ SunLight::SunLight(const LitScene& scene, const trSunlightNode& node)
       shadows_(node.CastsShadows()),
       glow_(node.GlowsInAtmosphere()),
       visibleDisc_(node.HasVisibleDisc()) {
-  sideA_ =
-      Normalised(std::fabs(direction_.y) < 0.9 ? Cross(direction_, {0, 1, 0}) : Cross(direction_, {1, 0, 0}));
-  sideB_ = Cross(direction_, sideA_);
+  MakeTangents(direction_, sideA_, sideB_);
+  sideB_ = -sideB_;
 }
 
 trVector SunLight::TracePos(const trVector& point, double& distance) const {
