@@ -16,7 +16,6 @@ class OV_API PathMedium {
   explicit PathMedium(const trMedium& medium);
 
   const trMedium& Source() const { return source_; }
-  bool Scatters() const { return scatters_; }
   MediumMethod Method() const { return method_; }
   /// Share of the light taken out that is scattered again, for a scattering colour.
   trFCol Albedo(const trFCol& scatteringColour) const;

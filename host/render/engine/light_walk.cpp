@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "host/render/engine/path_constants.h"
 #include "host/render/shade/footprint.h"
 
 namespace ovhost {
@@ -11,20 +12,12 @@ namespace {
 
 constexpr float kPi = 3.14159265f;
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
-/// What a rough lobe adds to the cone, as a share of its roughness.
-constexpr double kSpreadOfRoughness = 0.5;
-/// Footprint of a cone, as a share of its angle: detail finer than this averages out.
-constexpr double kFootprintOfSpread = 0.2;
-/// Cones wider than this see blurred air: few samples do.
-constexpr double kBlurredSpread = 0.05;
 /// What a medium leaves of light below which the path may end by chance.
 constexpr float kDimmed = 0.25f;
 /// Widest opening of a path that curved mirrors sent, radians.
 constexpr double kWidestOpening = 0.1;
-/// Clear sheets that a path goes through at most, and events of scattering inside surfaces.
-constexpr int kMostSheets = 64, kMostEventsInside = 64;
-/// Share of the open sky taken to be seen from the end of a path: the tabulated light knows no terrain.
-constexpr float kDeepVisibility = 0.7f;
+/// Events of scattering inside surfaces at most.
+constexpr int kMostEventsInside = 64;
 
 }  // namespace
 
@@ -39,134 +32,124 @@ LightWalk::LightWalk(LitScene& scene, const PathSettings& settings, PathCounters
 
 void LightWalk::Follow(const Start& start, const SurfacePoint& point, const trBsdf& bsdf,
                        const trFCol& opacity, CameraSample& result) {
-  result_ = &result;
-  sampler_ = start.sampler;
-  random_ = start.random;
-  direction_ = start.direction;
-  throughput_ = start.throughput;
-  depth_ = start.depth;
-  diffuseBounces_ = start.diffuseBounces;
-  specularBounces_ = sheets_ = eventsInside_ = 0;
-  kind_ = diffuseBounces_ > 0 ? LightKind::kDiffuse : LightKind::kDirect;
-  spread_ = diffuseBounces_ > 0 ? kDiffuseSpread : 0;
-  discPdf_ = diffuseBounces_ > 0 ? -1 : kInfinity;
-  shownDiscs_ = 0;
-  discGain_ = 1;
-  isNoted_ = diffuseBounces_ > 0;
-  isInside_ = sunsCounted_ = start.isInside;
-  medium_ = PathMedium();
-  nodeId_ = start.hit->NodeId();
-  opening_ = kPixelFootprint * scene_.View().PixelAngularSize();
-  curvature_ = start.hit->Curvature();
-  castsShadows_ = start.castsShadows;
-  point_ = entry_ = point;
-  footprint_ = point.footprint;
+  path_ = Path();
+  path_.result = &result;
+  path_.sampler = start.sampler;
+  path_.random = start.random;
+  path_.direction = start.direction;
+  path_.throughput = start.throughput;
+  path_.depth = start.depth;
+  path_.diffuseBounces = start.diffuseBounces;
+  const bool isDiffuse = start.diffuseBounces > 0;
+  path_.kind = isDiffuse ? LightKind::kDiffuse : LightKind::kDirect;
+  path_.spread = isDiffuse ? kDiffuseSpread : 0;
+  path_.discPdf = isDiffuse ? -1 : kInfinity;
+  path_.hasFilledLayers = isDiffuse;
+  path_.isInside = path_.sunsCounted = start.isInside;
+  path_.nodeId = start.hit->NodeId();
+  path_.opening = kPixelFootprint * scene_.View().PixelAngularSize();
+  path_.curvature = start.hit->Curvature();
+  path_.castsShadows = start.castsShadows;
+  path_.point = path_.entry = point;
+  path_.footprint = point.footprint;
   if (!Scatter(bsdf, opacity)) return;
   while (Travel())
     if (!Scatter(shading_.si.Bsdf(), shading_.si.Oo_surf())) return;
 }
 
 // --- Adding up
-// -------------------------------------------------------------------------------------------------------
 
 void LightWalk::Add(const trFCol& light) {
   trFCol added = FiniteOrBlack(light);
   // Mirror images are as sharp as what they show; everything else is bounded.
   const float limit = settings_.clampIndirect, luminance = Luminance(added);
-  if (limit > 0 && luminance > limit && diffuseBounces_ + eventsInside_ > 0) added *= limit / luminance;
-  result_->indirect += added;
-  result_->light.Of(kind_) += added;
+  if (limit > 0 && luminance > limit && path_.diffuseBounces + path_.eventsInside > 0)
+    added *= limit / luminance;
+  path_.result->indirect += added;
+  path_.result->light.Of(path_.kind) += added;
 }
 
 void LightWalk::AddDirect(const LobeSet::Lit& lit, const trFCol& emission) {
-  if (!IsDirect()) return Add(throughput_ * (emission + lit.diffuse + lit.specular + lit.transmission));
+  if (!IsDirect()) return Add(path_.throughput * (emission + lit.diffuse + lit.specular + lit.transmission));
   const auto add = [this](trFCol& layer, const trFCol& light) {
-    const trFCol added = FiniteOrBlack(throughput_ * light);
+    const trFCol added = FiniteOrBlack(path_.throughput * light);
     layer += added;
-    result_->direct += added;
+    path_.result->direct += added;
   };
-  add(result_->light.emission, emission);
-  add(result_->light.diffuse, lit.diffuse);
-  add(result_->light.specular, lit.specular);
-  add(result_->light.transmission, lit.transmission);
+  add(path_.result->light.emission, emission);
+  add(path_.result->light.diffuse, lit.diffuse);
+  add(path_.result->light.specular, lit.specular);
+  add(path_.result->light.transmission, lit.transmission);
 }
 
-void LightWalk::Note() {
-  if (isNoted_) return;
-  isNoted_ = true;
-  result_->alpha = 1;
-  result_->depth = static_cast<float>(point_.relative.Length());
-  result_->position = point_.world;
-  result_->normal = point_.normal;
-  result_->albedo = lobes_.Albedo();
-  result_->nodeId = static_cast<float>(nodeId_);
+void LightWalk::FillLayers() {
+  if (path_.hasFilledLayers) return;
+  path_.hasFilledLayers = true;
+  path_.result->alpha = 1;
+  FillSurfaceLayers(path_.point, path_.point.relative.Length(), lobes_.Albedo(), path_.nodeId, *path_.result);
 }
 
 // --- At a surface
-// ----------------------------------------------------------------------------------------------------
 
 bool LightWalk::Scatter(const trBsdf& bsdf, const trFCol& opacity) {
   // Part of the light passes beside the surface.
-  trFCol cover;
-  for (int c = 0; c < 3; ++c) cover[c] = opacity[c] > 0 ? std::min(opacity[c], 1.0f) : 0.0f;
+  const trFCol cover = CoverOf(opacity);
   if (cover != trFCol(1.0f)) {
     const trFCol open = trFCol(1.0f) - cover;
     const float chance = Brightness(open);
-    if (sampler_.Next().x < chance) {
-      throughput_ *= open * (1 / chance);
-      return ++sheets_ <= kMostSheets && GoOn(direction_);
+    if (path_.sampler.Next().x < chance) {
+      path_.throughput *= open * (1 / chance);
+      return ++path_.sheets <= kMostSheets && GoOn(path_.direction);
     }
-    throughput_ *= cover * (1 / (1 - chance));
+    path_.throughput *= cover * (1 / (1 - chance));
   }
 
-  trVector normal = point_.normal;
-  if (!(normal.LengthSquared() > 0.5)) normal = point_.face;
-  point_.normal = Dot(normal, point_.face) < 0 ? -normal : normal;
-  lobes_.Make(bsdf, -direction_, point_.normal, point_.face);
+  path_.point.normal = TowardsFace(path_.point.normal, path_.point.face);
+  lobes_.Make(bsdf, -path_.direction, path_.point.normal, path_.point.face);
   if (settings_.lights != PathSettings::Lights::kLobesOnly)
-    lobes_.ShowSmallDiscs(curvature_ * point_.footprint, opening_);
-  Note();
+    lobes_.ShowSmallDiscs(path_.curvature * path_.point.footprint, path_.opening);
+  FillLayers();
   LobeSet::Lit gathered;
   gathered.specular = lobes_.Gathered();
   AddDirect(gathered, PositivePart(bsdf.Emission()));
 
   const bool isBorder = !lobes_.SpecularColour(true).IsBlack();
   LobeSet::Allowed allowed;
-  allowed.diffuse = diffuseBounces_ < settings_.maxBounces && !scene_.SkyOnSurfaces().IsBlack();
-  allowed.specular = specularBounces_ < settings_.maxSpecularBounces;
-  const bool goesOn = lobes_.Weigh(throughput_, allowed);
+  allowed.diffuse = path_.diffuseBounces < settings_.maxBounces && !scene_.SkyOnSurfaces().IsBlack();
+  allowed.specular = path_.specularBounces < settings_.maxSpecularBounces;
+  const bool goesOn = lobes_.Weigh(path_.throughput, allowed);
   LightByLobes(isBorder);
   LightByTables(allowed);
   return goesOn && Choose(isBorder);
 }
 
 void LightWalk::LightByLobes(bool isBorder) {
-  const tr2Vector draw = sampler_.Next();
+  const tr2Vector draw = path_.sampler.Next();
   // Inside, suns are met in straight lines through the border; at the border itself they are outside.
-  const bool isThroughBorder = isInside_ && !isBorder;
-  const bool transmits = !sunsCounted_ && (depth_ == 1 || castsShadows_ || isInside_);
-  if (isThroughBorder) sunsCounted_ = true;
+  const bool isThroughBorder = path_.isInside && !isBorder;
+  const bool transmits = !path_.sunsCounted && (path_.depth == 1 || path_.castsShadows || path_.isInside);
+  if (isThroughBorder) path_.sunsCounted = true;
   for (const auto& sun : scene_.Suns()) {
     const trVector direction = sun->SampleDisc(draw);
     double lightPdf = isThroughBorder ? kInfinity : sun->DiscPdf(direction);
     if (settings_.lights == PathSettings::Lights::kLightsOnly) lightPdf = kInfinity;
     if (settings_.lights == PathSettings::Lights::kLobesOnly) lightPdf = 0;
     LobeSet::Lit lit =
-        lobes_.Evaluate(direction, lightPdf, sun->AngularRadiusInRadians(point_.world), transmits);
-    const bool isOutward = Dot(direction, point_.face) > 0;
+        lobes_.Evaluate(direction, lightPdf, sun->AngularRadiusInRadians(path_.point.world), transmits);
+    const bool isOutward = Dot(direction, path_.point.face) > 0;
     // The way back into a solid whose border this is leads to the border again.
-    if (isInside_ && isBorder && isOutward) lit.specular = trFCol();
+    if (path_.isInside && isBorder && isOutward) lit.specular = trFCol();
     if (lit.IsBlack()) continue;
-    const trVector origin =
-        point_.relative + point_.face * (isOutward ? point_.rayOffset : -point_.rayOffset);
+    const trVector origin = path_.point.relative +
+                            path_.point.face * (isOutward ? path_.point.rayOffset : -path_.point.rayOffset);
     trFCol light = sun->Radiance() * kPi;
     if (sun->DoShadowsFromSurfaces())
       light *= isThroughBorder
-                   ? ThroughBorder(origin, direction, point_.rayOffset)
-                   : shadows_.Transmittance(origin, direction, point_.rayOffset, counters_.shadowRays);
+                   ? ThroughBorder(origin, direction, path_.point.rayOffset)
+                   : shadows_.Transmittance(origin, direction, path_.point.rayOffset, counters_.shadowRays);
     if (light.IsBlack()) continue;
     shading_.state.CurrentRay().depth = 1;
-    light *= sun->ThroughVolumes(shading_.state, point_.world);
+    light *= sun->ThroughVolumes(shading_.state, path_.point.world);
     AddDirect({lit.diffuse * light, lit.specular * light, lit.transmission * light}, {});
   }
 }
@@ -175,89 +158,91 @@ void LightWalk::LightByTables(const LobeSet::Allowed& allowed) {
   // What bounces past the last ones would bring, from the tabulated sky; not where the camera looks itself.
   trFCol light;
   const auto sky = [this](const trVector& direction) {
-    return scene_.IndirectDiffuse(shading_.state, point_.world, direction) * kDeepVisibility;
+    return scene_.IndirectDiffuse(shading_.state, path_.point.world, direction) * kDeepVisibility;
   };
-  if (!allowed.diffuse && depth_ > 1 && !lobes_.Diffuse().IsBlack())
-    light += lobes_.Diffuse() * sky(point_.normal);
+  if (!allowed.diffuse && path_.depth > 1 && !lobes_.Diffuse().IsBlack())
+    light += lobes_.Diffuse() * sky(path_.point.normal);
   if (!allowed.specular) {
     const trFCol reflected = lobes_.SpecularColour(false), transmitted = lobes_.SpecularColour(true);
-    const trVector& n = point_.normal;
-    if (!reflected.IsBlack() && !isInside_)
-      light += reflected * sky(direction_ - n * (2 * Dot(direction_, n)));
-    if (!transmitted.IsBlack()) light += transmitted * sky(direction_);
+    const trVector& n = path_.point.normal;
+    if (!reflected.IsBlack() && !path_.isInside)
+      light += reflected * sky(path_.direction - n * (2 * Dot(path_.direction, n)));
+    if (!transmitted.IsBlack()) light += transmitted * sky(path_.direction);
   }
-  if (!light.IsBlack()) Add(throughput_ * light);
+  if (!light.IsBlack()) Add(path_.throughput * light);
 }
 
 bool LightWalk::Choose(bool isBorder) {
-  const tr2Vector choice = sampler_.Next(), draw = sampler_.Next();
+  const tr2Vector choice = path_.sampler.Next(), draw = path_.sampler.Next();
   LobeSet::Sampled sampled;
   if (!lobes_.Sample(choice.x, draw, sampled)) return false;
-  throughput_ *= sampled.weight;
-  if (IsDirect()) kind_ = sampled.kind;
+  path_.throughput *= sampled.weight;
+  if (IsDirect()) path_.kind = sampled.kind;
   if (sampled.isStraight) {
     // The way before goes on, with all that was known of it.
-    return ++sheets_ <= kMostSheets && GoOn(direction_);
+    return ++path_.sheets <= kMostSheets && GoOn(path_.direction);
   }
   if (sampled.kind == LightKind::kDiffuse) {
-    if (++diffuseBounces_ == 1) throughput_ *= scene_.SkyOnSurfaces();
-    spread_ = kDiffuseSpread;
-    discPdf_ = -1;
+    if (++path_.diffuseBounces == 1) path_.throughput *= scene_.SkyOnSurfaces();
+    path_.spread = kDiffuseSpread;
+    path_.discPdf = -1;
   } else {
-    ++specularBounces_;
-    spread_ = std::max(spread_, kSpreadOfRoughness * std::min(sampled.roughness, 1.0f));
+    ++path_.specularBounces;
+    path_.spread = std::max(path_.spread, kSpreadOfRoughness * std::min(sampled.roughness, 1.0f));
     // Curved mirrors open the cone of a sample (Igehy, Tracing Ray Differentials, 1999).
-    const double turn = sampled.isStraight ? 0 : curvature_ * point_.footprint;
-    opening_ = std::min(opening_ + (sampled.kind == LightKind::kSpecular ? 2 : 1) * turn, kWidestOpening);
-    discPdf_ = sampled.pdf > 0 ? sampled.pdf : kInfinity;
-    discGain_ = sampled.lightGain;
-    shownDiscs_ = sampled.shownDiscs;
+    const double turn = sampled.isStraight ? 0 : path_.curvature * path_.point.footprint;
+    path_.opening =
+        std::min(path_.opening + (sampled.kind == LightKind::kSpecular ? 2 : 1) * turn, kWidestOpening);
+    path_.discPdf = sampled.pdf > 0 ? sampled.pdf : kInfinity;
+    path_.discGain = sampled.lightGain;
+    path_.shownDiscs = sampled.shownDiscs;
     if (settings_.lights != PathSettings::Lights::kBoth && sampled.pdf > 0)
-      discPdf_ = settings_.lights == PathSettings::Lights::kLobesOnly ? kInfinity : -1;
-    if (sunsCounted_ || (isInside_ && !isBorder)) discPdf_ = -1;
-    if (sampled.isAcross && depth_ > 1 && !isInside_ && !castsShadows_) discPdf_ = -1;
+      path_.discPdf = settings_.lights == PathSettings::Lights::kLobesOnly ? kInfinity : -1;
+    if (path_.sunsCounted || (path_.isInside && !isBorder)) path_.discPdf = -1;
+    if (sampled.isAcross && path_.depth > 1 && !path_.isInside && !path_.castsShadows) path_.discPdf = -1;
     if (sampled.isAcross || sampled.medium) {
-      isInside_ = sampled.medium != nullptr;
-      if (isInside_) medium_ = PathMedium(*sampled.medium);
-      if (!isInside_) sunsCounted_ = false;
+      path_.isInside = sampled.medium != nullptr;
+      if (path_.isInside) path_.medium = PathMedium(*sampled.medium);
+      if (!path_.isInside) path_.sunsCounted = false;
     }
-    if (sampled.isAcross) entry_ = point_;
+    if (sampled.isAcross) path_.entry = path_.point;
   }
   return Survives() && GoOn(sampled.direction);
 }
 
 bool LightWalk::Survives() {
-  const float carried = throughput_.MaxChannel();
+  const float carried = path_.throughput.MaxChannel();
   if (!(carried > 0) || !std::isfinite(carried)) return false;
-  const double survive = roulette_.Chance(depth_, throughput_, result_->light.Sum());
-  if (survive < 1 && sampler_.Next().x >= survive) return false;
-  throughput_ *= static_cast<float>(1 / survive);
+  const double survive = roulette_.Chance(path_.depth, path_.throughput, path_.result->light.Sum());
+  if (survive < 1 && path_.sampler.Next().x >= survive) return false;
+  path_.throughput *= static_cast<float>(1 / survive);
   return true;
 }
 
 bool LightWalk::GoOn(const trVector& direction) {
-  const double side = Dot(direction, point_.face) > 0 ? point_.rayOffset : -point_.rayOffset;
-  origin_ = point_.relative + point_.face * side;
-  direction_ = direction;
-  nearest_ = point_.rayOffset;
-  footprint_ = point_.footprint;
+  const double side = Dot(direction, path_.point.face) > 0 ? path_.point.rayOffset : -path_.point.rayOffset;
+  path_.origin = path_.point.relative + path_.point.face * side;
+  path_.direction = direction;
+  path_.nearest = path_.point.rayOffset;
+  path_.footprint = path_.point.footprint;
   return true;
 }
 
 // --- To the next surface
-// ---------------------------------------------------------------------------------------------
 
 bool LightWalk::Travel() {
   for (;;) {
     SurfaceHit hit;
     ++counters_.bounceRays;
-    const bool isHit = scene_.Rays().Intersect(origin_, direction_, nearest_, scene_.FarDistance(), hit,
-                                               IsDirect() ? kCameraRays : kIndirectRays);
+    const bool isHit =
+        scene_.Rays().Intersect(path_.origin, path_.direction, path_.nearest, scene_.FarDistance(), hit,
+                                IsDirect() ? kCameraRays : kIndirectRays);
     const double distance = isHit ? hit.distance : scene_.FarDistance();
-    if (isInside_) {
+    if (path_.isInside) {
       trFCol weight;
-      const double reached = medium_.SampleDistance(distance, throughput_, sampler_.Next(), weight);
-      throughput_ *= weight;
+      const double reached =
+          path_.medium.SampleDistance(distance, path_.throughput, path_.sampler.Next(), weight);
+      path_.throughput *= weight;
       if (reached < distance) {
         if (!ScatterInside(reached)) return false;
         continue;
@@ -265,7 +250,7 @@ bool LightWalk::Travel() {
       // Deep water leaves little.
       if (weight.MaxChannel() < kDimmed && !Survives()) return false;
     } else if (!AddTabulatedSky(isHit)) {
-      throughput_ *= Air(distance);
+      path_.throughput *= Air(distance);
     } else {
       return false;
     }
@@ -274,11 +259,11 @@ bool LightWalk::Travel() {
       return false;
     }
     if (IsDirect() && hit.IsHoldout()) {
-      if (!isNoted_) result_->alpha = 1 - Brightness(throughput_);
+      if (!path_.hasFilledLayers) path_.result->alpha = 1 - Brightness(path_.throughput);
       return false;
     }
-    if (!(throughput_.MaxChannel() > 0)) return false;
-    ++depth_;
+    if (!(path_.throughput.MaxChannel() > 0)) return false;
+    ++path_.depth;
     ShadeHit(hit);
     return true;
   }
@@ -286,165 +271,160 @@ bool LightWalk::Travel() {
 
 bool LightWalk::AddTabulatedSky(bool isHit) {
   trFCol sky;
-  if (isHit || spread_ < kDiffuseSpread || discPdf_ >= 0 ||
-      !scene_.SkyOfBounces().Lookup(origin_ + scene_.View().eye, direction_, sky))
+  if (isHit || path_.spread < kDiffuseSpread || path_.discPdf >= 0 ||
+      !scene_.SkyOfBounces().Lookup(path_.origin + scene_.View().eye, path_.direction, sky))
     return false;
-  Add(throughput_ * sky);
+  Add(path_.throughput * sky);
   return true;
 }
 
 trFCol LightWalk::Air(double distance) {
   if (scene_.Volumes().empty()) return trFCol(1.0f);
   // Mirrors see the air as sharp as the eye does, and volumes drop light by depth.
-  const int depth = IsDirect() ? 1 : 2 + std::max(diffuseBounces_ - 1, 0);
-  const bool isSharp = std::max(spread_, opening_) < kBlurredSpread;
-  shading_.si.Random() = {MixBits64(random_ + 0x100 + depth_ + sheets_)};
+  const int depth = IsDirect() ? 1 : 2 + std::max(path_.diffuseBounces - 1, 0);
+  const bool isSharp = std::max(path_.spread, path_.opening) < kBlurredSpread;
+  shading_.si.Random() = {MixBits64(path_.random + 0x100 + path_.depth + path_.sheets)};
   const trAtomicIntegrator::Result air =
-      scene_.AirAlong(shading_.state, origin_ + scene_.View().eye, direction_, distance, depth, isSharp,
-                      counters_.volumeSamples);
+      scene_.AirAlong(shading_.state, path_.origin + scene_.View().eye, path_.direction, distance, depth,
+                      isSharp, counters_.volumeSamples);
   if (IsDirect()) {
-    const trFCol light = FiniteOrBlack(throughput_ * air.Colour());
-    result_->atmosphere += light;
-    result_->light.sky += light;
+    const trFCol light = FiniteOrBlack(path_.throughput * air.Colour());
+    path_.result->atmosphere += light;
+    path_.result->light.sky += light;
   } else {
-    Add(throughput_ * air.Colour());
+    Add(path_.throughput * air.Colour());
   }
   return air.transmittance;
 }
 
 void LightWalk::AddBackground() {
-  if (!isNoted_) result_->alpha = 1 - Brightness(throughput_);
-  if (discPdf_ < 0) return;
+  if (!path_.hasFilledLayers) path_.result->alpha = 1 - Brightness(path_.throughput);
+  if (path_.discPdf < 0) return;
   for (const auto& sun : scene_.Suns()) {
-    if (!sun->IsInDisc(direction_) || (IsDirect() && !sun->HasVisibleDisc())) continue;
-    if (sun->AngularRadiusInRadians(origin_) < shownDiscs_) continue;
-    const double weight = std::isinf(discPdf_) ? 1.0 : PowerHeuristic(discPdf_, sun->DiscPdf(direction_));
-    const trFCol light = throughput_ * sun->Radiance() *
-                         static_cast<float>(sun->DiscBrightness(direction_) * weight * discGain_);
+    if (!sun->IsInDisc(path_.direction) || (IsDirect() && !sun->HasVisibleDisc())) continue;
+    if (sun->AngularRadiusInRadians(path_.origin) < path_.shownDiscs) continue;
+    const double weight =
+        std::isinf(path_.discPdf) ? 1.0 : PowerHeuristic(path_.discPdf, sun->DiscPdf(path_.direction));
+    const trFCol light = path_.throughput * sun->Radiance() *
+                         static_cast<float>(sun->DiscBrightness(path_.direction) * weight * path_.discGain);
     if (IsDirect())
-      result_->light.sky += FiniteOrBlack(light);
+      path_.result->light.sky += FiniteOrBlack(light);
     else
       Add(light);
   }
 }
 
 void LightWalk::ShadeHit(const SurfaceHit& hit) {
-  shading_.hits.Locate(hit, origin_, direction_, 0, point_);
-  point_.footprint = footprint_ + hit.distance * std::max(spread_ * kFootprintOfSpread, opening_);
-  nodeId_ = hit.NodeId();
-  curvature_ = hit.Curvature();
+  shading_.hits.Locate(hit, path_.origin, path_.direction, 0, path_.point);
+  path_.point.footprint =
+      path_.footprint + hit.distance * std::max(path_.spread * kFootprintOfSpread, path_.opening);
+  path_.nodeId = hit.NodeId();
+  path_.curvature = hit.Curvature();
   trRenderState::Ray& ray = shading_.state.CurrentRay();
   ray = trRenderState::Ray();
-  ray.origin = origin_ + scene_.View().eye;
-  ray.end = point_.world;
+  ray.origin = path_.origin + scene_.View().eye;
+  ray.end = path_.point.world;
   ray.pixelAngularSize = scene_.View().PixelAngularSize();
-  if (const ShadeCache::Entry* shared = pieces_.Find(hit, point_, direction_, PieceShading::Sight::kCone)) {
+  if (const ShadeCache::Entry* shared =
+          pieces_.Find(hit, path_.point, path_.direction, PieceShading::Sight::kCone)) {
     trBsdf& bsdf = shading_.si.Bsdf();
     bsdf.Clear();
     bsdf.Emission() = shared->emission;
     bsdf.AddLambert(shared->diffuse);
     shading_.si.Oo_surf() = trFCol(1.0f);
-    castsShadows_ = hit.part->scene->CastsShadows();
+    path_.castsShadows = hit.part->scene->CastsShadows();
     return;
   }
-  ray.depth = depth_;
+  ray.depth = path_.depth;
   ray.highlights = false;
-  ray.spread = spread_;
-  ray.importance = std::min(throughput_.MaxChannel(), 1.0f);
-  shading_.si.Random() = {MixBits64(random_ + depth_ + sheets_)};
-  shading_.Shade(hit, origin_, point_);
-  castsShadows_ = ray.groupCastsShadows;
-  point_.normal = Normalised(shading_.si.N());
+  ray.spread = path_.spread;
+  ray.importance = std::min(path_.throughput.MaxChannel(), 1.0f);
+  shading_.si.Random() = {MixBits64(path_.random + path_.depth + path_.sheets)};
+  shading_.Shade(hit, path_.origin, path_.point);
+  path_.castsShadows = ray.groupCastsShadows;
+  path_.point.normal = Normalised(shading_.si.N());
 }
 
 // --- Inside a surface
-// ------------------------------------------------------------------------------------------------
 
 bool LightWalk::ScatterInside(double distance) {
-  if (++eventsInside_ > kMostEventsInside) return false;
-  const trVector at = origin_ + direction_ * distance;
-  const trVector outward = entry_.face;
-  point_ = entry_;
-  point_.relative = at;
-  point_.world = at + scene_.View().eye;
-  point_.footprint = footprint_ + distance * spread_ * kFootprintOfSpread;
-  point_.rayOffset = 1e-4 + 4e-7 * (std::fabs(at.x) + std::fabs(at.y) + std::fabs(at.z));
-  const trFCol albedo = medium_.Albedo(ColourInside());
-  switch (medium_.Method()) {
+  if (++path_.eventsInside > kMostEventsInside) return false;
+  const trVector at = path_.origin + path_.direction * distance;
+  const trVector outward = path_.entry.face;
+  path_.point = path_.entry;
+  path_.point.relative = at;
+  path_.point.world = at + scene_.View().eye;
+  path_.point.footprint = path_.footprint + distance * path_.spread * kFootprintOfSpread;
+  path_.point.rayOffset = RayOffset(at);
+  const trFCol albedo = path_.medium.Albedo(ColourInside());
+  switch (path_.medium.Method()) {
     case MediumMethod::kHardSurface:
-      return ScatterAsSurface(entry_, DeepReflectance(albedo));
+      return ScatterAsSurface(path_.entry, DeepReflectance(albedo));
     case MediumMethod::kTowardsNormal: {
       // Light comes straight down from the border above.
       SurfaceHit hit;
       ++counters_.bounceRays;
       if (!scene_.Rays().Intersect(at, outward, 0, scene_.FarDistance(), hit, kIndirectRays) ||
-          hit.part != entry_.part)
+          hit.part != path_.entry.part)
         return false;
-      SurfacePoint above = entry_;
+      SurfacePoint above = path_.entry;
       shading_.hits.Locate(hit, at, outward, 0, above);
       above.face = -above.face;
-      above.footprint = point_.footprint;
-      const trFCol down = shadows_.AcrossBorder(hit, at, outward) * medium_.Transmittance(hit.distance);
+      above.footprint = path_.point.footprint;
+      const trFCol down = shadows_.AcrossBorder(hit, at, outward) * path_.medium.Transmittance(hit.distance);
       return ScatterAsSurface(above, DeepReflectance(albedo) * down * kStraightUp);
     }
     case MediumMethod::kAllDirections:
       break;
   }
-  throughput_ *= albedo;
-  spread_ = kDiffuseSpread;
-  discPdf_ = -1;
+  path_.throughput *= albedo;
+  path_.spread = kDiffuseSpread;
+  path_.discPdf = -1;
   LightInside(albedo);
-  sunsCounted_ = true;
+  path_.sunsCounted = true;
   if (!Survives()) return false;
-  origin_ = at;
-  direction_ = SphereDirection(sampler_.Next());
-  nearest_ = 0;
-  footprint_ = point_.footprint;
+  path_.origin = at;
+  path_.direction = SphereDirection(path_.sampler.Next());
+  path_.nearest = 0;
+  path_.footprint = path_.point.footprint;
   return true;
 }
 
 bool LightWalk::ScatterAsSurface(const SurfacePoint& point, const trFCol& colour) {
-  point_ = point;
-  if (Dot(point_.normal, point_.face) < 0) point_.normal = -point_.normal;
-  isInside_ = sunsCounted_ = false;
-  direction_ = -point_.face;
+  path_.point = point;
+  if (Dot(path_.point.normal, path_.point.face) < 0) path_.point.normal = -path_.point.normal;
+  path_.isInside = path_.sunsCounted = false;
+  path_.direction = -path_.point.face;
   trBsdf deep;
   deep.AddLambert(colour);
   return Scatter(deep, trFCol(1.0f));
 }
 
 void LightWalk::LightInside(const trFCol& albedo) {
-  const tr2Vector draw = sampler_.Next();
+  const tr2Vector draw = path_.sampler.Next();
   for (const auto& sun : scene_.Suns()) {
     const trVector direction = sun->SampleDisc(draw);
     // An even phase function: a quarter of what a white surface that faces the sun sends back.
     trFCol light = sun->Radiance() * 0.25f;
-    if (sun->DoShadowsFromSurfaces()) light *= ThroughBorder(point_.relative, direction, 0);
+    if (sun->DoShadowsFromSurfaces()) light *= ThroughBorder(path_.point.relative, direction, 0);
     if (light.IsBlack()) continue;
     shading_.state.CurrentRay().depth = 1;
-    Add(throughput_ * light * sun->ThroughVolumes(shading_.state, point_.world));
+    Add(path_.throughput * light * sun->ThroughVolumes(shading_.state, path_.point.world));
   }
 }
 
 trFCol LightWalk::ColourInside() {
-  const trMedium& medium = medium_.Source();
+  const trMedium& medium = path_.medium.Source();
   if (!medium.volumeColourFunction) return FiniteOrBlack(medium.volumeColour);
-  const trVector at = point_.world;
+  const trVector at = path_.point.world;
   return FiniteOrBlack(medium.volumeColour *
                        shading_.state.CallShaderCd(medium.volumeColourFunction, true, &at, nullptr));
 }
 
 trFCol LightWalk::ThroughBorder(const trVector& origin, const trVector& direction, double nearest) {
-  SurfaceHit hit;
-  ++counters_.shadowRays;
-  if (!scene_.Rays().Intersect(origin, direction, nearest, scene_.FarDistance(), hit, kAllRays))
-    return trFCol(1.0f);
-  if (hit.part != entry_.part) return {};
-  trFCol light = shadows_.AcrossBorder(hit, origin, direction) * medium_.TransmittanceOfLight(hit.distance);
-  if (light.IsBlack()) return {};
-  const trVector border = origin + direction * hit.distance;
-  const double offset = 1e-4 + 4e-7 * (std::fabs(border.x) + std::fabs(border.y) + std::fabs(border.z));
-  return light * shadows_.Transmittance(border, direction, offset, counters_.shadowRays);
+  return shadows_.ThroughBorder(
+      path_.entry.part, origin, direction, nearest, counters_.shadowRays, trFCol(1.0f),
+      [this](const SurfaceHit& hit) { return path_.medium.TransmittanceOfLight(hit.distance); });
 }
 
 }  // namespace ovhost

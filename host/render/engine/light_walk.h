@@ -35,7 +35,7 @@ class OV_API LightWalk {
   ShadowRays& Shadows() { return shadows_; }
 
  private:
-  bool IsDirect() const { return kind_ == LightKind::kDirect; }
+  bool IsDirect() const { return path_.kind == LightKind::kDirect; }
   /// Adds light that has been scattered, to the layer of the path's first scattering.
   void Add(const trFCol& light);
   void AddDirect(const LobeSet::Lit& lit, const trFCol& emission);
@@ -44,8 +44,8 @@ class OV_API LightWalk {
   bool Scatter(const trBsdf& bsdf, const trFCol& opacity);
   bool GoOn(const trVector& direction);
   bool Survives();
-  /// Tells the picture what is seen.
-  void Note();
+  /// Tells the picture what is seen, once.
+  void FillLayers();
   void LightByLobes(bool isBorder);
   void LightByTables(const LobeSet::Allowed& allowed);
   bool Choose(bool isBorder);
@@ -75,28 +75,30 @@ class OV_API LightWalk {
   ShadowRays shadows_;
   LobeSet lobes_;
 
-  // The path in hand
-  CameraSample* result_ = nullptr;
-  PixelSampler sampler_;
-  std::uint64_t random_ = 0;
-  trVector origin_, direction_;
-  double nearest_ = 0, spread_ = 0, footprint_ = 0;
-  double opening_ = 0;    ///< how fast the footprint of a sharp path grows, radians
-  double curvature_ = 0;  ///< of the surface in hand, radians a metre
-  trFCol throughput_{1.0f};
-  SurfacePoint point_, entry_;  ///< the surface in hand, and the one by which the medium was entered
-  trFCol emission_;
-  int depth_ = 1, diffuseBounces_ = 0, specularBounces_ = 0, sheets_ = 0, eventsInside_ = 0;
-  LightKind kind_ = LightKind::kDirect;
-  int nodeId_ = 0;
-  bool isNoted_ = false, castsShadows_ = true;
-  /// How the last scattering could have met a sun's disc: not at all (negative: lights were counted there),
-  /// by this density, or as the only way (infinite).
-  double discPdf_ = 0;
-  double shownDiscs_ = 0;  ///< suns of discs up to this radius were counted there, radians
-  float discGain_ = 1;     ///< what a disc counts that the last scattering shows
-  bool isInside_ = false, sunsCounted_ = false;
-  PathMedium medium_;
+  /// All that is known of the path in hand; made anew for each.
+  struct Path {
+    CameraSample* result = nullptr;
+    PixelSampler sampler;
+    std::uint64_t random = 0;
+    trVector origin, direction;
+    double nearest = 0, spread = 0, footprint = 0;
+    double opening = 0;    ///< how fast the footprint of a sharp path grows, radians
+    double curvature = 0;  ///< of the surface in hand, radians a metre
+    trFCol throughput{1.0f};
+    SurfacePoint point, entry;  ///< the surface in hand, and the one by which the medium was entered
+    int depth = 1, diffuseBounces = 0, specularBounces = 0, sheets = 0, eventsInside = 0;
+    LightKind kind = LightKind::kDirect;
+    int nodeId = 0;
+    bool hasFilledLayers = false, castsShadows = true;
+    /// How the last scattering could have met a sun's disc: not at all (negative: lights were counted there),
+    /// by this density, or as the only way (infinite).
+    double discPdf = 0;
+    double shownDiscs = 0;  ///< suns of discs up to this radius were counted there, radians
+    float discGain = 1;     ///< what a disc counts that the last scattering shows
+    bool isInside = false, sunsCounted = false;
+    PathMedium medium;
+  };
+  Path path_;
 };
 
 }  // namespace ovhost

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "host/base/parallel.h"
+#include "host/render/engine/path_constants.h"
 #include "host/render/shade/footprint.h"
 
 namespace ovhost {
@@ -12,9 +13,6 @@ namespace {
 /// Footprint of a diffuse bounce, as a share of the distance: detail finer than this averages out over the
 /// hemisphere.
 constexpr double kBounceFootprint = 0.05;
-
-/// Share of the open sky taken to be seen from the end of a path: the tabulated light knows no terrain.
-constexpr float kDeepVisibility = 0.7f;
 
 trFCol Clamped(const trFCol& c, float limit) {
   const float luminance = Luminance(c);
@@ -58,8 +56,7 @@ void PathTracer::ShadeHit(const SurfaceHit& hit, const trVector& origin, const t
     RunShaders(hit, origin, isCamera, surface);
     surface.normal = Normalised(shading_.si.N());
   }
-  if (!(surface.normal.LengthSquared() > 0.5)) surface.normal = surface.face;
-  if (Dot(surface.normal, surface.face) < 0) surface.normal = -surface.normal;
+  surface.normal = TowardsFace(surface.normal, surface.face);
 }
 
 void PathTracer::RunShaders(const SurfaceHit& hit, const trVector& origin, bool isCamera, Surface& surface) {
@@ -157,12 +154,8 @@ bool PathTracer::ShadeCameraRay(Path& path) {
   if (!isHit || path.hit.IsHoldout()) {
     result.alpha = 1 - Brightness(path.throughput);
     if (isHit) return false;
-    for (const auto& sun : scene_.Suns()) {
-      if (!sun->HasVisibleDisc() || !sun->IsInDisc(path.direction)) continue;
-      // What a picture can't hold is left to the view transform.
-      result.light.sky +=
-          path.throughput * sun->Radiance() * static_cast<float>(sun->DiscBrightness(path.direction));
-    }
+    // What a picture can't hold is left to the view transform.
+    AddVisibleDiscs(scene_, path.direction, path.throughput, result.light.sky);
     return false;
   }
   Surface& surface = path.surface;
@@ -173,11 +166,7 @@ bool PathTracer::ShadeCameraRay(Path& path) {
     return false;
   }
   result.alpha = 1;
-  result.depth = static_cast<float>(distance);
-  result.position = surface.world;
-  result.normal = surface.normal;
-  result.albedo = surface.diffuse;
-  result.nodeId = static_cast<float>(path.hit.NodeId());
+  FillSurfaceLayers(surface, distance, surface.diffuse, path.hit.NodeId(), result);
   result.light.emission = FiniteOrBlack(path.throughput * surface.emission);
   return true;
 }

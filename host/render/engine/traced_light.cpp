@@ -6,28 +6,17 @@
 #include "core/guarded.h"
 #include "host/base/parallel.h"
 #include "host/render/air/media.h"
+#include "host/render/engine/path_constants.h"
 
 namespace ovhost {
 namespace {
 
-/// What a rough lobe adds to the cone, as a share of its roughness, and the footprint of a cone as one of its
-/// angle.
-constexpr double kSpreadOfRoughness = 0.5, kFootprintOfSpread = 0.2;
-/// Cones wider than this see blurred air: few samples do.
-constexpr double kBlurredSpread = 0.05;
-/// Sheets that are looked past at most, and what less than of a ray isn't followed past them.
-constexpr int kMostSheets = 64;
+/// What less than of a ray isn't followed past sheets.
 constexpr float kLeastLeft = 1e-3f;
 /// What a medium that scatters evenly sends on of light from all round, beside a white surface.
 constexpr float kEvenPhase = 0.25f;
 /// A point this near to the surface in hand is on it, metres: surfaces start their rays just off themselves.
 constexpr double kOnSurface = 1e-4;
-
-trFCol Cover(const trFCol& opacity) {
-  trFCol cover;
-  for (int c = 0; c < 3; ++c) cover[c] = opacity[c] > 0 ? std::min(opacity[c], 1.0f) : 0.0f;
-  return cover;
-}
 
 void Add(LightLayers& sum, const LightLayers& light, const trFCol& scale) {
   sum.diffuse += FiniteOrBlack(light.diffuse * scale);
@@ -66,9 +55,8 @@ void TracedLight::Follow(const Start& start, CameraSample& result) {
 }
 
 // --- Along a ray
-// -----------------------------------------------------------------------------------------------------
 
-LightLayers TracedLight::See(Ray ray, double& distance) {
+LightLayers TracedLight::Radiance(Ray ray, double& distance) {
   LightLayers sum;
   trFCol left(1.0f);
   SurfaceHit hit;
@@ -108,28 +96,26 @@ bool TracedLight::Travel(const Ray& ray, SurfaceHit& hit, trFCol& left, LightLay
   if (isHit) return true;
   // Surfaces have asked for the suns themselves; only the eye sees their discs.
   if (ray.depth > 1) return false;
-  for (const auto& sun : scene_.Suns())
-    if (sun->HasVisibleDisc() && sun->IsInDisc(ray.direction))
-      sum.sky += left * sun->Radiance() * static_cast<float>(sun->DiscBrightness(ray.direction));
+  AddVisibleDiscs(scene_, ray.direction, left, sum.sky);
   return false;
 }
 
 void TracedLight::Surfaces(Ray ray, SurfaceHit hit, trFCol left, LightLayers& sum, CameraSample* camera) {
-  bool isNoted = false;
+  bool hasFilledLayers = false;
   for (int sheet = 0; sheet < kMostSheets; ++sheet) {
     if (ray.kind == kCameraRays && hit.IsHoldout()) break;
     Level& level = Shade(ray, hit);
     const trFCol cover = level.cover;
     if (!cover.IsBlack()) {
-      const Sent sent = Leaving(level);
+      const Outgoing outgoing = OutgoingOf(level);
       const trFCol share = left * cover;
-      Add(sum, sent.light, share);
+      Add(sum, outgoing.light, share);
       if (camera) {
-        const trFCol direct = FiniteOrBlack(sent.direct * share);
+        const trFCol direct = FiniteOrBlack(outgoing.direct * share);
         camera->direct += direct;
-        camera->indirect += FiniteOrBlack(sent.light.Sum() * share) - direct;
-        if (!isNoted) Note(level, *camera);
-        isNoted = true;
+        camera->indirect += FiniteOrBlack(outgoing.light.Sum() * share) - direct;
+        if (!hasFilledLayers) FillLayers(level, *camera);
+        hasFilledLayers = true;
       }
     }
     left *= trFCol(1.0f) - cover;
@@ -147,17 +133,13 @@ void TracedLight::Surfaces(Ray ray, SurfaceHit hit, trFCol left, LightLayers& su
   if (camera) camera->alpha = 1 - Brightness(left);
 }
 
-void TracedLight::Note(const Level& level, CameraSample& camera) {
-  camera.depth = static_cast<float>(level.point.relative.Length());
-  camera.position = level.point.world;
-  camera.normal = level.point.normal;
-  camera.albedo = level.diffuse + level.translucency;
-  for (int c = 0; c < 3; ++c) camera.albedo[c] = std::min(camera.albedo[c], 1.0f);
-  camera.nodeId = static_cast<float>(level.hit.NodeId());
+void TracedLight::FillLayers(const Level& level, CameraSample& camera) {
+  trFCol albedo = level.diffuse + level.translucency;
+  for (int c = 0; c < 3; ++c) albedo[c] = std::min(albedo[c], 1.0f);
+  FillSurfaceLayers(level.point, level.point.relative.Length(), albedo, level.hit.NodeId(), camera);
 }
 
 // --- At a surface
-// ----------------------------------------------------------------------------------------------------
 
 TracedLight::Level& TracedLight::Shade(const Ray& ray, const SurfaceHit& hit) {
   std::unique_ptr<Level>& slot = levels_[static_cast<size_t>(ray.depth)];
@@ -186,8 +168,7 @@ TracedLight::Level& TracedLight::Shade(const Ray& ray, const SurfaceHit& hit) {
   }
   trVector& normal = level.point.normal;
   if (!shared) normal = Normalised(level.shading.si.N());
-  if (!(normal.LengthSquared() > 0.5)) normal = level.point.face;
-  if (Dot(normal, level.point.face) < 0) normal = -normal;
+  normal = TowardsFace(normal, level.point.face);
   return level;
 }
 
@@ -202,13 +183,13 @@ void TracedLight::RunShaders(Level& level) {
   state.importance = ray.importance;
   state.pixelAngularSize = scene_.View().PixelAngularSize();
   level.shading.si.Random() = {MixBits64(random_ + ++numShaded_)};
-  inHand_ = &level;
+  current_ = &level;
   level.shading.Shade(level.hit, ray.origin, level.point);
-  inHand_ = &level;
+  current_ = &level;
 
   const trBsdf& bsdf = level.shading.si.Bsdf();
   const trRenderState::Outputs& outputs = level.shading.state.ShadeOutputs();
-  level.cover = Cover(level.shading.si.Oo_surf());
+  level.cover = CoverOf(level.shading.si.Oo_surf());
   level.diffuse = PositivePart(bsdf.ColourOf(trLobe::kDiffuseReflection));
   level.translucency = PositivePart(bsdf.ColourOf(trLobe::kDiffuseTransmission));
   level.emission = PositivePart(bsdf.Emission());
@@ -217,9 +198,9 @@ void TracedLight::RunShaders(Level& level) {
   level.transmitted = PositivePart(outputs.transmission);
 }
 
-TracedLight::Sent TracedLight::Leaving(Level& level) {
+TracedLight::Outgoing TracedLight::OutgoingOf(Level& level) {
   const trVector &normal = level.point.normal, &face = level.point.face;
-  Sent sent;
+  Outgoing outgoing;
   for (size_t i = 0; i < level.suns.size(); ++i) {
     const trVector& direction = level.suns[i].direction;
     const double cosine = Dot(normal, direction);
@@ -228,32 +209,31 @@ TracedLight::Sent TracedLight::Leaving(Level& level) {
     const bool isOnFace = level.point.lift != trVector() || Dot(face, direction) > 0;
     const trFCol& colour = cosine > 0 ? level.diffuse : level.translucency;
     if (colour.IsBlack() || (cosine > 0 && !isOnFace)) continue;
-    sent.direct +=
+    outgoing.direct +=
         colour * SunOn(level, static_cast<int>(i), cosine > 0, true) * static_cast<float>(std::fabs(cosine));
   }
-  sent.light.diffuse = sent.direct;
+  outgoing.light.diffuse = outgoing.direct;
   const bool isSeen = level.ray.depth == 1;
   const SurfacePart* const inside = level.IsContents() ? level.ray.inside : nullptr;
   if (!level.diffuse.IsBlack())
-    sent.light.diffuse +=
+    outgoing.light.diffuse +=
         level.diffuse * indirect_.At(level.hit, level.point, normal, isSeen, inside, sampler_);
   if (!level.translucency.IsBlack())
-    sent.light.diffuse +=
+    outgoing.light.diffuse +=
         level.translucency * indirect_.At(level.hit, level.point, -normal, isSeen, inside, sampler_);
-  sent.light.emission = level.emission;
-  sent.light.specular = level.highlights + level.reflected;
-  sent.light.transmission = level.transmitted;
-  sent.direct += level.emission + level.highlights;
-  return sent;
+  outgoing.light.emission = level.emission;
+  outgoing.light.specular = level.highlights + level.reflected;
+  outgoing.light.transmission = level.transmitted;
+  outgoing.direct += level.emission + level.highlights;
+  return outgoing;
 }
 
 // --- Rays of surfaces
-// ------------------------------------------------------------------------------------------------
 
 bool TracedLight::MakeRay(trRenderState& state, const trVector& origin, const trVector& direction, Ray& ray,
                           trFCol& scale) {
-  if (!inHand_ || inHand_->ray.isQuick || inHand_->ray.depth >= settings_.maxDepth) return false;
-  const Level& from = *inHand_;
+  if (!current_ || current_->ray.isQuick || current_->ray.depth >= settings_.maxDepth) return false;
+  const Level& from = *current_;
   const trRenderState::Ray& sender = state.CurrentRay();
   ray = Ray();
   ray.depth = from.ray.depth + 1;
@@ -307,10 +287,10 @@ trFCol TracedLight::Trace(trRenderState& state, const trVector& origin, const tr
   trFCol scale(1.0f);
   if (!MakeRay(state, origin, direction, ray, scale)) return {};
   ray.isQuick = quick;
-  Level* const kept = inHand_;
+  Level* const kept = current_;
   double distance;
-  const trFCol light = See(ray, distance).Sum() * scale;
-  inHand_ = kept;
+  const trFCol light = Radiance(ray, distance).Sum() * scale;
+  current_ = kept;
   return FiniteOrBlack(light);
 }
 
@@ -320,23 +300,22 @@ trFCol TracedLight::TraceInside(trRenderState& state, const trVector& origin, co
   trFCol scale(1.0f);
   distance = 0;
   if (!MakeRay(state, origin, direction, ray, scale)) return {};
-  ray.inside = inHand_->hit.part;
-  Level* const kept = inHand_;
-  const trFCol light = See(ray, distance).Sum() * scale;
-  inHand_ = kept;
+  ray.inside = current_->hit.part;
+  Level* const kept = current_;
+  const trFCol light = Radiance(ray, distance).Sum() * scale;
+  current_ = kept;
   return FiniteOrBlack(light);
 }
 
 // --- Suns
-// ------------------------------------------------------------------------------------------------------------
 
 trFCol TracedLight::SurroundingsAt(const trVector& point, const trRenderState::Ray& asked) {
-  if (!inHand_) {
+  if (!current_) {
     trFCol above, below;
     scene_.Sky().Enviro(point, above, below);
     return (above + below) * scene_.SkyOnSurfaces() * kEvenPhase;
   }
-  Level& level = *inHand_;
+  Level& level = *current_;
   if (!level.surroundings)
     level.surroundings = indirect_.At(level.hit, level.point, Normalised(level.hit.faceNormal),
                                       level.ray.depth == 1, nullptr, sampler_);
@@ -346,8 +325,8 @@ trFCol TracedLight::SurroundingsAt(const trVector& point, const trRenderState::R
 
 trFCol TracedLight::SunAt(int sun, const trVector& point, const trRenderState::Ray& asked) {
   const bool isShadowed = asked.tracesShadows;
-  if (!inHand_) return scene_.Suns()[static_cast<size_t>(sun)]->Radiance();
-  Level& level = *inHand_;
+  if (!current_) return scene_.Suns()[static_cast<size_t>(sun)]->Radiance();
+  Level& level = *current_;
   const trVector offset = point - level.point.world;
   if (offset.LengthSquared() < kOnSurface * kOnSurface)
     return SunOn(level, sun, Dot(offset, level.point.face) >= 0, isShadowed);
@@ -384,18 +363,13 @@ trFCol TracedLight::SunOn(Level& level, int sun, bool isOnFace, bool isShadowed)
 
 trFCol TracedLight::ThroughBorder(const SurfacePart* border, const trVector& origin,
                                   const trVector& direction, double nearest, const trMedium* medium) {
-  SurfaceHit hit;
-  ++counters_.shadowRays;
-  if (!scene_.Rays().Intersect(origin, direction, nearest, scene_.FarDistance(), hit, kAllRays))
-    return trFCol(medium ? kEvenPhase : 1.0f);
-  if (hit.part != border) return {};
-  trFCol across = shadows_.AcrossBorder(hit, origin, direction);
-  if (medium)
-    across *= PathMedium(*medium).OfBeam(medium->volumeColour, std::fabs(Dot(hit.faceNormal, direction)),
-                                         hit.distance);
-  if (across.IsBlack()) return {};
-  const trVector beyond = origin + direction * hit.distance;
-  return across * shadows_.Transmittance(beyond, direction, RayOffset(beyond), counters_.shadowRays);
+  return shadows_.ThroughBorder(border, origin, direction, nearest, counters_.shadowRays,
+                                trFCol(medium ? kEvenPhase : 1.0f), [&](const SurfaceHit& hit) {
+                                  if (!medium) return trFCol(1.0f);
+                                  return PathMedium(*medium).OfBeam(medium->volumeColour,
+                                                                    std::fabs(Dot(hit.faceNormal, direction)),
+                                                                    hit.distance);
+                                });
 }
 
 }  // namespace ovhost

@@ -166,12 +166,12 @@ class OV_API TracedLight final : public trRenderServices {
     bool IsContents() const { return ray.inside && ray.inside != hit.part; }
   };
   /// What a surface sends back along a ray.
-  struct Sent {
+  struct Outgoing {
     LightLayers light;
     trFCol direct;  ///< the part that comes from it and from suns at once
   };
 
-  LightLayers See(Ray ray, double& distance);
+  LightLayers Radiance(Ray ray, double& distance);
   /// The next surface, and the light before it. False where there is none.
   bool Travel(const Ray& ray, SurfaceHit& hit, trFCol& left, LightLayers& sum, trFCol* atmosphere);
   /// The surfaces from `hit` on, as far as they let light pass beside them.
@@ -179,8 +179,8 @@ class OV_API TracedLight final : public trRenderServices {
   Level& Shade(const Ray& ray, const SurfaceHit& hit);
   /// Runs the surface's network, and with it the rays that it traces.
   void RunShaders(Level& level);
-  Sent Leaving(Level& level);
-  static void Note(const Level& level, CameraSample& camera);
+  Outgoing OutgoingOf(Level& level);
+  static void FillLayers(const Level& level, CameraSample& camera);
 
   /// The ray that the surface in hand means. False where it isn't worth tracing; `scale` makes up for what
   /// was left to chance.
@@ -208,7 +208,7 @@ class OV_API TracedLight final : public trRenderServices {
   trRenderState air_;
   LobeSet lobes_;
   std::vector<std::unique_ptr<Level>> levels_;  ///< by depth, made when first used
-  Level* inHand_ = nullptr;
+  Level* current_ = nullptr;
   PixelSampler sampler_;
   std::uint64_t random_ = 0;
   std::uint32_t numShaded_ = 0;  ///< of the path in hand

@@ -25,7 +25,6 @@ class OV_API Film {
   /// What the sums of such a film take.
   static std::uint64_t BytesFor(const PixelRect& area, const std::vector<std::string>& layers);
 
-  const PixelRect& Area() const { return area_; }
   int NumTiles() const { return tilesX_ * tilesY_; }
   PixelRect TileRect(int tile) const;
   /// Samples a pixel that a tile has.

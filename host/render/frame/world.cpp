@@ -78,11 +78,11 @@ bool World::BuildParts() {
   for (const auto& prototype : shared_.prototypes)
     if (!accel_->Build(*prototype)) return false;
   accel_->Add(parts_);
-  LookAtParts();
+  ClassifyParts();
   return accel_->Build();
 }
 
-void World::LookAtParts() {
+void World::ClassifyParts() {
   std::vector<SurfacePart*> all;
   const auto collect = [&all](const Assembly& parts) {
     parts.ForEachSurface([&all](SurfacePart& part) { all.push_back(&part); });
@@ -94,9 +94,9 @@ void World::LookAtParts() {
   const int probes = std::clamp(kAllProbes / static_cast<int>(all.size() + 1), kLeastProbes, kMostProbes);
   ShadowRays eye(*this);
   for (SurfacePart* part : all) {
-    const ShadowRays::Looks looks = eye.Probe(*part, probes);
-    part->mayBePlain = looks.isPlain;
-    part->isSeeThrough = looks.isClear && (part->rayKinds & kShadowRays);
+    const ShadowRays::Classes classes = eye.Classify(*part, probes);
+    part->mayBePlain = classes.isPlain;
+    part->isSeeThrough = classes.isClear && (part->rayKinds & kShadowRays);
     hasSeeThrough_ |= part->isSeeThrough;
   }
 }

@@ -42,7 +42,7 @@ class OV_API World final : public LitScene {
   void WarnOfLongEdges(const DiceSettings& dice) const;
   bool DiceAssembly(Assembly& parts, const DiceSettings& settings);
   void BuildSkies();
-  void LookAtParts();
+  void ClassifyParts();
   bool StartShaders();
   void FinishShaders();
 

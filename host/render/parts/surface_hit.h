@@ -66,4 +66,10 @@ inline trVector TowardsRay(const trVector& normal, const trVector& direction) {
   return Dot(normal, direction) <= 0 ? normal : -normal;
 }
 
+/// A shading normal on the side of the face, which stands in where there is none.
+inline trVector TowardsFace(const trVector& normal, const trVector& face) {
+  const trVector& used = normal.LengthSquared() > 0.5 ? normal : face;
+  return Dot(used, face) < 0 ? -used : used;
+}
+
 }  // namespace ovhost

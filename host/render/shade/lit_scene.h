@@ -83,4 +83,12 @@ class OV_API LitScene : public trRenderServices {
   TriRays triRays_;
 };
 
+/// Adds what a camera ray that meets nothing sees of suns' discs.
+inline void AddVisibleDiscs(const LitScene& scene, const trVector& direction, const trFCol& throughput,
+                            trFCol& sky) {
+  for (const auto& sun : scene.Suns())
+    if (sun->HasVisibleDisc() && sun->IsInDisc(direction))
+      sky += throughput * sun->Radiance() * static_cast<float>(sun->DiscBrightness(direction));
+}
+
 }  // namespace ovhost

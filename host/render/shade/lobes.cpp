@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "host/base/tangents.h"
+
 namespace ovhost {
 namespace {
 
@@ -46,9 +48,8 @@ trVector CosineDirection(const trVector& normal, const tr2Vector& draw) {
     r = b;
     phi = kPi / 2 - kPi / 4 * (a / b);
   }
-  const trVector side =
-      Normalised(std::fabs(normal.y) < 0.9 ? Cross(normal, {0, 1, 0}) : Cross(normal, {1, 0, 0}));
-  const trVector front = Cross(side, normal);
+  trVector side, front;
+  MakeTangents(normal, side, front);
   return side * (r * std::cos(phi)) + front * (r * std::sin(phi)) +
          normal * std::sqrt(std::fmax(0, 1 - r * r));
 }
@@ -62,6 +63,12 @@ bool IsPlain(const trBsdf& bsdf, const trFCol& opacity) {
   return true;
 }
 
+trFCol CoverOf(const trFCol& opacity) {
+  trFCol cover;
+  for (int c = 0; c < 3; ++c) cover[c] = opacity[c] > 0 ? std::min(opacity[c], 1.0f) : 0.0f;
+  return cover;
+}
+
 trFCol StraightThrough(const trBsdf& bsdf, const trFCol& opacity, bool bordersToo) {
   const trFCol share = ShareLeft(bsdf, trLobe::kSpecularTransmission);
   trFCol clear;
@@ -70,11 +77,9 @@ trFCol StraightThrough(const trBsdf& bsdf, const trFCol& opacity, bool bordersTo
     const bool isBorder = bordersToo && lobe.kind == trLobe::kSpecularTransmission && !lobe.thin;
     if (isBorder || IsClearSheet(lobe)) clear += PositivePart(lobe.colour) * share;
   }
+  const trFCol cover = CoverOf(opacity);
   trFCol through;
-  for (int c = 0; c < 3; ++c) {
-    const float cover = opacity[c] > 0 ? std::min(opacity[c], 1.0f) : 0.0f;
-    through[c] = std::min(1.0f - cover + cover * clear[c], 1.0f);
-  }
+  for (int c = 0; c < 3; ++c) through[c] = std::min(1.0f - cover[c] + cover[c] * clear[c], 1.0f);
   return through;
 }
 

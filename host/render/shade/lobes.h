@@ -16,6 +16,9 @@ constexpr float kStraightRoughness = 0.02f;
 /// Whether a reflection is emission and diffuse reflection over all of the surface.
 OV_API bool IsPlain(const trBsdf& bsdf, const trFCol& opacity);
 
+/// How much of a surface there is to meet, by its opacity: 0 to 1; NaN counts as nothing.
+OV_API trFCol CoverOf(const trFCol& opacity);
+
 /// What goes straight through a surface: what its opacity leaves and its clear thin sheets transmit. With
 /// `bordersToo` what clear solids transmit counts as well, as if it weren't bent.
 OV_API trFCol StraightThrough(const trBsdf& bsdf, const trFCol& opacity, bool bordersToo);
@@ -57,7 +60,6 @@ class OV_API LobeSet {
   void ShowSmallDiscs(double turn, double opening);
 
   const trFCol& Diffuse() const { return diffuse_; }
-  const trFCol& Translucency() const { return translucency_; }
   /// Radiance that lobes brought with them.
   const trFCol& Gathered() const { return gathered_; }
   /// Everything that is scattered, roughly: what denoisers and previews take for the surface's colour.

@@ -85,10 +85,10 @@ void ShadowRays::ShadeAt(const SurfaceHit& hit, const trVector& origin, const tr
   shading_.Shade(hit, origin, point);
 }
 
-ShadowRays::Looks ShadowRays::Probe(const SurfacePart& part, int probes) {
-  Looks looks;
+ShadowRays::Classes ShadowRays::Classify(const SurfacePart& part, int probes) {
+  Classes found;
   const size_t primitives = part.NumPrimitives();
-  for (int i = 0; i < probes && primitives > 0 && !(looks.isClear && looks.isPlain); ++i) {
+  for (int i = 0; i < probes && primitives > 0 && !(found.isClear && found.isPlain); ++i) {
     const std::uint64_t random = MixBits64(0x5eed + i);
     SurfaceHit hit;
     hit.part = &part;
@@ -105,10 +105,10 @@ ShadowRays::Looks ShadowRays::Probe(const SurfacePart& part, int probes) {
     ShadeAt(hit, point.relative + point.normal, -point.normal);
     const trBsdf& bsdf = shading_.si.Bsdf();
     const trFCol& opacity = shading_.si.Oo_surf();
-    looks.isPlain |= IsPlain(bsdf, opacity);
-    looks.isClear |= !StraightThrough(bsdf, opacity, false).IsBlack();
+    found.isPlain |= IsPlain(bsdf, opacity);
+    found.isClear |= !StraightThrough(bsdf, opacity, false).IsBlack();
   }
-  return looks;
+  return found;
 }
 
 }  // namespace ovhost

@@ -34,12 +34,29 @@ class OV_API ShadowRays {
   trFCol ThroughClear(const trVector& origin, const trVector& direction, double nearest, std::uint64_t& rays);
   /// Transmittance of the border of a solid that the line leaves at a hit, as if it weren't bent there.
   trFCol AcrossBorder(const SurfaceHit& hit, const trVector& origin, const trVector& direction);
+  /// What of a light comes in a straight line to a point inside the solid that `border` bounds, as if it
+  /// weren't bent there, past all that lies beyond. `attenuation(hit)` is what is left on the way from the
+  /// border that was hit; `open` is the result where the line leaves through nothing. `rays` counts.
+  template <typename Attenuation>
+  trFCol ThroughBorder(const SurfacePart* border, const trVector& origin, const trVector& direction,
+                       double nearest, std::uint64_t& rays, const trFCol& open,
+                       const Attenuation& attenuation) {
+    SurfaceHit hit;
+    ++rays;
+    if (!scene_.Rays().Intersect(origin, direction, nearest, scene_.FarDistance(), hit, kAllRays))
+      return open;
+    if (hit.part != border) return {};
+    const trFCol across = AcrossBorder(hit, origin, direction) * attenuation(hit);
+    if (across.IsBlack()) return {};
+    const trVector beyond = origin + direction * hit.distance;
+    return across * Transmittance(beyond, direction, RayOffset(beyond), rays);
+  }
   /// What points spread over a part are like: whether some let light straight through, and whether some are
   /// plain.
-  struct Looks {
+  struct Classes {
     bool isClear = false, isPlain = false;
   };
-  Looks Probe(const SurfacePart& part, int probes);
+  Classes Classify(const SurfacePart& part, int probes);
 
  private:
   void ShadeAt(const SurfaceHit& hit, const trVector& origin, const trVector& direction);
