@@ -28,18 +28,25 @@ class ViewMetric {
     const double distance = std::fmax((a + edge * along).Length(), view_.nearClip);
     const double pixelAngle = view_.PixelAngularSize();
     const double pixels = length / (distance * pixelAngle);
-    if (IsInView((a + b) * 0.5, length)) return pixels;
-    return pixels * (pixelAngle / std::fmax(kCoarserOutOfView * pixelAngle, kFinestOutOfView));
+    return IsInView((a + b) * 0.5, length) ? pixels : pixels * ShareOutOfView();
   }
 
- private:
-  /// As many times coarser than what is seen, and never finer than the second figure, radians a pixel.
-  static constexpr double kCoarserOutOfView = 12, kFinestOutOfView = 0.003;
-
+  /// Whether anything of a ball round a point relative to the eye may be seen.
   bool IsInView(const trVector& relative, double radius) const {
     return std::all_of(sides_.begin(), sides_.end(),
                        [&](const trVector& side) { return Dot(side, relative) >= -radius; });
   }
+
+  /// What lengths count for outside of the view, beside those within.
+  double ShareOutOfView() const {
+    const double pixelAngle = view_.PixelAngularSize();
+    return pixelAngle / std::fmax(kCoarserOutOfView * pixelAngle, kFinestOutOfView);
+  }
+
+ private:
+  /// As many times coarser than what is seen, and never finer than the second figure, radians a pixel,
+  /// however long the lens.
+  static constexpr double kCoarserOutOfView = 12, kFinestOutOfView = 0.003;
 
   const trView& view_;
   std::array<trVector, 4> sides_;  ///< inward normals, unit
