@@ -121,7 +121,7 @@ long trScene::AddPolyCylinder(const trVector& base, const trVector& top, double 
   const long first = NumTris() + 1;
   const trVector axis = Normalised(top - base);
   trVector side, front;
-  MakeTangents(axis, side, front);
+  ovhost::MakeTangents(axis, side, front);
   const trVector a = -side * radius, b = Cross(axis, a);
   const long low = AddRing(*this, base, a, b, sides), high = AddRing(*this, top, a, b, sides);
   if (!low || !high) return 0;
