@@ -174,6 +174,11 @@ double PlanetAtmosphere::LightLeft(trRenderState& state, const trVector& point) 
   const trVector up = Normalised(point - centre_);
   si.SetSample(centre_ + up * radius_, up);
   si.Eye() = point;
+  // Nothing hangs on what the state shaded before.
+  si.SmoothSize() = state.MicropolySpotSize(si.P());
+  si.SetWants(trShadingInterface::kCd);
+  si.SetLightDepth(1);
+  si.Object() = {};
   derived_.shadowFunction->ShadeTS(si);
   const double shade = 1.0 - Luminance(si.Cutil());
   return shade > 0.0 ? std::min(shade, 1.0) : 0.0;

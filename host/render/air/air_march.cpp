@@ -1,11 +1,19 @@
 // All volumes along a ray.
 #include "host/render/air/air_march.h"
 
+#include <bit>
+
+#include "host/base/sampler.h"
+
 namespace ovhost {
 
-trAtomicIntegrator::Result MarchAir(trRenderState& state, const std::vector<trAtmosShader*>& volumes,
-                                    const AirRay& ray, std::uint64_t& samples) {
-  if (volumes.empty()) return {};
+std::uint64_t KeyOfPoint(const trVector& point) {
+  std::uint64_t key = 0;
+  for (int i = 0; i < 3; ++i) key = MixBits64(key + std::bit_cast<std::uint64_t>(point[i]));
+  return key;
+}
+
+void PutInHand(trRenderState& state, const AirRay& ray) {
   trRenderState::Ray& inHand = state.CurrentRay();
   inHand = trRenderState::Ray();
   inHand.origin = ray.origin;
@@ -13,6 +21,15 @@ trAtomicIntegrator::Result MarchAir(trRenderState& state, const std::vector<trAt
   inHand.depth = ray.depth;
   inHand.quality = ray.isSharp ? 1.0 : 0.0;
   inHand.pixelAngularSize = ray.pixelAngle;
+  inHand.tracesShadows = ray.tracesShadows;
+  inHand.modulatesLight = ray.modulatesLight;
+  inHand.filtersSky = ray.filtersSky;
+}
+
+trAtomicIntegrator::Result MarchAir(trRenderState& state, const std::vector<trAtmosShader*>& volumes,
+                                    const AirRay& ray, std::uint64_t& samples) {
+  if (volumes.empty()) return {};
+  PutInHand(state, ray);
   const trIntegratorLoan integrator(state);
   const trAtomicIntegrator::Result result = integrator->Integrate(state, volumes);
   samples += integrator->NumSamples();

@@ -5,7 +5,7 @@
 
 #include "host/base/parallel.h"
 #include "host/base/sampler.h"
-#include "host/base/tangents.h"
+#include "host/render/air/sky_directions.h"
 
 namespace ovhost {
 namespace {
@@ -13,8 +13,6 @@ namespace {
 /// Rays averaged for one entry: the volumes place their samples at random.
 constexpr int kTransmittanceDraws = 6;
 constexpr int kSkyDirections = 24;
-/// Air that reaches further isn't tabulated, metres.
-constexpr double kFarthest = 1e12;
 
 double SafeSqrt(double x) { return std::sqrt(std::fmax(x, 0)); }
 
@@ -28,28 +26,13 @@ int Locate(float x, int n, float& weight) {
 
 trFCol Mix(const trFCol& a, const trFCol& b, float t) { return a + (b - a) * t; }
 
-/// Direction number `i` of n, spread evenly over a hemisphere about `up` (Fibonacci spiral).
-trVector HemisphereDirection(int i, int n, const trVector& up) {
-  trVector side, front;
-  MakeTangents(up, side, front);
-  const double cosine = (i + 0.5) / n, sine = SafeSqrt(1 - cosine * cosine), turn = 2.399963229728653 * i;
-  return up * cosine + side * (sine * std::cos(turn)) + front * (sine * std::sin(turn));
-}
-
 }  // namespace
 
-void SkyTables::BuildTransmittance(const std::vector<trAtmosShader*>& volumes, trRenderServices& services) {
-  symmetric_ = false;
-  for (size_t i = 0; i < volumes.size(); ++i) {
-    const trVolumeShape shape = volumes[i]->Shape();
-    if (!shape.isSymmetric || shape.hasModulatedLight || !(shape.outerRadius > shape.innerRadius)) return;
-    if (i > 0 && shape.centre != centre_) return;
-    centre_ = shape.centre;
-    inner_ = i ? std::fmin(inner_, shape.innerRadius) : shape.innerRadius;
-    outer_ = i ? std::fmax(outer_, shape.outerRadius) : shape.outerRadius;
-  }
-  if (volumes.empty() || !(std::fabs(outer_) + centre_.Length() < kFarthest)) return;
-  symmetric_ = true;
+void SkyTables::BuildTransmittance(const std::vector<trAtmosShader*>& volumes, const trVolumeShape& shell,
+                                   trRenderServices& services) {
+  centre_ = shell.centre;
+  inner_ = shell.innerRadius;
+  outer_ = shell.outerRadius;
   const double horizon = SafeSqrt(outer_ * outer_ - inner_ * inner_);
   horizonLength_ = static_cast<float>(horizon);
   invHorizon_ = 1 / horizonLength_;
@@ -123,7 +106,7 @@ void SkyTables::BuildEnviro(const std::vector<trAtmosShader*>& volumes, trRender
                             const trVector& sunDirection, bool severalSuns, const GroundQuery& ground) {
   above_.clear();
   below_.clear();
-  if (!symmetric_) return;
+  if (!IsBuilt()) return;
   sunAxis_ = sunDirection;
   sideAxis_ =
       Normalised(std::fabs(sunAxis_.y) < 0.9 ? Cross(sunAxis_, {0, 1, 0}) : Cross(sunAxis_, {1, 0, 0}));
@@ -158,7 +141,7 @@ void SkyTables::BuildEnviro(const std::vector<trAtmosShader*>& volumes, trRender
           ray.end = origin + direction * distance;
           ray.depth = 2;
           ray.wantsColour = true;
-          ray.tracesShadows = false;
+          ray.tracesShadows = ray.modulatesLight = false;
           integrator.Begin(state);
           const trAtomicIntegrator::Result air = integrator.Integrate(state, volumes);
           sum += air.Colour() + air.transmittance * leaving;

@@ -16,26 +16,25 @@ namespace ovhost {
 
 class OV_API SkyTables {
  public:
-  /// Settles whether the volumes are symmetric round one centre; if so tabulates transmittance. Main thread
-  /// only, inside the arena whose workers are to be used.
-  void BuildTransmittance(const std::vector<trAtmosShader*>& volumes, trRenderServices& services);
-  /// Tabulates sky light, in two rounds: the second sees the first's scattered light. Needs the services'
-  /// lights. `groundRadiance` tells the radiance that leaves the ground, or black for the open sky, along a
-  /// ray; its distance in the last argument.
+  /// Tabulates transmittance of volumes that are symmetric round the centre of the shell that holds them all.
+  /// Main thread only, inside the arena whose workers are to be used.
+  void BuildTransmittance(const std::vector<trAtmosShader*>& volumes, const trVolumeShape& shell,
+                          trRenderServices& services);
+  /// Tabulates sky light without what modulates it, in two rounds: the second sees the first's scattered
+  /// light. Needs the services' lights. `groundRadiance` tells the radiance that leaves the ground, or black
+  /// for the open sky, along a ray; its distance in the last argument.
   using GroundQuery =
       std::function<trFCol(const trVector& origin, const trVector& direction, double& distance)>;
   void BuildEnviro(const std::vector<trAtmosShader*>& volumes, trRenderServices& services,
                    const trVector& sunDirection, bool severalSuns, const GroundQuery& ground);
 
-  bool IsSymmetric() const { return symmetric_; }
-  /// Of symmetric volumes.
-  const trVector& Centre() const { return centre_; }
+  bool IsBuilt() const { return !transmittance_.empty(); }
   /// What of a light in `direction`, of angular radius `radius`, reaches `point`; the ball inside the volumes
-  /// blocks it. Only for symmetric volumes. Thread-safe.
+  /// blocks it. Only once built. Thread-safe.
   trFCol Transmittance(const trVector& point, const trVector& direction, double radius) const;
   /// Away from the volumes' centre; +y where there is none.
   trVector Up(const trVector& point) const {
-    return symmetric_ ? Normalised(point - centre_) : trVector(0, 1, 0);
+    return IsBuilt() ? Normalised(point - centre_) : trVector(0, 1, 0);
   }
   /// Twice the mean sky radiance from above and from below. Thread-safe.
   void Enviro(const trVector& point, trFCol& above, trFCol& below) const;
@@ -44,7 +43,6 @@ class OV_API SkyTables {
   static constexpr int kHeights = 48, kAngles = 192;
   static constexpr int kSkyHeights = 12, kSkyAngles = 48, kSkyTurns = 16;
 
-  bool symmetric_ = false;
   trVector centre_;
   double inner_ = 0, outer_ = 0;  ///< radii, metres
   float horizonLength_ = 0;       ///< longest way from the inner ball's surface to the outer's, metres

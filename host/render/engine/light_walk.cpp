@@ -272,7 +272,7 @@ bool LightWalk::Travel() {
 bool LightWalk::AddTabulatedSky(bool isHit) {
   trFCol sky;
   if (isHit || path_.spread < kDiffuseSpread || path_.discPdf >= 0 ||
-      !scene_.SkyOfBounces().Lookup(path_.origin + scene_.View().eye, path_.direction, sky))
+      !scene_.Air().OpenSky(shading_.state, path_.origin + scene_.View().eye, path_.direction, sky))
     return false;
   Add(path_.throughput * sky);
   return true;

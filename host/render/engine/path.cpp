@@ -288,7 +288,7 @@ bool PathTracer::FollowRay(Path& path, int depth) {
                                              path.hit, kIndirectRays);
   const trVector from = path.origin + scene_.View().eye;
   trFCol sky;
-  if (!isHit && scene_.SkyOfBounces().Lookup(from, path.direction, sky)) {
+  if (!isHit && scene_.Air().OpenSky(shading_.state, from, path.direction, sky)) {
     AddIndirect(path, path.throughput * sky);
     return false;
   }

@@ -83,7 +83,7 @@ bool TracedLight::Travel(const Ray& ray, SurfaceHit& hit, trFCol& left, LightLay
   if (!ray.inside) {
     trFCol sky;
     if (!isHit && ray.spread >= kBlurredSpread &&
-        scene_.SkyOfBounces().Lookup(ray.origin + scene_.View().eye, ray.direction, sky)) {
+        scene_.Air().OpenSky(air_, ray.origin + scene_.View().eye, ray.direction, sky)) {
       sum.sky += left * sky;
       return false;
     }
@@ -312,7 +312,7 @@ trFCol TracedLight::TraceInside(trRenderState& state, const trVector& origin, co
 trFCol TracedLight::SurroundingsAt(const trVector& point, const trRenderState::Ray& asked) {
   if (!current_) {
     trFCol above, below;
-    scene_.Sky().Enviro(point, above, below);
+    scene_.Air().SkyLight(air_, point, false, above, below);
     return (above + below) * scene_.SkyOnSurfaces() * kEvenPhase;
   }
   Level& level = *current_;

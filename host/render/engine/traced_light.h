@@ -109,7 +109,7 @@ class OV_API TracedLight final : public trRenderServices {
    public:
     explicit Sky(TracedLight& owner) : owner_(owner) {}
     trVector Dir() const override { return {0, 1, 0}; }
-    trVector Dir(const trVector& point) const override { return owner_.scene_.Sky().Up(point); }
+    trVector Dir(const trVector& point) const override { return owner_.scene_.Air().Up(point); }
     trVector TracePos(const trVector& point, double& distance) const override {
       distance = owner_.scene_.FarDistance();
       return point + Dir(point) * distance;

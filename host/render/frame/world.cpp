@@ -41,8 +41,8 @@ bool World::Build() {
   if (ReportShaderRings(&project_, trWarning) > 0) return false;
   if (!MakeScenes()) return false;
   CollectLights();
-  for (const auto& made : scenes_) CollectVolumes(*made.scene);
   ResolveAllLinks(&project_);
+  CollectVolumes();
   if (!StartShaders()) return false;
 
   const double start = Seconds();
@@ -54,19 +54,17 @@ bool World::Build() {
 }
 
 void World::BuildSkies() {
-  sky_.BuildTransmittance(volumes_, *this);
-  if (!lights_.empty() && !skyInAtmosphere_.IsBlack())
-    sky_.BuildEnviro(volumes_, *this, lights_[0]->Dir(), lights_.size() > 1,
-                     [this](const trVector& origin, const trVector& direction, double& distance) {
-                       return GroundRadiance(origin, direction, distance);
-                     });
-  if (!sky_.IsSymmetric() || lights_.size() != 1) return;
   std::vector<trVector> places;
   for (const auto& grid : parts_.grids)
     for (size_t i = 0; i < grid->vertices.size(); i += kPatchVertices)
       for (const int corner : {0, kPatchSide, kPatchVertices - 1 - kPatchSide, kPatchVertices - 1})
         places.push_back(trVector(grid->vertices[i + corner].point) + View().eye);
-  bounceSky_.Build(volumes_, *this, sky_.Centre(), lights_[0]->Dir(), View().eye, places);
+  air_.BuildTables(
+      *this, View().eye, !skyInAtmosphere_.IsBlack(),
+      [this](const trVector& origin, const trVector& direction, double& distance) {
+        return GroundRadiance(origin, direction, distance);
+      },
+      places);
 }
 
 bool World::BuildParts() {
@@ -191,16 +189,19 @@ void World::CollectLights() {
   }
 }
 
-void World::CollectVolumes(const trScene& scene) {
+void World::CollectVolumes() {
   // Each atmosphere link is the end of a chain: everything upstream is a volume as well. A chain that feeds
   // itself ends where it meets what is already there.
-  for (long i = 1; i <= scene.NumAtmospheres(); ++i)
-    for (trShader* shader = scene.GetAtmosphere(i); shader; shader = shader->InputShader()) {
-      auto* volume = dynamic_cast<trAtmosShader*>(shader);
-      if (!volume) continue;
-      if (std::find(volumes_.begin(), volumes_.end(), volume) != volumes_.end()) break;
-      if (volume->IsEnabled()) volumes_.push_back(volume);
-    }
+  std::vector<trAtmosShader*> volumes;
+  for (const auto& made : scenes_)
+    for (long i = 1; i <= made.scene->NumAtmospheres(); ++i)
+      for (trShader* shader = made.scene->GetAtmosphere(i); shader; shader = shader->InputShader()) {
+        auto* volume = dynamic_cast<trAtmosShader*>(shader);
+        if (!volume) continue;
+        if (std::find(volumes.begin(), volumes.end(), volume) != volumes.end()) break;
+        if (volume->IsEnabled()) volumes.push_back(volume);
+      }
+  air_.SetVolumes(std::move(volumes));
 }
 
 bool World::StartShaders() {
@@ -218,7 +219,7 @@ bool World::StartShaders() {
       return false;
     }
   }
-  for (trAtmosShader* volume : volumes_) volume->PrepareAtmosphere(rendering);
+  for (trAtmosShader* volume : Volumes()) volume->PrepareAtmosphere(rendering);
   for (const auto& task : rendering.PrepassTasks())
     if (!task(state)) return false;
   return true;

@@ -36,7 +36,7 @@ class OV_API World final : public LitScene {
  private:
   bool MakeScenes();
   void CollectLights();
-  void CollectVolumes(const trScene& scene);
+  void CollectVolumes();
   bool BuildParts();
   bool DiceParts();
   void WarnOfLongEdges(const DiceSettings& dice) const;

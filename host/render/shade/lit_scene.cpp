@@ -23,8 +23,7 @@ trFCol LitScene::GroundRadiance(const trVector& origin, const trVector& directio
     const double cosine = Dot(normal, sun->Dir());
     if (cosine > 0)
       light += sun->Radiance() * static_cast<float>(kGroundAlbedo * cosine) *
-               sky_.Transmittance(origin + direction * hit.distance, sun->Dir(),
-                                  sun->AngularRadiusInRadians(origin));
+               air_.ThroughTables(*sun, origin + direction * hit.distance);
   }
   return light;
 }
@@ -34,7 +33,7 @@ trFCol LitScene::Trace(trRenderState& state, const trVector& origin, const trVec
   double distance = FarDistance();
   const trFCol leaving = GroundRadiance(origin, direction, distance);
   const trAtomicIntegrator::Result air =
-      MarchBetween(state, volumes_, origin, origin + direction * distance, true);
+      MarchBetween(state, Volumes(), origin, origin + direction * distance, true);
   return air.Colour() + air.transmittance * leaving;
 }
 
@@ -44,7 +43,7 @@ trFCol LitScene::TraceOpacity(trRenderState& state, const trVector& from, const 
   if (state.CurrentRay().tracesShadows && !accel_->IsEmpty() && length > 0 &&
       accel_->Occluded(from - View().eye, path * (1 / length), 1e-3, length))
     return trFCol(1.0f);
-  return trFCol(1.0f) - MarchBetween(state, volumes_, from, to, false).transmittance;
+  return trFCol(1.0f) - MarchBetween(state, Volumes(), from, to, false).transmittance;
 }
 
 trFCol LitScene::DirectDiffuse(trRenderState& state, const trVector& point, const trVector& normal) {
@@ -56,17 +55,17 @@ trFCol LitScene::DirectDiffuse(trRenderState& state, const trVector& point, cons
   return light;
 }
 
-trFCol LitScene::IndirectDiffuse(trRenderState&, const trVector& point, const trVector& normal) {
+trFCol LitScene::IndirectDiffuse(trRenderState& state, const trVector& point, const trVector& normal) {
   trFCol above, below;
-  sky_.Enviro(point, above, below);
+  air_.SkyLight(state, point, false, above, below);
   // Half the table's doubled means, by how much of each half space the surface faces.
-  const double up = 0.5 + 0.5 * Dot(normal, sky_.Up(point));
+  const double up = 0.5 + 0.5 * Dot(normal, air_.Up(point));
   return (above * static_cast<float>(up) + below * static_cast<float>(1 - up)) * 0.5f * skyOnSurfaces_;
 }
 
-void LitScene::EnviroInAtmosphere(trRenderState&, const trVector& point, const trVector&, trFCol& above,
+void LitScene::EnviroInAtmosphere(trRenderState& state, const trVector& point, const trVector&, trFCol& above,
                                   trFCol& below) {
-  sky_.Enviro(point, above, below);
+  air_.SkyLight(state, point, state.CurrentRay().depth == 1, above, below);
   above *= skyInAtmosphere_;
   below *= skyInAtmosphere_;
 }

@@ -6,9 +6,7 @@
 #include <vector>
 
 #include "core/atmosphere.h"
-#include "host/render/air/air_march.h"
-#include "host/render/air/bounce_sky.h"
-#include "host/render/air/sky_tables.h"
+#include "host/render/air/frame_air.h"
 #include "host/render/shade/sun_light.h"
 #include "host/render/trace/accel.h"
 #include "host/render/trace/tri_rays.h"
@@ -47,9 +45,8 @@ class OV_API LitScene : public trRenderServices {
   const FrameSettings& Frame() const { return frame_; }
   const trView& View() const { return frame_.view; }
   const Accel& Rays() const { return *accel_; }
-  const SkyTables& Sky() const { return sky_; }
-  const BounceSky& SkyOfBounces() const { return bounceSky_; }
-  const std::vector<trAtmosShader*>& Volumes() const { return volumes_; }
+  const FrameAir& Air() const { return air_; }
+  const std::vector<trAtmosShader*>& Volumes() const { return air_.Volumes(); }
   const std::vector<std::unique_ptr<SunLight>>& Suns() const { return lights_; }
   const trFCol& SkyOnSurfaces() const { return skyOnSurfaces_; }
   /// Whether there is anything that shadow rays may get through.
@@ -58,8 +55,8 @@ class OV_API LitScene : public trRenderServices {
   trAtomicIntegrator::Result AirAlong(trRenderState& state, const trVector& origin, const trVector& direction,
                                       double distance, int depth, bool isSharp,
                                       std::uint64_t& samples) const {
-    return MarchAir(state, volumes_, {origin, direction, distance, depth, isSharp, View().PixelAngularSize()},
-                    samples);
+    return MarchAir(state, Volumes(),
+                    {origin, direction, distance, depth, isSharp, View().PixelAngularSize()}, samples);
   }
   /// Where a ray that hits nothing ends: past every volume.
   double FarDistance() const { return 1e9; }
@@ -73,10 +70,8 @@ class OV_API LitScene : public trRenderServices {
   const std::atomic<bool>& stop_;
   std::unique_ptr<Accel> accel_;
   std::vector<std::unique_ptr<SunLight>> lights_;
-  std::vector<trAtmosShader*> volumes_;
   trFCol skyOnSurfaces_, skyInAtmosphere_;
-  SkyTables sky_;
-  BounceSky bounceSky_;
+  FrameAir air_;
   bool hasSeeThrough_ = false;
 
  private:

@@ -38,13 +38,11 @@ double SunLight::DiscPdf(const trVector& direction) const {
 }
 
 trFCol SunLight::ThroughVolumes(trRenderState& state, const trVector& point) const {
-  if (!shadows_ || scene_.Volumes().empty()) return trFCol(1.0f);
-  if (scene_.Sky().IsSymmetric()) return scene_.Sky().Transmittance(point, direction_, angularRadius_);
-  return trFCol(1.0f) - state.TraceOpacity(point, point + direction_ * scene_.FarDistance());
+  return shadows_ ? scene_.Air().TowardsSurface(state, *this, point) : trFCol(1.0f);
 }
 
-trFCol SunLight::Intensity(trRenderState& state, const trVector& point, const trVector&) const {
-  const trFCol through = radiance_ * ThroughVolumes(state, point);
+trFCol SunLight::Intensity(trRenderState& state, const trVector& point, const trVector& spot) const {
+  const trFCol through = shadows_ ? radiance_ * scene_.Air().Towards(state, *this, point, spot) : radiance_;
   if (!shadows_ || !state.CurrentRay().tracesShadows || through.IsBlack() || scene_.Rays().IsEmpty())
     return through;
   const tr2Vector draw(state.Random(), state.Random());

@@ -41,7 +41,7 @@ class SunLight final : public trLightState {
   }
   /// Radiance of the disc in a direction, of which the light's is a share: what makes its irradiance.
   double DiscBrightness(const trVector& direction) const { return kPi * DiscPdf(direction); }
-  /// What of the light the volumes let through to `point`.
+  /// What of the light the volumes let through to a surface at `point`.
   trFCol ThroughVolumes(trRenderState& state, const trVector& point) const;
 
  private:
