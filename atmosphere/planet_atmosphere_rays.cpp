@@ -10,6 +10,8 @@ namespace {
 
 /// Highest number of a sample: a ray has one more.
 constexpr double kLastSample = 8095.0;
+/// Segments that a record has room for from the start.
+constexpr int kUsualSegments = 64;
 
 double Squared(double x) { return x * x; }
 
@@ -177,7 +179,8 @@ void PlanetAtmosphere::AddSegments(trRenderState& state, trAtomicIntegrator& int
   // Sample boundaries go by the square of their number, so they crowd towards the viewer.
   const int last = span.last;
   const double inverse = 1.0 / last, even = state.Random();
-  if (data.segments.size() < static_cast<size_t>(last) + 1) data.segments.resize(last + 1);
+  if (data.segments.size() < static_cast<size_t>(last) + 1)
+    data.segments.resize(std::max(last + 1, kUsualSegments));
   data.segmentCount = last + 1;
   const int blocks = (data.segmentCount + kMediaBlock - 1) / kMediaBlock;
   data.blockSize = (data.segmentCount + blocks - 1) / blocks;

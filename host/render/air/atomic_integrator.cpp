@@ -9,6 +9,8 @@ namespace {
 
 /// A ray's samples of all volumes together.
 constexpr size_t kMaxSamples = 1u << 18;
+/// Room that there is from the start, so that longer rays hardly ever have to make some.
+constexpr size_t kUsualSamples = 256;
 /// What less than this of the light gets past doesn't show.
 constexpr float kOpaque = 1e-4f;
 
@@ -34,7 +36,10 @@ void Cover(trFCol& left, const trFCol& opacity) {
 
 }  // namespace
 
-trAtomicIntegrator::trAtomicIntegrator() = default;
+trAtomicIntegrator::trAtomicIntegrator() {
+  samples_.reserve(kUsualSamples);
+  order_.reserve(kUsualSamples);
+}
 
 trAtomicIntegrator::~trAtomicIntegrator() { FreeRayData(); }
 
