@@ -265,6 +265,19 @@ TEST_F(AirParts, AVolumeWithoutSymmetryShadesTheGround) {
   EXPECT_NEAR(shaded / direct(), ThroughSlab(0, sun), 0.01);
 }
 
+TEST_F(AirParts, AVolumeWithoutSymmetryDimsTheSky) {
+  Skies plain, dimmed;
+  AddShade([](const trVector&) { return 0.0f; });
+  InWorld(2, [&](ovhost::World& world) { plain = SkiesOver(world, {0, 5, 0}); });
+  AddSlab(false);
+  InWorld(2, [&](ovhost::World& world) { dimmed = SkiesOver(world, {0, 5, 0}); });
+  for (int c = 0; c < 3; ++c) {
+    EXPECT_LT(dimmed.marched[c], 0.9f * plain.marched[c]);
+    EXPECT_NEAR(dimmed.tables[c] / plain.marched[c], dimmed.marched[c] / plain.marched[c], 0.06) << c;
+    EXPECT_NEAR(dimmed.above[c] / plain.above[c], dimmed.marched[c] / plain.marched[c], 0.08) << c;
+  }
+}
+
 TEST_F(AirParts, SameLightForAnyNumberOfThreads) {
   AddShade([](const trVector& p) { return 0.5f + 0.5f * static_cast<float>(std::sin(p.x * 1e-3)); });
   AddSlab(false);

@@ -13,11 +13,11 @@ namespace {
 constexpr double kPi = 3.14159265358979;
 /// Heights that the shell of the volumes is cut at; and how long cells are at least, metres, and as a share
 /// of their distance from the eye.
-constexpr int kHeights = 25;
-constexpr double kShortest = 3000, kShare = 0.75;
+constexpr int kHeights = 73;
+constexpr double kShortest = 4000, kShare = 1;
 constexpr int kCoarsest = 2, kFinest = 20;
 /// Rays for each half space.
-constexpr int kDirections = 16;
+constexpr int kDirections = 12;
 constexpr int kTableBits = 16;
 /// Corners inside of the ground stand this much above it, metres.
 constexpr double kAboveGround = 2;
