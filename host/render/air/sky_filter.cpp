@@ -17,7 +17,7 @@ constexpr int kHeights = 73;
 constexpr double kShortest = 4000, kShare = 1;
 constexpr int kCoarsest = 2, kFinest = 20;
 /// Rays for each half space.
-constexpr int kDirections = 12;
+constexpr int kDirections = 16;
 constexpr int kTableBits = 16;
 /// Corners inside of the ground stand this much above it, metres.
 constexpr double kAboveGround = 2;
