@@ -236,7 +236,7 @@ int Run(Program& program, const Options& options) {
   const HeightfieldRun run = ovhost::RunHeightfield(*heightfield, control.stop);
   progress.Pause();
   if (run.outcome == HeightfieldRun::Outcome::kStopped) {
-    control.stop = false;  // for what is still to be written; another signal stops that as well
+    control.stop = false;  // for what is still to be written
     EndStopped(run, options, writer);
   }
   if (run.outcome == HeightfieldRun::Outcome::kFailed)

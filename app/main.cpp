@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "app/app.h"
+#include "app/signals.h"
 #include "core/random.h"
 #include "host/base/log.h"
 #include "host/base/parallel.h"
@@ -118,6 +119,7 @@ int RunCommand(Program& program) {
 
 int main(int argc, char** argv) {
   std::set_terminate(OnTerminate);
+  InstallSignals();
   ovhost::DeepenStacks();
   // A file past the shell's limit is a failed write, which is told and cleaned up.
   std::signal(SIGXFSZ, SIG_IGN);

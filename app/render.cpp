@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
@@ -19,8 +20,9 @@
 #include "host/node/node_data.h"
 #include "host/project/project_file.h"
 #include "host/raster/heightfield_run.h"
-#include "host/render/frame/render.h"
+#include "host/render/frame/film.h"
 #include "host/session/frames.h"
+#include "host/session/render_frame.h"
 
 namespace ovapp {
 namespace {
@@ -195,7 +197,7 @@ int CodeOfOutcome(ovhost::RenderOutcome outcome) {
     case ovhost::RenderOutcome::kTimeLimit:
       return kLimitReached;
     case ovhost::RenderOutcome::kStopped:
-      return kResumable;
+      return kResumable;  // the checkpoint is written
   }
   return kFailed;
 }
@@ -206,7 +208,9 @@ void Report(const Job& job, ovhost::RenderOutcome outcome, const ovhost::RenderS
     return;
   }
   if (outcome == ovhost::RenderOutcome::kTimeLimit)
-    trWarning(job.path + ": the time limit ended the frame early");
+    trWarning(job.path + (statistics.samplesDone > 0
+                              ? ": the time limit ended the frame early; the same command goes on from here"
+                              : ": the time limit ended the frame before its first picture"));
   if (outcome != ovhost::RenderOutcome::kDone && outcome != ovhost::RenderOutcome::kTimeLimit) return;
   std::string text = job.path + ": " + std::to_string(statistics.samplesDone) + " samples a pixel in " +
                      DurationText(statistics.seconds);
@@ -234,8 +238,7 @@ void PrintPlan(const std::vector<Job>& jobs, const Options& options, const trBas
   PictureSize(renderNode, options, width, height);
   const ovhost::PixelRect rect = settings.crop.value_or(ovhost::PixelRect{0, 0, width, height});
   for (const Job& job : jobs) {
-    std::error_code error;
-    const bool isSkipped = options.skipExisting && std::filesystem::exists(job.path, error);
+    const bool isSkipped = options.skipExisting && ovhost::IsFinishedPicture(job.path);
     std::printf("frame %ld -> %s, %d x %d pixels, rows %d to %d, columns %d to %d%s\n", job.frame,
                 job.path.c_str(), width, height, rect.y0, rect.y1, rect.x0, rect.x1,
                 isSkipped ? ", skipped" : "");
@@ -243,6 +246,7 @@ void PrintPlan(const std::vector<Job>& jobs, const Options& options, const trBas
 }
 
 int Run(Program& program, const Options& options) {
+  const auto begin = std::chrono::steady_clock::now();
   const std::unique_ptr<Session> opened = OpenSession(options.project);
   Session& session = *opened;
   juProject& project = session.Project();
@@ -255,17 +259,17 @@ int Run(Program& program, const Options& options) {
     PrintPlan(jobs, options, RenderNode(options, session), settings);
     return kDone;
   }
-  settings.projectHash = session.Hash();
+  settings.sceneKey = session.SceneKey();
 
+  const double timeLimit = settings.timeLimitSeconds;
   ovhost::RenderControl control;
   const RenderSignals signals(control);
   Progress progress(program.common, &control.stop);
   int code = kDone;
   for (size_t i = 0; i < jobs.size(); ++i) {
     const Job& job = jobs[i];
-    std::error_code error;
-    if (options.skipExisting && std::filesystem::exists(job.path, error)) {
-      trPrintMessage(job.path + ": exists, skipped");
+    if (options.skipExisting && ovhost::IsFinishedPicture(job.path)) {
+      trPrintMessage(job.path + ": is finished, skipped");
       continue;
     }
     progress.SetPart(jobs.size() > 1 ? "frame " + std::to_string(job.frame) : "", i, jobs.size());
@@ -277,6 +281,10 @@ int Run(Program& program, const Options& options) {
     stages.push_back({nullptr, kRendering});
     progress.SetStages(std::move(stages));
     settings.output = job.path;
+    // The first frame's time has run since the project was opened.
+    const std::chrono::duration<double> spent = std::chrono::steady_clock::now() - begin;
+    settings.timeLimitSeconds =
+        timeLimit > 0 && i == 0 ? std::max(timeLimit - spent.count(), 1e-3) : timeLimit;
     settings.frame = static_cast<double>(job.frame);
     ovhost::RenderStatistics statistics;
     const ovhost::ErrorWatch errors;
@@ -288,7 +296,11 @@ int Run(Program& program, const Options& options) {
     // all.
     if (outcome != ovhost::RenderOutcome::kDone && code == kDone) code = CodeOfOutcome(outcome);
     if (code == kDone || code == kFailed) code = std::max<int>(code, CodeOf(errors));
-    if (outcome == ovhost::RenderOutcome::kStopped || control.stop) return kResumable;
+    if (outcome == ovhost::RenderOutcome::kStopped) return kResumable;
+    if (control.cancelled && i + 1 < jobs.size()) {
+      trPrintMessage("stopped; " + std::to_string(jobs.size() - i - 1) + " frames are left");
+      return 128 + StopSignal();
+    }
   }
   return code;
 }
@@ -337,7 +349,7 @@ void AddRender(Program& program) {
       ->check(CLI::Range(0.0, 1e6));
   auto* overwrite =
       command->add_flag("--overwrite", options->overwrite, "Write over pictures that exist (the default)");
-  command->add_flag("--skip-existing", options->skipExisting, "Leave out frames whose picture exists")
+  command->add_flag("--skip-existing", options->skipExisting, "Leave out frames whose picture is finished")
       ->excludes(overwrite);
   command
       ->add_option("--resume", options->resume,

@@ -8,8 +8,8 @@
 #include "host/project/camera.h"
 #include "host/project/project_file.h"
 #include "host/render/engine/path.h"
-#include "host/render/frame/render.h"
 #include "host/render/frame/world.h"
+#include "host/session/render_frame.h"
 #include "tests/shading_fixture.h"
 #include "tests/temp_file.h"
 
@@ -21,11 +21,15 @@ using ovhost::RenderOutcome;
 class StopAfter : public trSurfaceShader {
  public:
   long Shade(trShadingInterface& si) override {
-    if (--left == 0 && control) control->stop = true;
+    if (--left == 0 && control) {
+      if (isTime) control->timeUp = true;
+      control->stop = true;
+    }
     return trSurfaceShader::Shade(si);
   }
   std::atomic<long> left{0};
   ovhost::RenderControl* control = nullptr;
+  bool isTime = false;  ///< as if the time were up
 };
 
 /// A ridge 1500 m high that runs north to south, `east` metres from the origin.
@@ -71,7 +75,7 @@ class Render : public testing::Test {
   ovhost::RenderSettings Settings(const std::string& name) const {
     ovhost::RenderSettings settings;
     settings.output = TempFile(name);
-    settings.projectHash = 7;
+    settings.sceneKey = 7;
     settings.threads = 2;
     return settings;
   }
@@ -226,10 +230,10 @@ TEST_F(Render, GoesOnAfterAStopToTheSamePicture) {
   // Another project's checkpoint, and a damaged one, are of no use.
   const std::string kept = Bytes(checkpoint);
   ovhost::RenderSettings other = settings;
-  other.projectHash = 8;
+  other.sceneKey = 8;
   other.resume = ovhost::ResumeMode::kRequire;
   EXPECT_EQ(Run(other), RenderOutcome::kFailed);
-  other.projectHash = settings.projectHash;
+  other.sceneKey = settings.sceneKey;
   other.camera = "Camera";
   EXPECT_EQ(Run(other), RenderOutcome::kFailed);
   other.camera.clear();
@@ -243,6 +247,54 @@ TEST_F(Render, GoesOnAfterAStopToTheSamePicture) {
   EXPECT_EQ(Run(other), RenderOutcome::kDone);
   EXPECT_TRUE(Bytes(settings.output) == Bytes(TempFile("whole.exr")));
   EXPECT_FALSE(std::filesystem::exists(checkpoint));
+}
+
+TEST_F(Render, EndsInTheSameBytesBySlicesOfTime) {
+  trBase& planet = *project_->NodeByPath("Planet 01");
+  auto* stopper = new StopAfter;
+  ovhost::AttachChild(&planet, stopper, "Stopper");
+  Graph::Link(*stopper, "input_node", *project_->NodeByPath("Planet 01/Compute terrain 01"));
+  Graph::Link(planet, "surface_shader", *stopper);
+  const auto settingsOf = [this](const char* name, int samples) {
+    ovhost::RenderSettings settings = Settings(name);
+    settings.samples = samples;
+    return settings;
+  };
+  ASSERT_EQ(Run(settingsOf("unsliced.exr", 20)), RenderOutcome::kDone);
+  const long all = -stopper->left;
+
+  const ovhost::RenderSettings settings = settingsOf("sliced.exr", 20);
+  const std::string checkpoint = settings.output + ".ovcheckpoint";
+  ovhost::RenderControl control;
+  stopper->control = &control;
+  stopper->isTime = true;
+  int slices = 0;
+  for (RenderOutcome outcome = RenderOutcome::kTimeLimit; outcome != RenderOutcome::kDone; ++slices) {
+    ASSERT_LT(slices, 40);
+    stopper->left = all / 4;
+    outcome = ovhost::RenderFrame(*project_, settings, control);
+    ASSERT_FALSE(control.stop);
+    ASSERT_EQ(std::filesystem::exists(checkpoint), outcome != RenderOutcome::kDone);
+    EXPECT_EQ(ovhost::IsFinishedPicture(settings.output), outcome == RenderOutcome::kDone);
+    if (slices != 1) continue;
+    // Who asks for fewer samples gets those that there are, and loses none.
+    stopper->left = 1000000;
+    EXPECT_EQ(ovhost::RenderFrame(*project_, settingsOf("sliced.exr", 1), control), RenderOutcome::kDone);
+    EXPECT_TRUE(std::filesystem::exists(checkpoint));
+  }
+  EXPECT_GT(slices, 3);
+  EXPECT_TRUE(Bytes(settings.output) == Bytes(TempFile("unsliced.exr")));
+}
+
+TEST_F(Render, PicturesSayWhetherTheyAreFinished) {
+  for (const char* kind : {"exr", "png", "jpg", "tif"}) {
+    const ovhost::RenderSettings settings = Settings((std::string("mark.") + kind).c_str());
+    EXPECT_FALSE(ovhost::IsFinishedPicture(settings.output)) << kind;
+    ASSERT_EQ(Run(settings), RenderOutcome::kDone);
+    EXPECT_TRUE(ovhost::IsFinishedPicture(settings.output)) << kind;
+    std::ofstream(settings.output + ".ovcheckpoint") << "whatever";
+    EXPECT_FALSE(ovhost::IsFinishedPicture(settings.output)) << kind;
+  }
 }
 
 TEST_F(Render, LambertGroundUnderASun) {

@@ -1,4 +1,6 @@
 // Sessions: finding and changing nodes as a user names them, lists of frames, points to evaluate at.
+#include <filesystem>
+#include <fstream>
 #include <sstream>
 
 #include "host/node/node_data.h"
@@ -7,6 +9,7 @@
 #include "host/session/frames.h"
 #include "host/session/session.h"
 #include "tests/shading_fixture.h"
+#include "tests/temp_file.h"
 
 namespace {
 
@@ -79,6 +82,25 @@ TEST(Session, AssignsFromTextAndJson) {
   for (const char* text : {"Camera.field_of_view", "field_of_view=3", ".x=3", "Camera.=3"})
     EXPECT_EQ(ErrorOf([&] { session->Assign(std::string(text)); }), SessionError::kBadRequest) << text;
   EXPECT_EQ(session->Hash(), after);
+}
+
+TEST(Session, KnowsWhenAFileChanges) {
+  const auto session = NewSession();
+  const std::string path = TempFile("texture.bin");
+  std::ofstream(path) << "one";
+  trBase& planet = session->Find("Planet 01");
+  planet.CreateChild("image_map_shader")->SetParam("image_filename", path, trWhoSystem, false);
+  const std::uint64_t key = session->SceneKey(), hash = session->Hash();
+  EXPECT_EQ(session->SceneKey(), key);
+  const auto time = std::filesystem::last_write_time(path);
+  std::ofstream(path) << "two";
+  std::filesystem::last_write_time(path, time);
+  EXPECT_NE(session->SceneKey(), key);
+  EXPECT_EQ(session->Hash(), hash);
+  std::ofstream(path) << "one";
+  EXPECT_EQ(session->SceneKey(), key);
+  std::filesystem::remove(path);
+  EXPECT_NE(session->SceneKey(), key);
 }
 
 TEST(Session, ListsFrames) {

@@ -6,8 +6,8 @@
 #include "host/project/camera.h"
 #include "host/project/project_file.h"
 #include "host/render/engine/standard.h"
-#include "host/render/frame/render.h"
 #include "host/render/frame/world.h"
+#include "host/session/render_frame.h"
 #include "tests/shading_fixture.h"
 #include "tests/temp_file.h"
 

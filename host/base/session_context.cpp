@@ -12,6 +12,7 @@ constexpr int kMaxThreads = 256;
 
 thread_local ovhost::SessionContext* current = nullptr;
 thread_local int threadsHere = 0;  ///< 0: as many as the session takes
+thread_local const std::atomic<bool>* stopHere = nullptr;
 
 }  // namespace
 
@@ -31,6 +32,10 @@ ThreadsScope::ThreadsScope(int threads) : outer_(threadsHere) {
 }
 ThreadsScope::~ThreadsScope() { threadsHere = outer_; }
 
+StopScope::StopScope(const std::atomic<bool>& stop) : outer_(stopHere) { stopHere = &stop; }
+StopScope::~StopScope() { stopHere = outer_; }
+bool StopScope::IsAsked() { return stopHere && stopHere->load(std::memory_order_relaxed); }
+
 void SetNumThreads(int count) { SessionContext::Current().threads = std::clamp(count, 0, kMaxThreads); }
 
 void SetProgressSink(ProgressSink sink, void* context) {
@@ -41,16 +46,12 @@ void SetProgressSink(ProgressSink sink, void* context) {
 
 }  // namespace ovhost
 
-trThreadSession::trThreadSession() : context_(current), threads_(threadsHere) {}
+trThreadSession::trThreadSession() : context_(current), threads_(threadsHere), stop_(stopHere) {}
 
-trThreadSession::Scope::Scope(const trThreadSession& session) : outer_(current), outerThreads_(threadsHere) {
-  current = session.context_;
-  threadsHere = session.threads_;
-}
-
-trThreadSession::Scope::~Scope() {
-  current = outer_;
-  threadsHere = outerThreads_;
+void trThreadSession::Enter() const {
+  current = context_;
+  threadsHere = threads_;
+  stopHere = stop_;
 }
 
 int trNumCoresToUse() {

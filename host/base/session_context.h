@@ -58,6 +58,21 @@ class OV_API SessionScope {
   SessionContext* const outer_;
 };
 
+/// While it lives, long jobs of its thread, and of those that its loops take, end soon once `stop` is set:
+/// their reports of progress are answered so. Per-thread state.
+class OV_API StopScope {
+ public:
+  explicit StopScope(const std::atomic<bool>& stop);
+  ~StopScope();
+  StopScope(const StopScope&) = delete;
+  StopScope& operator=(const StopScope&) = delete;
+  /// Whether the calling thread's work has been asked to end. Thread-safe.
+  static bool IsAsked();
+
+ private:
+  const std::atomic<bool>* const outer_;
+};
+
 /// While it lives, long jobs of its thread, and of those that its loops take, take so many threads, whatever
 /// the session's number is. Per-thread state.
 class OV_API ThreadsScope {

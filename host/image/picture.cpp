@@ -44,6 +44,26 @@ float DisplayValue(float linear, const ViewTransform& view) {
   return EncodeSrgb(std::min(v, 1.0f));
 }
 
+Picture ChannelsOf(const Picture& picture, const std::vector<size_t>& channels) {
+  Picture part = picture;
+  part.channels.clear();
+  part.pixels.clear();
+  for (const size_t c : channels) part.channels.push_back(picture.channels[c]);
+  const size_t stride = picture.channels.size();
+  part.pixels.reserve(picture.pixels.size() / std::max<size_t>(stride, 1) * channels.size());
+  for (size_t first = 0; first < picture.pixels.size(); first += stride)
+    for (const size_t c : channels) part.pixels.push_back(picture.pixels[first + c]);
+  return part;
+}
+
+Picture Displayed(const Picture& picture, const ViewTransform& view) {
+  const int channels = std::min(4, static_cast<int>(picture.channels.size()));
+  Picture shown = picture;
+  shown.channels.resize(channels);
+  shown.pixels = DisplayPixels(picture, channels, view);
+  return shown;
+}
+
 bool IsPicturePath(const std::string& path) {
   const std::string e = Extension(path);
   return e == "exr" || e == "png" || e == "jpg" || e == "jpeg" || e == "tif" || e == "tiff";

@@ -25,6 +25,7 @@ struct ViewTransform {
   double exposureStops = 0;
   /// Rolls highlights off instead of cutting them at 1: straight up to 0.6, then towards 1.
   bool softClip = true;
+  bool operator==(const ViewTransform&) const = default;
 };
 
 /// Whether the path's extension is one that can be written: exr, png, jpg, jpeg, tif, tiff.
@@ -38,6 +39,11 @@ OV_API bool HoldsLayers(const std::string& path);
 /// Returns an empty text, or why it failed.
 OV_API std::string WritePicture(const std::string& path, const Picture& picture, const ViewTransform& view,
                                 bool fullFloat = false);
+
+/// Some of a picture's channels, by their numbers.
+OV_API Picture ChannelsOf(const Picture& picture, const std::vector<std::size_t>& channels);
+/// The first three channels as a screen shows them, 0 to 1, with alpha where there is one.
+OV_API Picture Displayed(const Picture& picture, const ViewTransform& view);
 
 /// The display value, 0 to 1, of a linear one.
 OV_API float DisplayValue(float linear, const ViewTransform& view);

@@ -52,8 +52,9 @@ unsigned char trBase::OnChildProgress(trBase* child, unsigned long& state, const
                                       float fraction, float remaining, unsigned char canAbort) {
   if (data_->parent) return data_->parent->OnChildProgress(child, state, text, fraction, remaining, canAbort);
   const ovhost::SessionContext& session = ovhost::SessionContext::Current();
-  return !session.progressSink ||
-         session.progressSink(session.progressContext, child, text, fraction, remaining, canAbort != 0);
+  const bool goesOn = !session.progressSink || session.progressSink(session.progressContext, child, text,
+                                                                    fraction, remaining, canAbort != 0);
+  return goesOn && !ovhost::StopScope::IsAsked();
 }
 
 void trBase::OnParamChanged(long, trBase*) {}

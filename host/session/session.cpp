@@ -8,6 +8,7 @@
 #include "host/node/class_pool.h"
 #include "host/node/node_data.h"
 #include "host/project/project_file.h"
+#include "host/session/input_stamps.h"
 
 namespace ovhost {
 namespace {
@@ -93,6 +94,12 @@ std::uint64_t Session::Hash() const {
   for (const char c : ProjectToText(*project_))
     hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3ull;
   return hash;
+}
+
+std::uint64_t Session::SceneKey() const {
+  // Half a turn apart: equal halves don't cancel out.
+  const std::uint64_t stamps = InputStamps(*project_);
+  return Hash() ^ (stamps << 32 | stamps >> 32);
 }
 
 std::vector<trBase*> Session::NodesWithFact(const char* fact) const {

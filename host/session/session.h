@@ -33,8 +33,11 @@ class OV_API Session {
 
   juProject& Project() { return *project_; }
   SessionContext& Context() const { return context_; }
-  /// The project as its file's bytes, hashed: equal projects render equal pictures.
+  /// The project as its file's bytes, hashed.
   std::uint64_t Hash() const;
+  /// The same with the contents of the files that it names, and the program: equal ones render equal pictures
+  /// now.
+  std::uint64_t SceneKey() const;
   /// The node of a path, or of a name that stands in the project once. Throws a SessionError where there is
   /// none.
   trBase& Find(const std::string& path) const;

@@ -78,3 +78,47 @@ done
     expect 1 "$OV" render scene.ovd -o part.png $size -s $samples --resume require
   }
 }
+
+# A frame is done when its picture says so: not one whose render was killed.
+rm -f part.png*
+# shellcheck disable=SC2086
+"$OV" render scene.ovd -o part.png $size -s 4096 --quiet 2>err &
+job=$!
+while [ ! -e part.png ] && kill -0 $job 2>/dev/null; do sleep 0.02; done
+kill -KILL $job
+wait $job || true
+# shellcheck disable=SC2086
+{
+  expect 0 "$OV" render scene.ovd -o part.png $size -s 3 --skip-existing
+  expect 0 "$OV" render scene.ovd -o whole.png $size -s 3
+  cmp -s part.png whole.png || fail "an unfinished picture was taken for a finished one"
+  expect 0 "$OV" render scene.ovd -o part.png $size -s 3 --skip-existing
+  shows "skipped"
+}
+
+# Every signal that ends a render leaves a checkpoint, USR1 ends none, and what is a pipe is no checkpoint.
+for signal in HUP QUIT XCPU TERM; do
+  rm -f part.png*
+  # shellcheck disable=SC2086
+  "$OV" render scene.ovd -o part.png $size -s 100000 --quiet 2>err &
+  job=$!
+  # As soon as the program has said what USR1 means.
+  until grep -q '^SigCgt:.*[2367abef]..$' /proc/$job/status 2>/dev/null; do sleep 0.001; done
+  kill -USR1 $job
+  while [ ! -e part.png ] && kill -0 $job 2>/dev/null; do sleep 0.02; done
+  kill -$signal $job
+  code=0
+  wait $job || code=$?
+  [ $code = 75 ] || fail "exit code $code of a render that $signal stopped"
+  [ -e part.png.ovcheckpoint ] || fail "no checkpoint after $signal"
+done
+rm -f part.png*
+mkfifo part.png.ovcheckpoint
+# shellcheck disable=SC2086
+{
+  expect 0 timeout 60 "$OV" render scene.ovd -o part.png $size -s 1
+  shows "is damaged"
+  expect 4 timeout 60 "$OV" render scene.ovd -o part.png $size -s 100000 --time 1
+  [ -p part.png.ovcheckpoint ] || fail "the pipe is gone"
+}
+rm part.png.ovcheckpoint

@@ -16,6 +16,8 @@ struct EngineSettings {
   PathSettings path;
   IndirectSettings indirect;
   TraceSettings trace;
+
+  bool operator==(const EngineSettings&) const = default;
 };
 
 /// The settings of a node, held to what the engines can do, for a picture of so many pixels. Thread-safe.

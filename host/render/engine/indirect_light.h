@@ -10,6 +10,8 @@ namespace ovhost {
 struct IndirectSettings {
   int rays = 32;       ///< bounces that are averaged at a cached point
   double spacing = 4;  ///< between cached points, pixels
+
+  bool operator==(const IndirectSettings&) const = default;
 };
 
 /// Surfaces that have vertices near (SurfacePart::VerticesNear) have their light worked out at vertices some

@@ -16,6 +16,8 @@ struct PathSettings {
   double leastSurvival = 0.25;  ///< smallest chance of a path to go on; 1 for no roulette
   /// Ways of finding lights by lobes that can be drawn both ways: both, or one of them alone, to compare.
   enum class Lights { kBoth, kLightsOnly, kLobesOnly } lights = Lights::kBoth;
+
+  bool operator==(const PathSettings&) const = default;
 };
 
 struct PathCounters {

@@ -18,6 +18,9 @@ class OV_API PixelFilter {
   /// `width` is the whole width, pixels; held between 0 and 16.
   PixelFilter(Shape shape, double width);
 
+  bool operator==(const PixelFilter& other) const {
+    return shape_ == other.shape_ && halfWidth_ == other.halfWidth_;
+  }
   /// Distance from the pixel's centre for a draw of 0 to 1, pixels.
   double Offset(double draw) const;
   /// The ray of a sample of pixel (x, y), unit.

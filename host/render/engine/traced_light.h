@@ -17,6 +17,8 @@ namespace ovhost {
 struct TraceSettings {
   int maxDepth = 9;               ///< of rays; the camera's has depth 1
   double leastImportance = 0.05;  ///< rays that count less than this are traced by chance
+
+  bool operator==(const TraceSettings&) const = default;
 };
 
 /// Answers the rays of surfaces. Each ray is shaded in a state of its own, so that surfaces may see surfaces.

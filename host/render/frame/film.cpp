@@ -97,6 +97,28 @@ size_t Film::FirstSum(int x, int y) const {
   return (static_cast<size_t>(y - area_.y0) * (area_.x1 - area_.x0) + (x - area_.x0)) * stride_;
 }
 
+void Film::GetTileSums(int tile, std::vector<float>& sums) const {
+  const PixelRect rect = TileRect(tile);
+  const auto width = static_cast<std::ptrdiff_t>(rect.x1 - rect.x0) * stride_;
+  sums.clear();
+  for (int y = rect.y0; y < rect.y1; ++y) {
+    const float* row = &sums_[FirstSum(rect.x0, y)];
+    sums.insert(sums.end(), row, row + width);
+  }
+}
+
+void Film::SetTileSums(int tile, const std::vector<float>& sums) {
+  const PixelRect rect = TileRect(tile);
+  const auto width = static_cast<std::ptrdiff_t>(rect.x1 - rect.x0) * stride_;
+  for (int y = rect.y0; y < rect.y1; ++y)
+    std::copy_n(sums.begin() + (y - rect.y0) * width, width, &sums_[FirstSum(rect.x0, y)]);
+}
+
+void Film::Clear() {
+  std::fill(sums_.begin(), sums_.end(), 0.0f);
+  std::fill(tileSamples_.begin(), tileSamples_.end(), 0u);
+}
+
 void Film::Add(int x, int y, const CameraSample* samples, int count) {
   float* sums = &sums_[FirstSum(x, y)];
   const bool isFirst = sums[4] == 0 && sums[3] == 0 && sums[0] == 0;

@@ -7,10 +7,13 @@
 #include <vector>
 
 #include "host/image/picture.h"
-#include "host/render/frame/render.h"
+#include "host/render/frame/render_settings.h"
 #include "host/render/shade/camera_sample.h"
 
 namespace ovhost {
+
+/// The layers that a film may have besides beauty and alpha.
+OV_API const std::vector<std::string>& LayerNames();
 
 struct LayerKind;
 
@@ -30,6 +33,11 @@ class OV_API Film {
   /// Samples a pixel that a tile has.
   std::uint32_t& TileSamples(int tile) { return tileSamples_[tile]; }
   std::uint32_t TileSamples(int tile) const { return tileSamples_[tile]; }
+  /// Copies the sums of a tile out, and back.
+  void GetTileSums(int tile, std::vector<float>& sums) const;
+  void SetTileSums(int tile, const std::vector<float>& sums);
+  /// Forgets all samples.
+  void Clear();
   /// Adds a pixel's samples of one pass.
   void Add(int x, int y, const CameraSample* samples, int count);
 

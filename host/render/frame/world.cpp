@@ -24,6 +24,7 @@ constexpr double kBytesPerVertex = 96;
 constexpr std::uint64_t kMicroVertexShare = 4;
 /// Points at which parts are looked at before the render: all together, and of one part.
 constexpr int kAllProbes = 1 << 15, kLeastProbes = 64, kMostProbes = 2048;
+
 double Seconds() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
@@ -39,18 +40,38 @@ bool World::Build() {
   ResolveAllLinks(&project_);
   ReportBrokenLinks(&project_, trWarning);
   if (ReportShaderRings(&project_, trWarning) > 0) return false;
-  if (!MakeScenes()) return false;
-  CollectLights();
-  ResolveAllLinks(&project_);
-  CollectVolumes();
-  if (!StartShaders()) return false;
+  if (!MakeScenes() || !PrepareShading()) return false;
 
   const double start = Seconds();
   if (!BuildParts()) return false;
   diceSeconds_ = Seconds() - start;
 
+  if (stop_) return false;
   BuildSkies();
   return !stop_;
+}
+
+void World::Release() {
+  FinishShaders();
+  lights_.clear();
+  skyOnSurfaces_ = skyInAtmosphere_ = trFCol();
+  air_ = FrameAir();
+  hasSeeThrough_ = false;
+}
+
+bool World::Relight() {
+  if (!PrepareShading()) return false;
+  ClassifyParts();
+  if (stop_) return false;
+  BuildSkies();
+  return !stop_;
+}
+
+bool World::PrepareShading() {
+  CollectLights();
+  ResolveAllLinks(&project_);
+  CollectVolumes();
+  return StartShaders() && !stop_;
 }
 
 void World::BuildSkies() {
@@ -92,6 +113,7 @@ void World::ClassifyParts() {
   const int probes = std::clamp(kAllProbes / static_cast<int>(all.size() + 1), kLeastProbes, kMostProbes);
   ShadowRays eye(*this);
   for (SurfacePart* part : all) {
+    if (stop_) return;
     const ShadowRays::Classes classes = eye.Classify(*part, probes);
     part->mayBePlain = classes.isPlain;
     part->isSeeThrough = classes.isClear && (part->rayKinds & kShadowRays);

@@ -26,6 +26,11 @@ class OV_API World final : public LitScene {
 
   /// Makes the scenes, starts the shaders, dices, builds. False with errors reported, or when stopped.
   bool Build();
+  /// Ends the shaders, and forgets what was worked out with them, so that nodes may change that no surface's
+  /// place depends on.
+  void Release();
+  /// Starts them again, over the same surfaces. False as Build.
+  bool Relight();
 
   const DiceStatistics& Dicing() const { return dicing_; }
   const Assembly& Parts() const { return parts_; }
@@ -44,6 +49,8 @@ class OV_API World final : public LitScene {
   void BuildSkies();
   void ClassifyParts();
   bool StartShaders();
+  /// Lights, volumes, shaders.
+  bool PrepareShading();
   void FinishShaders();
 
   juProject& project_;
