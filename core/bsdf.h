@@ -34,6 +34,7 @@ struct trLobe {
   // Kinds 4 and 5. Reflectance is base + (edge - base) * Fresnel, per channel (trRoughReflectance);
   // transmittance is base * (1 - reflectivity * Fresnel).
   trFCol base, edge, reflectivity{1.0f};
+  trFCol clear;            ///< of a reflection: share of what isn't reflected that goes through
   trVector normal;         ///< reflecting normal, on the viewer's side
   trVector litNormal;      ///< by which a reflection sees small lights; zero where that is no other
   float roughness = 0;     ///< of the microfacets
@@ -46,7 +47,8 @@ struct trLobe {
   signed char facets = -1;  ///< model whose microfacets transmit, so that both lobes share what there is
   signed char medium = -1;  ///< index of the medium beyond (transmission) or before (reflection); -1 for air
   unsigned char thin = 0;
-  float lightGain = 1;  ///< what suns count that the lobe shows; all other light counts as it is
+  unsigned char compensated = 0;  ///< nothing is lost between facets (trSharesOf); `colour` is an albedo then
+  float lightGain = 1;            ///< what suns count that the lobe shows; all other light counts as it is
 };
 
 /// Emission (radiance) and lobes. A value type: a copy moves only the lobes there are.

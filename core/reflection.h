@@ -6,7 +6,8 @@
 // `n`, `l`, `v` are unit vectors on one side: normal, to the light, to the viewer. `a` is the roughness (the
 // root mean square slope times the square root of 2), `a2` its square, `f` (ior - 1) / (ior + 1), `invTweak`
 // one over the tweak of the tails: 2 is neutral, less makes them heavier, more lighter. All are finite for
-// any finite input, and none reflects more light than it gets. Thread-safe.
+// any finite input, and none reflects more light than it gets: light scatters once, and what the shadowing
+// takes is lost. Thread-safe.
 //
 // Blinn       cosine power of exponent 2 / a^2 - 2, shadowing by V cavities (Blinn 1977, Torrance and Sparrow
 //             1967), normalised.
@@ -21,6 +22,7 @@
 #include <algorithm>
 
 #include "core/api.h"
+#include "core/bsdf.h"
 #include "core/colour.h"
 #include "core/vector.h"
 
@@ -54,8 +56,8 @@ struct trRoughReflectanceTerms {
 };
 /// The mean of one part reflected once and `kappa` (trInterreflection) parts reflected twice, `f` standing
 /// for Fresnel's share the second time: rough surfaces are darker and more saturated, but where S and C
-/// are 1. It makes up for nothing that shadowing takes off a lobe. At a kappa of 0 the terms are S, C and F
-/// unchanged.
+/// are 1. It makes up for nothing that shadowing takes off a lobe: that, and
+/// this with it, is for compensated lobes (trSharesOf). At a kappa of 0 the terms are S, C and F unchanged.
 inline trRoughReflectanceTerms trRoughReflectance(const trFCol& s, const trFCol& c, float fresnel, float f,
                                                   float kappa) {
   trRoughReflectanceTerms terms{s, c, trFCol(fresnel)};
@@ -66,3 +68,15 @@ inline trRoughReflectanceTerms trRoughReflectance(const trFCol& s, const trFCol&
   }
   return terms;
 }
+
+/// What becomes of light at a compensated lobe of kind 4 or 5, for a viewer at `cosine` to its normal: its
+/// albedo, and what a reflection leaves to layers beneath it. A white interface's reflection and
+/// transmission, or reflection and what is left, add up to 1 at any roughness. Thread-safe.
+struct trLobeShares {
+  trFCol albedo, beneath;
+};
+OV_API trLobeShares trSharesOf(const trLobe& lobe, double cosine);
+
+/// What a compensated lobe of kind 4 shows of a light: times the cosine at the lobe's normal and the light's
+/// Intensity it is the reflected radiance. `l` and `v` are unit vectors. Thread-safe.
+OV_API trFCol trCompensatedHighlight(const trLobe& lobe, const trVector& l, const trVector& v);

@@ -116,6 +116,8 @@ class OV_API trRenderServices {
   /// Key of draws that shaders keep from one point to the next, so that they don't hang on which point came
   /// first; 0 leaves them to the stream in hand.
   virtual std::uint64_t KeyOfKeptDraws() const { return 0; }
+  /// Whether rough surfaces give back what single scattering between their facets loses (trSharesOf).
+  virtual bool CompensatesEnergy() const { return false; }
 };
 
 /// Services where nothing is rendered: no lights, nothing to hit, nothing between two points. Thread-safe.
@@ -274,6 +276,7 @@ class OV_API trRenderState {
     return services_.TraceInside(*this, origin, direction, distance);
   }
   std::uint64_t KeyOfKeptDraws() const { return services_.KeyOfKeptDraws(); }
+  bool CompensatesEnergy() const { return services_.CompensatesEnergy(); }
   /// Where trIntegratorLoan gets its integrators. They keep records of volumes, so a state goes before the
   /// volumes that its rays met.
   trIntegratorStore& Integrators();

@@ -107,7 +107,10 @@ trFCol ReflectiveShader::HighlightModel(const ReflectivePoint& at, const trVecto
 trFCol ReflectiveShader::Highlights(trShadingInterface& si, const ReflectivePoint& at) const {
   trRenderState& rs = si.RenderState();
   const trVector footprint = Footprint(rs.CurrentRay()), from = at.Outside();
-  const trFCol colour = at.litBase + at.litEdge;
+  const trFCol colour = at.isCompensated ? trFCol(at.lightGain) : at.litBase + at.litEdge;
+  trLobe compensated = ReflectionLobe(at);
+  compensated.normal = at.facing;
+  compensated.roughness = at.highlightRoughness;
   trFCol sum;
   for (int i = 0; i < rs.NumLights(); ++i) {
     const trLightState* const light = rs.Light(i);
@@ -117,7 +120,9 @@ trFCol ReflectiveShader::Highlights(trShadingInterface& si, const ReflectivePoin
     if (!(d > 0)) continue;
     const trFCol intensity = Tamed(light->Intensity(rs, from, footprint));
     d = std::max(0.0, SoftenedCosine(d, rs.TerminatorInfo(), direction, at.view));
-    sum += Tamed(colour * static_cast<float>(d) * intensity * HighlightModel(at, direction));
+    const trFCol value = at.isCompensated ? trCompensatedHighlight(compensated, direction, at.view)
+                                          : HighlightModel(at, direction);
+    sum += Tamed(colour * static_cast<float>(d) * intensity * value);
   }
   return sum;
 }

@@ -19,6 +19,13 @@ trLobe ReflectiveShader::ReflectionLobe(const ReflectivePoint& at) const {
   lobe.edge = at.edge;
   lobe.colour = at.reflectance;
   lobe.model = lobe.facets = modelOfLobes_;
+  if (!at.isCompensated) return lobe;
+  // Inside, all that isn't reflected gets out, and what the surface is made of counts for both.
+  const bool isOutside = at.isFront || at.isThin;
+  lobe.compensated = 1;
+  lobe.thin = at.isThin;
+  lobe.reflectivity = isOutside ? at.reflectivity : trFCol(1.0f);
+  lobe.clear = isOutside ? at.transparency : trFCol(1.0f);
   return lobe;
 }
 

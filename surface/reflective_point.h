@@ -14,6 +14,7 @@ struct ReflectivePoint {
   trVector reflected, transmitted;
   bool isFront = true;  ///< seen from outside
   bool isThin = false, isDeferred = false;
+  bool isCompensated = false;  ///< nothing is lost between facets
 
   // Roughness
   float roughness = 0;      ///< of the microfacets that rays meet

@@ -88,6 +88,7 @@ long ReflectiveShader::Shade(trShadingInterface& si) {
   if (at.base.IsBlack() && at.reflectivity.IsBlack() && at.transparency.IsBlack()) return 1;
 
   at.isDeferred = rs.IsDeferred();
+  at.isCompensated = rs.CompensatesEnergy();
   at.isThin = isThinWalled != 0;
   SetRoughness(si, record, at);
   SetGeometry(si, record, at);
@@ -217,12 +218,23 @@ trFCol ReflectiveShader::ShareEnergy(trShadingInterface& si, ReflectivePoint& at
   const bool isAllowed = at.isDeferred || rs.CurrentRay().depth < rs.MaxRayDepth();
   at.edge = Tamed(at.edge);
   at.transmittance = Tamed(at.transmittance);
-  const float kappa = isAllowed ? trInterreflection(HighlightModelNumber(), at.highlightRoughness2) : 0.0f;
-  const trRoughReflectanceTerms rough = trRoughReflectance(at.base, at.edge, at.fresnel, at.f, kappa);
-  at.reflectance = Tamed(rough.Total());
+  const trFCol one(1.0f);
+  trFCol beneath;
+  if (at.isCompensated && isAllowed) {
+    const trLobe reflection = ReflectionLobe(at);
+    const double cosine = Dot(at.view, reflection.normal);
+    const trLobeShares shares = trSharesOf(reflection, cosine);
+    at.reflectance = Tamed(shares.albedo);
+    if (!at.transparency.IsBlack()) at.transmittance = Tamed(trSharesOf(TransmissionLobe(at), cosine).albedo);
+    beneath = shares.beneath;
+  } else {
+    const float kappa = isAllowed ? trInterreflection(HighlightModelNumber(), at.highlightRoughness2) : 0.0f;
+    const trRoughReflectanceTerms rough = trRoughReflectance(at.base, at.edge, at.fresnel, at.f, kappa);
+    at.reflectance = Tamed(rough.Total());
+    beneath = one - at.reflectivity * rough.fresnel;
+  }
   at.reflects = isAllowed && !at.reflectance.IsBlack();
   at.transmits = isAllowed && !at.transmittance.IsBlack();
-  if (!isAllowed) return trFCol(1.0f);
-  const trFCol one(1.0f);
-  return Tamed((one - at.reflectivity * rough.fresnel) * (one - at.transparency));
+  if (!isAllowed) return one;
+  return Tamed(beneath * (one - at.transparency));
 }

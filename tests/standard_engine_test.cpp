@@ -62,6 +62,7 @@ class StandardEngine : public testing::Test {
     ovhost::WorldSettings settings;
     settings.view = view_;
     settings.edgePixels = std::max(1.0, edge_ / view_.PixelAngularSize());
+    settings.compensatesEnergy = compensatesEnergy_;
     ovhost::World world(*project_, settings, stop);
     EXPECT_TRUE(world.Build());
     ovhost::LightCache cache(14);
@@ -101,6 +102,7 @@ class StandardEngine : public testing::Test {
   ovhost::PathSettings path_;
   ovhost::TraceSettings trace_;
   double edge_ = 0.01;
+  bool compensatesEnergy_ = false;
   ovhost::PathCounters counters_;
 };
 
@@ -170,6 +172,26 @@ TEST_F(StandardEngine, MaterialsAreAsBrightAsByPaths) {
     EXPECT_NEAR(MeanOfSurfaces(Trace(Engine::kStandard, 32)) / byPaths, 1, test.tolerance)
         << test.shader << " " << test.param << " " << test.value;
   }
+}
+
+TEST_F(StandardEngine, RoughWhiteSurfacesVanishInEvenLight) {
+  // Whatever share is metal, and whichever engine looks. The room sends half of what is white under a sun.
+  compensatesEnergy_ = true;
+  path_.maxBounces = 2;
+  for (const int model : {1, 3})
+    for (const double metalness : {0.0, 0.5, 1.0})
+      for (const double roughness : {0.3, 0.9}) {
+        MakeChamber();
+        trBase& ball = AddBall("Ball", "default_shader", 1);
+        Set(ball, "diffuse_colour", trRgbLinear709(1.0f));
+        Set(ball, "reflectivity", trRgbLinear709(1.0f));
+        Set(ball, "metalness", metalness);
+        Set(ball, "specular_roughness", roughness);
+        Set(ball, "specular_roughness_model", model);
+        for (const Engine engine : {Engine::kPath, Engine::kStandard})
+          EXPECT_NEAR(MeanOfSurfaces(Trace(engine, 64)) / 0.5, 1, 0.01)
+              << model << ' ' << metalness << ' ' << roughness << ' ' << static_cast<int>(engine);
+      }
 }
 
 TEST_F(StandardEngine, DeepVolumesAreAsBrightAsByPathsThatScatterAtTheBorder) {

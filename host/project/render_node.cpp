@@ -41,6 +41,8 @@ trRenderNode::trRenderNode() {
   Param(roulette_, "russian_roulette", 1).Display("Russian roulette");
   Param(rouletteStart_, "roulette_start", 1, &bouncesHint_).Display("Bounces before roulette");
   Param(leastSurvival_, "roulette_least_chance", 0.25, &chanceHint_).Display("Least chance to go on");
+  // What single scattering between the facets of rough surfaces loses; older projects look as they did.
+  Param(energyCompensation_, "energy_compensation", 0).Display("Rough surfaces lose no light");
   GuiTab("Standard engine", "standard_tab");
   // Sky light and bounces are averaged over so many directions at points so many pixels apart.
   Param(indirectSamples_, "indirect_samples", 32, &indirectHint_).Display("Samples of indirect light");
@@ -53,4 +55,9 @@ trRenderNode::trRenderNode() {
   Param(exposure_, "exposure", 0.0, &exposureHint_).Display("Exposure in stops");
   Param(softClip_, "soft_clip", 1).Display("Roll off highlights");
   Param(denoise_, "denoise", 0).Display("Smooth what noise is left");
+}
+
+long trRenderNode::OnFirstCreate() {
+  SetParam("energy_compensation", 1, trWhoSystem);
+  return trBase::OnFirstCreate();
 }

@@ -8,6 +8,7 @@ class OV_API trRenderNode : public trBase {
   enum Engine : long { kStandard = 0, kPath = 1 };
 
   trRenderNode();
+  long OnFirstCreate() override;
 
   long Width() const { return imageWidth_; }
   long Height() const { return imageHeight_; }
@@ -29,6 +30,8 @@ class OV_API trRenderNode : public trBase {
   /// After so many bounces, weak paths end by chance; -1 for never.
   long RouletteStart() const { return roulette_ ? rouletteStart_ : -1; }
   double LeastSurvival() const { return leastSurvival_; }
+  /// Whether rough surfaces give back what single scattering between their facets loses.
+  bool CompensatesEnergy() const { return energyCompensation_ != 0; }
   /// The standard engine: bounces averaged at a point of cached light, pixels between such points, and the
   /// share in a pixel below which reflections and refractions are left to chance.
   long IndirectSamples() const { return indirectSamples_; }
@@ -53,5 +56,5 @@ class OV_API trRenderNode : public trBase {
       rouletteStart_, indirectSamples_, filter_;
   double indirectSpacing_, leastImportance_, noiseTarget_, detail_, dicingLimit_, clampIndirect_,
       leastSurvival_, filterWidth_, exposure_;
-  unsigned char roulette_, softClip_, denoise_;
+  unsigned char roulette_, energyCompensation_, softClip_, denoise_;
 };

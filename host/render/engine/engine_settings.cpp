@@ -30,6 +30,7 @@ EngineSettings SettingsOf(const trRenderNode& node, double pixels) {
   EngineSettings settings;
   settings.edgePixels = kEdgePixels / std::clamp(node.Detail(), 0.01, 16.0);
   settings.pictureVertices = PictureVertices(pixels, settings.edgePixels, node.DicingLimit());
+  settings.compensatesEnergy = node.CompensatesEnergy();
 
   PathSettings& path = settings.path;
   path.maxBounces = static_cast<int>(std::clamp<long>(node.MaxBounces(), 0, 64));

@@ -13,6 +13,7 @@ namespace ovhost {
 struct EngineSettings {
   double edgePixels = 0;              ///< longest edge of a micropolygon
   std::uint64_t pictureVertices = 0;  ///< that a surface may have for the picture's size; 0: no limit
+  bool compensatesEnergy = false;     ///< of rough surfaces
   PathSettings path;
   IndirectSettings indirect;
   TraceSettings trace;

@@ -70,6 +70,7 @@ class OV_API TracedLight final : public trRenderServices {
   bool IsDeferred() const override { return false; }
   int MaxRayDepth() const override { return settings_.maxDepth; }
   std::uint64_t KeyOfKeptDraws() const override { return scene_.Frame().seed + 1; }
+  bool CompensatesEnergy() const override { return scene_.CompensatesEnergy(); }
 
  private:
   /// A sun as the surface in hand sees it: one point of its disc a ray, past whatever is in the way.

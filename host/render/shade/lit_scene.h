@@ -19,6 +19,7 @@ struct FrameSettings {
   double edgePixels = 1.4;  ///< wanted length of a micropolygon's edge on screen
   double frame = 1;
   std::uint64_t seed = 0;
+  bool compensatesEnergy = false;  ///< of rough surfaces
 };
 
 /// The services that shaders ask of a render, and what engines ask beyond them. Filled by who builds it; then
@@ -41,6 +42,7 @@ class OV_API LitScene : public trRenderServices {
                      trTriHit& hit) override;
   double SpotSize(const trVector& point) const override;
   bool IsPausingOrAborting() const override { return stop_.load(std::memory_order_relaxed); }
+  bool CompensatesEnergy() const override { return frame_.compensatesEnergy; }
 
   const FrameSettings& Frame() const { return frame_; }
   const trView& View() const { return frame_.view; }

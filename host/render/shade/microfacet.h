@@ -2,8 +2,11 @@
 // reflection as path engines evaluate and sample them.
 #pragma once
 
+#include <optional>
+
 #include "core/api.h"
 #include "core/bsdf.h"
+#include "host/render/shade/lobe_energy.h"
 
 namespace ovhost {
 
@@ -49,10 +52,10 @@ class OV_API Microfacet {
 };
 
 /// A lobe of kind 4 or 5 as one viewer sees it. Weights are for radiance without the squared index that
-/// radiance gains in denser media, so that light which enters and leaves again keeps its measure. Each kind
-/// reflects or transmits at most what single scattering between microfacets leaves: reflectance and
-/// transmittance are taken at the half vector and scaled by what `colour` has to the lobe's own at the
-/// normal. A value type; thread-safe.
+/// radiance gains in denser media, so that light which enters and leaves again keeps its measure. Reflectance
+/// and transmittance are taken at the half vector and scaled by what `colour` has to the lobe's own at the
+/// normal. Lobes that aren't compensated reflect or transmit at most what single scattering between
+/// microfacets leaves. A value type; thread-safe.
 class OV_API SpecularLobe {
  public:
   /// `toViewer` is a unit vector on the side of the lobe's normal; elsewhere the lobe is black.
@@ -61,6 +64,8 @@ class OV_API SpecularLobe {
   const trLobe& Source() const { return lobe_; }
   /// Takes over what layers above have left of another lobe of the same surface.
   void ScaleAs(const SpecularLobe& other) { scale_ = other.scale_; }
+  /// As if no layers lay above.
+  void Unscale() { scale_ = trFCol(1.0f); }
   /// Whether all light goes one way: then Evaluate and Pdf are 0, and only Sample knows where.
   bool IsMirror() const { return isMirror_; }
   /// About what all of the lobe sends to the viewer: at grazing angles rough surfaces show facets that are
@@ -91,6 +96,10 @@ class OV_API SpecularLobe {
   double Jacobian(const Geometry& g) const;
   trFCol WeightAt(double vDotH) const;
   bool SampleMirror(Sampled& out) const;
+  /// A local direction by what facets reflect or transmit at once; false where that goes nowhere.
+  bool SampleFacets(const tr2Vector& draw, trVector& light) const;
+  trFCol EvaluateLocal(const trVector& light) const;
+  double PdfLocal(const trVector& light) const;
 
   trLobe lobe_;
   Microfacet facets_;
@@ -98,6 +107,8 @@ class OV_API SpecularLobe {
   trFCol scale_;                           ///< colour over what the lobe has at its normal
   double index_ = 1;
   float kappa_ = 0;
+  std::optional<LobeEnergy> energy_;  ///< of compensated lobes
+  double broadChance_ = 0;            ///< of drawing from what facets pass to each other
   bool isTransmission_ = false, isMirror_ = false, isBlack_ = false;
 };
 

@@ -105,3 +105,19 @@ trFCol trSpecularGGX(const trFCol& s, const trFCol& c, const trFCol& ior, const 
                      const trVector& l, const trVector& v, double a, double invTweak, double a2, double f) {
   return OneRoughness(3, s, c, ior, Highlight(n, l, v), a, invTweak, a2, f);
 }
+
+trLobeShares trSharesOf(const trLobe& lobe, double cosine) {
+  const ovhost::LobeEnergy energy(lobe, cosine);
+  return {energy.albedo, energy.beneath};
+}
+
+trFCol trCompensatedHighlight(const trLobe& lobe, const trVector& l, const trVector& v) {
+  const double cosine = Dot(lobe.normal, l);
+  if (!(cosine > 0)) return {};
+  trLobe whole = lobe;
+  whole.colour = trFCol(1.0f);
+  ovhost::SpecularLobe shape(whole, v);
+  shape.Unscale();
+  const trFCol value = shape.Evaluate(l) * static_cast<float>(kPi / cosine);
+  return {FiniteOr0(value.r), FiniteOr0(value.g), FiniteOr0(value.b)};
+}

@@ -5,11 +5,13 @@
 #include "core/guarded.h"
 #include "core/reflection.h"
 #include "host/base/tangents.h"
+#include "host/render/shade/lobes.h"
 #include "host/render/shade/microfacet.h"
 
 namespace ovhost {
 namespace {
 
+constexpr double kPi = 3.14159265358979323846;
 /// Roughness up to which all light goes one way.
 constexpr float kMirrorRoughness = 1e-4f;
 /// Relative indices this near to 1 bend nothing.
@@ -51,8 +53,14 @@ SpecularLobe::SpecularLobe(const trLobe& lobe, const trVector& toViewer)
   isMirror_ = !(lobe.roughness > kMirrorRoughness) || bendsNothing;
 
   // What layers above have left of the lobe: its colour over what it has at the normal.
-  kappa_ = trInterreflection(lobe.model, lobe.roughness2);
-  const trFCol own = WeightAt(view_.z);
+  if (lobe.compensated && !isMirror_) {
+    energy_.emplace(lobe, view_.z);
+    const float broad = energy_->broad.MaxChannel();
+    if (broad > 0) broadChance_ = broad / (broad + (energy_->albedo - energy_->broad).MaxChannel());
+  } else {
+    kappa_ = lobe.compensated ? 0 : trInterreflection(lobe.model, lobe.roughness2);
+  }
+  const trFCol own = energy_ ? energy_->albedo : WeightAt(view_.z);
   for (int k = 0; k < 3; ++k) scale_[k] = Ratio(lobe.colour[k], own[k]);
 }
 
@@ -63,7 +71,7 @@ trFCol SpecularLobe::WeightAt(double vDotH) const {
 }
 
 trFCol SpecularLobe::Expected() const {
-  if (isBlack_ || isMirror_) return lobe_.colour;
+  if (isBlack_ || isMirror_ || energy_) return lobe_.colour;
   const double slope = kSeenSlope * lobe_.roughness / std::hypot(1.0, lobe_.roughness);
   const double mean = std::fmin(std::hypot(view_.z, slope), 1.0), spread = slope * std::sqrt(1 - mean * mean);
   const trFCol near = (WeightAt(mean - spread) + WeightAt(mean) + WeightAt(mean + spread)) * (1.0f / 3);
@@ -101,21 +109,38 @@ double SpecularLobe::Jacobian(const Geometry& g) const {
 }
 
 trFCol SpecularLobe::Evaluate(const trVector& toLight) const {
+  if (isBlack_ || isMirror_) return {};
+  return EvaluateLocal(Local(toLight));
+}
+
+trFCol SpecularLobe::EvaluateLocal(const trVector& light) const {
+  trFCol value;
   Geometry g;
-  if (isBlack_ || isMirror_ || !Join(Local(toLight), g)) return {};
-  double facets;
-  if (isTransmission_ && !lobe_.thin)
-    facets = facets_.D(g.cosH) * facets_.G1(g.cosV, g.cosH, g.vDotH) * facets_.G1(g.cosL, g.cosH, g.lDotH) *
-             g.vDotH * Jacobian(g) / g.cosV;
-  else
-    facets = facets_.Reflection(g.cosV, g.cosL, g.cosH, g.vDotH) * g.cosL;
-  return WeightAt(g.vDotH) * scale_ * static_cast<float>(facets);
+  if (Join(light, g)) {
+    double facets;
+    if (isTransmission_ && !lobe_.thin)
+      facets = facets_.D(g.cosH) * facets_.G1(g.cosV, g.cosH, g.vDotH) * facets_.G1(g.cosL, g.cosH, g.lDotH) *
+               g.vDotH * Jacobian(g) / g.cosV;
+    else
+      facets = facets_.Reflection(g.cosV, g.cosL, g.cosH, g.vDotH) * g.cosL;
+    value = WeightAt(g.vDotH) * scale_ * static_cast<float>(facets);
+  }
+  if (!energy_) return value;
+  value *= energy_->gain;
+  if (broadChance_ > 0 && light.z > 0)
+    value += energy_->Broad(light.z) * scale_ * static_cast<float>(light.z / kPi);
+  return value;
 }
 
 double SpecularLobe::Pdf(const trVector& toLight) const {
+  return isBlack_ || isMirror_ ? 0 : PdfLocal(Local(toLight));
+}
+
+double SpecularLobe::PdfLocal(const trVector& light) const {
   Geometry g;
-  if (isBlack_ || isMirror_ || !Join(Local(toLight), g)) return 0;
-  return facets_.PdfHalf(g.cosV, g.cosH, g.vDotH) * Jacobian(g);
+  double pdf = Join(light, g) ? facets_.PdfHalf(g.cosV, g.cosH, g.vDotH) * Jacobian(g) : 0;
+  if (broadChance_ > 0) pdf = (1 - broadChance_) * pdf + broadChance_ * std::fmax(light.z, 0) / kPi;
+  return pdf;
 }
 
 bool SpecularLobe::SampleMirror(Sampled& out) const {
@@ -129,24 +154,34 @@ bool SpecularLobe::SampleMirror(Sampled& out) const {
   return true;
 }
 
-bool SpecularLobe::Sample(const tr2Vector& draw, Sampled& out) const {
-  if (isBlack_) return false;
-  if (isMirror_) return SampleMirror(out);
+bool SpecularLobe::SampleFacets(const tr2Vector& draw, trVector& light) const {
   const trVector half = facets_.SampleHalf(view_, draw);
   const double vDotH = Dot(view_, half);
   if (!(vDotH > 0)) return false;
-  trVector local = half * (2 * vDotH) - view_;
+  light = half * (2 * vDotH) - view_;
   if (isTransmission_ && lobe_.thin) {
-    local.z = -local.z;
+    light.z = -light.z;
   } else if (isTransmission_) {
     const double sine2 = (1 - vDotH * vDotH) / (index_ * index_);
     if (!(sine2 <= 1)) return false;
-    local = half * (vDotH / index_ - std::sqrt(1 - sine2)) - view_ / index_;
+    light = half * (vDotH / index_ - std::sqrt(1 - sine2)) - view_ / index_;
   }
   Geometry g;
-  if (!Join(local, g)) return false;
-  out.toLight = World(local);
-  out.pdf = facets_.PdfHalf(g.cosV, g.cosH, g.vDotH) * Jacobian(g);
+  return Join(light, g);
+}
+
+bool SpecularLobe::Sample(const tr2Vector& draw, Sampled& out) const {
+  if (isBlack_) return false;
+  if (isMirror_) return SampleMirror(out);
+  trVector light;
+  if (draw.x < broadChance_) {
+    light = CosineDirection({0, 0, 1}, {draw.x / broadChance_, draw.y});
+  } else {
+    const double x = broadChance_ > 0 ? (draw.x - broadChance_) / (1 - broadChance_) : draw.x;
+    if (!SampleFacets({x, draw.y}, light)) return false;
+  }
+  out.toLight = World(light);
+  out.pdf = PdfLocal(light);
   if (!(out.pdf > 0)) return false;
   out.weight = Evaluate(out.toLight) * static_cast<float>(1 / out.pdf);
   return true;
