@@ -209,6 +209,7 @@ RenderOutcome RenderJob::State::Build() {
     settings.pictureVertices = plan_.engines.pictureVertices;
     settings.frame = settings_.frame;
     settings.seed = settings_.seed;
+    settings.compensatesEnergy = plan_.engines.compensatesEnergy;
     settings.threads = threads_;
     settings.memoryBytes = memory;
     if (lightCache_) settings.memoryBytes -= std::min(lightCache_->Bytes(), memory / 2);

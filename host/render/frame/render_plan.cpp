@@ -126,7 +126,8 @@ bool MakeRenderPlan(juProject& project, const RenderJobSettings& settings, Rende
 Redo RenderPlan::Towards(const RenderPlan& other) const {
   // Surfaces are cut for the view.
   if (!IsSame(view, other.view) || engines.edgePixels != other.engines.edgePixels ||
-      engines.pictureVertices != other.engines.pictureVertices)
+      engines.pictureVertices != other.engines.pictureVertices ||
+      engines.compensatesEnergy != other.engines.compensatesEnergy)
     return Redo::kGeometry;
   if (engine != other.engine || !(engines == other.engines) || !(area == other.area) ||
       layers != other.layers)
