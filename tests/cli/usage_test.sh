@@ -61,9 +61,11 @@ expect 2 $render -o picture.xyz
 expect 4 $render -o no_such_folder/picture.png
 mkdir folder.png
 expect 4 $render -o folder.png
+# An empty file is no finished picture.
 touch p1.png
 expect 0 $render -o p#.png -f 1-2 --skip-existing
-prints "p1.png, 960 x 540 pixels, rows 0 to 540, columns 0 to 960, skipped"
+prints "p1.png, 960 x 540 pixels, rows 0 to 540, columns 0 to 960"
+grep -q "skipped" out && fail "an empty file was taken for a picture"
 
 # Values from the command line
 expect 1 "$OV" info scene.ovd --set "Nobody.position=0 0 0"
