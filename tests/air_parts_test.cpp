@@ -33,8 +33,6 @@ void operator delete[](void* memory, size_t) noexcept { std::free(memory); }
 
 namespace {
 
-constexpr double kRadius = 6378000;
-
 /// Takes of the sun's light in the air what a function of the ground's point says. Thread-safe where that is.
 class TakenShade : public trSurfaceShader {
  public:

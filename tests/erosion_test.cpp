@@ -238,9 +238,8 @@ TEST(Drops, AmongOthersMoveAsMuchGround) {
       const DropField field = FieldOf(walked, settings);
       if (walk == WalkDropsSideBySide && !CanWalkSideBySide(field)) continue;
       auto generators = Generators(2);
-      const auto work = [&](int i) {
-        EXPECT_TRUE(walk(field, generators[i], reference::Drops(walked, settings) / 2, never.watch));
-      };
+      const int drops = reference::Drops(walked, settings) / 2;
+      const auto work = [&](int i) { EXPECT_TRUE(walk(field, generators[i], drops, never.watch)); };
       std::thread other(work, 1);
       work(0);
       other.join();
@@ -259,7 +258,7 @@ TEST(Drops, AmongOthersMoveAsMuchGround) {
 }
 
 TEST(Drops, OneThreadAloneIsRepeatable) {
-  const auto& [name, settings] = AllSettings()[0];
+  const auto [name, settings] = AllSettings()[0];
   const Raster before = Hills(300, 280);
   std::vector<Raster> walked;
   for (const DropOrder order : kOrders) {
