@@ -8,7 +8,7 @@
 namespace ovhost {
 
 /// The balls that volumes lie in. Thread-safe.
-class AirShells {
+class OV_API AirShells {
  public:
   explicit AirShells(const std::vector<trAtmosShader*>& volumes);
 
