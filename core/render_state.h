@@ -227,6 +227,12 @@ class OV_API trRenderState {
     double quality = 1.0;         ///< 0 to 1: how much of the budget this ray deserves
     double pixelAngularSize = 0;  ///< radians
     double pixelFactor = 1.0;
+    /// How deep volumes ask for light within their own light, which they keep count of.
+    int subdivision = 0;
+    /// Luminance of what lies behind and before the volumes on this ray, as far as it is known.
+    double luminanceBehind = 0;
+    /// Light that volumes don't resolve is dimmed nearer to the eye than this, metres; 0 for nowhere.
+    double nearFade = 0;
 
     double spread = 0;                      ///< half angle of the ray's cone, radians
     double importance = 1;                  ///< 0 to 1: the ray's share in the pixel
@@ -280,10 +286,31 @@ class OV_API trRenderState {
   /// Where trIntegratorLoan gets its integrators. They keep records of volumes, so a state goes before the
   /// volumes that its rays met.
   trIntegratorStore& Integrators();
+  /// What `owner` keeps in this state from ray to ray, made by its default constructor at the first call; one
+  /// type for one owner. Gone with the state.
+  template <typename T>
+  T& Scratch(const void* owner) {
+    for (const OwnScratch& own : scratch_)
+      if (own.owner == owner) return static_cast<Held<T>*>(own.held.get())->value;
+    scratch_.push_back({owner, std::make_unique<Held<T>>()});
+    return static_cast<Held<T>*>(scratch_.back().held.get())->value;
+  }
   /// A unit draw of the render, both ends included.
   double Random() { return shading_.RandDouble(); }
 
  private:
+  struct AnyHeld {
+    virtual ~AnyHeld() = default;
+  };
+  template <typename T>
+  struct Held : AnyHeld {
+    T value{};
+  };
+  struct OwnScratch {
+    const void* owner;
+    std::unique_ptr<AnyHeld> held;
+  };
+
   trRenderServices& services_;
   trShadingInterface& shading_;
   Ray ray_;
@@ -291,6 +318,7 @@ class OV_API trRenderState {
   Terminator terminator_;
   Outputs outputs_;
   std::unique_ptr<trIntegratorStore> integrators_;
+  std::vector<OwnScratch> scratch_;
 };
 
 /// Puts a state's ray back, on every way out.
@@ -314,6 +342,12 @@ struct trRenderGISettings {
   bool ShouldWriteVoxels() const { return writesVoxels; }
 };
 
+/// How the steps of a cloud's march count, as the render node has it.
+enum class trCloudSteps : int {
+  kAsLayersTell = 0,  ///< all alike, wherever they lie: what projects without the setting look like
+  kTrueLengths = 1    ///< each by its own length, so that marches converge to the integral
+};
+
 /// The argument of StartRender, FinishRender and PrepareAtmosphere. Main thread only.
 class OV_API trRenderingInterface {
  public:
@@ -325,6 +359,8 @@ class OV_API trRenderingInterface {
   const trView* PMainView() const { return view_; }
   const trRenderGISettings& GISettings() const { return gi_; }
   trRenderContext::Context RenderContext() const { return context_; }
+  trCloudSteps CloudSteps() const { return cloudSteps_; }
+  void SetCloudSteps(trCloudSteps steps) { cloudSteps_ = steps; }
   /// Work to do on render threads before the first pixel; a task returns false when it was stopped.
   void AddTaskToPrepass(std::function<bool(trRenderState&)> task) { prepass_.push_back(std::move(task)); }
   const std::vector<std::function<bool(trRenderState&)>>& PrepassTasks() const { return prepass_; }
@@ -335,5 +371,6 @@ class OV_API trRenderingInterface {
   const trView* view_;
   trRenderContext::Context context_;
   trRenderGISettings gi_;
+  trCloudSteps cloudSteps_ = trCloudSteps::kTrueLengths;
   std::vector<std::function<bool(trRenderState&)>> prepass_;
 };

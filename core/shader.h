@@ -138,6 +138,12 @@ struct trVolumeShape {
   bool hasModulatedLight = false;
 };
 
+/// What a volume is at a point, for who follows light from scattering to scattering.
+struct trVolumeMatter {
+  trFCol extinction;  ///< per metre
+  trFCol albedo;      ///< of what is taken, the share that is scattered, 0 to 1
+};
+
 /// A volume. The integrator asks it to break a ray into samples, sorts those of all volumes by depth, and
 /// asks for each to be evaluated in that order.
 class OV_API trAtmosShader : public trShader {
@@ -172,6 +178,17 @@ class OV_API trAtmosShader : public trShader {
   /// state as it was but for its draws.
   virtual trFCol TransmittanceTowards(trRenderState& state, const trLightState& light, const trVector& point,
                                       const trVector& spot);
+
+  /// Whether the next three tell what the volume is: then its light can be followed by paths instead of being
+  /// asked for by samples. No by default. Main thread only, before rendering.
+  virtual bool HasMatter() const { return false; }
+  /// An upper bound of MatterAt's extinction anywhere, per metre; of the draws of null collisions.
+  virtual double GreatestExtinction() const { return 0; }
+  /// Thread-safe; leaves the state as it was.
+  virtual trVolumeMatter MatterAt(trRenderState&, const trVector&) { return {}; }
+  /// How strongly light that goes on by an angle of cosine `cosAngle` (1: straight on) is scattered; its mean
+  /// over all directions is 1. Thread-safe.
+  virtual float PhaseFunction(double) const { return 1.0f; }
 };
 
 /// A value node: no displacement, no shading.

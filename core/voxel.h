@@ -43,6 +43,45 @@ class OV_API trVoxelBoxProjector : public trVoxelProjector {
   trVector min_, size_{1, 1, 1}, invSize_{1, 1, 1};
 };
 
+/// A box bent round a sphere: the grid's y is the height above a sphere of radius `altitude` about the
+/// planet's centre, its x and z run along tangents at `localCentre`. So a thin layer of a planet needs few
+/// cells in height.
+class OV_API trVoxelPlanetLimbProjector : public trVoxelBoxProjector {
+ public:
+  /// `box` is a world box about `localCentre` as if that were the planet's apex (up is y); its y range is
+  /// relative to the layer's base sphere in so far as localCentre.y stands for `altitude`. `radius` is the
+  /// planet's, metres. Main thread only.
+  void Init(const trBoundingBox& box, const trVector& localCentre, const trVector& planetCentre,
+            double radius, double altitude);
+  void MapWorldToLocal(const trVector& world, trVector& local) const override;
+  void MapLocalToWorld(const trVector& local, trVector& world) const override;
+  /// At `localCentre`.
+  trTransform<double> GetTransformLocalToWorld() const override;
+  bool IsLinear() const override { return false; }
+
+ private:
+  trVector planetCentre_, localCentre_, right_{1, 0, 0}, up_{0, 1, 0}, forward_{0, 0, 1};
+  double altitude_ = 1;
+};
+
+/// A box that another node's transform places.
+class OV_API trVoxelProjector_TransformedBox : public trVoxelProjector {
+ public:
+  /// `box` in the space that `toWorld` leads to the world from.
+  trVoxelProjector_TransformedBox(const trBoundingBox& box, const trMatrix4x4<double>& toWorld,
+                                  const trMatrix4x4<double>& fromWorld);
+  void MapWorldToLocal(const trVector& world, trVector& local) const override;
+  void MapLocalToWorld(const trVector& local, trVector& world) const override;
+  trTransform<double> GetTransformLocalToWorld() const override;
+  bool IsLinear() const override { return true; }
+  trVector ScalingIfAffine() const override;
+  trVector EstimatedScaling_WrongIfRotated(const trVector&) const override { return ScalingIfAffine(); }
+
+ private:
+  trVoxelBoxProjector box_;
+  trTransform<double> transform_;
+};
+
 /// The shape of a grid. Voxel coordinates run from 0 to the number of cells; a cell's centre is at +0.5.
 class OV_API trVoxelBuffer {
  public:
@@ -170,4 +209,90 @@ class OV_API trVoxelLightingSystem {
 
   /// Nonzero while this thread fills a cell. Per-thread state.
   static unsigned char& sIsDuringLookup();
+};
+
+/// Six caches of one grid, one for light that travels along each half axis.
+template <typename T>
+class OV_API trAnisoVoxelCache {
+ public:
+  /// As trVoxelCache::InitVoxelBuffer, for all six. Main thread only.
+  bool InitVoxelBuffer(const trVoxelProjector* projector, int nx, int ny, int nz, int resolution,
+                       const trString& name);
+  void Cleanup();
+  /// Along +x, -x, +y, -y, +z and -z for 0 to 5.
+  trVoxelCache<T>& GetVoxelCache(int direction) { return caches_[direction]; }
+
+ private:
+  trVoxelCache<T> caches_[6];
+};
+
+extern template class OV_API trAnisoVoxelCache<trFCol>;
+
+/// What a scatter model asks of the volume it works for. Thread-safe; each call leaves the state as it was.
+class OV_API trVoxelScatterMedium {
+ public:
+  virtual ~trVoxelScatterMedium() = default;
+  /// What the volume takes from light at a point, per metre: from its voxels where it has them.
+  virtual trFCol Extinction(trRenderState& state, const trVector& point) = 0;
+  /// The lights that arrive at a point straight, dimmed by all that stands between, in units of
+  /// trLightState::Intensity.
+  virtual trFCol DirectLight(trRenderState& state, const trVector& point) = 0;
+  /// Mean radiance over all directions that comes from outside of the volume, dimmed by it on its way.
+  virtual trFCol AverageBackground(trRenderState& state, const trVector& point) = 0;
+  /// Of what is taken, the share that is scattered; and how (trAtmosShader::PhaseFunction).
+  virtual trFCol Albedo() const = 0;
+  virtual float PhaseFunction(double cosAngle) const = 0;
+  /// Towards the strongest light, unit; and an upper bound of Extinction.
+  virtual trVector MainLightDirection() const = 0;
+  virtual double GreatestExtinction() const = 0;
+};
+
+/// Light that a volume scatters more than once.
+class OV_API trVoxelScatterModel {
+ public:
+  virtual ~trVoxelScatterModel() = default;
+  /// Mean radiance over all directions of light that was scattered in the medium at least once before it
+  /// reaches `point`: that of lights into `direct`, that of the background into `enviro`; and the
+  /// background's that arrives unscattered, into `enviro` as well. `precision` tells how much the answer
+  /// counts, per channel. False, and black, when a fill stopped. Thread-safe; the answer hangs on the point
+  /// alone.
+  virtual bool Lookup(trRenderState& state, const trVector& point, const trFCol& precision, trFCol& direct,
+                      trFCol& enviro) = 0;
+};
+
+/// The model of cloud layers.
+class OV_API trVoxelScatterModelC : public trVoxelScatterModel {
+ public:
+  trVoxelScatterModelC();
+  ~trVoxelScatterModelC() override;
+  /// Starts over. `medium` and the caches are the caller's, laid over `projector`, and outlive the model's
+  /// use. `depthLimit` bounds the scatterings that are counted. Main thread only.
+  void Init(const trVoxelProjector& projector, int depthLimit, trVoxelScatterMedium& medium,
+            trVoxelCache<trFCol>& lighting, trAnisoVoxelCache<trFCol>& aniso);
+  bool Lookup(trRenderState& state, const trVector& point, const trFCol& precision, trFCol& direct,
+              trFCol& enviro) override;
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+/// One worker of a bake that a host drives.
+class OV_API trVoxelServerThread {
+ public:
+  virtual ~trVoxelServerThread() = default;
+  /// The value at a point of the world, using no randomness but `seed`. One thread at a time.
+  virtual trFCol ValueAt(const trVector& point, unsigned seed) = 0;
+};
+
+/// A bake that a host drives: it asks for as many workers as it has threads.
+class OV_API trVoxelServer {
+ public:
+  virtual ~trVoxelServer() = default;
+  /// A new worker, which the server keeps; null where there is no memory. `services` must outlive it. Main
+  /// thread only.
+  virtual trVoxelServerThread* NewThread(trRenderServices& services) = 0;
+
+ protected:
+  std::vector<std::unique_ptr<trVoxelServerThread>> threads_;
 };
