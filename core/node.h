@@ -105,7 +105,7 @@ class OV_API trDestructionNotifier {
   std::vector<std::function<void()>> callbacks_;
 };
 
-// ---------------------------------------------------------------------------------------------------------------
+// --- Declarations of parameters
 
 class trIntHint;
 class trDoubleHint;
@@ -126,6 +126,10 @@ class OV_API trParamDecl {
   /// Another name by which projects may set it: that of an older version, or the American spelling. It is
   /// never written. Parameters that share one are all set by it.
   trParamDecl& Alias(const char* oldName);
+  /// Of a shader that displaces: neither Displace nor anything that it asks reads the parameter, nor what the
+  /// node sets along with it. A link says that of all that it leads to. Its changes leave surfaces where they
+  /// are.
+  trParamDecl& ColourOnly();
   long Index() const { return index_; }
 
  private:
@@ -303,7 +307,7 @@ long trBase::GetParam(const Key& key, T& value, const trBase*) const {
   return 0;
 }
 
-// ---------------------------------------------------------------------------------------------------------------
+// --- Hints
 
 /// Base of the hints: small nodes whose own parameters are the limits. A limit never set is absent from the
 /// sheet.
@@ -379,7 +383,7 @@ class OV_API trLinkHint : public trHint {
   bool isImageFile_ = false, isHeightfieldFile_ = false;
 };
 
-// ---------------------------------------------------------------------------------------------------------------
+// --- Buttons
 
 /// A button of a node's sheet.
 class OV_API trGuiPushButton {

@@ -24,7 +24,8 @@ class OV_API trShader : public trBase {
   void OnParamChanged(long index, trBase* who) override;
 
   // --- Virtual operations, in slot order
-  /// Moves the point. 0 is a failure, which ends the chain.
+  /// Moves the point. 0 is a failure, which ends the chain. The input is asked to displace and for nothing
+  /// else; a class that asks it for its value too declares the fact "displaces_by_colour".
   virtual long Displace(trShadingInterface& si);
   /// Sets colours and the surface's reflection.
   virtual long Shade(trShadingInterface& si);

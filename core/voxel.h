@@ -139,8 +139,8 @@ class OV_API trVoxelCache : public trVoxelBuffer {
   const trString& Name() const { return name_; }
   int Resolution() const { return resolution_; }
 
-  // --- Thread-safe from here on. `voxel` beyond the grid takes the nearest cells; not a number gives T() and
-  // false.
+  // --- Thread-safe from here on
+  // `voxel` beyond the grid takes the nearest cells; not a number gives T() and false.
   /// The interpolated value if all the cells it needs have at least one sample; fills nothing. Level 1 uses
   /// every cell, 2 every second one along each axis, and so on. Linear uses 8 cells, smooth 27 (a quadratic
   /// B-spline).

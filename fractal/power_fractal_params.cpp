@@ -66,23 +66,25 @@ void PowerFractalShaderV3Base::DeclareColour() {
   Gui(trGuiRule);
   GuiTab(isCloud_ ? "Density" : "Colour", "colour_tab");
   if (isCloud_) Gui(trGuiHiddenOpen);
-  Param(applyHighColour_, "apply_high_colour", 1).Alias("apply_high_color");
+  Param(applyHighColour_, "apply_high_colour", 1).Alias("apply_high_color").ColourOnly();
   Gui(trGuiRowOpen);
   Gui(trGuiRowClose);
-  Param(highColour_, "high_colour", trRgbLinear709(1.0f)).Alias("high_color");
-  Param(applyLowColour_, "apply_low_colour", 0).Alias("apply_low_color");
+  Param(highColour_, "high_colour", trRgbLinear709(1.0f)).Alias("high_color").ColourOnly();
+  Param(applyLowColour_, "apply_low_colour", 0).Alias("apply_low_color").ColourOnly();
   Gui(trGuiRowOpen);
   Gui(trGuiRowClose);
-  Param(lowColour_, "low_colour", trRgbLinear709(0.0f)).Alias("low_color");
+  Param(lowColour_, "low_colour", trRgbLinear709(0.0f)).Alias("low_color").ColourOnly();
   if (isCloud_) Gui(trGuiHiddenClose);
   if (isCloud_) return DeclareDensity();
   Gui(trGuiBlockOpen);
-  Param(settings_.colourContrast, "colour_contrast", 0.5).Alias("color_contrast");
-  Param(settings_.colourOffset, "colour_offset", 0.0, &offsetHint_).Alias("color_offset");
-  Param(settings_.colourRoughness, "colour_roughness", 5.0, &roughnessHint_).Alias("color_roughness");
+  Param(settings_.colourContrast, "colour_contrast", 0.5).Alias("color_contrast").ColourOnly();
+  Param(settings_.colourOffset, "colour_offset", 0.0, &offsetHint_).Alias("color_offset").ColourOnly();
+  Param(settings_.colourRoughness, "colour_roughness", 5.0, &roughnessHint_)
+      .Alias("color_roughness")
+      .ColourOnly();
   Gui(trGuiBlockClose);
-  Param(settings_.clampHighColour, "clamp_high_colour", 1).Alias("clamp_high_color");
-  Param(settings_.clampLowColour, "clamp_low_colour", 1).Alias("clamp_low_color");
+  Param(settings_.clampHighColour, "clamp_high_colour", 1).Alias("clamp_high_color").ColourOnly();
+  Param(settings_.clampLowColour, "clamp_low_colour", 1).Alias("clamp_low_color").ColourOnly();
 }
 
 void PowerFractalShaderV3Base::DeclareDensity() {
@@ -137,7 +139,7 @@ void PowerFractalShaderV3Base::DeclareNoise(const Defaults& defaults) {
   Param(settings_.clumpingOfVariation, "clumping_of_variation", 0.0);
   Gui(trGuiBlockClose);
   Gui(trGuiRareGap);
-  Param(settings_.betterColourContinuity, "better_colour_continuity", 0);
+  Param(settings_.betterColourContinuity, "better_colour_continuity", 0).ColourOnly();
   Param(settings_.betterDisplacementContinuity, "better_displacement_continuity", 0);
 }
 
@@ -145,10 +147,10 @@ void PowerFractalShaderV3Base::DeclareWarping(const Defaults& defaults) {
   Gui(trGuiRule);
   GuiTab("Warping", "warping_tab");
   if (isCloud_) Gui(trGuiHiddenOpen);
-  Param(settings_.distortByNormal, "distort_by_normal", 0);
+  Param(settings_.distortByNormal, "distort_by_normal", 0).ColourOnly();
   Gui(trGuiRowOpen);
   Gui(trGuiRowClose);
-  Param(settings_.distortionByNormal, "distortion_by_normal", 5.0, &distortionHint_);
+  Param(settings_.distortionByNormal, "distortion_by_normal", 5.0, &distortionHint_).ColourOnly();
   if (isCloud_) Gui(trGuiHiddenClose);
   Gui(trGuiGap);
   Gui(trGuiBlockOpen);

@@ -149,11 +149,11 @@ void HeightfieldShader::DeclareLocation() {
 
 void HeightfieldShader::DeclareColour() {
   GuiTab("Colour", "colour_tab");
-  Param(applyColour_, "apply_colour_and_shade", 0);
-  Param(diffuseColour_, "diffuse_colour", trRgbLinear709(1.0f));
-  Param(ambientColour_, "ambient_light_colour", trRgbLinear709(0.0f));
-  Param(shadeByLight_, "shade_by_light", 1);
-  Param(shadeByHeight_, "shade_by_height", 0);
+  Param(applyColour_, "apply_colour_and_shade", 0).ColourOnly();
+  Param(diffuseColour_, "diffuse_colour", trRgbLinear709(1.0f)).ColourOnly();
+  Param(ambientColour_, "ambient_light_colour", trRgbLinear709(0.0f)).ColourOnly();
+  Param(shadeByLight_, "shade_by_light", 1).ColourOnly();
+  Param(shadeByHeight_, "shade_by_height", 0).ColourOnly();
 }
 
 void HeightfieldShader::DeclareDisplacement() {

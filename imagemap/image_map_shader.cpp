@@ -45,9 +45,9 @@ void ImageMapShader::DeclareProjection() {
 void ImageMapShader::DeclareColour() {
   SetRange(gammaHint_, this, {.min = 1.0, .max = 3.4});
   GuiTab("Colour", "colour_tab");
-  Param(applyColour_, "apply_colour", 1);
+  Param(applyColour_, "apply_colour", 1).ColourOnly();
   Param(smooth_, "smooth_interpolation", 1);
-  Param(unpremultiply_, "unpremultiply", 0);
+  Param(unpremultiply_, "unpremultiply", 0).ColourOnly();
   Param(toLinear_, "convert_to_linear", 1);
   Param(isLinear_, "data_is_linear", 0);
   Param(gamma_, "conversion_gamma", 2.2, &gammaHint_);
@@ -73,16 +73,18 @@ void ImageMapShader::DeclareDisplacement() {
 void ImageMapShader::DeclareEffects() {
   SetRange(keyHint_, this, {.min = 0.0, .max = 1.0, .focusPower = 2.0});
   GuiTab("Effects", "effects_tab");
-  Param(alphaAsOpacity_, "alpha_as_opacity", 0);
-  Param(alphaAsColour_, "alpha_as_colour", 0);
-  Param(createTransparency_, "create_transparency", 0);
-  Param(key_, "transparency_key", trRgbLinear709(0.0f));
-  Param(keyTolerance_, "key_tolerance", 0.1, &keyHint_);
-  Param(invertAlpha_, "invert_alpha", 0).Display("Invert alpha/transparency");
-  Param(useAlphaDirectly_, "use_alpha_directly", 0).Display("Use alpha/transparency for direct blending");
-  Param(translucent_, "translucent", 0);
-  Param(translucencyAmount_, "translucency_amount", 1.0);
-  Param(translucencyTint_, "translucency_tint", trRgbLinear709(1.0f));
+  Param(alphaAsOpacity_, "alpha_as_opacity", 0).ColourOnly();
+  Param(alphaAsColour_, "alpha_as_colour", 0).ColourOnly();
+  Param(createTransparency_, "create_transparency", 0).ColourOnly();
+  Param(key_, "transparency_key", trRgbLinear709(0.0f)).ColourOnly();
+  Param(keyTolerance_, "key_tolerance", 0.1, &keyHint_).ColourOnly();
+  Param(invertAlpha_, "invert_alpha", 0).Display("Invert alpha/transparency").ColourOnly();
+  Param(useAlphaDirectly_, "use_alpha_directly", 0)
+      .Display("Use alpha/transparency for direct blending")
+      .ColourOnly();
+  Param(translucent_, "translucent", 0).ColourOnly();
+  Param(translucencyAmount_, "translucency_amount", 1.0).ColourOnly();
+  Param(translucencyTint_, "translucency_tint", trRgbLinear709(1.0f)).ColourOnly();
   Param(borderBlending_, "border_blending", 0.0);
 }
 

@@ -48,39 +48,46 @@ DefaultShader::~DefaultShader() {
 
 void DefaultShader::DeclareColour() {
   GuiTab("Colour", "colour_tab");
-  Param(diffuseColour_, "diffuse_colour", trRgbLinear709(0.5f)).Display("Base colour");
-  Param(images_[kColour].file, "colour_image", "", &imageHint_);
-  Param(colourFunction_, "colour_function", "");
-  Param(translucency_, "translucency", trRgbLinear709(0.0f));
-  Param(images_[kTranslucency].file, "translucency_image", "", &imageHint_);
-  Param(translucencyFunction_, "translucency_function", "");
-  Param(luminosity_, "luminosity", trRgbLinear709(0.0f));
-  Param(images_[kLuminosity].file, "luminosity_image", "", &imageHint_);
-  Param(luminosityFunction_, "luminosity_function", "");
+  Param(diffuseColour_, "diffuse_colour", trRgbLinear709(0.5f)).Display("Base colour").ColourOnly();
+  Param(images_[kColour].file, "colour_image", "", &imageHint_).ColourOnly();
+  Param(colourFunction_, "colour_function", "").ColourOnly();
+  Param(translucency_, "translucency", trRgbLinear709(0.0f)).ColourOnly();
+  Param(images_[kTranslucency].file, "translucency_image", "", &imageHint_).ColourOnly();
+  Param(translucencyFunction_, "translucency_function", "").ColourOnly();
+  Param(luminosity_, "luminosity", trRgbLinear709(0.0f)).ColourOnly();
+  Param(images_[kLuminosity].file, "luminosity_image", "", &imageHint_).ColourOnly();
+  Param(luminosityFunction_, "luminosity_function", "").ColourOnly();
 }
 
 void DefaultShader::DeclareRoughness() {
   GuiTab("Roughness", "roughness_tab");
-  Param(specularRoughness_, "specular_roughness", 0.8, &unitHint_).Display("Roughness");
-  Param(images_[kRoughness].file, "specular_roughness_image", "", &imageHint_).Display("Roughness image");
-  Param(invertRoughnessImage_, "invert_specular_roughness_image", 0).Display("Invert (gloss map)");
-  Param(remapRoughnessImage_, "remap_specular_roughness_image", 0).Display("Remap ^2");
+  Param(specularRoughness_, "specular_roughness", 0.8, &unitHint_).Display("Roughness").ColourOnly();
+  Param(images_[kRoughness].file, "specular_roughness_image", "", &imageHint_)
+      .Display("Roughness image")
+      .ColourOnly();
+  Param(invertRoughnessImage_, "invert_specular_roughness_image", 0)
+      .Display("Invert (gloss map)")
+      .ColourOnly();
+  Param(remapRoughnessImage_, "remap_specular_roughness_image", 0).Display("Remap ^2").ColourOnly();
   Param(images_[kRoughness].convertToLinear, "convert_specular_roughness_image_to_linear", 1)
-      .Display("Gamma (deprecated)");
-  Param(roughnessFunction_, "specular_roughness_function", "").Display("Roughness function");
-  Param(roughnessModel_, "specular_roughness_model", 1, &modelHint_);
+      .Display("Gamma (deprecated)")
+      .ColourOnly();
+  Param(roughnessFunction_, "specular_roughness_function", "").Display("Roughness function").ColourOnly();
+  Param(roughnessModel_, "specular_roughness_model", 1, &modelHint_).ColourOnly();
 }
 
 void DefaultShader::DeclareSpecular() {
   GuiTab("Specular", "specular_tab");
-  Param(metalness_, "metalness", 0.0);
-  Param(images_[kMetalness].file, "metalness_image", "", &imageHint_);
-  Param(metalnessFunction_, "metalness_function", "");
-  Param(reflectivity_, "reflectivity", trRgbLinear709(0.75f)).Display("Fresnel reflectivity");
-  Param(images_[kReflectivity].file, "reflectivity_image", "", &imageHint_);
-  Param(reflectivityFunction_, "reflectivity_function", "");
-  Param(reflectionTint_, "reflection_tint", trRgbLinear709(1.0f)).Display("Fresnel reflection tint");
-  Param(indexOfRefraction_, "index_of_refraction", 1.5, &indexHint_);
+  Param(metalness_, "metalness", 0.0).ColourOnly();
+  Param(images_[kMetalness].file, "metalness_image", "", &imageHint_).ColourOnly();
+  Param(metalnessFunction_, "metalness_function", "").ColourOnly();
+  Param(reflectivity_, "reflectivity", trRgbLinear709(0.75f)).Display("Fresnel reflectivity").ColourOnly();
+  Param(images_[kReflectivity].file, "reflectivity_image", "", &imageHint_).ColourOnly();
+  Param(reflectivityFunction_, "reflectivity_function", "").ColourOnly();
+  Param(reflectionTint_, "reflection_tint", trRgbLinear709(1.0f))
+      .Display("Fresnel reflection tint")
+      .ColourOnly();
+  Param(indexOfRefraction_, "index_of_refraction", 1.5, &indexHint_).ColourOnly();
 }
 
 void DefaultShader::DeclareDisplacement() {
@@ -96,27 +103,28 @@ void DefaultShader::DeclareDisplacement() {
 
 void DefaultShader::DeclareOpacity() {
   GuiTab("Opacity", "opacity_tab");
-  Param(opacity_, "opacity", trManRgb(1, 1, 1));
-  Param(images_[kOpacity].file, "opacity_image", "", &imageHint_);
-  Param(images_[kOpacity].alphaAsColour, "use_alpha_channel", 0);
-  Param(invertOpacityImage_, "invert_opacity_image", 0);
-  Param(opacityFunction_, "opacity_function", "");
-  Param(alphaFromColour_, "alpha_from_colour", 0);
-  Param(alphaKey_, "alpha_key", trRgbLinear709(0.0f));
-  Param(keyTolerance_, "key_tolerance", 0.1);
+  Param(opacity_, "opacity", trManRgb(1, 1, 1)).ColourOnly();
+  Param(images_[kOpacity].file, "opacity_image", "", &imageHint_).ColourOnly();
+  Param(images_[kOpacity].alphaAsColour, "use_alpha_channel", 0).ColourOnly();
+  Param(invertOpacityImage_, "invert_opacity_image", 0).ColourOnly();
+  Param(opacityFunction_, "opacity_function", "").ColourOnly();
+  Param(alphaFromColour_, "alpha_from_colour", 0).ColourOnly();
+  Param(alphaKey_, "alpha_key", trRgbLinear709(0.0f)).ColourOnly();
+  Param(keyTolerance_, "key_tolerance", 0.1).ColourOnly();
 }
 
 void DefaultShader::DeclareImages() {
   GuiTab("Images", "images_tab");
   Param(imageProjection_, "image_projection", 4, &projectionHint_);
   Param(projectionCamera_, "projection_camera", "");
-  Param(images_[kColour].unpremultiply, "unpremultiply_colour", 0);
-  Param(images_[kMetalness].unpremultiply, "unpremultiply_metalness", 0);
-  Param(images_[kTranslucency].unpremultiply, "unpremultiply_translucency", 0);
-  Param(images_[kLuminosity].unpremultiply, "unpremultiply_luminosity", 0);
-  Param(images_[kReflectivity].unpremultiply, "unpremultiply_reflectivity", 0);
+  Param(images_[kColour].unpremultiply, "unpremultiply_colour", 0).ColourOnly();
+  Param(images_[kMetalness].unpremultiply, "unpremultiply_metalness", 0).ColourOnly();
+  Param(images_[kTranslucency].unpremultiply, "unpremultiply_translucency", 0).ColourOnly();
+  Param(images_[kLuminosity].unpremultiply, "unpremultiply_luminosity", 0).ColourOnly();
+  Param(images_[kReflectivity].unpremultiply, "unpremultiply_reflectivity", 0).ColourOnly();
   Param(images_[kRoughness].unpremultiply, "unpremultiply_specular_roughness", 0)
-      .Display("Unpremultiply roughness");
+      .Display("Unpremultiply roughness")
+      .ColourOnly();
 }
 
 long DefaultShader::OnFirstCreate() {

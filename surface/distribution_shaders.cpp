@@ -64,7 +64,7 @@ long DistributionBase::Shade(trShadingInterface& si) {
 // ---------------------------------------------------------------------------------------------------------------
 
 void LayeredDistribution::DeclareColour() {
-  Param(colour_, "colour", trManRgb(1, 1, 1)).Alias("diffuse_color");
+  Param(colour_, "colour", trManRgb(1, 1, 1)).Alias("diffuse_color").ColourOnly();
   Param(childLayers_, "child_layers", "").Alias("surface_layers");
 }
 

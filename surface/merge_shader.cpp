@@ -64,6 +64,7 @@ MergeShader::MergeShader() {
              {"Screen by A's diffuse colour", kScreenByA},
              {"Screen by Input's diffuse colour", kScreenByInput}});
 
+  DeclareTrue("displaces_by_colour");
   Param(shaderA_, "shader_A", "");
   GuiTab("Mix control", "mix_control_tab");
   Param(mixToA_, "mix_to_A", 0.5);

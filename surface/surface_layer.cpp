@@ -25,19 +25,19 @@ void SurfaceLayer::DeclareColour() {
   SetRange(smoothingHint_, this, {.min = -1.0, .max = 1.0});
 
   GuiTab("Colour", "colour_tab");
-  Param(applyColour_, "apply_colour", 1);
-  Param(diffuseColour_, "diffuse_colour", trRgbLinear709(0.5f));
-  Param(colourFunction_, "colour_function", "");
-  Param(enableTestColour_, "enable_test_colour", 0);
-  Param(testColour_, "test_colour", trManRgb(1, 0, 1));
+  Param(applyColour_, "apply_colour", 1).ColourOnly();
+  Param(diffuseColour_, "diffuse_colour", trRgbLinear709(0.5f)).ColourOnly();
+  Param(colourFunction_, "colour_function", "").ColourOnly();
+  Param(enableTestColour_, "enable_test_colour", 0).ColourOnly();
+  Param(testColour_, "test_colour", trManRgb(1, 0, 1)).ColourOnly();
   AddGuiAction({"apply_colour"}, {"diffuse_colour", "colour_function"}, 2);
   AddGuiAction({"enable_test_colour"}, {"test_colour"}, 2);
 
   GuiTab("Luminosity", "luminosity_tab");
-  Param(luminous_, "luminous", 0);
-  Param(luminosityMultiplier_, "luminosity_multiplier", 1.0, &strengthHint_);
-  Param(luminosityTint_, "luminosity_tint", trRgbLinear709(1.0f));
-  Param(luminosityFunction_, "luminosity_function", "");
+  Param(luminous_, "luminous", 0).ColourOnly();
+  Param(luminosityMultiplier_, "luminosity_multiplier", 1.0, &strengthHint_).ColourOnly();
+  Param(luminosityTint_, "luminosity_tint", trRgbLinear709(1.0f)).ColourOnly();
+  Param(luminosityFunction_, "luminosity_function", "").ColourOnly();
   AddGuiAction({"luminous"}, {"luminosity_multiplier", "luminosity_tint", "luminosity_function"}, 2);
 
   GuiTab("Displacement", "displacement_tab");
@@ -91,8 +91,10 @@ void SurfaceLayer::DeclareEffects() {
   Param(smoothingScale_, "smoothing_scale", 0.0, &smoothingScaleHint_);
   Param(intersectionShift_, "intersection_shift", 2.0, &shiftHint_);
   Param(minIntersectionShift_, "min_intersection_shift", -2.0, &shiftHint_);
-  Param(fuzzyZoneSoftness_, "fuzzy_zone_softness", 1.0);
-  Param(exactForShading_, "smoother_fuzzy_zones_for_shading", 0).Display("Better colour/shade continuity");
+  Param(fuzzyZoneSoftness_, "fuzzy_zone_softness", 1.0).ColourOnly();
+  Param(exactForShading_, "smoother_fuzzy_zones_for_shading", 0)
+      .Display("Better colour/shade continuity")
+      .ColourOnly();
   Param(exactForDisplacement_, "smoother_fuzzy_zones_for_displacement", 0)
       .Display("Better displacement continuity");
 }

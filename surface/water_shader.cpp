@@ -49,14 +49,14 @@ void WaterShader::DeclareParams() {
   Seed(seed_);
   PushButton(randomiseButton_, "randomise_button");
   GuiTab("Reflections", "reflections_tab");
-  Param(masterReflectivity_, "master_reflectivity", 1.0);
-  Param(indexOfRefraction_, "index_of_refraction", 1.33);
-  Param(horizonShift_, "horizon_shift", 0.5);
-  Param(highlightIntensity_, "highlight_intensity", 0.5);
-  Param(causticIntensity_, "caustic_intensity", 0.5);
-  Param(minHighlightSpread_, "min_highlight_spread", 0.01);
+  Param(masterReflectivity_, "master_reflectivity", 1.0).ColourOnly();
+  Param(indexOfRefraction_, "index_of_refraction", 1.33).ColourOnly();
+  Param(horizonShift_, "horizon_shift", 0.5).ColourOnly();
+  Param(highlightIntensity_, "highlight_intensity", 0.5).ColourOnly();
+  Param(causticIntensity_, "caustic_intensity", 0.5).ColourOnly();
+  Param(minHighlightSpread_, "min_highlight_spread", 0.01).ColourOnly();
   GuiTab("Sub-surface", "sub-surface_tab");
-  Param(transparency_, "transparency", 0.75);
+  Param(transparency_, "transparency", 0.75).ColourOnly();
   inside_.Declare(this, trManRgb(0.75f, 1.0f, 0.5f), 1);
 }
 

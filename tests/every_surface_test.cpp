@@ -4,6 +4,7 @@
 #include <fstream>
 #include <limits>
 #include <map>
+#include <set>
 #include <sstream>
 
 #include "host/project/camera.h"
@@ -109,6 +110,76 @@ TEST_F(EverySurface, SameBytesForAnyNumberOfThreads) {
     if (first.empty()) first = bytes.str();
     EXPECT_TRUE(bytes.str() == first) << threads << " threads";
   }
+}
+
+/// Another value of a parameter's type.
+trParamValue Another(const trParamInfo& param, const trBase& linked) {
+  switch (param.type) {
+    case trParamType::kInt:
+      return *static_cast<long*>(param.member) + 1;
+    case trParamType::kBool:
+      return *static_cast<unsigned char*>(param.member) == 0;
+    case trParamType::kDouble:
+      return *static_cast<double*>(param.member) * 0.5 + 0.3;
+    case trParamType::kColour:
+      return trManRgb(0.9f, 0.1f, 0.4f);
+    case trParamType::kShaderLink:
+      return linked.NameAndPath();
+    default:
+      return trString("other.png");
+  }
+}
+
+TEST_F(EverySurface, ColourOnlyParametersMoveNothing) {
+  trBase& other = AddNode("power_fractal_shader_v3", "Other");
+  Set(other, "displacement_amplitude", 7.0);
+  std::set<std::string> tried, moving;
+  for (const ovhost::CatalogueEntry& entry : ovhost::Catalogue()) {
+    if (entry.category.rfind("shader/", 0) != 0 || !tried.insert(entry.className).second) continue;
+    auto* shader = dynamic_cast<trShader*>(&AddNode(entry.className, "Tried"));
+    ASSERT_TRUE(shader) << entry.className;
+    for (const trParamInfo& param : shader->Data().params) {
+      if (param.type == trParamType::kShaderLink && !param.isColourOnly)
+        Graph::Link(*shader, param.name.c_str(), *function_);
+      if (param.name == "apply_displacement" || param.name == "smoothing_effect")
+        Set(*shader, param.name.c_str(), 1);
+    }
+    /// Where points go, and the parameters that may have a part in it.
+    const auto displaced = [&] {
+      std::vector<double> at;
+      for (int i = 0; i < 6; ++i) {
+        Sample sample({31.0 * i, 5.0 * i * i, -17.0 * i}, Normalised(trVector(0.2 * i, 1, 0.1)));
+        shader->DisplaceTS(sample.si);
+        for (const trVector& p : {sample.si.P(), sample.si.Pt(), sample.si.N(), sample.si.Nt()})
+          at.insert(at.end(), {p.x, p.y, p.z});
+        if (at[at.size() - 12] != 31.0 * i || at[at.size() - 11] != 5.0 * i * i)
+          moving.insert(entry.className);
+      }
+      return at;
+    };
+    const auto others = [&] {
+      std::string texts;
+      for (long i = 0; i < shader->NumParams(); ++i) {
+        trString text;
+        if (!shader->Data().params[static_cast<size_t>(i)].isColourOnly)
+          shader->GetStringFromParam(i, text, nullptr);
+        texts += text + "|";
+      }
+      return texts;
+    };
+    for (long i = 0; i < shader->NumParams(); ++i) {
+      const trParamInfo& param = shader->Data().params[static_cast<size_t>(i)];
+      if (!param.isColourOnly) continue;
+      const std::vector<double> before = displaced();
+      const std::string othersBefore = others();
+      ASSERT_TRUE(shader->SetParam(i, Another(param, other), trWhoUser))
+          << entry.className << "." << param.name;
+      EXPECT_TRUE(displaced() == before) << entry.className << "." << param.name;
+      EXPECT_EQ(others(), othersBefore) << entry.className << "." << param.name;
+    }
+  }
+  for (const char* className : {"surface_layer", "power_fractal_shader_v3", "default_shader"})
+    EXPECT_TRUE(moving.count(className)) << className;
 }
 
 TEST_F(EverySurface, NonsenseStaysOutOfThePicture) {

@@ -187,6 +187,16 @@ TEST_F(RenderJobs, RedoTheLeastThatAChangeNeeds) {
   settings_.width = 40;
   settings_.height = 24;
   settings_.engine = ovhost::Engine::kStandard;  // it keeps the most between passes
+  // A layer that displaces, a fractal below it, and one that the layer is displaced by.
+  trBase& planet = Node("Planet 01");
+  for (const auto& [className, name] : {std::pair{"surface_layer", "Layer"},
+                                        {"power_fractal_shader_v3", "Relief"},
+                                        {"power_fractal_shader_v3", "Hills"}})
+    planet.CreateChild(className)->SetName(name);
+  Graph::Link(*bump_, "input_node", Node("Planet 01/Layer"));
+  Graph::Link(Node("Planet 01/Layer"), "input_node", Node("Planet 01/Hills"));
+  Graph::Link(Node("Planet 01/Layer"), "displacement_function", Node("Planet 01/Relief"));
+  Graph::Link(Node("Planet 01/Hills"), "input_node", Node("Planet 01/Compute terrain 01"));
   RenderControl control;
   RenderJob job(*project_, settings_, control);
   Finish(job);
@@ -201,6 +211,10 @@ TEST_F(RenderJobs, RedoTheLeastThatAChangeNeeds) {
               {"Sun", "elevation", 12.0, Redo::kShading},
               {"Planet 01/Ground", "diffuse_colour", trRgbLinear709(0.7f), Redo::kShading},
               {"Planet 01/Atmosphere 01", "haze_density", 3.0, Redo::kShading},
+              {"Planet 01/Layer", "diffuse_colour", trRgbLinear709(0.2f), Redo::kShading},
+              {"Planet 01/Layer", "displacement_offset", 9.0, Redo::kGeometry},
+              {"Planet 01/Hills", "colour_contrast", 0.9, Redo::kShading},
+              {"Planet 01/Relief", "colour_contrast", 0.9, Redo::kGeometry},
               {"Sky light", "enable", 0, Redo::kShading},
               {"Planet 01/Compute terrain 01", "gradient_patch_size", 50.0, Redo::kGeometry},
               {"Camera", "field_of_view", 33.0, Redo::kGeometry},
@@ -220,6 +234,38 @@ TEST_F(RenderJobs, RedoTheLeastThatAChangeNeeds) {
   bump_->height += 30;
   Finish(job);
   EXPECT_TRUE(job.Image().pixels == Fresh());
+}
+
+TEST_F(RenderJobs, KnowWhoseColourMovesSurfaces) {
+  trBase& planet = Node("Planet 01");
+  for (const auto& [className, name] : {std::pair{"power_fractal_shader_v3", "Hills"},
+                                        {"merge_shader", "Merge"},
+                                        {"power_fractal_shader_v3", "Other"}})
+    planet.CreateChild(className)->SetName(name);
+  trBase &merge = Node("Planet 01/Merge"), &hills = Node("Planet 01/Hills");
+  Graph::Link(merge, "shader_A", Node("Planet 01/Other"));
+  Graph::Link(planet, "surface_shader", merge);
+  settings_.samples = 1;
+  settings_.width = 40;
+  settings_.height = 24;
+  RenderControl control;
+  RenderJob job(*project_, settings_, control);
+  Finish(job);
+  // A merge multiplies one displacement by the other's colour.
+  EXPECT_EQ(job.SetParam(merge, "input_node", "Hills"), Redo::kGeometry);
+  EXPECT_EQ(job.SetParam(merge, "displace_merge_mode", 5), Redo::kGeometry);
+  Finish(job);
+  EXPECT_EQ(job.SetParam(hills, "high_colour", trRgbLinear709(0.3f)), Redo::kGeometry);
+  Finish(job);
+  EXPECT_TRUE(job.Image().pixels == Fresh());
+  // What isn't said of one parameter is taken for all.
+  EXPECT_EQ(job.SetParam(planet, "surface_shader", "Hills"), Redo::kGeometry);
+  Finish(job);
+  EXPECT_EQ(job.SetParam(hills, "high_colour", trRgbLinear709(0.4f)), Redo::kShading);
+  EXPECT_EQ(
+      job.Change(hills, [&] { return hills.SetParam("high_colour", trRgbLinear709(0.5f), trWhoUser) != 0; }),
+      Redo::kGeometry);
+  EXPECT_EQ(job.SetParam(hills, "no_such_parameter", 1), Redo::kNothing);
 }
 
 TEST_F(RenderJobs, TellWhatCannotBeDone) {

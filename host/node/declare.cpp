@@ -58,6 +58,11 @@ trParamDecl& trParamDecl::Alias(const char* oldName) {
   return *this;
 }
 
+trParamDecl& trParamDecl::ColourOnly() {
+  node_->Data().params[static_cast<size_t>(index_)].isColourOnly = true;
+  return *this;
+}
+
 trParamDecl trBase::Seed(long& member) {
   const trParamDecl declared = Param(member, "seed", trNewSeed());
   data_->params[static_cast<size_t>(declared.Index())].isSeed = true;

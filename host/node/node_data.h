@@ -37,6 +37,7 @@ struct trParamInfo {
   bool saved = true;
   bool hidden = false;
   bool guiEnabled = true;
+  bool isColourOnly = false;             ///< surfaces lie where they lie whatever it is
   bool isSeed = false;                   ///< drawn where a project doesn't say it, and then from the path
   std::vector<trAnimationCurve> curves;  ///< empty, or one a component
 };

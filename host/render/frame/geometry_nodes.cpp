@@ -13,12 +13,12 @@ namespace {
 class Search {
  public:
   explicit Search(juProject& project) {
-    nodes_.insert(&project);
+    found_.whole.insert(&project);
     for (trBase* node : AllNodes(&project))
       if (dynamic_cast<trSceneMaker*>(node)) AddObject(*node);
     Follow();
   }
-  std::unordered_set<const trBase*> Take() { return std::move(nodes_); }
+  GeometryNodes Take() { return std::move(found_); }
 
  private:
   /// An object, whose surface is displaced by the network that it leads to; what fills the air moves nothing.
@@ -34,7 +34,7 @@ class Search {
 
   /// A node of an object's own, and what it leads to but for the surface's network.
   void AddLinks(const trBase& node, const trBase* surface) {
-    nodes_.insert(&node);
+    found_.whole.insert(&node);
     for (const trParamInfo& param : node.Data().params) {
       trBase* const linked = Linked(param);
       if (linked != surface && !dynamic_cast<trAtmosShader*>(linked)) Add(linked);
@@ -43,11 +43,12 @@ class Search {
 
   /// A chain of shaders that is asked to displace: those that don't leave it to their inputs.
   void AddDisplacement(trShader* shader) {
-    for (; shader && displacing_.insert(shader).second; shader = shader->InputShader())
+    for (; shader && walked_.insert(shader).second; shader = shader->InputShader())
       if (shader->HasDisplacement()) {
-        nodes_.insert(shader);
+        found_.displacing.insert(shader);
+        const bool asksInput = shader->IsTrue("displaces_by_colour");
         for (const trParamInfo& param : shader->Data().params)
-          if (param.name != "input_node") Add(Linked(param));
+          if (!param.isColourOnly && (asksInput || param.name != "input_node")) Add(Linked(param));
         for (trBase* owned : shader->Data().owned) Add(owned);
       }
   }
@@ -67,18 +68,25 @@ class Search {
       trBase* const node = waiting_.back();
       waiting_.pop_back();
       if (!followed_.insert(node).second) continue;
-      nodes_.insert(node);
+      found_.whole.insert(node);
       for (const trParamInfo& param : node->Data().params) Add(Linked(param));
       for (trBase* owned : node->Data().owned) Add(owned);
     }
   }
 
-  std::unordered_set<const trBase*> nodes_, displacing_, followed_;
+  GeometryNodes found_;
+  std::unordered_set<const trBase*> walked_, followed_;
   std::vector<trBase*> waiting_;
 };
 
 }  // namespace
 
-std::unordered_set<const trBase*> GeometryNodes(juProject& project) { return Search(project).Take(); }
+bool GeometryNodes::Has(const trBase& node, long param) const {
+  if (whole.count(&node)) return true;
+  return displacing.count(&node) &&
+         (param < 0 || !node.Data().params[static_cast<size_t>(param)].isColourOnly);
+}
+
+GeometryNodes FindGeometryNodes(juProject& project) { return Search(project).Take(); }
 
 }  // namespace ovhost

@@ -65,7 +65,9 @@ struct RenderJob::State {
   void RenderTile(int tile, Pass pass);
   std::unique_ptr<PixelEngine> MakeEngine() const;
   Picture Image() const;
-  Redo EffectOf(const trBase& node) const;
+  /// What a parameter of the node has a part in, or with -1 the node.
+  Redo EffectOf(const trBase& node, long param) const;
+  Redo Change(trBase& node, long param, const std::function<bool()>& change);
   void Forget(Redo what);
 
   FilmKey Key() const;
@@ -352,9 +354,8 @@ Picture RenderJob::State::Image() const {
 
 // --- Changes
 
-Redo RenderJob::State::EffectOf(const trBase& node) const {
-  const std::unordered_set<const trBase*> geometry = GeometryNodes(project_);
-  if (geometry.count(&node)) return Redo::kGeometry;
+Redo RenderJob::State::EffectOf(const trBase& node, long param) const {
+  if (FindGeometryNodes(project_).Has(node, param)) return Redo::kGeometry;
   // What the plan reads of these tells by itself.
   if (dynamic_cast<const trRenderNode*>(&node)) return Redo::kPicture;
   if (dynamic_cast<const trShader*>(&node) || dynamic_cast<const trSunlightNode*>(&node) ||
@@ -362,6 +363,29 @@ Redo RenderJob::State::EffectOf(const trBase& node) const {
       dynamic_cast<const trCameraNode*>(&node))
     return Redo::kShading;
   return Redo::kGeometry;
+}
+
+Redo RenderJob::State::Change(trBase& node, long param, const std::function<bool()>& change) {
+  const bool wasPlanned = Plan();
+  const RenderPlan before = plan_;
+  // What is affected is let go before the change: shaders aren't changed between their StartRender and
+  // FinishRender.
+  Redo redo = EffectOf(node, param);
+  if (redo >= Redo::kShading) Forget(redo);
+  const std::uint32_t links = GraphGeneration();
+  if (!change()) return redo >= Redo::kShading ? redo : Redo::kNothing;
+
+  // A new link, or a switch, may have made a node one that geometry depends on.
+  redo = std::max(redo, GraphGeneration() != links ? Redo::kGeometry : EffectOf(node, param));
+  hasPlan_ = false;
+  if (!Plan() || !wasPlanned)
+    redo = Redo::kGeometry;
+  else if (redo == Redo::kPicture)
+    redo = before.Towards(plan_);
+  else
+    redo = std::max(redo, before.Towards(plan_));
+  Forget(redo);
+  return redo;
 }
 
 void RenderJob::State::Forget(Redo what) {
@@ -458,29 +482,14 @@ bool RenderJob::IsOfThisJob(const Reader& read) const {
 
 Redo RenderJob::Change(trBase& node, const std::function<bool()>& change) {
   const SessionScope scope(state_->session_);
-  const bool wasPlanned = state_->Plan();
-  const RenderPlan before = state_->plan_;
-  // What is affected is let go before the change: shaders aren't changed between their StartRender and
-  // FinishRender.
-  Redo redo = state_->EffectOf(node);
-  if (redo >= Redo::kShading) state_->Forget(redo);
-  const std::uint32_t links = GraphGeneration();
-  if (!change()) return redo >= Redo::kShading ? redo : Redo::kNothing;
-  // A new link, or a switch, may have made a node one that geometry depends on.
-  redo = std::max(redo, GraphGeneration() != links ? Redo::kGeometry : state_->EffectOf(node));
-  state_->hasPlan_ = false;
-  if (!state_->Plan() || !wasPlanned)
-    redo = Redo::kGeometry;
-  else if (redo == Redo::kPicture)
-    redo = before.Towards(state_->plan_);
-  else
-    redo = std::max(redo, before.Towards(state_->plan_));
-  state_->Forget(redo);
-  return redo;
+  return state_->Change(node, -1, change);
 }
 
 Redo RenderJob::SetParam(trBase& node, const char* name, const trParamValue& value, trBase* who) {
-  return Change(node, [&] { return node.SetParam(name, value, who) != 0; });
+  const SessionScope scope(state_->session_);
+  long param;
+  if (!node.FindParam(param, name)) return Redo::kNothing;
+  return state_->Change(node, param, [&] { return node.SetParam(param, value, who) != 0; });
 }
 
 void RenderJob::Forget(Redo what) {
