@@ -6,7 +6,7 @@
 #include <set>
 
 #include "host/base/parallel.h"
-#include "host/render/dice/dicer.h"
+#include "host/render/dice/dice_parts.h"
 #include "host/render/trace/accel.h"
 
 namespace {
@@ -257,6 +257,126 @@ TEST(Dicing, WhatCouldBeCutForEverStopsAtThePicturesLimit) {
   EXPECT_EQ(std::memcmp(one.mesh.vertices.data(), seven.mesh.vertices.data(),
                         one.mesh.vertices.size() * sizeof(ovhost::GridVertex)),
             0);
+}
+
+TEST(DicingMemory, IsSharedByNeed) {
+  const struct {
+    std::uint64_t total;
+    std::vector<ovhost::VertexDemand> demands;
+    std::vector<std::uint64_t> shares;
+  } rows[] = {{100, {{1, 10}, {1, 20}}, {10, 20}},   // all fits
+              {100, {{1, 10}, {1, 500}}, {10, 90}},  // who needs less leaves the rest
+              {100, {{1, ~0ull}, {1, 5}, {1, ~0ull}}, {47, 5, 47}},
+              {100, {{60, 60}, {1, 500}, {30, 30}}, {60, 10, 30}},  // least before wants
+              {100, {{50, 90}, {50, 90}}, {50, 50}},
+              {100, {}, {}}};
+  for (const auto& row : rows) EXPECT_EQ(ovhost::ShareVertices(row.total, row.demands), row.shares);
+  EXPECT_THROW(ovhost::ShareVertices(100, {{50, 50}, {51, 51}}), std::bad_alloc);
+}
+
+/// Leaves the surface where its mesh is.
+class Flat : public trGeometryShader {
+ public:
+  long Displace(trShadingInterface& si) override {
+    si.N() = si.Ng() = si.Nt() = si.Ni() = {0, 1, 0};
+    return 1;
+  }
+};
+
+class Waves : public trSurfaceShader {
+ public:
+  long Displace(trShadingInterface& si) override {
+    si.P() += si.Ng() * (0.1 * std::sin(si.Pt().x) * std::cos(1.7 * si.Pt().z));
+    return 1;
+  }
+};
+
+/// Squares of 16 m to be copied, each of its own, and what there is beside them.
+struct Tiles {
+  Tiles() {
+    scene.Init();
+    material = trMaterial(&flat, &waves, nullptr, 1);
+  }
+  /// With edges of so many metres: of 1 / 2^n, 4^n patches.
+  void Add(double edge) {
+    auto tile = std::make_unique<ovhost::Prototype>();
+    tile->finestEdge = edge;
+    auto grid = std::make_unique<ovhost::GridMesh>();
+    grid->scene = &scene;
+    grid->material = &material;
+    grid->quadCorners = {{0, 0, 0}, {16, 0, 0}, {16, 0, 16}, {0, 0, 16}};
+    tile->parts.grids.push_back(std::move(grid));
+    shared.prototypes.push_back(std::move(tile));
+  }
+  void Dice(int threads, std::uint64_t mostVertices) {
+    settings.maxVertices = mostVertices;
+    bool done = false;
+    ovhost::WithThreads(threads,
+                        [&] { done = ovhost::DiceAllParts(parts, shared, settings, services, statistics); });
+    ASSERT_TRUE(done);
+  }
+  const ovhost::GridMesh& Tile(size_t i) const { return *shared.prototypes[i]->parts.grids[0]; }
+
+  trScene scene;
+  Flat flat;
+  Waves waves;
+  trMaterial material;
+  ovhost::Assembly parts;
+  ovhost::SharedParts shared;
+  ovhost::DiceSettings settings;
+  ovhost::DiceStatistics statistics;
+  trNoRenderServices services;
+};
+
+TEST(DicingMemory, IsEnoughForAThousandPrototypes) {
+  constexpr std::uint64_t kMost = 1000 * 10 * ovhost::kPatchVertices;
+  Tiles one, seven;
+  for (Tiles* tiles : {&one, &seven}) {
+    for (int i = 0; i < 1000; ++i) tiles->Add(i % 2 ? 0.9 : 0.09);  // 4 patches, or 256
+    tiles->Dice(tiles == &one ? 1 : 7, kMost);
+  }
+  EXPECT_LE(one.statistics.vertices, kMost);
+  EXPECT_GT(one.statistics.vertices, kMost * 3 / 4);
+  EXPECT_GT(one.statistics.longestEdge, 2);
+  EXPECT_TRUE(one.statistics.isByMemory);
+  for (size_t i = 0; i < 1000; ++i) {
+    // The modest half has all it wants, and what it leaves is the others'.
+    if (i % 2)
+      EXPECT_EQ(one.Tile(i).patches.size(), 4u);
+    else
+      EXPECT_GE(one.Tile(i).patches.size(), 10u);
+    ASSERT_EQ(one.Tile(i).vertices.size(), seven.Tile(i).vertices.size());
+    ASSERT_EQ(std::memcmp(one.Tile(i).vertices.data(), seven.Tile(i).vertices.data(),
+                          one.Tile(i).vertices.size() * sizeof(ovhost::GridVertex)),
+              0);
+  }
+}
+
+TEST(DicingMemory, OneLargeSurfaceIsNotStarvedByManySmallOnes) {
+  Tiles whole, tiles;
+  for (Tiles* made : {&whole, &tiles}) {
+    for (int i = 0; i < 60; ++i) made->Add(0.4);  // 16 patches
+    made->Add(0.02);                              // 4096
+  }
+  whole.Dice(2, 0);
+  constexpr std::uint64_t kSmall = 60 * 16 * ovhost::kPatchVertices, kLarge = 2000 * ovhost::kPatchVertices;
+  ASSERT_EQ(whole.statistics.vertices, kSmall + 4096 * ovhost::kPatchVertices);
+  tiles.Dice(2, kSmall + kLarge);
+  for (size_t i = 0; i < 60; ++i) EXPECT_EQ(tiles.Tile(i).patches.size(), 16u);
+  EXPECT_LE(tiles.Tile(60).vertices.size(), kLarge);
+  EXPECT_GT(tiles.Tile(60).vertices.size(), kLarge * 3 / 4);
+  // With room for all, limits change nothing.
+  Tiles roomy;
+  for (int i = 0; i < 60; ++i) roomy.Add(0.4);
+  roomy.Add(0.02);
+  roomy.Dice(2, 2 * whole.statistics.vertices);
+  for (size_t i = 0; i <= 60; ++i) {
+    ASSERT_EQ(roomy.Tile(i).vertices.size(), whole.Tile(i).vertices.size());
+    EXPECT_EQ(std::memcmp(roomy.Tile(i).vertices.data(), whole.Tile(i).vertices.data(),
+                          whole.Tile(i).vertices.size() * sizeof(ovhost::GridVertex)),
+              0);
+  }
+  EXPECT_EQ(roomy.statistics.longestEdge, 1);
 }
 
 TEST(PackedNormal, KeepsDirectionsWithinAHundredthOfADegree) {

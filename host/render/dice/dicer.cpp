@@ -19,6 +19,8 @@ namespace {
 constexpr int kLeavesPerTask = 4;
 /// Leaves per root quad that no picture is too small for.
 constexpr std::uint64_t kLeavesPerQuad = 16;
+/// And those that no root quad can do without: its quarters, and what balancing makes of a neighbour's.
+constexpr std::uint64_t kLeastLeavesPerQuad = 6;
 /// An edge's key doesn't depend on its direction. Ends are mixed apart first: mirrored points must not
 /// cancel.
 std::uint64_t EdgeKey(std::uint64_t a, std::uint64_t b) { return MixBits64(a + 1) + MixBits64(b + 1); }
@@ -79,29 +81,50 @@ void DisplacePatches(GridMesh& mesh, const DiceSettings& settings, trRenderServi
   });
 }
 
-std::uint64_t MaxLeaves(const DiceSettings& settings, std::uint64_t numQuads) {
-  const std::uint64_t byMemory = settings.maxVertices ? settings.maxVertices / kPatchVertices : ~0ull;
-  const std::uint64_t byPicture =
-      settings.pictureVertices
-          ? std::max(settings.pictureVertices / kPatchVertices, numQuads * kLeavesPerQuad)
-          : ~0ull;
-  return std::min(byMemory, byPicture);
+struct LeafLimits {
+  std::uint64_t byMemory, byPicture;
+
+  LeafLimits(const GridMesh& mesh, const DiceSettings& settings)
+      : byMemory(settings.maxVertices ? settings.maxVertices / kPatchVertices : ~0ull),
+        byPicture(settings.pictureVertices ? std::max(settings.pictureVertices / kPatchVertices,
+                                                      mesh.quadCorners.size() / 4 * kLeavesPerQuad)
+                                           : ~0ull) {}
+  std::uint64_t Both() const { return std::min(byMemory, byPicture); }
+};
+
+void SetPatches(GridMesh& mesh, const std::vector<PatchNode>& leaves) {
+  mesh.patches.reserve(leaves.size());
+  for (const PatchNode& leaf : leaves) mesh.patches.push_back({leaf.quad, leaf.u, leaf.v, leaf.size, {}});
 }
 
 }  // namespace
 
+VertexDemand DemandOf(const GridMesh& mesh, const DiceSettings& settings) {
+  const std::uint64_t byPicture = LeafLimits(mesh, settings).byPicture;
+  return {mesh.quadCorners.size() / 4 * kLeastLeavesPerQuad * kPatchVertices,
+          byPicture < ~0ull / kPatchVertices ? byPicture * kPatchVertices : ~0ull};
+}
+
+bool FindPatches(GridMesh& mesh, const DiceSettings& settings, trRenderServices& services,
+                 DiceStatistics& statistics) {
+  std::vector<PatchNode> leaves;
+  const std::uint64_t maxLeaves = LeafLimits(mesh, settings).Both();
+  if (!PatchTree(mesh, settings, services).FindLeaves(maxLeaves, leaves, statistics.displacements))
+    return false;
+  SetPatches(mesh, leaves);
+  return true;
+}
+
 bool Dice(GridMesh& mesh, const DiceSettings& settings, trRenderServices& services,
           DiceStatistics& statistics) {
-  PatchTree tree(mesh, settings, services);
-  const std::uint64_t maxLeaves = MaxLeaves(settings, mesh.quadCorners.size() / 4);
-  std::vector<PatchNode> leaves;
-  if (!tree.FindLeaves(maxLeaves, leaves, statistics.displacements))
-    statistics.longestEdge = std::fmax(statistics.longestEdge,
-                                       tree.FindNeediestLeaves(maxLeaves, leaves, statistics.displacements));
-  mesh.patches.reserve(leaves.size());
-  for (const PatchNode& leaf : leaves) mesh.patches.push_back({leaf.quad, leaf.u, leaf.v, leaf.size, {}});
-  leaves = {};
-
+  if (mesh.patches.empty() && !FindPatches(mesh, settings, services, statistics)) {
+    const LeafLimits limits(mesh, settings);
+    std::vector<PatchNode> leaves;
+    statistics.AddLongest(PatchTree(mesh, settings, services)
+                              .FindNeediestLeaves(limits.Both(), leaves, statistics.displacements),
+                          limits.byMemory < limits.byPicture);
+    SetPatches(mesh, leaves);
+  }
   const std::vector<PatchEdges> edges = FindCoarserNeighbours(mesh);
   DisplacePatches(mesh, settings, services, edges);
   SmoothNormals(mesh, edges);

@@ -28,8 +28,28 @@ struct DiceSettings {
 
 struct DiceStatistics {
   std::uint64_t vertices = 0, displacements = 0, patches = 0;
-  double longestEdge = 1;  ///< in wanted lengths, where a limit of vertices left edges longer than that
+  double longestEdge = 1;   ///< in wanted lengths, where a limit of vertices left edges longer than that
+  bool isByMemory = false;  ///< whether that limit was memory's
+
+  void AddLongest(double edge, bool byMemory) {
+    if (!(edge > longestEdge)) return;
+    longestEdge = edge;
+    isByMemory = byMemory;
+  }
 };
+
+/// How many vertices a surface can't do without, and how many it takes as finely as it is wanted.
+struct VertexDemand {
+  std::uint64_t least = 0, wanted = 0;
+};
+
+/// What is known of that before any patch is looked for: the most that the picture's size is worth.
+VertexDemand DemandOf(const GridMesh& mesh, const DiceSettings& settings);
+
+/// Finds the patches that the view asks for: the first step of Dice, which goes on from there. Costs about a
+/// hundredth of it. False, and no patches, where they would have more vertices than allowed.
+bool FindPatches(GridMesh& mesh, const DiceSettings& settings, trRenderServices& services,
+                 DiceStatistics& statistics);
 
 /// Cuts the scene's surface into patches for the view, displaces every vertex, and smooths the normals. Where
 /// that would take more vertices than allowed, what looks longest is cut first, until they are used up. False

@@ -19,8 +19,17 @@ constexpr int kMaxCuts = 40;
 constexpr int kMaxCoarsenings = 40;
 /// Vertices per point of the mesh itself that no picture is too small for.
 constexpr std::uint64_t kVerticesPerPoint = 16;
+/// Vertices that a square of the wanted length takes. Edges that are cut by halves end between half of it and
+/// all: triangles of 0.75, two a vertex.
+constexpr double kVerticesPerSquare = 2;
 /// How many times longer displacement may make an edge for it to be cut as one of its length.
 constexpr double kMostStretch = 4;
+
+/// Vertices that the picture's size is worth.
+std::uint64_t PictureLimit(const WedgeMesh& surface, const DiceSettings& settings) {
+  if (!settings.pictureVertices) return ~0ull;
+  return std::max<std::uint64_t>(settings.pictureVertices, surface.positions.size() * kVerticesPerPoint);
+}
 
 class MeshDisplacer {
  public:
@@ -43,10 +52,8 @@ class MeshDisplacer {
     Displace(0, 0);
     moves = Moves();
     if (!moves) return !Stopped();
-    std::uint64_t most = settings_.maxVertices ? settings_.maxVertices : ~0ull;
-    if (settings_.pictureVertices)
-      most = std::min(most, std::max<std::uint64_t>(settings_.pictureVertices,
-                                                    surface_.positions.size() * kVerticesPerPoint));
+    const std::uint64_t byMemory = settings_.maxVertices ? settings_.maxVertices : ~0ull;
+    const std::uint64_t byPicture = PictureLimit(surface_, settings_), most = std::min(byMemory, byPicture);
     const std::vector<Position> positions = surface_.positions;
     const std::vector<Wedge> wedges = surface_.wedges;
     const std::vector<Face> faces = surface_.faces;
@@ -58,7 +65,7 @@ class MeshDisplacer {
       surface_.wedges = wedges;
       surface_.faces = faces;
     }
-    statistics.longestEdge = std::fmax(statistics.longestEdge, coarser_);
+    statistics.AddLongest(coarser_, byMemory < byPicture);
     Finish();
     statistics.vertices += mesh_.vertices.size();
     statistics.displacements += displacements_;
@@ -226,6 +233,32 @@ void MeshDisplacer::Finish() {
 }
 
 }  // namespace
+
+VertexDemand DemandOf(const MicroMesh& mesh, const DiceSettings& settings) {
+  const WedgeMesh surface(*mesh.scene, mesh.roots);
+  const ViewMetric metric(settings.view);
+  const trTransform<double>& toWorld = mesh.scene->GetTransform();
+  double area = 0;  // in squares of wanted lengths
+  for (const Face& face : surface.faces) {
+    trVector points[3];
+    for (int k = 0; k < 3; ++k)
+      points[k] =
+          toWorld.Point(surface.positions[surface.wedges[face.wedges[k]].position].base) - settings.Origin();
+    double sides[3], half = 0;
+    for (int k = 0; k < 3; ++k) {
+      const trVector &a = points[k], &b = points[(k + 1) % 3];
+      sides[k] = settings.copiedEdge > 0 ? (b - a).Length() / settings.copiedEdge
+                                         : metric.Pixels(a, b) / settings.edgePixels;
+      half += sides[k] / 2;
+    }
+    // Heron's; lengths by different distances needn't make a triangle.
+    area += std::sqrt(std::fmax(0, half * (half - sides[0]) * (half - sides[1]) * (half - sides[2])));
+  }
+  const double wanted = static_cast<double>(surface.wedges.size()) + kVerticesPerSquare * area;
+  const std::uint64_t limit = PictureLimit(surface, settings);
+  return {surface.wedges.size(),
+          wanted < static_cast<double>(limit) ? static_cast<std::uint64_t>(wanted) : limit};
+}
 
 bool DisplaceMesh(MicroMesh& mesh, const DiceSettings& settings, trRenderServices& services,
                   DiceStatistics& statistics, bool& moves) {

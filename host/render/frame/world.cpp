@@ -10,9 +10,9 @@
 #include "host/node/shader_start.h"
 #include "host/project/enviro_light.h"
 #include "host/project/sunlight.h"
-#include "host/render/dice/displace_mesh.h"
+#include "host/render/dice/dice_parts.h"
 #include "host/render/dice/prototype_edges.h"
-#include "host/render/shade/shading_context.h"
+#include "host/render/frame/part_classes.h"
 
 namespace ovhost {
 namespace {
@@ -20,10 +20,16 @@ namespace {
 /// What a diced vertex costs with its share of Embree's hierarchy and of dicing's temporaries, bytes.
 /// Mountains of 2.2 million vertices take 270 MB with everything else the program needs.
 constexpr double kBytesPerVertex = 96;
-/// What a vertex of a displaced mesh costs, in those of diced surfaces: two triangles each.
-constexpr std::uint64_t kMicroVertexShare = 4;
-/// Points at which parts are looked at before the render: all together, and of one part.
-constexpr int kAllProbes = 1 << 15, kLeastProbes = 64, kMostProbes = 2048;
+/// How much of the memory vertices may take.
+constexpr double kDicedShare = 0.6;
+
+void WarnOfLongEdges(const DiceStatistics& dicing) {
+  char times[32];
+  std::snprintf(times, sizeof times, "%.2g", dicing.longestEdge);
+  trWarning(std::string(dicing.isByMemory ? "Memory limit" : "Limit of micropolygons a pixel") +
+            ": the longest edges of micropolygons are " + times +
+            " times as long as the render node asks for.");
+}
 
 double Seconds() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
@@ -109,31 +115,7 @@ void World::ClassifyParts() {
   collect(parts_);
   for (const auto& prototype : shared_.prototypes) collect(prototype->parts);
 
-  // Small clear spots are found where there are few parts to look at.
-  const int probes = std::clamp(kAllProbes / static_cast<int>(all.size() + 1), kLeastProbes, kMostProbes);
-  ShadowRays eye(*this);
-  for (SurfacePart* part : all) {
-    if (stop_) return;
-    const ShadowRays::Classes classes = eye.Classify(*part, probes);
-    part->mayBePlain = classes.isPlain;
-    part->isSeeThrough = classes.isClear && (part->rayKinds & kShadowRays);
-    hasSeeThrough_ |= part->isSeeThrough;
-  }
-}
-
-bool World::DiceAssembly(Assembly& parts, const DiceSettings& settings) {
-  for (const auto& grid : parts.grids)
-    if (!Dice(*grid, settings, *this, dicing_)) return false;
-  // A displaced mesh has a few times as much to keep for each vertex.
-  DiceSettings meshSettings = settings;
-  meshSettings.maxVertices = settings.maxVertices / kMicroVertexShare;
-  std::erase_if(parts.micros, [&](const std::unique_ptr<MicroMesh>& mesh) {
-    bool moves = true;
-    if (stop_ || !DisplaceMesh(*mesh, meshSettings, *this, dicing_, moves) || moves) return false;
-    parts.meshes.push_back(MakeTriMesh(*mesh, mesh->roots, parts.origin));
-    return true;
-  });
-  return !stop_;
+  hasSeeThrough_ = ovhost::ClassifyParts(*this, all);
 }
 
 bool World::DiceParts() {
@@ -146,39 +128,19 @@ bool World::DiceParts() {
   for (const auto& prototype : shared_.prototypes) take(prototype->parts.Bytes());
   FindFinestEdges(parts_, shared_, settings_.edgePixels);
 
-  size_t numDiced = parts_.grids.size() + parts_.micros.size();
-  for (const auto& prototype : shared_.prototypes)
-    numDiced += prototype->parts.grids.size() + prototype->parts.micros.size();
   DiceSettings dice;
   dice.view = settings_.view;
   dice.edgePixels = settings_.edgePixels;
-  if (memory) {
-    const double vertices = static_cast<double>(memory) * 0.6 / kBytesPerVertex;
+  if (memory)
     dice.maxVertices =
-        std::max<std::uint64_t>(static_cast<std::uint64_t>(vertices) / std::max<size_t>(numDiced, 1), 100000);
-  }
+        static_cast<std::uint64_t>(static_cast<double>(memory) * kDicedShare / kBytesPerVertex) + 1;
   dice.pictureVertices = settings_.pictureVertices;
   dice.frame = settings_.frame;
   dice.seed = settings_.seed;
   dice.stop = &stop_;
-  if (!DiceAssembly(parts_, dice)) return false;
-  for (const auto& prototype : shared_.prototypes) {
-    dice.copiedEdge = prototype->finestEdge;
-    dice.origin = prototype->parts.origin;
-    if (!DiceAssembly(prototype->parts, dice)) return false;
-  }
-  if (dicing_.longestEdge > 1) WarnOfLongEdges(dice);
-  return true;
-}
-
-void World::WarnOfLongEdges(const DiceSettings& dice) const {
-  const bool isMemory =
-      dice.maxVertices && (!dice.pictureVertices || dice.maxVertices < dice.pictureVertices);
-  char times[32];
-  std::snprintf(times, sizeof times, "%.2g", dicing_.longestEdge);
-  trWarning(std::string(isMemory ? "Memory limit" : "Limit of micropolygons a pixel") +
-            ": the longest edges of micropolygons are " + times +
-            " times as long as the render node asks for.");
+  if (!DiceAllParts(parts_, shared_, dice, *this, dicing_)) return false;
+  if (dicing_.longestEdge > 1) WarnOfLongEdges(dicing_);
+  return !stop_;
 }
 
 bool World::MakeScenes() {
@@ -188,10 +150,10 @@ bool World::MakeScenes() {
     auto scene = std::make_unique<trScene>();
     scene->Init();
     const trScopedErrorsWarningsContext context(node);
-    const long errors = NumErrors();
+    const ToldErrors told;
     if (!maker->Make(*scene, trSceneMaker::kRender)) {
       // Makers mostly tell what stopped them.
-      if (NumErrors() == errors) trError("The object could not be made.");
+      if (!told.Any()) trError("The object could not be made.");
       return false;
     }
     scene->PrepForRender();

@@ -44,8 +44,6 @@ class OV_API World final : public LitScene {
   void CollectVolumes();
   bool BuildParts();
   bool DiceParts();
-  void WarnOfLongEdges(const DiceSettings& dice) const;
-  bool DiceAssembly(Assembly& parts, const DiceSettings& settings);
   void BuildSkies();
   void ClassifyParts();
   bool StartShaders();

@@ -18,11 +18,11 @@ constexpr float kLeastLight = 1e-4f;
 }  // namespace
 
 ShadingContext::ShadingContext(const LitScene& scene, trRenderServices& services)
-    : state(services, si), hits(scene.View()) {
+    : state(services, si), hits(scene.View()), eye_(scene.View().eye) {
   si.SetFrame(static_cast<float>(scene.Frame().frame));
   si.SetMainView(&scene.View());
   si.SetThread(ThreadSlot());
-  si.RootEye() = scene.View().eye;
+  si.RootEye() = eye_;
 }
 
 void ShadingContext::Shade(const SurfaceHit& hit, const trVector& origin, const SurfacePoint& point) {
@@ -32,6 +32,19 @@ void ShadingContext::Shade(const SurfaceHit& hit, const trVector& origin, const 
               trShadingInterface::kCs | trShadingInterface::kOo);
   state.ShadeOutputs() = {};
   HitShading::RunShader(point, si);
+}
+
+void ShadingContext::ShadeForLight(const SurfaceHit& hit, const trVector& origin, const trVector& direction) {
+  SurfacePoint point;
+  hits.Locate(hit, origin, direction, kShadowFootprint, point);
+  trRenderState::Ray& ray = state.CurrentRay();
+  ray = trRenderState::Ray();
+  ray.origin = origin + eye_;
+  ray.end = point.world;
+  ray.depth = 2;
+  ray.highlights = false;
+  si.Random() = {MixBits64(static_cast<std::uint64_t>(hit.primitive) << 32 | 1)};
+  Shade(hit, origin, point);
 }
 
 ShadowRays::ShadowRays(LitScene& scene) : scene_(scene), shading_(scene, scene) {}
@@ -54,7 +67,7 @@ trFCol ShadowRays::ThroughClear(const trVector& origin, const trVector& directio
     ++rays;
     if (!scene_.Rays().Intersect(from, direction, start, scene_.FarDistance(), hit, kShadowRays)) return left;
     if (!hit.part->isSeeThrough) return {};
-    ShadeAt(hit, from, direction);
+    shading_.ShadeForLight(hit, from, direction);
     left *= StraightThrough(shading_.si.Bsdf(), shading_.si.Oo_surf(), false);
     if (left.MaxChannel() < kLeastLight) return {};
     from = from + direction * hit.distance;
@@ -68,47 +81,8 @@ trFCol ShadowRays::AcrossBorder(const SurfaceHit& hit, const trVector& origin, c
   // get out at all.
   SurfaceHit outside = hit;
   outside.distance = 1;
-  ShadeAt(outside, origin + direction * (hit.distance + outside.distance), -direction);
+  shading_.ShadeForLight(outside, origin + direction * (hit.distance + outside.distance), -direction);
   return StraightThrough(shading_.si.Bsdf(), shading_.si.Oo_surf(), true);
-}
-
-void ShadowRays::ShadeAt(const SurfaceHit& hit, const trVector& origin, const trVector& direction) {
-  SurfacePoint point;
-  shading_.hits.Locate(hit, origin, direction, kShadowFootprint, point);
-  trRenderState::Ray& ray = shading_.state.CurrentRay();
-  ray = trRenderState::Ray();
-  ray.origin = origin + scene_.View().eye;
-  ray.end = point.world;
-  ray.depth = 2;
-  ray.highlights = false;
-  shading_.si.Random() = {MixBits64(static_cast<std::uint64_t>(hit.primitive) << 32 | 1)};
-  shading_.Shade(hit, origin, point);
-}
-
-ShadowRays::Classes ShadowRays::Classify(const SurfacePart& part, int probes) {
-  Classes found;
-  const size_t primitives = part.NumPrimitives();
-  for (int i = 0; i < probes && primitives > 0 && !(found.isClear && found.isPlain); ++i) {
-    const std::uint64_t random = MixBits64(0x5eed + i);
-    SurfaceHit hit;
-    hit.part = &part;
-    hit.primitive = static_cast<std::uint32_t>(random % primitives);
-    hit.u = static_cast<double>(random >> 40) * 0x1p-24;
-    hit.v = static_cast<double>(random >> 16 & 0xffffff) * 0x1p-24;
-    part.MapToPrimitive(hit.u, hit.v);
-    hit.faceNormal = {0, 1, 0};
-    SurfacePoint point;
-    shading_.hits.Locate(hit, part.PointAt(hit.primitive, hit.u, hit.v), {0, -1, 0}, 0, point);
-    hit.faceNormal = point.normal;
-    // From outside, a little off the surface.
-    hit.distance = 1;
-    ShadeAt(hit, point.relative + point.normal, -point.normal);
-    const trBsdf& bsdf = shading_.si.Bsdf();
-    const trFCol& opacity = shading_.si.Oo_surf();
-    found.isPlain |= IsPlain(bsdf, opacity);
-    found.isClear |= !StraightThrough(bsdf, opacity, false).IsBlack();
-  }
-  return found;
 }
 
 }  // namespace ovhost

@@ -15,10 +15,16 @@ class OV_API ShadingContext {
   /// Runs the surface's network for the state's current ray at a hit that was located: results lie in `si`
   /// and in the state's outputs.
   void Shade(const SurfaceHit& hit, const trVector& origin, const SurfacePoint& point);
+  /// The same for a hit of a straight line that light comes along: what it lets through lies in `si`. The
+  /// origin is relative to the eye.
+  void ShadeForLight(const SurfaceHit& hit, const trVector& origin, const trVector& direction);
 
   trShadingInterface si;
   trRenderState state;
   HitShading hits;
+
+ private:
+  const trVector eye_;
 };
 
 /// What straight lines from point to point have left past surfaces and through the clear ones among them.
@@ -51,16 +57,8 @@ class OV_API ShadowRays {
     const trVector beyond = origin + direction * hit.distance;
     return across * Transmittance(beyond, direction, RayOffset(beyond), rays);
   }
-  /// What points spread over a part are like: whether some let light straight through, and whether some are
-  /// plain.
-  struct Classes {
-    bool isClear = false, isPlain = false;
-  };
-  Classes Classify(const SurfacePart& part, int probes);
 
  private:
-  void ShadeAt(const SurfaceHit& hit, const trVector& origin, const trVector& direction);
-
   LitScene& scene_;
   ShadingContext shading_;
 };

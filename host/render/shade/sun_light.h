@@ -12,7 +12,7 @@ namespace ovhost {
 class LitScene;
 
 /// A sun: parallel light from a disc.
-class SunLight final : public trLightState {
+class OV_API SunLight final : public trLightState {
  public:
   SunLight(const LitScene& scene, const trSunlightNode& node);
 
