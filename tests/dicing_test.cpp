@@ -5,6 +5,7 @@
 #include <map>
 #include <set>
 
+#include "host/base/log.h"
 #include "host/base/parallel.h"
 #include "host/render/dice/dice_parts.h"
 #include "host/render/trace/accel.h"
@@ -406,6 +407,25 @@ TEST(Accel, RaysFromAboveMeetTheDisplacedGround) {
     EXPECT_TRUE(accel.Occluded({}, direction, 0.01, hit.distance * 1.01));
     EXPECT_FALSE(accel.Occluded({}, direction, 0.01, hit.distance * 0.99));
   }
+}
+
+TEST(Accel, BuildsEndWhenTheyAreStopped) {
+  Planet planet(4000);
+  planet.DiceWith(2);
+  std::atomic<bool> stop{true};
+  ovhost::Accel accel(&stop);
+  accel.Add(planet.mesh);
+  const ovhost::ToldErrors told;
+  EXPECT_FALSE(accel.Build());
+  ovhost::Prototype prototype;
+  prototype.parts.grids.push_back(std::make_unique<ovhost::GridMesh>(planet.mesh));
+  EXPECT_FALSE(accel.Build(prototype));
+  EXPECT_FALSE(told.Any());
+  // What was stopped can be taken up again.
+  stop = false;
+  EXPECT_TRUE(accel.Build());
+  ovhost::SurfaceHit hit;
+  EXPECT_TRUE(accel.Intersect({}, {0, -1, 0}, 0.01, 1e9, hit));
 }
 
 TEST(Accel, BundlesMeetWhatSingleRaysMeet) {

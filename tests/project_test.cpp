@@ -13,6 +13,7 @@
 #include "core/random.h"
 #include "core/xml.h"
 #include "host/base/log.h"
+#include "host/base/session_context.h"
 #include "host/node/class_pool.h"
 #include "host/node/node_data.h"
 #include "host/project/camera.h"
@@ -507,6 +508,22 @@ TEST(HostNodes, CamerasSeeAProperFrameEverywhere) {
       EXPECT_NEAR(view.tanHalfHorizontal, std::tan(M_PI / 6), 1e-12);
       EXPECT_NEAR(view.tanHalfVertical * 2, view.tanHalfHorizontal, 1e-12);
     }
+}
+
+TEST(ProjectFiles, ReadingEndsWhenItIsStopped) {
+  ovhost::RegisterHostClasses();
+  const std::string camera = "<camera name=\"C\"/>";
+  std::atomic<bool> stop{true};
+  const ovhost::StopScope scope(stop);
+  const Messages messages;
+  EXPECT_FALSE(ovhost::ProjectFromText("<ombrivex_project>" + camera + "</ombrivex_project>", "a.ovd"));
+  juProject project;
+  EXPECT_FALSE(trBaseXML::ReadBuffer(&project, "<ombrivex_clip>" + camera + "</ombrivex_clip>"));
+  EXPECT_EQ(project.NumChildren(), 0);
+  EXPECT_EQ(messages.errors.size(), 2u);
+  stop = false;
+  EXPECT_TRUE(trBaseXML::ReadBuffer(&project, "<ombrivex_clip>" + camera + "</ombrivex_clip>"));
+  EXPECT_EQ(project.NumChildren(), 1);
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "core/xml.h"
 #include "host/base/log.h"
 #include "host/base/plain_file.h"
+#include "host/base/session_context.h"
 #include "host/node/class_pool.h"
 #include "host/node/node_data.h"
 #include "host/project/project_file.h"
@@ -146,6 +147,11 @@ class Reader {
     trError(Place(Line()) + why);
     if (parser_) XML_StopParser(parser_, XML_FALSE);
   }
+  /// Whether who reads has been asked to end.
+  bool EndsAsAsked() {
+    if (StopScope::IsAsked()) Fail("the reading was stopped");
+    return stopped_;
+  }
   /// The document is refused, but read on, so that all that is wrong is told at once.
   void Refuse(long line, trBase* node, const std::string& param, const std::string& why) {
     failed_ = true;
@@ -154,7 +160,7 @@ class Reader {
   }
 
   void Open(const char* name, const char** attributes) {
-    if (stopped_) return;
+    if (stopped_ || EndsAsAsked()) return;
     if (static_cast<int>(stack_.size()) >= kMaxDepth)
       return Fail("elements are nested more than " + std::to_string(kMaxDepth) + " deep");
     int count = 0;
@@ -408,6 +414,7 @@ class Reader {
   void FinishNodes() {
     size_t next = 0;
     for (trBase* node : nodes_) {
+      if (EndsAsAsked()) return;
       if (node != root_) node->OnCreate();
       if (next < pending_.size() && pending_[next].node == node) PlaceValues(pending_[next++]);
     }

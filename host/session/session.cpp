@@ -36,7 +36,8 @@ int LoadModules() {
 Session::Session(const std::string& path) {
   if (LoadModules() > 0) throw SessionError(SessionError::kFailed, "");
   project_ = LoadProject(path);
-  if (!project_) throw SessionError(SessionError::kInvalidProject, "");
+  if (!project_)
+    throw SessionError(StopScope::IsAsked() ? SessionError::kFailed : SessionError::kInvalidProject, "");
 }
 
 Session::Session(std::unique_ptr<juProject> project) : project_(std::move(project)) {}

@@ -51,10 +51,11 @@ bool IsHidden(const PatchOutline& patch, const trView& view, const Accel& rays) 
 
 }  // namespace
 
-std::vector<char> FindHiddenPatches(const std::vector<PatchOutline>& patches, const trView& view) {
+std::vector<char> FindHiddenPatches(const std::vector<PatchOutline>& patches, const trView& view,
+                                    const std::atomic<bool>* stop) {
   std::vector<char> isHidden(patches.size());
   const TriMesh mesh = OutlineTriangles(patches, view.eye);
-  Accel rays;
+  Accel rays(stop);
   rays.Add(mesh);
   if (rays.Build())
     ParallelFor(patches.size(), [&](size_t i) { isHidden[i] = IsHidden(patches[i], view, rays); });

@@ -194,7 +194,7 @@ void PatchTree::JoinHidden(std::vector<PatchNode>& leaves) const {
   std::vector<PatchOutline> outlines;
   outlines.reserve(leaves.size());
   for (const PatchNode& leaf : leaves) outlines.push_back(leaf.displaced);
-  const std::vector<char> isHidden = FindHiddenPatches(outlines, settings_.view);
+  const std::vector<char> isHidden = FindHiddenPatches(outlines, settings_.view, settings_.stop);
 
   std::vector<PatchNode> hidden, kept;
   for (size_t i = 0; i < leaves.size(); ++i)

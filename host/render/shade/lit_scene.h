@@ -27,7 +27,7 @@ struct FrameSettings {
 class OV_API LitScene : public trRenderServices {
  public:
   LitScene(const FrameSettings& settings, const std::atomic<bool>& stop)
-      : frame_(settings), stop_(stop), accel_(std::make_unique<Accel>()) {}
+      : frame_(settings), stop_(stop), accel_(std::make_unique<Accel>(&stop)) {}
 
   // trRenderServices
   int NumLights() const override { return static_cast<int>(lights_.size()); }

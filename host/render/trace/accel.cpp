@@ -79,7 +79,9 @@ void RayBundle::Add(const trVector& origin, const trVector& direction, double fr
 }
 
 struct Accel::Impl {
-  std::shared_ptr<const RayDevice> device = std::make_shared<RayDevice>();
+  explicit Impl(const std::atomic<bool>* stop) : device(std::make_shared<RayDevice>(stop)) {}
+
+  std::shared_ptr<const RayDevice> device;
   std::unique_ptr<RayScene> scene;
 
   /// The part that was met, and the copies it is in.
@@ -90,7 +92,7 @@ struct Accel::Impl {
   }
 };
 
-Accel::Accel() : impl_(std::make_unique<Impl>()) {
+Accel::Accel(const std::atomic<bool>* stop) : impl_(std::make_unique<Impl>(stop)) {
   if (impl_->device->Handle()) impl_->scene = std::make_unique<RayScene>(impl_->device);
 }
 

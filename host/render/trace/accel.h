@@ -1,6 +1,7 @@
 // Rays against surfaces, by Embree.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <vector>
 
@@ -27,7 +28,8 @@ struct OV_API RayBundle {
 /// Queries are thread-safe.
 class OV_API Accel {
  public:
-  Accel();
+  /// Builds end soon, and are false, once `stop` is set; it must outlive this.
+  explicit Accel(const std::atomic<bool>* stop = nullptr);
   ~Accel();
   Accel(const Accel&) = delete;
   Accel& operator=(const Accel&) = delete;
@@ -35,9 +37,10 @@ class OV_API Accel {
   void Add(const SurfacePart& part);
   /// The parts of an assembly, diced, and its populations, whose prototypes must be built.
   void Add(const Assembly& parts);
-  /// Makes a prototype ready to be met, once its parts are diced. False with an error reported.
+  /// Makes a prototype ready to be met, once its parts are diced. False with an error reported, or stopped.
   bool Build(Prototype& prototype);
-  /// Builds with the workers of the caller's arena. False with an error reported when Embree fails.
+  /// Builds with the workers of the caller's arena. False with an error reported when Embree fails, or
+  /// stopped.
   bool Build();
   /// The nearest part that rays of a kind meet.
   bool Intersect(const trVector& origin, const trVector& direction, double nearest, double farthest,

@@ -3,6 +3,10 @@
 
 #include <embree3/rtcore.h>
 
+#include <atomic>
+#include <mutex>
+#include <string>
+
 #include "host/render/trace/accel.h"
 
 namespace ovhost {
@@ -31,21 +35,26 @@ struct RayContext {
 /// A running ray tracer.
 class RayDevice {
  public:
-  /// Hits differ in their last bits between instruction sets. AVX-512 would gain some 3 % of a render;
-  /// without it the machines of a farm agree.
-  RayDevice() : handle_(rtcNewDevice("max_isa=avx2")) {}
-  ~RayDevice() {
-    if (handle_) rtcReleaseDevice(handle_);
-  }
+  /// `stop`, which may be null, ends builds; it must outlive the device.
+  explicit RayDevice(const std::atomic<bool>* stop);
+  ~RayDevice();
   RayDevice(const RayDevice&) = delete;
   RayDevice& operator=(const RayDevice&) = delete;
   /// Null where it could not be started.
   RTCDevice Handle() const { return handle_; }
-  /// False, with an error reported, where something went wrong since the last time.
+  /// Thread-safe.
+  bool IsStopped() const { return stop_ && stop_->load(std::memory_order_relaxed); }
+  /// False where something went wrong since the last time: with an error reported, unless it was stopped.
   bool Report() const;
 
  private:
+  /// Embree's call for an error, from any thread.
+  static void TakeError(void* self, RTCError code, const char* text);
+
+  const std::atomic<bool>* const stop_;
   RTCDevice handle_;
+  mutable std::mutex mutex_;
+  mutable std::string error_;  ///< the first since the last report
 };
 
 /// Owns its Embree scene; the parts must outlive it. Adding is for one thread at a time; the rest is
@@ -60,8 +69,8 @@ class RayScene {
   void Add(const SurfacePart& part);
   void Add(const Population& population);
   void Add(const Assembly& parts);
-  /// Builds the hierarchy with the workers of the caller's arena.
-  void Commit() { rtcJoinCommitScene(scene_); }
+  /// Builds the hierarchy with the workers of the caller's arena, as far as it isn't stopped.
+  void Commit();
 
   RTCScene Handle() const { return scene_; }
   bool IsEmpty() const { return parts_.empty(); }
