@@ -3,9 +3,8 @@
 
 #include <cmath>
 
-#include "core/render_state.h"
+#include "host/render/parts/displaced_point.h"
 #include "host/render/parts/grid_cell.h"
-#include "host/render/parts/surface_hit.h"
 
 namespace ovhost {
 
@@ -40,9 +39,7 @@ void GridMesh::Locate(const SurfaceHit& hit, const PartPlacement& placement, con
   point.material = material;
   point.relative = ray.origin + ray.direction * hit.distance;
   point.world = point.relative + ray.eye;
-  point.face = TowardsRay(hit.faceNormal, ray.direction);
-  point.normal = Normalised(normal);
-  point.rayOffset = RayOffset(point.relative);
+  FinishPoint(hit, ray, normal, point);
 }
 
 void GridMesh::FillState(const SurfaceHit& hit, const PartPlacement& placement, const SurfacePoint& point,
@@ -70,11 +67,7 @@ void GridMesh::FillState(const SurfaceHit& hit, const PartPlacement& placement, 
 
   si.Ph() = si.Pg();
   si.Ptg() = si.Pt();
-  si.P() = point.world;
-  si.Pt() = texture + patch.textureOrigin;
-  si.N() = si.Ni() = point.normal;
-  si.Nt() = Normalised(textureNormal);
-  si.RenderState().TerminatorInfo() = {};
+  SetDisplaced(point, texture + patch.textureOrigin, textureNormal, si);
 }
 
 double GridMesh::Curvature(const SurfaceHit& hit) const {

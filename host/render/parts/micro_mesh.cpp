@@ -3,27 +3,11 @@
 
 #include <algorithm>
 
-#include "core/render_state.h"
-#include "host/render/parts/surface_hit.h"
-#include "host/render/parts/triangle.h"
+#include "host/render/parts/displaced_point.h"
 
 namespace ovhost {
 
-TracedShape MicroMesh::Shape() const {
-  TracedShape shape;
-  if (triangles.empty()) return shape;
-  shape.vertices = &vertices[0].point;
-  shape.vertexBytes = sizeof(MicroVertex);
-  shape.numVertices = vertices.size();
-  shape.triangles = triangles.data();
-  shape.numTriangles = triangles.size();
-  return shape;
-}
-
-std::uint64_t MicroMesh::Bytes() const {
-  return roots.size() * sizeof(roots[0]) + vertices.size() * sizeof(vertices[0]) +
-         triangles.size() * sizeof(triangles[0]) + sceneTris.size() * sizeof(sceneTris[0]);
-}
+std::uint64_t MicroMesh::Bytes() const { return TrianglePart::Bytes() + roots.size() * sizeof(roots[0]); }
 
 void MicroMesh::Locate(const SurfaceHit& hit, const PartPlacement& placement, const MeetingRay& ray,
                        SurfacePoint& point) const {
@@ -42,9 +26,7 @@ void MicroMesh::Locate(const SurfaceHit& hit, const PartPlacement& placement, co
 
   point.material = MaterialOf(*scene, *scene->GetPTri(sceneTris[hit.primitive]));
   point.relative = point.world - ray.eye;
-  point.face = TowardsRay(hit.faceNormal, ray.direction);
-  point.normal = Normalised(normal);
-  point.rayOffset = RayOffset(point.relative);
+  FinishPoint(hit, ray, normal, point);
 }
 
 void MicroMesh::FillState(const SurfaceHit& hit, const PartPlacement& placement, const SurfacePoint& point,
@@ -83,23 +65,13 @@ void MicroMesh::FillState(const SurfaceHit& hit, const PartPlacement& placement,
   }
   si.SetSample(base, Normalised(baseNormal));
   si.Ptg() = baseTexture;
-  si.P() = point.world;
-  si.Pt() = texture;
-  si.N() = si.Ni() = point.normal;
-  si.Nt() = Normalised(textureNormal);
-  si.RenderState().TerminatorInfo() = {};
+  SetDisplaced(point, texture, textureNormal, si);
 }
 
 double MicroMesh::Curvature(const SurfaceHit& hit) const {
   const auto& corners = triangles[hit.primitive];
   const MicroVertex &a = vertices[corners[0]], &b = vertices[corners[1]], &c = vertices[corners[2]];
   return std::max({TurnBetween(a, b), TurnBetween(b, c), TurnBetween(c, a)});
-}
-
-trVector MicroMesh::PointAt(std::uint32_t primitive, double u, double v) const {
-  trVector corners[3];
-  for (int k = 0; k < 3; ++k) corners[k] = vertices[triangles[primitive][k]].point;
-  return BlendCorners(corners, u, v);
 }
 
 }  // namespace ovhost

@@ -1,11 +1,8 @@
 // Displaced meshes: triangles cut until their edges are as short as a pixel.
 #pragma once
 
-#include <array>
-#include <vector>
-
 #include "host/render/parts/packed_normal.h"
-#include "host/render/parts/surface_part.h"
+#include "host/render/parts/triangle_part.h"
 
 namespace ovhost {
 
@@ -18,28 +15,22 @@ struct MicroVertex {
   PackedNormal baseNormal, textureNormal;
 };
 static_assert(sizeof(MicroVertex) == 48);
+inline const trFVector& PointOf(const MicroVertex& vertex) { return vertex.point; }
 
 /// The triangles of a scene (not of its groups) that its surface shaders displace, as triangles a pixel or so
 /// long. Where three or more meet, all have the very same point.
-struct OV_API MicroMesh final : SurfacePart {
-  using SurfacePart::SurfacePart;
+struct OV_API MicroMesh final : TrianglePart<MicroVertex> {
+  using TrianglePart::TrianglePart;
 
   std::vector<std::int32_t> roots;  ///< table indices of the scene's triangles that it is made of
-
   trVector origin, textureOrigin;
-  std::vector<MicroVertex> vertices;
-  std::vector<std::array<std::uint32_t, 3>> triangles;
-  std::vector<std::int32_t> sceneTris;  ///< the scene's triangle that each is part of
 
-  TracedShape Shape() const override;
   std::uint64_t Bytes() const override;
-  size_t NumPrimitives() const override { return triangles.size(); }
   void Locate(const SurfaceHit& hit, const PartPlacement& placement, const MeetingRay& ray,
               SurfacePoint& point) const override;
   void FillState(const SurfaceHit& hit, const PartPlacement& placement, const SurfacePoint& point,
                  trShadingInterface& si) const override;
   double Curvature(const SurfaceHit& hit) const override;
-  trVector PointAt(std::uint32_t primitive, double u, double v) const override;
 };
 
 }  // namespace ovhost

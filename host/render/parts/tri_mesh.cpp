@@ -6,7 +6,6 @@
 
 #include "host/base/tangents.h"
 #include "host/render/parts/surface_hit.h"
-#include "host/render/parts/triangle.h"
 
 namespace ovhost {
 namespace {
@@ -75,22 +74,6 @@ void FillTriMesh(TriMesh& mesh, const std::vector<std::int32_t>& sceneTris, cons
     isWhole &= index == static_cast<std::int32_t>(mesh.triangles.size());
   }
   if (isWhole) mesh.sceneTris = {};
-}
-
-TracedShape TriMesh::Shape() const {
-  TracedShape shape;
-  if (triangles.empty()) return shape;
-  shape.vertices = vertices.data();
-  shape.vertexBytes = sizeof(vertices[0]);
-  shape.numVertices = vertices.size() - 1;
-  shape.triangles = triangles.data();
-  shape.numTriangles = triangles.size();
-  return shape;
-}
-
-std::uint64_t TriMesh::Bytes() const {
-  return vertices.size() * sizeof(vertices[0]) + triangles.size() * sizeof(triangles[0]) +
-         sceneTris.size() * sizeof(sceneTris[0]);
 }
 
 void TriMesh::Locate(const SurfaceHit& hit, const PartPlacement& placement, const MeetingRay& ray,
@@ -168,12 +151,6 @@ void TriMesh::FillState(const SurfaceHit& hit, const PartPlacement& placement, c
   si.Pt() = movedTexture;
   si.Nt() = movedTextureNormal;
   si.N() = si.Ni() = normal;
-}
-
-trVector TriMesh::PointAt(std::uint32_t primitive, double u, double v) const {
-  trVector corners[3];
-  for (int k = 0; k < 3; ++k) corners[k] = vertices[triangles[primitive][k]];
-  return BlendCorners(corners, u, v);
 }
 
 }  // namespace ovhost

@@ -1,24 +1,18 @@
 // Surfaces traced as the triangles that they are.
 #pragma once
 
-#include <array>
-#include <vector>
-
-#include "core/vector.h"
-#include "host/render/parts/surface_part.h"
+#include "host/render/parts/triangle_part.h"
 
 namespace ovhost {
 
 /// The triangles of one scene (not of its groups) that aren't diced. What shading asks for beyond the points
 /// stays in the scene's tables.
-struct OV_API TriMesh final : SurfacePart {
-  using SurfacePart::SurfacePart;
-
-  /// Points of the scene in world space, relative to whatever the rays' origins are relative to; one more at
-  /// the end, since rays are traced with loads of 16 bytes.
-  std::vector<trFVector> vertices;
-  std::vector<std::array<std::uint32_t, 3>> triangles;
-  std::vector<std::int32_t> sceneTris;  ///< table index of each triangle; empty where that is its number + 1
+///
+/// Vertices are points of the scene in world space, relative to whatever the rays' origins are relative to;
+/// one more at the end, since rays are traced with loads of 16 bytes. `sceneTris` is empty where a triangle's
+/// index is its number + 1.
+struct OV_API TriMesh final : TrianglePart<trFVector, 1> {
+  using TrianglePart::TrianglePart;
 
   std::vector<char> mayDisplace;  ///< by the scene's material: whether its surface shader displaces
 
@@ -33,14 +27,10 @@ struct OV_API TriMesh final : SurfacePart {
     return sceneTris.empty() ? static_cast<std::int32_t>(triangle) + 1 : sceneTris[triangle];
   }
 
-  TracedShape Shape() const override;
-  std::uint64_t Bytes() const override;
-  size_t NumPrimitives() const override { return triangles.size(); }
   void Locate(const SurfaceHit& hit, const PartPlacement& placement, const MeetingRay& ray,
               SurfacePoint& point) const override;
   void FillState(const SurfaceHit& hit, const PartPlacement& placement, const SurfacePoint& point,
                  trShadingInterface& si) const override;
-  trVector PointAt(std::uint32_t primitive, double u, double v) const override;
 };
 
 /// Fills the triangles of a mesh with the given triangles of its scene, relative to `origin` (world space).
