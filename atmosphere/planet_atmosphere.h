@@ -79,10 +79,7 @@ class PlanetAtmosphere final : public trAtmosShader {
                    AtmosphereRayData& data);
 
   // Evaluation (planet_atmosphere_samples.cpp)
-  static constexpr int kMediaBlock = 8;
   void EvaluateMedia(AtmosphereRayData& data, int first) const;
-  void MeanDensities(const double* height, const double* lit, int count, double scaleHeight, double inverse,
-                     double* density) const;
   void AddLights(trRenderState& state, const trAtmosSample& sample, const AtmosphereRayData& data,
                  AtmosphereSegment& segment, double stateQuality);
   void AddEnviro(trRenderState& state, int index, AtmosphereRayData& data, AtmosphereSegment& segment);

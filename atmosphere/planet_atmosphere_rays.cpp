@@ -3,6 +3,7 @@
 #include <new>
 
 #include "atmosphere/atmosphere_medium.h"
+#include "atmosphere/media_lanes.h"
 #include "atmosphere/planet_atmosphere.h"
 #include "core/idioms.h"
 
@@ -182,7 +183,7 @@ void PlanetAtmosphere::AddSegments(trRenderState& state, trAtomicIntegrator& int
   if (data.segments.size() < static_cast<size_t>(last) + 1)
     data.segments.resize(std::max(last + 1, kUsualSegments));
   data.segmentCount = last + 1;
-  const int blocks = (data.segmentCount + kMediaBlock - 1) / kMediaBlock;
+  const int blocks = (data.segmentCount + atmosphere::kMediaBlock - 1) / atmosphere::kMediaBlock;
   data.blockSize = (data.segmentCount + blocks - 1) / blocks;
   trVector start = span.entry;
   for (int k = 0; k <= last; ++k) {

@@ -4,12 +4,13 @@
 #include <cmath>
 
 #include "atmosphere/atmosphere_medium.h"
+#include "atmosphere/media_lanes.h"
 #include "atmosphere/planet_atmosphere.h"
 #include "core/idioms.h"
 
 namespace {
 
-using atmosphere::kPerMetre;
+using atmosphere::kLaneRoom, atmosphere::kMediaBlock, atmosphere::kPerMetre;
 
 /// Puts the ray's flags and quality back, on every way out.
 class RayGuard {
@@ -33,12 +34,6 @@ class RayGuard {
 
 /// An optical depth that arithmetic can go on with.
 float Bounded(double depth) { return depth > 0.0 ? static_cast<float>(std::min(depth, 1e30)) : 0.0f; }
-
-atmosphere::Pair Load(const double* p) { return atmosphere::Pair{p[0], p[1]}; }
-void Store(atmosphere::Pair value, double* p) {
-  p[0] = value[0];
-  p[1] = value[1];
-}
 
 trFCol Bounded(const trFCol& c, double scale) {
   return {Bounded(c.r * scale), Bounded(c.g * scale), Bounded(c.b * scale)};
@@ -89,28 +84,6 @@ long PlanetAtmosphere::EvaluateRaySample(trRenderState& state, trAtmosSample& sa
   return 1;
 }
 
-void PlanetAtmosphere::MeanDensities(const double* height, const double* lit, int count, double scaleHeight,
-                                     double inverse, double* density) const {
-  // The arrays are padded: what a pair has too much is computed and not used.
-  double boundary[kMediaBlock + 2], level[kMediaBlock];
-  for (int i = 0; i <= count; i += 2)
-    Store(atmosphere::DensityExp(Load(height + i) * -inverse), boundary + i);
-  // The mean over a stretch that climbs; for one nearly level, the density at its lit point.
-  const double least = scaleHeight * derived_.invSamples * 0.1;
-  bool isAnyLevel = false;
-  for (int i = 0; i < count; ++i) {
-    const double rise = height[i + 1] - height[i];
-    if (std::fabs(rise) > least)
-      density[i] = GuardedDivide((boundary[i] - boundary[i + 1]) * scaleHeight, rise);
-    else
-      isAnyLevel = true;
-  }
-  if (!isAnyLevel) return;
-  for (int i = 0; i < count; i += 2) Store(atmosphere::CoarseExp(Load(lit + i) * -inverse), level + i);
-  for (int i = 0; i < count; ++i)
-    if (!(std::fabs(height[i + 1] - height[i]) > least)) density[i] = level[i];
-}
-
 void PlanetAtmosphere::EvaluateMedia(AtmosphereRayData& data, int first) const {
   const int count = std::min(data.blockSize, data.segmentCount - first);
   data.blockFirst = first;
@@ -119,24 +92,26 @@ void PlanetAtmosphere::EvaluateMedia(AtmosphereRayData& data, int first) const {
 
   // Heights of the boundaries and of the lit points, not below the floor.
   const auto heightOf = [this](const trVector& p) { return (p - centre_).Length() - radius_; };
-  double height[kMediaBlock + 2], lit[kMediaBlock], litAboveFloor[kMediaBlock + 1];
-  height[0] = std::max(floor_, heightOf(segments[0].start));
+  atmosphere::MediaBlock block = {};
+  block.count = count;
+  double lit[kMediaBlock];
+  block.boundary[0] = std::max(floor_, heightOf(segments[0].start));
   for (int i = 0; i < count; ++i) {
-    height[i + 1] = std::max(floor_, heightOf(segments[i].end));
+    block.boundary[i + 1] = std::max(floor_, heightOf(segments[i].end));
     lit[i] = heightOf(segments[i].jittered);
-    litAboveFloor[i] = std::max(floor_, lit[i]);
+    block.lit[i] = std::max(floor_, lit[i]);
   }
 
-  height[count + 1] = litAboveFloor[count] = 0;
-
   // Optical depths of the media and the ozone band, per channel.
-  double bluesky[kMediaBlock] = {}, haze[kMediaBlock] = {};
-  MeanDensities(height, litAboveFloor, count, blueskyExpHeight_, derived_.invBlueskyHeight, bluesky);
-  MeanDensities(height, litAboveFloor, count, hazeExpHeight_, derived_.invHazeHeight, haze);
+  double bluesky[kMediaBlock + kLaneRoom], haze[kMediaBlock + kLaneRoom];
+  const auto leastRise = [this](double scaleHeight) { return scaleHeight * derived_.invSamples * 0.1; };
+  atmosphere::MeanDensities(
+      block, {blueskyExpHeight_, derived_.invBlueskyHeight, leastRise(blueskyExpHeight_)}, bluesky);
+  atmosphere::MeanDensities(block, {hazeExpHeight_, derived_.invHazeHeight, leastRise(hazeExpHeight_)}, haze);
   const double grey = std::clamp(hazeGreyFraction_, 0.0, 1.0);
   const trManRgb& decay = redskyDecayColour_;
   const double mean = (decay.r + decay.g) / 2.0;
-  double tau[3 * kMediaBlock + 1];
+  double tau[3 * kMediaBlock + kLaneRoom];
   for (int i = 0; i < count; ++i) {
     AtmosphereSegment& segment = segments[i];
     const double unit = segment.length * kPerMetre;
@@ -158,8 +133,8 @@ void PlanetAtmosphere::EvaluateMedia(AtmosphereRayData& data, int first) const {
     for (int c = 0; c < 3; ++c) tau[3 * i + c] = segment.opticalDepth[c];
   }
 
-  tau[3 * count] = 0;
-  for (int i = 0; i < 3 * count; i += 2) Store(1.0 - atmosphere::Transmit(Load(tau + i)), tau + i);
+  std::fill_n(tau + 3 * count, kLaneRoom, 0.0);
+  atmosphere::TakeOpacities(tau, 3 * count);
   for (int i = 0; i < count; ++i)
     segments[i].opacity = trFCol(static_cast<float>(tau[3 * i]), static_cast<float>(tau[3 * i + 1]),
                                  static_cast<float>(tau[3 * i + 2]));

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 
+#include "core/voronoi_batch.h"
 #include "fractal/noise_kernels.h"
 #include "fractal/octave_math-inl.h"
 
@@ -200,35 +201,52 @@ inline void FoldNoise(const Kernel& k, const FractalDerived& derived, const Octa
   }
 }
 
-/// The smoothed distance to the nearest feature, its fold at 0 rounded off.
+/// Where the Voronoi flavours look each octave up, in whole vectors.
+struct CellularPoints {
+  double x[kMaxOctaves], y[kMaxOctaves], z[kMaxOctaves];
+  trVoronoiBatch batch;
+
+  HWY_INLINE CellularPoints(const OctaveRun& run, const trVector* offset) : batch{x, y, z, run.Padded()} {
+    for (int i = 0; i < run.count; ++i) {
+      x[i] = run.x[i] + offset[i].x;
+      y[i] = run.y[i] + offset[i].y;
+      z[i] = run.z[i] + offset[i].z;
+    }
+    for (int i = run.count; i < batch.count; ++i) x[i] = y[i] = z[i] = 0.0;
+  }
+};
+static_assert(kMaxOctaves % 8 == 0, "as batches of points are rounded up");
+
+/// The smoothed distance to the nearest feature, its fold at 0 rounded off. The logarithms of all octaves are
+/// taken together.
 inline void SmoothNearestNoise(const Kernel& k, const FractalDerived& derived, const OctaveRun& run,
                                const trVector* offset, double* noise) {
-  std::fill(noise + run.count, noise + run.Padded(), 0.0);
-  for (int i = 0; i < run.count; ++i) {
-    const trVector p = trVector(run.x[i], run.y[i], run.z[i]) + offset[i];
-    const double footprint = derived.frequency[i] * run.filter;
-    trDEV_SmoothVoronoi3(noise[i], &p.x, footprint, 1.0 / footprint);
-  }
   const Lanes d;
+  const CellularPoints points(run, offset);
+  double footprint[kMaxOctaves];
+  for (int i = 0; i < run.count; i += static_cast<int>(hn::Lanes(d)))
+    hn::StoreU(hn::Mul(hn::LoadU(d, derived.frequency + i), hn::Set(d, run.filter)), d, footprint + i);
+  trDEV_SmoothVoronoi3Batch(points.batch, footprint, noise);
   for (int i = 0; i < run.count; i += static_cast<int>(hn::Lanes(d))) {
-    const V footprint = hn::Mul(hn::LoadU(d, derived.frequency + i), hn::Set(d, run.filter));
-    const V r = hn::Mul(hn::Set(d, 1.4), footprint);
+    const V r = hn::Mul(hn::Set(d, 1.4), hn::LoadU(d, footprint + i));
     const V soft = LogAbs(hn::LoadU(d, noise + i), r, hn::Div(hn::Set(d, 1.0), r));
     hn::StoreU(hn::Mul(hn::Set(d, k.sign[0]), hn::Sub(hn::Set(d, 0.52), soft)), d, noise + i);
   }
 }
 
-/// The other Voronoi flavours, an octave after the other.
+/// The other Voronoi flavours.
 inline void CellularNoise(const Kernel& k, const OctaveRun& run, const trVector* offset, double* noise) {
-  std::fill(noise + run.count, noise + run.Padded(), 0.0);
-  for (int i = 0; i < run.count; ++i) {
-    const trVector p = trVector(run.x[i], run.y[i], run.z[i]) + offset[i];
-    double value;
-    trVector toNearest, toSecond;
-    trVoronoi3(value, toNearest, toSecond, &p.x);
-    const double f1 = toNearest.Length();
-    noise[i] = k.form == Kernel::kNearest ? k.sign[0] * (0.52 - f1)
-                                          : k.sign[0] * ((toSecond.Length() - f1) * 0.5 - 0.1);
+  const Lanes d;
+  const CellularPoints points(run, offset);
+  double second[kMaxOctaves];
+  const bool isBorder = k.form == Kernel::kBorder;
+  trVoronoi3Batch(points.batch, noise, isBorder ? second : nullptr);
+  for (int i = 0; i < run.count; i += static_cast<int>(hn::Lanes(d))) {
+    const V f1 = hn::LoadU(d, noise + i);
+    const V shape =
+        isBorder ? hn::Sub(hn::Mul(hn::Sub(hn::LoadU(d, second + i), f1), hn::Set(d, 0.5)), hn::Set(d, 0.1))
+                 : hn::Sub(hn::Set(d, 0.52), f1);
+    hn::StoreU(hn::Mul(hn::Set(d, k.sign[0]), shape), d, noise + i);
   }
 }
 

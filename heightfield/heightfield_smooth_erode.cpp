@@ -10,6 +10,7 @@
 #include "heightfield/cone_kernel.h"
 #include "heightfield/drop_numbers.h"
 #include "heightfield/erosion_params.h"
+#include "heightfield/slope_lanes.h"
 
 namespace {
 
@@ -120,29 +121,22 @@ class SmoothErodeRow {
     }
   }
 
-  /// The cone is symmetric: of four points that mirror each other the one in the middle cancels out.
   void SumSlopesOfPairs() {
     PaddedRow<double> sums(width_, kernel_.halfX), differences(width_, kernel_.halfX);
+    std::vector<double> weights(kernel_.halfX + 1), weightsByColumn(kernel_.halfX + 1);
     for (int dy = 1; dy <= kernel_.halfY; ++dy) {
-      const float* const weights = kernel_.Row(dy) + kernel_.halfX;
+      const float* const row = kernel_.Row(dy) + kernel_.halfX;
       int reach = kernel_.halfX;
-      while (reach > 0 && weights[reach] == 0) --reach;
+      while (reach > 0 && row[reach] == 0) --reach;
+      for (int dx = 1; dx <= reach; ++dx) {
+        weights[dx] = row[dx];
+        weightsByColumn[dx] = weights[dx] / dx;
+      }
       const float *const above = Heights(dy), *const below = Heights(-dy);
       sums.Fill([&](int x) { return static_cast<double>(above[x]) + below[x]; });
       differences.Fill([&](int x) { return static_cast<double>(above[x]) - below[x]; });
-      for (int x = 0; x < width_; x += kLanes) {
-        const double *const s = sums.Points() + x, *const d = differences.Points() + x;
-        double slopeX[kLanes] = {}, slopeY[kLanes] = {};
-        for (int dx = 1; dx <= reach; ++dx) {
-          const double weight = weights[dx], weightX = weight / dx;
-          for (int k = 0; k < kLanes; ++k) slopeX[k] += weightX * (s[k + dx] - s[k - dx]);
-          for (int k = 0; k < kLanes; ++k) slopeY[k] += weight * (d[k + dx] + d[k - dx]);
-        }
-        for (int k = 0; k < kLanes; ++k) {
-          downX_[x + k] += slopeX[k];
-          downY_[x + k] += slopeY[k] / dy;
-        }
-      }
+      AddMirroredSlopes({sums.Points(), differences.Points(), width_, static_cast<double>(dy)}, reach,
+                        weights.data(), weightsByColumn.data(), downX_.data(), downY_.data());
     }
   }
 
@@ -158,7 +152,10 @@ class SmoothErodeRow {
     const double along = isAlongX ? downX : downY, across = isAlongX ? downY : downX;
     const double tilt = across / along, reach = kReach / std::fabs(along);
     float lowest = centre_[x];
-    for (int i = -longHalf; i <= longHalf; ++i) {
+    // The nearest ones count most: with them first, most others can be told by their weight alone.
+    const int towards = along < 0 ? -1 : 1;
+    for (int step = isUnit ? std::max(-longHalf, -4) : -longHalf; step <= longHalf; ++step) {
+      const int i = towards * step;
       // The strip begins where its edge of half its width does.
       int first = -shortHalf, last = shortHalf;
       if (isUnit) {
@@ -168,10 +165,19 @@ class SmoothErodeRow {
       }
       for (int j = first; j <= last; ++j) {
         const int dx = isAlongX ? i : j, dy = isAlongX ? j : i;
+        const float height = Heights(dy)[std::clamp(x + dx, 0, width_ - 1)];
+        if (IsAbove(lowest, centre_[x], height, kernel_.Row(dy)[dx + kernel_.halfX])) continue;
         lowest = std::min(lowest, Blend(x, dx, dy, downX, downY));
       }
     }
     return lowest;
+  }
+
+  /// Whether no blend of a height with at most `weight` is below `lowest`, rounding of the blend included.
+  static bool IsAbove(float lowest, float centre, float height, float weight) {
+    constexpr float kRounding = 1e-6f;
+    const float magnitude = std::max(std::fabs(centre), std::fabs(height));
+    return centre - weight * std::max(0.0f, centre - height) - kRounding * magnitude >= lowest;
   }
 
   /// A point's height where the other one doesn't count.

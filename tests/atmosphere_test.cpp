@@ -7,8 +7,10 @@
 #include <stdexcept>
 
 #include "atmosphere/atmosphere_medium.h"
+#include "atmosphere/media_lanes.h"
 #include "atmosphere/planet_atmosphere.h"
 #include "host/node/node_data.h"
+#include "host/noise/simd_level.h"
 #include "tests/fake_sky.h"
 
 namespace {
@@ -439,23 +441,50 @@ TEST(AtmosphereMedium, PhaseFunctions) {
           }
 }
 
+constexpr int kMiddle = 4;
+
+/// Density between two heights, scale heights, in the middle of a block; a level stretch is lit at `low`.
+double DensityBetween(double low, double high) {
+  atmosphere::MediaBlock block = {7, {}, {}};
+  std::fill_n(block.boundary, 5, low);
+  std::fill_n(block.boundary + 5, 8, high);
+  std::fill_n(block.lit, kMiddle + 4, low);
+  double density[atmosphere::kMediaBlock + atmosphere::kLaneRoom];
+  atmosphere::MeanDensities(block, {1, 1, 1e-3}, density);
+  return density[kMiddle];
+}
+
+double Opacity(double depth) {
+  double depths[3 + atmosphere::kLaneRoom] = {0.5, 2, depth};
+  atmosphere::TakeOpacities(depths, 3);
+  return depths[2];
+}
+
 TEST(AtmosphereMedium, ExponentialsAndOzone) {
-  for (double x = -19.9; x < 19.9; x += 0.0371)
-    EXPECT_NEAR(atmosphere::CoarseExp(atmosphere::Pair{-1, x})[1] / std::exp(x), 1, 0.045) << x;
-  EXPECT_EQ(atmosphere::CoarseExp(atmosphere::Pair{-1, 20.1})[1], 482087424.0);
-  EXPECT_EQ(atmosphere::CoarseExp(atmosphere::Pair{-1, -20.1})[1], 0);
-  for (double x = -13; x < 13; x += 0.0371)
-    EXPECT_NEAR(atmosphere::DensityExp(atmosphere::Pair{-1, x})[1] / std::exp(x), 1, 2e-8) << x;
-  EXPECT_EQ(atmosphere::DensityExp(atmosphere::Pair{-1, -14})[1], 0);
-  EXPECT_EQ(atmosphere::DensityExp(atmosphere::Pair{-1, 700})[1], 1000000.0025247573);
-  EXPECT_EQ(atmosphere::Transmit(atmosphere::Pair{-1, -1})[1], 1);
-  // Near 0 it leans to 1 - t, by the share (1 - t)^2.
-  for (double t = 1e-7; t < 30; t *= 1.3) {
-    const double exact = -std::expm1(-t), share = t < 1 ? (1 - t) * (1 - t) : 0;
-    EXPECT_NEAR(1 - atmosphere::Transmit(atmosphere::Pair{-1, t})[1], t * share + exact * (1 - share),
-                3e-8 * std::min(t, 1.0) + 1e-15)
-        << t;
+  std::vector<double> expected;
+  for (const std::string& level : NoiseSimdLevels()) {
+    SetNoiseSimdLevel(level);
+    std::vector<double> values;
+    const auto note = [&values](double value) { return values.push_back(value), value; };
+    for (double x = -19.9; x < 19.9; x += 0.0371)
+      EXPECT_NEAR(note(DensityBetween(-x, -x)) / std::exp(x), 1, 0.045) << x;
+    EXPECT_EQ(DensityBetween(-20.1, -20.1), 482087424.0);
+    EXPECT_EQ(DensityBetween(20.1, 20.1), 0);
+    // What lies above the higher one counts for nothing.
+    for (double x = -13; x < 13; x += 0.0371)
+      EXPECT_NEAR(note(DensityBetween(-x, 1e4)) * (1e4 + x) / std::exp(x), 1, 2e-8) << x;
+    EXPECT_EQ(DensityBetween(14, 1e4), 0);
+    EXPECT_EQ(DensityBetween(-700, 300), 1000.0000025247573);
+    EXPECT_EQ(Opacity(-1), 0);
+    // Near 0 it leans to t, by the share (1 - t)^2.
+    for (double t = 1e-7; t < 30; t *= 1.3) {
+      const double exact = -std::expm1(-t), share = t < 1 ? (1 - t) * (1 - t) : 0;
+      EXPECT_NEAR(note(Opacity(t)), t * share + exact * (1 - share), 3e-8 * std::min(t, 1.0) + 1e-15) << t;
+    }
+    if (expected.empty()) expected = values;
+    EXPECT_EQ(values, expected) << level;
   }
+  SetNoiseSimdLevel("");
   for (double height = 0; height < 80000; height += 97) {
     const double x = (height - 12000) / 8000;
     const double expected =

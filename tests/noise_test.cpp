@@ -10,6 +10,7 @@
 
 #include "core/noise.h"
 #include "core/noise_pair.h"
+#include "core/voronoi_batch.h"
 #include "host/noise/lattice.h"
 #include "host/noise/simd_level.h"
 
@@ -267,6 +268,32 @@ struct Cellular {
   double value;
   trVector toNearest, toSecond;
 };
+
+TEST_F(SimdLevels, VoronoiBatchesAreTheSingleForms) {
+  Batch points = DifficultPoints();
+  const auto count = points.x.size();
+  for (std::vector<double>* axis : {&points.x, &points.y, &points.z}) axis->resize((count + 7) / 8 * 8);
+  std::vector<double> nearest(points.x.size()), second = nearest, alone = nearest, smooth = nearest, size;
+  for (size_t i = 0; i < points.x.size(); ++i)
+    size.push_back(i % 5 == 0 ? 1e-12 : 0.01 * static_cast<double>(i % 300));
+  const trVoronoiBatch batch = {points.x.data(), points.y.data(), points.z.data(), static_cast<int>(count)};
+  for (const std::string& level : NoiseSimdLevels()) {
+    SetNoiseSimdLevel(level);
+    trVoronoi3Batch(batch, nearest.data(), second.data());
+    trVoronoi3Batch(batch, alone.data(), nullptr);
+    trDEV_SmoothVoronoi3Batch(batch, size.data(), smooth.data());
+    for (size_t i = 0; i < count; ++i) {
+      const trVector p(points.x[i], points.y[i], points.z[i]);
+      const Cellular single(p);
+      ASSERT_EQ(nearest[i], single.toNearest.Length()) << level << " at " << i;
+      ASSERT_EQ(second[i], single.toSecond.Length()) << level << " at " << i;
+      ASSERT_EQ(alone[i], nearest[i]) << level << " at " << i;
+      double v;
+      trDEV_SmoothVoronoi3(v, &p.x, size[i], 1.0 / size[i]);
+      ASSERT_EQ(smooth[i], v) << level << " at " << i;
+    }
+  }
+}
 
 TEST(Voronoi, FindsTheNearestTwoOfAllFeatures) {
   for (const trVector& centre : {trVector(), trVector(-kEarthRadius, 3, 0.25 * kEarthRadius)}) {

@@ -23,6 +23,11 @@ struct CellOffsets {
 };
 inline constexpr CellOffsets kCellOffsets;
 
+// The smooth form: features count within a distance of 1, all of which the 27 cells hold, and fade out
+// towards it; one that always stands at 1 with little weight keeps the mean defined where there is no other.
+// Weights fall by e within half the filter's size, which is no smaller than a point's.
+inline constexpr double kFarWeight = 0.02, kPointFilter = 1e-9, kPointFalloff = 2e9;
+
 inline constexpr uint64_t kFeatureSeed = HashSeed(106), kValueSeed = HashSeed(107);
 
 struct FeatureCells {

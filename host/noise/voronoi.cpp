@@ -136,11 +136,7 @@ void trVoronoi3<double>(double& value, trVector& toNearest, trVector& toSecond, 
 }
 
 void trDEV_SmoothVoronoi3(double& result, const double* point, const double& size, const double& invSize) {
-  // Features count within a distance of 1, all of which the 27 cells hold, and fade out towards it; one that
-  // always stands at 1 with little weight keeps the mean defined where there is no other.
-  constexpr double kFarWeight = 0.02;
-  // Weights fall by e within half the filter's size.
-  const double falloff = size > 1e-9 ? 2.0 * invSize : 2e9;
+  const double falloff = size > kPointFilter ? 2.0 * invSize : kPointFalloff;
   double squared[kPaddedCells];
   HWY_DYNAMIC_DISPATCH(AllDistances)(FeatureCells(point), squared);
   double distance[27];
