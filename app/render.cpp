@@ -79,15 +79,12 @@ void CheckOutputs(const std::vector<Job>& jobs) {
 
 /// The rows of tile i of n, from the top, within `whole`.
 ovhost::PixelRect TileRows(const std::string& text, ovhost::PixelRect whole) {
-  int tile = 0, count = 0, read = 0;
-  if (std::sscanf(text.c_str(), "%d/%d%n", &tile, &count, &read) != 2 ||
-      read != static_cast<int>(text.size()) || tile < 1 || tile > count)
-    throw Failure{kBadUsage, "\"" + text + "\" is not a tile such as 2/4"};
+  const Tile tile = ParseTile(text);
   const long rows = whole.y1 - whole.y0;
-  if (count > rows) throw Failure{kBadUsage, "--tile: more tiles than rows of pixels"};
+  if (tile.count > rows) throw Failure{kBadUsage, "--tile: more tiles than rows of pixels"};
   const int top = whole.y0;
-  whole.y0 = top + static_cast<int>(rows * (tile - 1) / count);
-  whole.y1 = top + static_cast<int>(rows * tile / count);
+  whole.y0 = top + static_cast<int>(rows * (tile.number - 1) / tile.count);
+  whole.y1 = top + static_cast<int>(rows * tile.number / tile.count);
   return whole;
 }
 

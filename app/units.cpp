@@ -47,6 +47,18 @@ double ParseSeconds(const std::string& text) {
   throw Failure{kBadUsage, "\"" + text + "\" is not " + kWhat};
 }
 
+Tile ParseTile(const std::string& text) {
+  Tile tile;
+  const char* const end = text.data() + text.size();
+  const auto number = std::from_chars(text.data(), end, tile.number);
+  if (number.ec == std::errc() && number.ptr < end && *number.ptr == '/') {
+    const auto count = std::from_chars(number.ptr + 1, end, tile.count);
+    if (count.ec == std::errc() && count.ptr == end && tile.number >= 1 && tile.number <= tile.count)
+      return tile;
+  }
+  throw Failure{kBadUsage, "\"" + text + "\" is not a tile such as 2/4"};
+}
+
 std::string DurationText(double seconds) {
   const long whole = seconds > 0 && seconds < 1e9 ? std::lround(seconds) : 0;
   char text[64];

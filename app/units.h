@@ -11,6 +11,13 @@ unsigned long long ParseBytes(const std::string& text);
 /// A number of seconds with an optional suffix s, m or h. Throws a Failure.
 double ParseSeconds(const std::string& text);
 
+/// The i-th of n bands of rows, counted from 1 at the top.
+struct Tile {
+  int number = 1, count = 1;
+};
+/// A tile such as "2/4". Throws a Failure.
+Tile ParseTile(const std::string& text);
+
 /// Seconds for people: "0.7 s", "15 s", "3 min 20 s", "2 h 05 min".
 std::string DurationText(double seconds);
 

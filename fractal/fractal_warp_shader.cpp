@@ -2,6 +2,7 @@
 #include "fractal/fractal_warp_shader.h"
 
 #include "core/noise_pair.h"
+#include "core/seed.h"
 
 namespace {
 
@@ -126,7 +127,7 @@ void FractalWarpShader::BuildTables() const {
   const std::lock_guard<std::mutex> lock(tablesMutex_);
   if (!tablesDirty_.load(std::memory_order_relaxed)) return;
   for (int k = 0; k < kMaxOctaves + kSecondOffset; ++k)
-    noiseOffset_[k] = trNoff3(static_cast<int>(seed_ + k));
+    noiseOffset_[k] = trNoff3(static_cast<int>(trSeedAfter(seed_, k)));
   const double ratio = roughness_ > 1e-12 ? std::pow(2.0, -1 / roughness_) : 0;
   for (int k = kMaxOctaves - 1; k >= 0; --k) {
     warpStep_[k] = std::pow(ratio, k) * Variation();

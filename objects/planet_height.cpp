@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "core/guarded.h"
+#include "core/seed.h"
 
 namespace {
 
@@ -21,15 +22,14 @@ struct WarpedPoints {
 };
 
 WarpedPoints Warp(const trVector& p, const PlanetHeightParams& params, long octaves) {
-  const auto sharp = [](const trVector& at, long seed) {
-    return trOldSharpNoise3(at + trNoff3(static_cast<int>(seed)));
+  const auto sharp = [&params](const trVector& at, long steps) {
+    return trOldSharpNoise3(at + trNoff3(static_cast<int>(trSeedAfter(params.seed, steps))));
   };
   trVector all, fine, finest;
   double frequency = 1;
   for (long i = 0; i < octaves; ++i, frequency *= kLacunarity) {
     const trVector at = p * frequency;
-    const long seed = params.seed + 2 + i;
-    const trVector offset = trVector(sharp(at, seed), sharp(at, seed + 1), sharp(at, seed + 2)) / frequency;
+    const trVector offset = trVector(sharp(at, i + 2), sharp(at, i + 3), sharp(at, i + 4)) / frequency;
     all += offset;
     if (i >= 4) fine += offset;
     if (i >= 8) finest += offset;
@@ -61,15 +61,17 @@ PlanetHeightResult PlanetHeight(const trVector& point, const PlanetHeightParams&
     const double toFine = std::clamp((i - 4) * 0.25, 0.0, 1.0),
                  toFinest = std::clamp((i - 8) * 0.25, 0.0, 1.0);
     const trVector at = Lerp(Lerp(warped.all, warped.fine, toFine), warped.finest, toFinest);
-    const int seed = static_cast<int>(params.seed + i);
-    const double noise = trOldSharpNoise3(at * frequency + trNoff3(seed));
+    const auto offset = [&](long steps) {
+      return trNoff3(static_cast<int>(trSeedAfter(params.seed, steps)));
+    };
+    const double noise = trOldSharpNoise3(at * frequency + offset(i));
 
     // Where the ground has risen, it is rougher and higher.
     sum += noise - CoastErosion(result.height, size, params.coastlineErosion);
     const double gain = std::exp(sum * params.amplitudeVariation);
     result.rock += std::pow(frequency, -0.25) * gain * noise;
     result.height += std::fmin(gain * amplitude, size * params.slopeClip) * noise;
-    if (size < kLargestRipple) result.ocean += trNoise3(p * frequency + trNoff3(seed + 20)) * 0.1 * size;
+    if (size < kLargestRipple) result.ocean += trNoise3(p * frequency + offset(i + 20)) * 0.1 * size;
 
     size *= kInverseLacunarity;
     frequency *= kLacunarity;

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstring>
 
+#include "core/seed.h"
+
 namespace {
 
 constexpr int kPerlinRidges = 2, kBeckmannOV2 = 1;
@@ -98,7 +100,7 @@ void WaterShader::UpdateReflection() {
 }
 
 void WaterShader::UpdateWind() {
-  wind_->SetParam("seed", seed_ + kWindSeedOffset, this);
+  wind_->SetParam("seed", trSeedAfter(seed_, kWindSeedOffset), this);
   wind_->SetParam("feature_scale", windPatchSize_, this);
   wind_->SetParam("lead-in_scale", 10 * windPatchSize_, this);
   wind_->SetParam("lead-in_warp_effect", 1, this);

@@ -12,27 +12,11 @@
 #include "host/node/class_pool.h"
 #include "host/raster/raster_read.h"
 #include "host/raster/raster_write.h"
+#include "tests/raster_files.h"
 
 namespace {
 
 using namespace ovhost;
-
-/// A folder that goes with the test.
-class Folder {
- public:
-  Folder() : path_(std::filesystem::temp_directory_path() / ("ov_foreign_" + std::to_string(getpid()))) {
-    std::filesystem::create_directories(path_);
-  }
-  ~Folder() { std::filesystem::remove_all(path_); }
-  std::string operator/(const std::string& name) const { return (path_ / name).string(); }
-
- private:
-  std::filesystem::path path_;
-};
-
-void Put(const std::string& path, const std::string& bytes) {
-  std::ofstream(path, std::ios::binary) << bytes;
-}
 
 template <typename Number>
 std::string Little(Number value) {
@@ -42,40 +26,6 @@ template <typename Number>
 std::string Big(Number value) {
   const std::string bytes = Little(value);
   return {bytes.rbegin(), bytes.rend()};
-}
-
-struct Loaded {
-  std::string problem;
-  RasterPlan plan;
-  std::vector<float> values;
-  double Metres(std::int64_t x, std::int64_t y) const {
-    return values[static_cast<size_t>(y * plan.width + x)] * plan.zScale;
-  }
-  bool Warns(const std::string& text) const {
-    for (const std::string& warning : plan.warnings)
-      if (warning.find(text) != std::string::npos) return true;
-    return false;
-  }
-};
-
-Loaded Load(const std::string& path, const RasterRequest& request = {}) {
-  Loaded loaded;
-  const auto source = OpenRaster(path, 1, loaded.problem);
-  if (!source) return loaded;
-  loaded.problem = PlanRaster(source->Info(), request, loaded.plan);
-  if (!loaded.problem.empty()) return loaded;
-  loaded.values.resize(static_cast<size_t>(loaded.plan.width * loaded.plan.height), -12345.0f);
-  RasterJob job;
-  job.path = path;
-  job.source = source.get();
-  job.threads = 2;
-  job.out = loaded.values.data();
-  loaded.problem = ReadRaster(job, loaded.plan);
-  if (loaded.problem.empty() && loaded.plan.isOnMap) {
-    loaded.plan.map.reference = source->Info().referenceText(false);
-    loaded.plan.map.esriReference = source->Info().referenceText(true);
-  }
-  return loaded;
 }
 
 /// 4 by 3 heights of 100 to 111, the north-western one first.
@@ -135,7 +85,7 @@ constexpr Header kHeaders[] = {
      "PIXEL_HEIGHT: 1\n"}};
 
 TEST(ForeignRasters, AHeaderOfAnotherFileIsLeftAlone) {
-  const Folder folder;
+  const RasterFolder folder;
   const std::pair<const char*, std::string> files[] = {{"a.gtx", Gtx()},
                                                        {"a.grd", Surfer()},
                                                        {"a.xyz", Xyz()},
@@ -148,7 +98,7 @@ TEST(ForeignRasters, AHeaderOfAnotherFileIsLeftAlone) {
       const std::string beside = std::filesystem::path(path).replace_extension(header.extension);
       Put(path, bytes);
       Put(beside, header.text);
-      const Loaded loaded = Load(path);
+      const LoadedRaster loaded = Load(path);
       ASSERT_EQ(loaded.problem, "");
       ASSERT_EQ(loaded.values.size(), 12u);
       EXPECT_NEAR(loaded.Metres(0, 2), 100, 1e-4);
@@ -160,7 +110,7 @@ TEST(ForeignRasters, AHeaderOfAnotherFileIsLeftAlone) {
     SCOPED_TRACE(header.text);
     Put(folder / "b.BIL", Bytes());
     Put(folder / (std::string("b") + header.extension), header.text);
-    const Loaded loaded = Load(folder / "b.BIL");
+    const LoadedRaster loaded = Load(folder / "b.BIL");
     EXPECT_EQ(loaded.problem, "");
     EXPECT_NEAR(loaded.Metres(3, 0), 111, 1e-4);
     std::filesystem::remove(folder / (std::string("b") + header.extension));
@@ -212,7 +162,7 @@ struct Tiff {
 };
 
 TEST(ForeignRasters, ClaimsAreHeldAgainstTheFile) {
-  const Folder folder;
+  const RasterFolder folder;
   const auto problemOf = [&](const std::string& name, const std::string& bytes) {
     Put(folder / name, bytes);
     return Load(folder / name).problem;
@@ -249,13 +199,13 @@ TEST(ForeignRasters, ClaimsAreHeldAgainstTheFile) {
 }
 
 TEST(ForeignRasters, BlocksThatAreNotThereHaveNoHeights) {
-  const Folder folder;
+  const RasterFolder folder;
   Tiff tiff;
   tiff.rowsOfStrip = 1;
   const std::string row = Little(5.0f) + Little(6.0f) + Little(7.0f) + Little(8.0f);
   tiff.strips = {row, "", row};
   Put(folder / "holes.tif", tiff.Bytes());
-  Loaded loaded = Load(folder / "holes.tif");
+  LoadedRaster loaded = Load(folder / "holes.tif");
   ASSERT_EQ(loaded.problem, "");
   EXPECT_EQ(loaded.Metres(3, 2), 8);
   EXPECT_EQ(loaded.Metres(0, 0), 5);
@@ -292,7 +242,7 @@ TEST(ForeignRasters, MemoryIsAskedForBeforeItIsTaken) {
 }
 
 TEST(ForeignRasters, StoredNumbersAreExactUntilTheyAreHeights) {
-  const Folder folder;
+  const RasterFolder folder;
   // Floats know no odd number beyond 2^24.
   constexpr int kBase = 1 << 24;
   RasterRequest request;
@@ -314,7 +264,7 @@ TEST(ForeignRasters, StoredNumbersAreExactUntilTheyAreHeights) {
     for (const int shrink : {1, 2}) {
       SCOPED_TRACE(name);
       request.shrink = shrink;
-      const Loaded loaded = Load(folder / name, request);
+      const LoadedRaster loaded = Load(folder / name, request);
       ASSERT_EQ(loaded.problem, "");
       if (shrink == 1) {
         EXPECT_EQ(loaded.Metres(1, 2), 1);
@@ -327,7 +277,7 @@ TEST(ForeignRasters, StoredNumbersAreExactUntilTheyAreHeights) {
 }
 
 TEST(ForeignRasters, UnitsThatNobodyKnowsAreTold) {
-  const Folder folder;
+  const RasterFolder folder;
   const auto load = [&](const std::string& unit, const RasterRequest& request = {}) {
     Tiff tiff;
     tiff.strips = {AllHeights([](int x, int row) { return Little(Height(x, row)); })};
@@ -336,13 +286,13 @@ TEST(ForeignRasters, UnitsThatNobodyKnowsAreTold) {
     Put(folder / "unit.tif", tiff.Bytes());
     return Load(folder / "unit.tif", request);
   };
-  EXPECT_TRUE(load("cubits").Warns("\"cubits\" isn't known"));
+  EXPECT_TRUE(Warns(load("cubits").plan, "\"cubits\" isn't known"));
   EXPECT_NEAR(load("cubits").Metres(3, 0), 111, 1e-4);
-  EXPECT_FALSE(load("ft").Warns("isn't known"));
+  EXPECT_FALSE(Warns(load("ft").plan, "isn't known"));
   EXPECT_NEAR(load("ft").Metres(3, 0), 111 * 0.3048, 1e-4);
   RasterRequest told;
   told.metresPerHeight = 0.5;
-  EXPECT_FALSE(load("cubits", told).Warns("isn't known"));
+  EXPECT_FALSE(Warns(load("cubits", told).plan, "isn't known"));
   EXPECT_NEAR(load("cubits", told).Metres(3, 0), 55.5, 1e-4);
 }
 
@@ -367,9 +317,9 @@ std::string Exr(int pixelType, const std::string& pixels) {
 }
 
 TEST(ForeignRasters, UnsignedChannelsOfPicturesAreRefused) {
-  const Folder folder;
+  const RasterFolder folder;
   Put(folder / "float.exr", Exr(2, Little(5.0f) + Little(6.5f)));
-  const Loaded loaded = Load(folder / "float.exr");
+  const LoadedRaster loaded = Load(folder / "float.exr");
   ASSERT_EQ(loaded.problem, "");
   EXPECT_EQ(loaded.Metres(1, 0), 6.5);
   Put(folder / "unsigned.exr", Exr(0, Little(5u) + Little(6u)));
@@ -420,11 +370,11 @@ constexpr const char* kZone =
     "PARAMETER[\"Latitude_Of_Origin\",0.0],UNIT[\"Meter\",1.0]]";
 
 TEST(ForeignRasters, AMapProjectionIsWrittenAsItWasRead) {
-  const Folder folder;
+  const RasterFolder folder;
   Put(folder / "a.asc", Ascii().replace(Ascii().find("xllcorner 0\nyllcorner 0\ncellsize 1"), 34,
                                         "xllcorner 500000\nyllcorner 5e6\ncellsize 25"));
   Put(folder / "a.prj", kZone);
-  const Loaded first = Load(folder / "a.asc");
+  const LoadedRaster first = Load(folder / "a.asc");
   ASSERT_EQ(first.problem, "");
   ASSERT_TRUE(first.plan.isOnMap);
   EXPECT_EQ(first.plan.map.west, 500012.5);
@@ -446,7 +396,7 @@ TEST(ForeignRasters, AMapProjectionIsWrittenAsItWasRead) {
     SCOPED_TRACE(name);
     std::string note;
     ASSERT_EQ(WriteHeightfield(folder / name, grid, {}, note), "");
-    const Loaded again = Load(folder / name);
+    const LoadedRaster again = Load(folder / name);
     ASSERT_EQ(again.problem, "");
     ASSERT_TRUE(again.plan.isOnMap);
     EXPECT_NEAR(again.plan.map.west, first.plan.map.west, 1e-6);

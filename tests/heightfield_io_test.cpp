@@ -22,6 +22,8 @@
 #include "host/raster/raster_read.h"
 #include "host/raster/raster_write.h"
 #include "host/raster/relief.h"
+#include "tests/memory_source.h"
+#include "tests/raster_files.h"
 
 namespace {
 
@@ -29,25 +31,9 @@ using namespace ovhost;
 
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 
-/// A folder that goes with the test.
-class Folder {
- public:
-  Folder() : path_(std::filesystem::temp_directory_path() / ("ov_heights_" + std::to_string(getpid()))) {
-    std::filesystem::create_directories(path_);
-  }
-  ~Folder() { std::filesystem::remove_all(path_); }
-  std::string operator/(const std::string& name) const { return (path_ / name).string(); }
-
- private:
-  std::filesystem::path path_;
-};
-
 std::string Bytes(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(in), {}};
-}
-void Put(const std::string& path, const std::string& bytes) {
-  std::ofstream(path, std::ios::binary) << bytes;
 }
 
 /// Hills, with the south-western point marked by a pit.
@@ -72,39 +58,8 @@ struct Hills {
   }
 };
 
-struct Loaded {
-  std::string problem;
-  RasterPlan plan;
-  std::vector<float> values;
-  double Metres(std::int64_t x, std::int64_t y) const {
-    return values[static_cast<size_t>(y * plan.width + x)] * plan.zScale;
-  }
-};
-
-bool Warns(const RasterPlan& plan, const std::string& text) {
-  return std::any_of(plan.warnings.begin(), plan.warnings.end(),
-                     [&](const std::string& warning) { return warning.find(text) != std::string::npos; });
-}
-
-Loaded Load(const std::string& path, const RasterRequest& request = {}, int threads = 2) {
-  Loaded loaded;
-  const auto source = OpenRaster(path, request.band, loaded.problem);
-  if (!source) return loaded;
-  loaded.problem = PlanRaster(source->Info(), request, loaded.plan);
-  if (!loaded.problem.empty()) return loaded;
-  loaded.values.resize(static_cast<size_t>(loaded.plan.width * loaded.plan.height), -12345.0f);
-  RasterJob job;
-  job.path = path;
-  job.band = request.band;
-  job.source = source.get();
-  job.threads = threads;
-  job.out = loaded.values.data();
-  loaded.problem = ReadRaster(job, loaded.plan);
-  return loaded;
-}
-
 TEST(HeightfieldFiles, RoundTrips) {
-  const Folder folder;
+  const RasterFolder folder;
   struct Case {
     const char* name;
     int bits;
@@ -124,7 +79,7 @@ TEST(HeightfieldFiles, RoundTrips) {
       std::string note;
       ASSERT_EQ(WriteHeightfield(folder / c.name, grid, {c.bits, 2, {}}, note), "");
       EXPECT_EQ(!note.empty(), c.tolerance == step16);
-      const Loaded loaded = Load(folder / c.name);
+      const LoadedRaster loaded = Load(folder / c.name);
       ASSERT_EQ(loaded.problem, "");
       const RasterPlan& plan = loaded.plan;
       ASSERT_EQ(plan.width, grid.width);
@@ -148,7 +103,7 @@ TEST(HeightfieldFiles, RoundTrips) {
 }
 
 TEST(HeightfieldFiles, AreTheSameForAnyNumberOfThreads) {
-  const Folder folder;
+  const RasterFolder folder;
   const Hills hills(900, 700, false);
   for (const std::string name : {"a.tif", "b.png", "c.ovh"}) {
     std::string note;
@@ -168,9 +123,9 @@ std::string Numbered(const std::string& more = "") {
 }
 
 TEST(HeightfieldFiles, PartsAndMeans) {
-  const Folder folder;
+  const RasterFolder folder;
   Put(folder / "n.asc", Numbered());
-  const Loaded whole = Load(folder / "n.asc");
+  const LoadedRaster whole = Load(folder / "n.asc");
   ASSERT_EQ(whole.problem, "");
   EXPECT_EQ(whole.Metres(0, 0), 0);
   EXPECT_EQ(whole.Metres(4, 3), 34);
@@ -182,7 +137,7 @@ TEST(HeightfieldFiles, PartsAndMeans) {
   part.useWindow = true;
   part.windowX0 = 3, part.windowY0 = 2, part.windowX1 = 1,
   part.windowY1 = 99;  // in either order, cut at the edge
-  Loaded loaded = Load(folder / "n.asc", part);
+  LoadedRaster loaded = Load(folder / "n.asc", part);
   ASSERT_EQ(loaded.problem, "");
   ASSERT_EQ(loaded.plan.width, 3);
   ASSERT_EQ(loaded.plan.height, 2);
@@ -207,7 +162,7 @@ TEST(HeightfieldFiles, PartsAndMeans) {
 }
 
 TEST(HeightfieldFiles, MissingHeights) {
-  const Folder folder;
+  const RasterFolder folder;
   Put(folder / "n.asc", Numbered("NODATA_value 12\n"));
   RasterRequest request;
   EXPECT_TRUE(std::isnan(Load(folder / "n.asc", request).Metres(2, 1)));
@@ -218,7 +173,7 @@ TEST(HeightfieldFiles, MissingHeights) {
   request.fillHeight = -7;
   request.hasMissingValue = true;
   request.missingValue = 30;
-  const Loaded loaded = Load(folder / "n.asc", request);
+  const LoadedRaster loaded = Load(folder / "n.asc", request);
   EXPECT_EQ(loaded.Metres(2, 1), -7);
   EXPECT_EQ(loaded.Metres(0, 3), -7);
   EXPECT_EQ(loaded.Metres(1, 3), 31);
@@ -230,7 +185,7 @@ TEST(HeightfieldFiles, MissingHeights) {
     std::string note;
     for (const std::string name : {"a.tif", "b.ovh", "c.exr"}) {
       ASSERT_EQ(WriteHeightfield(folder / name, hills.grid, {}, note), "");
-      const Loaded read = Load(folder / name);
+      const LoadedRaster read = Load(folder / name);
       EXPECT_TRUE(std::isnan(read.values[125])) << name << wrong;
       EXPECT_FALSE(std::isnan(read.values[126])) << name;
     }
@@ -380,24 +335,9 @@ TEST(RasterPlan, PlacingOnAMap) {
   EXPECT_TRUE(plan.warnings.empty());
 }
 
-/// A file in memory.
-class Memory : public ByteSource {
- public:
-  explicit Memory(std::string bytes) : bytes_(std::move(bytes)) {}
-  std::uint64_t Size() const override { return bytes_.size(); }
-  bool Read(std::uint64_t offset, void* out, std::uint64_t size) const override {
-    if (offset > bytes_.size() || size > bytes_.size() - offset) return false;
-    std::memcpy(out, bytes_.data() + offset, size);
-    return true;
-  }
-
- private:
-  std::string bytes_;
-};
-
 TEST(OvhFiles, AreReadAsDescribed) {
   // Written by another program, after the description of the format.
-  const Loaded loaded = Load(std::string(OV_SOURCE_DIR) + "/tests/fuzz/ovh/tiles.ovh");
+  const LoadedRaster loaded = Load(std::string(OV_SOURCE_DIR) + "/tests/fuzz/ovh/tiles.ovh");
   ASSERT_EQ(loaded.problem, "");
   ASSERT_EQ(loaded.plan.width, 20);
   ASSERT_EQ(loaded.plan.height, 35);
@@ -412,14 +352,14 @@ TEST(OvhFiles, AreReadAsDescribed) {
 }
 
 TEST(OvhFiles, DamageIsFound) {
-  const Folder folder;
+  const RasterFolder folder;
   const Hills hills(300, 40, true);
   std::string note;
   ASSERT_EQ(WriteHeightfield(folder / "a.ovh", hills.grid, {}, note), "");
   const std::string whole = Bytes(folder / "a.ovh");
   const auto reads = [&](const std::string& bytes) {
     std::string problem;
-    const auto source = OpenOvh(std::make_unique<Memory>(bytes), problem);
+    const auto source = OpenOvh(std::make_unique<MemorySource>(bytes), problem);
     std::vector<float> values(300 * 40);
     return source && source->Read({0, 0, 300, 40}, values.data(), 300, problem);
   };
@@ -550,7 +490,7 @@ class HeightfieldNodes : public testing::Test {
     return dynamic_cast<trHeightfield*>(node);
   }
 
-  Folder folder_;
+  RasterFolder folder_;
   juProject project_;
   std::string log_;
 };

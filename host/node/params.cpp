@@ -106,7 +106,7 @@ void TurnOthersOff(trBase* node, long index, trBase* who) {
   if (!trIsUser(who)) return;
   for (const trGuiActionInfo& action : node->Data().guiActions) {
     const trString name = node->ParamName(index);
-    long on = 0;
+    double on = 0;
     if (action.preset != kExclusive || !node->GetParam(index, on) || !on) continue;
     if (std::find(action.triggers.begin(), action.triggers.end(), name) == action.triggers.end()) continue;
     for (const trString& target : action.targets)

@@ -1,22 +1,13 @@
 // Foreign text as a range of frames, and as a picture's name with places for a frame's number.
-#include <cstdint>
-#include <cstdlib>
 #include <set>
 #include <string>
 
 #include "host/session/frames.h"
 #include "host/session/session_error.h"
-
-namespace {
-
-void Check(bool holds) {
-  if (!holds) std::abort();
-}
-
-}  // namespace
+#include "tests/fuzz/fuzz_input.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string text(reinterpret_cast<const char*>(data), size);
+  const std::string text = InputText(data, size);
   Check(ovhost::FramePath(text, 7).empty() == text.empty());
   if (!ovhost::HasFramePlace(text)) Check(ovhost::FramePath(text, 7) == text);
   try {

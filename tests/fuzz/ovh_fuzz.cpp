@@ -1,33 +1,18 @@
 // Foreign bytes as an .ovh file: as they come, and with the checksums that a forger would have put right.
 #include <zlib.h>
 
-#include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
-#include "host/raster/ovh.h"
 #include "host/raster/ovh_layout.h"
+#include "tests/fuzz/fuzz_input.h"
+#include "tests/memory_source.h"
 
 namespace {
 
 using ovhost::ovh::Header;
 using ovhost::ovh::IndexEntry;
-
-class Memory : public ovhost::ByteSource {
- public:
-  explicit Memory(std::string bytes) : bytes_(std::move(bytes)) {}
-  std::uint64_t Size() const override { return bytes_.size(); }
-  bool Read(std::uint64_t offset, void* out, std::uint64_t size) const override {
-    if (offset > bytes_.size() || size > bytes_.size() - offset) return false;
-    std::memcpy(out, bytes_.data() + offset, size);
-    return true;
-  }
-
- private:
-  std::string bytes_;
-};
 
 std::uint32_t Checksum(const char* data, std::size_t size) {
   return static_cast<std::uint32_t>(crc32_z(0, reinterpret_cast<const Bytef*>(data), size));
@@ -62,31 +47,29 @@ void Forge(std::string& bytes) {
 /// A part read by itself is what it is in the whole.
 void Read(const std::string& bytes) {
   std::string problem;
-  const auto source = ovhost::OpenOvh(std::make_unique<Memory>(bytes), problem);
+  const auto source = ovhost::OpenOvh(std::make_unique<MemorySource>(bytes), problem);
   if (!source) {
-    if (problem.empty()) std::abort();
+    Check(!problem.empty());
     return;
   }
   const std::int64_t width = source->Info().width, height = source->Info().height;
   // What a file's bytes can stand for at most.
-  if (static_cast<std::uint64_t>(width) * static_cast<std::uint64_t>(height) > bytes.size() * 300)
-    std::abort();
+  Check(static_cast<std::uint64_t>(width) * static_cast<std::uint64_t>(height) <= bytes.size() * 300);
   std::vector<float> whole(static_cast<std::size_t>(width * height));
   if (!source->Read({0, 0, width, height}, whole.data(), width, problem)) return;
   const std::int64_t x = width / 3, y = height / 3, columns = (width - x + 1) / 2,
                      rows = (height - y + 1) / 2;
   std::vector<float> part(static_cast<std::size_t>(columns * rows));
-  if (!source->Read({x, y, columns, rows}, part.data(), columns, problem)) std::abort();
+  Check(source->Read({x, y, columns, rows}, part.data(), columns, problem));
   for (std::int64_t j = 0; j < rows; ++j)
-    if (std::memcmp(part.data() + j * columns, whole.data() + (y + j) * width + x,
-                    static_cast<std::size_t>(columns) * sizeof(float)) != 0)
-      std::abort();
+    Check(std::memcmp(part.data() + j * columns, whole.data() + (y + j) * width + x,
+                      static_cast<std::size_t>(columns) * sizeof(float)) == 0);
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  std::string bytes(reinterpret_cast<const char*>(data), size);
+  std::string bytes = InputText(data, size);
   Read(bytes);
   Forge(bytes);
   Read(bytes);

@@ -1,19 +1,14 @@
 // Foreign bytes as a list of points to evaluate at.
 #include <charconv>
 #include <cmath>
-#include <cstdint>
-#include <cstdlib>
 #include <sstream>
 #include <string>
 
 #include "host/session/points.h"
 #include "host/session/session_error.h"
+#include "tests/fuzz/fuzz_input.h"
 
 namespace {
-
-void Check(bool holds) {
-  if (!holds) std::abort();
-}
 
 std::string Text(double value) {
   char text[40];
@@ -23,7 +18,7 @@ std::string Text(double value) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  std::istringstream in(std::string(reinterpret_cast<const char*>(data), size));
+  std::istringstream in(InputText(data, size));
   try {
     const ovhost::PointList list = ovhost::ReadPoints(in, "fuzz");
     Check(list.points.size() <= size);

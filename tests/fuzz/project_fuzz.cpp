@@ -1,19 +1,13 @@
 // Foreign bytes as a project, as a clip and as the value of every parameter of every class.
-#include <cstdint>
-#include <cstdlib>
 #include <string>
 
 #include "core/xml.h"
-#include "host/base/log.h"
 #include "host/node/class_pool.h"
 #include "host/node/node_data.h"
 #include "host/project/project_file.h"
+#include "tests/fuzz/fuzz_input.h"
 
 namespace {
-
-void Check(bool holds) {
-  if (!holds) std::abort();
-}
 
 /// What was read is written, and what was written is read to the same bytes.
 void ReadAndWrite(const std::string& text) {
@@ -22,7 +16,7 @@ void ReadAndWrite(const std::string& text) {
   const std::string first = ovhost::ProjectToText(*project);
   const auto again = ovhost::ProjectFromText(first, "again.ovd");
   Check(again != nullptr);
-  Check(ovhost::ProjectToText(*again) == first);
+  CheckSame(ovhost::ProjectToText(*again), first);
 }
 
 void Paste(const std::string& text) {
@@ -44,12 +38,12 @@ void SetParameters(trBase& node, const std::string& text) {
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   ovhost::RegisterHostClasses();
-  ovhost::SetLogSink([](void*, const ovhost::LogRecord&) {}, nullptr);
+  SilenceLog();
   return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string text(reinterpret_cast<const char*>(data), size);
+  const std::string text = InputText(data, size);
   if (text.find("ombrivex_clip") != std::string::npos) Paste(text);
   ReadAndWrite(text);
   if (size > 64) return 0;

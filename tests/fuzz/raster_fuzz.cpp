@@ -3,15 +3,13 @@
 #include <unistd.h>
 
 #include <cmath>
-#include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "host/raster/raster_read.h"
+#include "tests/fuzz/fuzz_input.h"
 
 namespace {
 
@@ -21,19 +19,6 @@ constexpr const char* kEndings[] = {"N46E007.hgt", "a.tif", "a.asc", "a.bt",  "a
 constexpr const char kCompanion[] = "COMPANION";
 /// Larger rasters take more time than they are worth.
 constexpr std::int64_t kMostPoints = 1 << 20;
-
-const std::filesystem::path& Folder() {
-  static const std::filesystem::path folder = [] {
-    auto path = std::filesystem::temp_directory_path() / ("ov_raster_fuzz_" + std::to_string(getpid()));
-    std::filesystem::create_directories(path);
-    return path;
-  }();
-  return folder;
-}
-
-void Put(const std::filesystem::path& path, const std::string& bytes) {
-  std::ofstream(path, std::ios::binary) << bytes;
-}
 
 bool Read(ovhost::RasterSource& source, const std::string& path, const ovhost::RasterRequest& request,
           ovhost::RasterPlan& plan, std::vector<float>& values) {
@@ -51,12 +36,12 @@ bool Read(ovhost::RasterSource& source, const std::string& path, const ovhost::R
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size < 1) return 0;
-  const std::string path = Folder() / kEndings[data[0] % std::size(kEndings)];
-  const std::string all(reinterpret_cast<const char*>(data) + 1, size - 1);
+  const std::string path = FuzzFile(kEndings[data[0] % std::size(kEndings)]);
+  const std::string all = InputText(data + 1, size - 1);
   const std::size_t split = all.find(kCompanion);
   const std::string header = std::filesystem::path(path).replace_extension(".hdr");
-  Put(path, all.substr(0, split));
-  if (split != std::string::npos) Put(header, all.substr(split + std::strlen(kCompanion)));
+  PutFile(path, all.substr(0, split));
+  if (split != std::string::npos) PutFile(header, all.substr(split + std::strlen(kCompanion)));
 
   std::string problem;
   if (const auto source = ovhost::OpenRaster(path, 1, problem)) {
@@ -75,11 +60,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
           for (std::int64_t x = 0; x < part.width; ++x) {
             const float a = some[static_cast<std::size_t>(y * part.width + x)],
                         b = values[static_cast<std::size_t>((y + 1) * whole.width + x + 1)];
-            if (!(a == b || (std::isnan(a) && std::isnan(b)))) std::abort();
+            Check(a == b || (std::isnan(a) && std::isnan(b)));
           }
     }
-  } else if (problem.empty()) {
-    std::abort();
+  } else {
+    Check(!problem.empty());
   }
   unlink(path.c_str());
   unlink(header.c_str());

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 
 namespace ovhost {
 namespace {
@@ -49,6 +50,12 @@ bool IsSame(const FilmKey& a, const FilmKey& b) {
          std::equal(a.area, a.area + 4, b.area) && a.fullWidth == b.fullWidth && a.fullHeight == b.fullHeight;
 }
 
+/// More samples than a render counts to are a forger's.
+bool ArePossible(const std::vector<std::uint32_t>& tileSamples) {
+  constexpr std::uint32_t kMost = std::numeric_limits<std::int32_t>::max();
+  return std::all_of(tileSamples.begin(), tileSamples.end(), [](std::uint32_t n) { return n <= kMost; });
+}
+
 FilmState ReadHeader(const ByteReader& read, const FilmKey& key, const Film& film, Header& header) {
   if (!read(&header, sizeof header) || std::memcmp(header.magic, kMagic, sizeof kMagic) != 0)
     return FilmState::kDamaged;
@@ -71,7 +78,7 @@ FilmState ReadFilm(const ByteReader& read, const FilmKey& key, Film& film) {
   const FilmState state = ReadHeader(read, key, film, header);
   if (state != FilmState::kLoaded) return state;
   if (read(film.AllTileSamples().data(), header.tiles * 4) && read(film.Sums().data(), header.sums * 4) &&
-      ChecksumOf(film) == header.checksum)
+      ChecksumOf(film) == header.checksum && ArePossible(film.AllTileSamples()))
     return FilmState::kLoaded;
   film.Clear();
   return FilmState::kDamaged;
