@@ -24,6 +24,8 @@ namespace {
 constexpr double kBytesPerVertex = 96;
 /// How much of the memory vertices may take.
 constexpr double kDicedShare = 0.6;
+/// Seconds between reports of progress.
+constexpr double kReportPeriod = 0.2;
 
 void WarnOfLongEdges(const DiceStatistics& dicing) {
   char times[32];
@@ -32,8 +34,6 @@ void WarnOfLongEdges(const DiceStatistics& dicing) {
             ": the longest edges of micropolygons are " + times +
             " times as long as the render node asks for.");
 }
-/// Seconds between reports of progress.
-constexpr double kReportPeriod = 0.2;
 
 double Seconds() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
