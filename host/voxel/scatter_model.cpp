@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "host/voxel/diffuse_field.h"
 #include "host/voxel/optical_path.h"
 #include "host/voxel/scatter_phase.h"
 #include "host/voxel/voxel_cache-inl.h"
@@ -16,9 +17,9 @@ using namespace ovhost::voxel;
 
 namespace {
 
-constexpr int kPathsPerNode = 48;
-/// Scatterings that are followed in their own directions.
-constexpr int kForwardScatterings = 3;
+constexpr int kPathsPerNode = 32;
+/// Scatterings that a path follows.
+constexpr int kScatterings = 4;
 constexpr double kDeepest = 14;  ///< optical depth past which a light counts for nothing
 constexpr double kPi = 3.14159265358979323846;
 
@@ -66,6 +67,8 @@ class NodeProjector : public trVoxelProjector {
     return Grown(projector_->EstimatedScaling_WrongIfRotated(world));
   }
 
+  const trVoxelProjector& Inner() const { return *projector_; }
+
  private:
   trVector Grown(const trVector& size) const {
     return {size.x * (1 + 1.0 / cells_[0]), size.y * (1 + 1.0 / cells_[1]), size.z * (1 + 1.0 / cells_[2])};
@@ -103,6 +106,9 @@ struct trVoxelScatterModelC::Impl {
   trFCol albedo, evenScale, evenAlbedo;
   trVector toLight{0, 1, 0};
   int depthLimit = 0;
+  DiffuseField deep;
+  std::atomic<bool> isDeepSolved{false};
+  std::mutex deepLock;
 
   /// What the medium can tell, found at the first lookup.
   std::once_flag asked;
@@ -116,7 +122,11 @@ struct trVoxelScatterModelC::Impl {
   trFCol LightAt(trRenderState& state, const trVector& point);
   trFCol Background(trRenderState& state, const trVector& point, const trVector& direction);
   trFCol MeanBackground(trRenderState& state, const trVector& point);
-  trFCol Sunlight(trRenderState& state, const trVector& point, bool isEven);
+  trFCol SideAt(trRenderState& state, const trVector& point, int side);
+  bool SolveDeep(trRenderState& state);
+  void AddBeam(const trVector& world, Light& light, float sign) const;
+  trFCol TowardsEye(const Light& light, const trVector& view) const;
+  trFCol Sunlight(trRenderState& state, const trVector& point, bool isEven, trFCol* transmittance = nullptr);
   void Path(trRenderState& state, const trVector& origin, const trVector& direction, double firstFlight,
             trRandomStream& draws, NodeLight& sum);
 
@@ -182,61 +192,60 @@ trFCol trVoxelScatterModelC::Impl::LightAt(trRenderState& state, const trVector&
   return light;
 }
 
+trFCol trVoxelScatterModelC::Impl::SideAt(trRenderState& state, const trVector& point, int side) {
+  trVoxelCache<trFCol>& cache = aniso->GetVoxelCache(side);
+  trVector voxel;
+  trFCol light;
+  cache.MapWorldToVoxel(point, voxel);
+  cache.LookupLinear(light, voxel, 1, FillSide, &sides[side], state);
+  return light;
+}
+
 trFCol trVoxelScatterModelC::Impl::Background(trRenderState& state, const trVector& point,
                                               const trVector& direction) {
   trFCol sum;
-  for (int axis = 0; axis < 3; ++axis) {
-    // Light from above travels along -y.
-    const int side = 2 * axis + (direction[axis] > 0 ? 1 : 0);
-    trVoxelCache<trFCol>& cache = aniso->GetVoxelCache(side);
-    trVector voxel;
-    trFCol light;
-    cache.MapWorldToVoxel(point, voxel);
-    cache.LookupLinear(light, voxel, 1, FillSide, &sides[side], state);
-    sum += light * static_cast<float>(direction[axis] * direction[axis]);
-  }
+  // Light from above travels along -y.
+  for (int axis = 0; axis < 3; ++axis)
+    sum += SideAt(state, point, 2 * axis + (direction[axis] > 0 ? 1 : 0)) *
+           static_cast<float>(direction[axis] * direction[axis]);
   return sum;
 }
 
 trFCol trVoxelScatterModelC::Impl::MeanBackground(trRenderState& state, const trVector& point) {
-  trVoxelCache<trFCol>& cache = aniso->GetVoxelCache(0);
-  trVector voxel;
-  trFCol light;
-  cache.MapWorldToVoxel(point, voxel);
-  cache.LookupLinear(light, voxel, 1, FillSide, &sides[0], state);
-  return light;
+  return SideAt(state, point, 0);
 }
 
 /// The main light at a point, dimmed by the medium, or by the one that scatters evenly in its place.
-trFCol trVoxelScatterModelC::Impl::Sunlight(trRenderState& state, const trVector& point, bool isEven) {
+trFCol trVoxelScatterModelC::Impl::Sunlight(trRenderState& state, const trVector& point, bool isEven,
+                                            trFCol* transmittance) {
   const trFCol light = LightAt(state, point);
-  if (!tellsLight || light.IsBlack()) return light;
+  if (light.IsBlack()) return light;
   OpticalPath path(*medium, *lighting, state, point, toLight);
   if (path.Advance(0, kDeepest / (isEven ? std::max(evenScale.r, 0.05f) : 1.0f))) return {};
   trFCol left;
   for (int c = 0; c < 3; ++c)
-    left[c] = light[c] * static_cast<float>(std::exp(-path.Depth()[c] * (isEven ? evenScale[c] : 1.0f)));
-  return left;
+    left[c] = static_cast<float>(std::exp(-path.Depth()[c] * (isEven ? evenScale[c] : 1.0f)));
+  if (transmittance) *transmittance = left;
+  // A light that comes dimmed already.
+  return tellsLight ? left * light : light;
 }
 
 void trVoxelScatterModelC::Impl::Path(trRenderState& state, const trVector& origin, const trVector& start,
                                       double firstFlight, trRandomStream& draws, NodeLight& sum) {
   trVector point = origin, direction = start;
   trFCol weight(1.0f);
-  for (int scatterings = 0; scatterings < depthLimit; ++scatterings) {
-    const bool isEven = scatterings > kForwardScatterings;
-    const trFCol scale = isEven ? evenScale : trFCol(1.0f);
+  const int last = std::min(depthLimit, kScatterings);
+  for (int scattering = 1; scattering <= last; ++scattering) {
     // A channel draws the free flight for all three, which share what comes out (one-sample balance
     // heuristic): equal extinctions lose nothing by it.
     const int channel = std::min(static_cast<int>(draws.Next() * 3), 2);
-    const double u = scatterings == 0 ? firstFlight : draws.Next();
+    const double u = scattering == 1 ? firstFlight : draws.Next();
     OpticalPath path(*medium, *lighting, state, point, direction);
-    const bool collides =
-        path.Advance(channel, -std::log1p(-std::min(u, 1 - 1e-12)) / std::max(scale[channel], 1e-6f));
+    const bool collides = path.Advance(channel, -std::log1p(-std::min(u, 1 - 1e-12)));
     float density[3], mean = 0;
     for (int c = 0; c < 3; ++c) {
-      density[c] = static_cast<float>(std::exp(-path.Depth()[c] * scale[c]));
-      if (collides) density[c] *= path.Extinction()[c] * scale[c];
+      density[c] = static_cast<float>(std::exp(-path.Depth()[c]));
+      if (collides) density[c] *= path.Extinction()[c];
       mean += density[c] / 3;
     }
     if (!(mean > 0)) return;
@@ -246,25 +255,58 @@ void trVoxelScatterModelC::Impl::Path(trRenderState& state, const trVector& orig
       if (tellsBackground) sum.enviro.Add(weight * Background(state, point, direction), -start);
       return;
     }
-    weight *= isEven ? evenAlbedo : albedo;
-    const bool turnsEven = scatterings >= kForwardScatterings;
-    const float turned = isEven ? 1.0f : static_cast<float>(phase.Value(Dot(direction, toLight)));
-    sum.direct.Add(weight * Sunlight(state, point, turnsEven) * (0.25f * turned), -start);
-    if (!tellsBackground) sum.enviro.Add(weight * MeanBackground(state, point), -start);
-    // Paths that carry little end by chance, and the others carry their share.
-    if (const float most = weight.MaxChannel(); most < 0.25f) {
-      if (draws.Next() >= most * 2) return;
-      weight *= 0.5f / most;
+    weight *= albedo;
+    // The last one sees the light of the medium that scatters evenly, what it scatters forward included.
+    const bool isLast = scattering == kScatterings;
+    const float turned = static_cast<float>(phase.Value(Dot(direction, toLight)));
+    trFCol transmittance;
+    sum.direct.Add(weight * Sunlight(state, point, isLast, &transmittance) * (0.25f * turned), -start);
+    if (isLast) {
+      trVector local;
+      trFCol direct, enviro;
+      projector.Inner().MapWorldToLocal(point, local);
+      deep.Lookup(local, transmittance, direct, enviro);
+      sum.direct.Add(weight * direct, -start);
+      sum.enviro.Add(weight * enviro, -start);
+      return;
     }
-    const double v = draws.Next(), w = draws.Next();
-    direction = isEven ? SphereDirection(v, w) : phase.Sample(direction, v, w);
+    if (!tellsBackground) sum.enviro.Add(weight * MeanBackground(state, point), -start);
+    direction = phase.Sample(direction, draws.Next(), draws.Next());
   }
+}
+
+/// The light deep inside, once for all nodes.
+bool trVoxelScatterModelC::Impl::SolveDeep(trRenderState& state) {
+  if (isDeepSolved.load(std::memory_order_acquire)) return true;
+  const std::lock_guard<std::mutex> hold(deepLock);
+  if (isDeepSolved.load(std::memory_order_relaxed)) return true;
+  const DrawsGuard guard(state, 2);
+  DiffuseSources sources;
+  const double scale = (evenScale.r + evenScale.g + evenScale.b) / 3.0;
+  sources.extinction = [&](const trVector& point) {
+    const trFCol extinction = medium->Extinction(state, point);
+    return scale * (extinction.r + extinction.g + extinction.b) / 3.0;
+  };
+  for (int c = 0; c < 3; ++c) sources.albedo[c] = evenAlbedo[c];
+  sources.light = [&](const trVector& point) { return LightAt(state, point); };
+  sources.toLight = toLight;
+  sources.background = [&](const trVector& point) {
+    std::array<trFCol, 6> radiance;
+    for (int side = 0; side < 6; ++side) radiance[side] = SideAt(state, point, tellsBackground ? side : 0);
+    return radiance;
+  };
+  sources.goesOn = [&] { return !state.IsPausingOrAborting(); };
+  const int cells[3] = {lighting->SizeX(), lighting->SizeY(), lighting->SizeZ()};
+  if (!deep.Solve(projector.Inner(), cells, sources)) return false;
+  isDeepSolved.store(true, std::memory_order_release);
+  return true;
 }
 
 bool trVoxelScatterModelC::Impl::FillNode(void* owner, trRenderState& state, const trVoxelBuffer&,
                                           const trVector& world, unsigned seed, NodeLight& value) {
   if (state.IsPausingOrAborting()) return false;
   Impl& impl = *static_cast<Impl*>(owner);
+  if (!impl.SolveDeep(state)) return false;
   trRandomStream draws{SampleSeed(seed, 0) + 0x9e3779b97f4a7c15ull * seed, 0};
   // Directions and first flights that a node's paths share evenly: the R3 sequence (Roberts 2018), shifted.
   const double shift[3] = {draws.Next(), draws.Next(), draws.Next()};
@@ -281,8 +323,27 @@ bool trVoxelScatterModelC::Impl::FillNode(void* owner, trRenderState& state, con
     for (float& flux : light->flux) flux *= 1.0f / kPathsPerNode;
   }
   if (!impl.tellsBackground) sum.enviro.mean += impl.MeanBackground(state, world);
+  impl.AddBeam(world, sum.direct, 1);
   value = sum;
   return true;
+}
+
+/// Adds, or with a sign of -1 takes away, what makes the light of nodes even enough to be interpolated where
+/// it changes over a free path: the particular solution of diffusion, the light that the medium which
+/// scatters evenly counts as unscattered yet, and the flux of the beam, which with that of scattered light
+/// varies little.
+void trVoxelScatterModelC::Impl::AddBeam(const trVector& world, Light& light, float sign) const {
+  trVector local;
+  projector.Inner().MapWorldToLocal(world, local);
+  const DiffuseField::Beam beam = deep.BeamAt(local);
+  const float scale = (evenScale.r + evenScale.g + evenScale.b) / 3;
+  const float even = std::exp(-beam.depth), straight = std::exp(-beam.depth / std::max(scale, 0.01f));
+  for (int c = 0; c < 3; ++c)
+    light.mean[c] += sign * beam.light[c] * (beam.shape * evenAlbedo[c] * even - even + straight);
+  const float grey = (beam.light.r + beam.light.g + beam.light.b) / 3 * straight;
+  const double across = Dot(beam.normal, toLight);
+  for (int axis = 0; axis < 3; ++axis)
+    light.flux[axis] -= sign * grey * static_cast<float>(across * beam.normal[axis]);
 }
 
 trVoxelScatterModelC::trVoxelScatterModelC() = default;
@@ -307,11 +368,33 @@ void trVoxelScatterModelC::Init(const trVoxelProjector& projector, int depthLimi
     impl.evenScale[c] = 1 - impl.albedo[c] * g;
     impl.evenAlbedo[c] = impl.evenScale[c] > 0 ? impl.albedo[c] * (1 - g) / impl.evenScale[c] : 0;
   }
-  const int cells[3] = {(lighting.SizeX() + 1) / 2, (lighting.SizeY() + 1) / 2, (lighting.SizeZ() + 1) / 2};
   if (lighting.IsEmpty()) return;
+  // Nodes lie two cells apart, or closer where that is more than a few free paths.
+  const trVector size = lighting.EstimatedVoxelSize_WrongIfRotated({});
+  const double thickness = medium.GreatestExtinction() * std::min(size.x, std::min(size.y, size.z));
+  const double spacing = thickness <= 0.5 ? 2.0 : thickness <= 1.0 ? 1.0 : 0.5;
+  const auto nodes = [spacing](int count) { return static_cast<int>(std::ceil(count / spacing)); };
+  const int cells[3] = {nodes(lighting.SizeX()), nodes(lighting.SizeY()), nodes(lighting.SizeZ())};
   impl.projector.Init(&projector, cells);
   impl.nodes.InitVoxelBuffer(&impl.projector, cells[0] + 1, cells[1] + 1, cells[2] + 1, 1,
                              lighting.Name() + ".scatter");
+}
+
+/// What light arrives, weighted by the phase function about the way to the eye. Of the light's directions,
+/// mean and flux are known; they are taken to be spread round the flux's as evenly as these allow (von Mises
+/// and Fisher's distribution; its second moment closes the series).
+trFCol trVoxelScatterModelC::Impl::TowardsEye(const Light& light, const trVector& view) const {
+  trFCol mean;
+  for (int c = 0; c < 3; ++c) mean[c] = std::max(light.mean[c], 0.0f);
+  const double length = view.Length(), grey = (mean.r + mean.g + mean.b) / 3;
+  const trVector flux(light.flux[0], light.flux[1], light.flux[2]);
+  const double size = flux.Length();
+  if (!(length > 0) || !std::isfinite(length) || !(grey > 0) || !(size > 0)) return mean;
+  const double cosine = -Dot(flux, view) / (length * size), f = std::min(size / grey, 0.95);
+  const double concentration = f * (3 - f * f) / (1 - f * f), second = 1 - 3 * f / concentration;
+  const double factor = 1 + 3 * phase.MeanCosine() * f * cosine +
+                        5 * phase.SecondMoment() * second * (1.5 * cosine * cosine - 0.5);
+  return mean * static_cast<float>(std::max(factor, 0.1));
 }
 
 bool trVoxelScatterModelC::Lookup(trRenderState& state, const trVector& point, const trFCol&, trFCol& direct,
@@ -324,19 +407,9 @@ bool trVoxelScatterModelC::Lookup(trRenderState& state, const trVector& point, c
   impl.Ask(state, point);
   NodeLight light;
   if (!impl.nodes.LookupLinear(light, voxel, 1, Impl::FillNode, &impl, state)) return false;
+  impl.AddBeam(point, light.direct, -1);
   const trRenderState::Ray& ray = state.CurrentRay();
-  const trVector view = ray.end - ray.origin;
-  const double length = view.Length();
-  const auto towardsEye = [&](const Light& from) {
-    if (!(length > 0) || !std::isfinite(length)) return from.mean;
-    const float grey = (from.mean.r + from.mean.g + from.mean.b) / 3;
-    const trVector flux(from.flux[0], from.flux[1], from.flux[2]);
-    // The first two terms of the radiance's series, times those of the phase function.
-    const double turned = -3.0 * impl.phase.MeanCosine() * Dot(flux, view) / length;
-    const double factor = grey > 0 ? std::clamp(1.0 + turned / grey, 0.1, 3.0) : 1.0;
-    return from.mean * static_cast<float>(factor);
-  };
-  direct = towardsEye(light.direct);
-  enviro = towardsEye(light.enviro);
+  direct = impl.TowardsEye(light.direct, ray.end - ray.origin);
+  enviro = impl.TowardsEye(light.enviro, ray.end - ray.origin);
   return true;
 }

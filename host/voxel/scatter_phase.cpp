@@ -11,20 +11,21 @@ constexpr double kPi = 3.14159265358979323846;
 
 PhaseTable::PhaseTable(const std::function<double(double)>& phase) {
   const double step = kPi / kAngles;
-  double sum = 0, cosines = 0;
+  double sum = 0, cosines = 0, squares = 0;
   cumulated_[0] = 0;
   for (int i = 0; i <= kAngles; ++i) {
     const double value = phase(std::cos(i * step));
     value_[i] = std::isfinite(value) && value > 0 ? value : 0;
   }
   for (int pass = 0; pass < 2; ++pass) {
-    sum = cosines = 0;
+    sum = cosines = squares = 0;
     for (int i = 0; i < kAngles; ++i) {
       // The solid angle between two cones, half of the sphere's mean, and the mean of their values.
       const double low = std::cos(i * step), high = std::cos((i + 1) * step);
       const double share = 0.25 * (low - high) * (value_[i] + value_[i + 1]);
       sum += share;
       cosines += share * 0.5 * (low + high);
+      squares += share * (low * low + low * high + high * high) / 3.0;
       cumulated_[i + 1] = sum;
     }
     if (sum > 1e-12) break;
@@ -33,6 +34,7 @@ PhaseTable::PhaseTable(const std::function<double(double)>& phase) {
   for (double& value : value_) value /= sum;
   for (double& value : cumulated_) value /= sum;
   meanCosine_ = cosines / sum;
+  secondMoment_ = 1.5 * squares / sum - 0.5;
 }
 
 double PhaseTable::Value(double cosAngle) const {

@@ -19,13 +19,15 @@ class PhaseTable {
   double Value(double cosAngle) const;
   /// Mean cosine of the angle: 0 for even scattering, 1 for none.
   double MeanCosine() const { return meanCosine_; }
+  /// Mean of the second Legendre polynomial of that cosine.
+  double SecondMoment() const { return secondMoment_; }
   /// A direction about `axis`, drawn after the function; `u` and `v` are unit draws.
   trVector Sample(const trVector& axis, double u, double v) const;
 
  private:
   static constexpr int kAngles = 2048;
   std::array<double, kAngles + 1> value_, cumulated_;
-  double meanCosine_ = 0;
+  double meanCosine_ = 0, secondMoment_ = 0;
 };
 
 /// A direction at an angle to a unit vector.
