@@ -2,6 +2,8 @@
 // to be.
 #include "module/catalogue.h"
 
+#include "atmosphere/cloud_layer_v2.h"
+#include "atmosphere/cloud_layer_v3.h"
 #include "atmosphere/planet_atmosphere.h"
 #include "fractal/fractal_warp_shader.h"
 #include "fractal/power_fractal_shader.h"
@@ -50,6 +52,8 @@ const Row kRows[] = {
     {"hidden", "distribution_shader_v2", trCreateNode<DistributionShaderV2>},
     {"hidden", "distribution_shader_v3", trCreateNode<DistributionShaderV3>},
     {"shader/colour", "distribution_shader_v4", trCreateNode<DistributionShaderV4>},
+    {"shader/atmosphere", "cloud_layer_v2", trCreateNode<CloudLayerV2>},
+    {"shader/atmosphere", "cloud_layer_v3", trCreateNode<CloudLayerV3>},
     {"shader/colour", "colour_adjust_shader", trCreateNode<ColourAdjustShader>},
     {"shader/colour", "distance_shader", trCreateNode<DistanceShader>},
     {"shader/surface", "glass_shader", trCreateNode<GlassShader>},

@@ -276,9 +276,12 @@ class Reader {
     return true;
   }
 
-  /// A seed that the document doesn't tell comes from the node's path: the same at every load.
-  static void SetMissingSeed(trBase* node, const std::vector<Attribute>& values) {
-    for (const trParamInfo& param : node->Data().params) {
+  /// A seed that the document doesn't tell comes from the node's path: the same at every load. Of the
+  /// parameters from `first` on.
+  static void SetMissingSeed(trBase* node, const std::vector<Attribute>& values, size_t first = 0) {
+    const auto& params = node->Data().params;
+    for (size_t i = first; i < params.size(); ++i) {
+      const trParamInfo& param = params[i];
       const auto isIt = [&](const Attribute& value) { return value.name == param.name; };
       if (param.isSeed && std::none_of(values.begin(), values.end(), isIt))
         node->SetParam(param.name.c_str(), SeedOfPath(node->NameAndPath()), trWhoSystem);
@@ -408,8 +411,11 @@ class Reader {
   void FinishNodes() {
     size_t next = 0;
     for (trBase* node : nodes_) {
+      const size_t declared = node->Data().params.size();
       if (node != root_) node->OnCreate();
-      if (next < pending_.size() && pending_[next].node == node) PlaceValues(pending_[next++]);
+      const bool hasMore = next < pending_.size() && pending_[next].node == node;
+      SetMissingSeed(node, hasMore ? pending_[next].values : std::vector<Attribute>(), declared);
+      if (hasMore) PlaceValues(pending_[next++]);
     }
     for (PendingCurve& curve : curves_) PlaceCurve(curve);
   }

@@ -1,0 +1,141 @@
+// A layer of clouds: the shell between two spheres round a planet's centre, filled with the density of a
+// shader network.
+#pragma once
+
+#include <memory>
+
+#include "atmosphere/cloud_hooks.h"
+#include "atmosphere/cloud_ray.h"
+#include "atmosphere/cloud_settings.h"
+#include "core/preview.h"
+#include "core/voxel.h"
+
+class CloudLayerV2;
+
+/// "Analyze and Fit Box": fits the linked box to where the cloud is.
+class AnalyzeExportBoundsButton : public trGuiPushButton {
+ public:
+  explicit AnalyzeExportBoundsButton(CloudLayerV2* cloud);
+  long OnPressed() override { return 0; }
+
+ private:
+  CloudLayerV2* cloud_;
+};
+
+/// "Reset Box to Max": gives the linked box all of the local cloud.
+class ResetExportBoundsButton : public trGuiPushButton {
+ public:
+  explicit ResetExportBoundsButton(CloudLayerV2* cloud);
+  long OnPressed() override;
+
+ private:
+  CloudLayerV2* cloud_;
+};
+
+/// `cloud_layer_v2`. OnCreate declares the parameters, through the Declare slots, so that subclasses have a
+/// say.
+class CloudLayerV2 : public trAtmosShader, public juPreviewHandler {
+ public:
+  CloudLayerV2();
+  ~CloudLayerV2() override;
+
+  long OnCreate() override;
+  long OnFirstCreate() override;
+  void OnParamChanged(long index, trBase* who) override;
+  void OnDependencyParamChanged(trBase* changed, long index, trBase* link, trBase* who) override;
+  void UpdateDerived() override;
+  using trAtmosShader::SetParamFromString;
+  long SetParamFromString(const char* name, const trString& value, trBase* who) override;
+  trPreviewHandler* PreviewHandler() override { return this; }
+
+  // --- The family's own slots
+  trVolumeShape Shape() const override;
+  float PhaseFunction(double cosAngle) const override;
+
+  // The preview is in world space.
+  trBoundingBox BoundingBoxL() override { return CloudBoundingBox(); }
+  trVector HandlePositionL() override { return settings_.localSphereCentre; }
+  void MoveHandlePositionT(const trVector& delta) override;
+
+  /// The box about the local sphere's centre that holds the local cloud, as if that were the planet's apex.
+  trBoundingBox CloudBoundingBox() const;
+  const CloudSettings& Settings() const { return settings_; }
+  const CloudDerived& Derived() const { return derived_; }
+  /// Places and sizes the box linked by `export_bounds`; 0 where there is none. Main thread only.
+  long FitExportBounds(const trBoundingBox& box);
+  /// Sent when the layer's altitude or depth has changed.
+  static constexpr unsigned long kChangedMessage = 1;
+  /// Grows with every change of what the cloud looks like.
+  unsigned long ChangeCounter() const { return changeCounter_; }
+
+ protected:
+  /// For subclasses that lay the sheet out differently.
+  explicit CloudLayerV2(const CloudLayout& layout);
+
+  // --- Declarations, in the sheet's order
+  virtual void DeclareMainParams();
+  virtual void DeclareColourParams();
+  virtual void DeclareLightingParams();
+  virtual void DeclareTweakTabs();
+  virtual void DeclareFunctionParams();
+  virtual void DeclareTweakParams();
+  virtual void DeclareExtraParams() {}
+  virtual void DeclareQualityParams();
+  virtual void DeclareOptimisationParams();
+  virtual void DeclarePaintParams();
+  virtual void PrepareCloudDerived();
+
+  /// How much more light than evenly goes on at an angle; `radius` is the light's, radians.
+  float Phase(float cosAngle, bool glow, float radius) const;
+  /// A tab of the sheet, with the rule ahead of it.
+  void OpenTab(const char* label, const char* name);
+  void DeclareShadowsFromSurfaces();
+
+  CloudLayout layout_;
+  CloudSettings settings_;
+  CloudDerived derived_;
+  /// Shaders that a subclass has in place of those linked.
+  trShader* densityOverride_ = nullptr;
+  trShader* linkOverride_[static_cast<int>(CloudLink::kCount)] = {};
+  CloudHooks* hooks_ = nullptr;
+  long maxScatterSteps_ = 0;
+
+  trDoubleHint altitudeHint_, localRadiusHint_, sharpnessHint_, densityHint_, coverageHint_, valueHint_;
+  trDoubleHint sunGlowAmountHint_, sunGlowPowerHint_, propagationHint_, scatteringHint_;
+  trDoubleHint darkPowerHint_, darkSharpnessHint_, stepHint_, voxelsHint_;
+  trIntHint methodHint_;
+
+ private:
+  bool IsDeclared() const { return isDeclared_; }
+  void SetRanges();
+  void DeclareIdentity();
+  void DeclareAltitudes();
+  void DeclareLocalSphere();
+  void DeclareDensity();
+  void DeclareShadowMap();
+  void DeclareVoxels();
+  void DeclareExport();
+
+  // Couplings (cloud_layer_couplings.cpp)
+  void Couple(long index, trBase* who);
+  void CoupleQuality(long index, trBase* who);
+  bool CoupleAltitudes(long index, trBase* who);
+  void PlaceLocalSphere();
+  trVector PlacedLocalSphereCentre() const;
+  void CoupleVoxels(long index);
+  trVector IdealVoxelResolution() const;
+  void MarkDirt(long index);
+  void RefreshColourInfo();
+  void RefreshGui();
+  double StepsAtFullQuality() const;
+  float InverseMeanPhase() const;
+
+  trRandomSeedGuiPushButton randomiseButton_;
+  AnalyzeExportBoundsButton analyzeButton_;
+  ResetExportBoundsButton resetButton_;
+  bool isDeclared_ = false, isCoupling_ = false;
+  bool lightingDirty_ = true, shadowMapDirty_ = true, voxelsDirty_ = true;
+  unsigned long changeCounter_ = 0;
+  trString legacyPaint_;  ///< the paint of older projects, by name, until a render looks it up
+  trCloudSteps cloudSteps_ = trCloudSteps::kTrueLengths;
+};
