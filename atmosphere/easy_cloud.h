@@ -11,7 +11,7 @@ enum Model : long { kFirst = 0, kSecond = 1 };
 enum EvolutionMethod : long { kAllUpwards = 0, kAllDownwards = 1, kHeightUpwards = 2, kHeightDownwards = 3 };
 
 /// The node's own parameters.
-struct Settings {
+struct Parameters {
   long type, model;
   double coverage, variation, growth;  ///< 0 to 1
   double smallestScale;                ///< metres
@@ -63,7 +63,7 @@ class CloudShader final : public CloudLayerV3, private CloudHooks {
   /// Moves the state's points to where the textures have come from.
   void MoveTextures(trShadingInterface& si, const CloudPoint& point, bool isHeight) const;
 
-  Settings easy_;
+  Parameters easy_;
   trIntHint typeHint_, modelHint_, evolutionHint_;
   trDoubleHint shareHint_, smallestHint_, driftHint_, headingHint_, evolutionSpeedHint_;
   trBase* depthFractal_ = nullptr;
