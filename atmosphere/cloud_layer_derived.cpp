@@ -67,6 +67,7 @@ void CloudLayerV2::PrepareCloudDerived() {
   d.enviroAnisotropy = s.anisotropicEnviroLight ? 1.0f - Phase(-1.0f, true, 1e-6f) : 0.0f;
   d.inverseMeanPhase = InverseMeanPhase();
 
+  d.paintAddsCoverage = layout_.marchesAsV2;
   const auto isLarge = [](double x) { return std::fabs(x) > 0 && std::isfinite(x); };
   d.isEmpty = !(s.depth > 0) || !(d.topRadius > d.baseRadius) || !isLarge(s.density) ||
               !isLarge(s.edgeSharpness) || !isLarge(s.coverageGamma) || s.numberOfSamples < 1;

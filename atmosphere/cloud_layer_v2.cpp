@@ -94,3 +94,13 @@ trBoundingBox CloudLayerV2::CloudBoundingBox() const {
   const double down = layout_.baseAltitudeIsPrimary ? 0.0 : up;
   return {centre - trVector(across, down, across), centre + trVector(across, up, across)};
 }
+
+long CloudLayerV2::PrepareAtmosphere(trRenderingInterface& rendering) {
+  cloudSteps_ = rendering.CloudSteps();
+  // Linked shaders may have come or gone, and a planet may have moved, without a change here.
+  PrepareCloudDerived();
+  PrepareCloudForRender(rendering);
+  return 1;
+}
+
+void CloudLayerV2::PrepareCloudForRender(trRenderingInterface&) { lightingDirty_ = true; }

@@ -4,9 +4,8 @@
 
 #include <memory>
 
-#include "atmosphere/cloud_hooks.h"
-#include "atmosphere/cloud_ray.h"
-#include "atmosphere/cloud_settings.h"
+#include "atmosphere/cloud_probe.h"
+#include "atmosphere/cloud_span.h"
 #include "core/preview.h"
 #include "core/voxel.h"
 
@@ -49,7 +48,18 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler {
   trPreviewHandler* PreviewHandler() override { return this; }
 
   // --- The family's own slots
+  long PrepareAtmosphere(trRenderingInterface& rendering) override;
+  virtual void PrepareCloudForRender(trRenderingInterface& rendering);
+  /// Thread-safe, as are the next four.
+  long AddRaySamples(trRenderState& state, trAtomicIntegrator& integrator, void*& rayData) override;
+  long EvaluateRaySample(trRenderState& state, trAtmosSample& sample) override;
+  void FreeIntegrationData(trAtomicIntegrator& integrator, void* rayData) override;
+  trFCol TransmittanceTowards(trRenderState& state, const trLightState& light, const trVector& point,
+                              const trVector& spot) override;
   trVolumeShape Shape() const override;
+  bool HasMatter() const override;
+  double GreatestExtinction() const override;
+  trVolumeMatter MatterAt(trRenderState& state, const trVector& point) override;
   float PhaseFunction(double cosAngle) const override;
 
   // The preview is in world space.
@@ -87,6 +97,24 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler {
 
   /// How much more light than evenly goes on at an angle; `radius` is the light's, radians.
   float Phase(float cosAngle, bool glow, float radius) const;
+  /// Light that a step sends along the ray, direct and from around, before tint and opacity.
+  virtual void ShadeStep(trRenderState& state, const trAtmosSample& sample, CloudState& data, trFCol& direct,
+                         trFCol& enviro);
+
+  // For lighting, by subclasses too
+  CloudThread& Thread(trRenderState& state) const { return state.Scratch<CloudThread>(this); }
+  CloudProbe Probe(trRenderState& state) const {
+    return {settings_, derived_, hooks_, paintSolver_, Thread(state), state};
+  }
+  /// What the layer's functions make of light at a point.
+  struct Modulators {
+    trFCol shadow{1.0f}, direct{1.0f}, enviro{1.0f}, ambient{1.0f};
+  };
+  Modulators ModulatorsAt(trRenderState& state, const trVector& point, bool hasLights, bool hasEnviro) const;
+  /// Light that isn't resolved near to the eye is dimmed there.
+  float UnresolvedFade(const trRenderState& state, const trVector& point) const;
+  float TerminatorDarkness(const trLightState& light, const trVector& point) const;
+
   /// A tab of the sheet, with the rule ahead of it.
   void OpenTab(const char* label, const char* name);
   void DeclareShadowsFromSurfaces();
@@ -116,6 +144,48 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler {
   void DeclareVoxels();
   void DeclareExport();
 
+  // The march (cloud_march.cpp)
+
+  /// How a ray is marched.
+  struct Plan {
+    CloudSpan span;
+    int steps = 0;
+    double step = 0;     ///< metres of an even step
+    double inverse = 0;  ///< of the number of steps
+    trVector advance;    ///< of an even step
+    double jitter = 0;
+    bool isEven = false;  ///< positions at even distances, for cells of voxels
+    bool isShadowRay = false;
+    bool takesShadowMap = false;  ///< in place of a march
+    float stopAt = 0, thinAt = 0;
+  };
+  bool IsPassed(const trRenderState::Ray& ray, const CloudThread& thread) const;
+  bool PlanMarch(const trRenderState::Ray& ray, const CloudThread& thread, Plan& plan) const;
+  double NumSteps(const trRenderState::Ray& ray, const CloudThread& thread, double length) const;
+  float ThinAt(const CloudThread& thread) const;
+  void PrepareRayData(trRenderState& state, const Plan& plan, const CloudThread& thread,
+                      CloudState& data) const;
+  trFCol March(trRenderState& state, const Plan& plan, trAtomicIntegrator* integrator, CloudState* data);
+  trFCol StepOpacity(const Plan& plan, const CloudThread& thread, const CloudSample& sample,
+                     const trFCol& left) const;
+  trFCol MarchAlone(trRenderState& state);
+
+  // Light (cloud_shade.cpp)
+
+  /// How deep a step lies: weights of light from above and below, and what is added to the glow.
+  struct Depths {
+    float up, down, extra;
+  };
+  Depths DepthsOf(const CloudStep& step) const;
+  trFCol LightOf(trRenderState& state, CloudThread& thread, const CloudLight& light, const trVector& point,
+                 const trVector& spot, float extra) const;
+  void AddEnviro(trRenderState& state, const trAtmosSample& sample, CloudState& data, const Depths& depths,
+                 const trFCol& modulator, trFCol& enviro);
+  trFCol ProgressiveEnviro(trRenderState& state, trVoxelLightingSystem& lighting, const trVector& point);
+
+  // Shadow map (cloud_shadow_map.cpp)
+  trFCol ShadowMapOpacity(const trVector& point) const;
+
   // Couplings (cloud_layer_couplings.cpp)
   void Couple(long index, trBase* who);
   void CoupleQuality(long index, trBase* who);
@@ -136,6 +206,10 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler {
   bool isDeclared_ = false, isCoupling_ = false;
   bool lightingDirty_ = true, shadowMapDirty_ = true, voxelsDirty_ = true;
   unsigned long changeCounter_ = 0;
+  bool isShadowMapSolving_ = false;
+  trVoxelBoxProjector indirectProjector_;
+  trVoxelCache<trFCol> indirectCache_;
+  trShader* paintSolver_ = nullptr;
   trString legacyPaint_;  ///< the paint of older projects, by name, until a render looks it up
   trCloudSteps cloudSteps_ = trCloudSteps::kTrueLengths;
 };

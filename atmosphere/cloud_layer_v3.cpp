@@ -9,6 +9,7 @@ CloudLayout CloudLayerV3::DefaultLayout() {
   CloudLayout layout;
   layout.hasScatteringColour = false;
   layout.usesVoxelScatter = true;
+  layout.marchesAsV2 = false;
   layout.localSphere = 1;
   layout.localSphereRadius = 50000;
   layout.moveTextures = 1;

@@ -17,6 +17,9 @@ struct CloudLayout {
   bool mergedTweaksTab = false;
   bool makesDensityFractal = true;
   bool usesVoxelScatter = false;
+  /// The march of V2: steps that skip clear air, densities that thin once a shadow ray has lost enough, the
+  /// shading model of views from space, paint that raises coverage.
+  bool marchesAsV2 = true;
 
   // Defaults
   double baseAltitude = 1500, depth = 500;
@@ -118,6 +121,7 @@ struct CloudDerived {
   float valueAtRadius = 0, altitudeOffsetMultiplier = 1, depthModulatorCentre = 0;
   float maxScatterSteps = 0;
   float inverseMeanPhase = 1;  ///< over all directions
+  bool paintAddsCoverage = true;
   /// Nothing of the layer can show, whatever the ray.
   bool isEmpty = true;
 };

@@ -105,7 +105,8 @@ void Ask(benchmark::State& bench, Question question, bool isModulated) {
           tabulated.atmosphere.TransmittanceTowards(render.state, render.sun, point, {}));
     trFCol sky;
     if (question == Question::kSky &&
-        !tabulated.air.OpenSky(render.state, point, Normalised({std::sin(0.1 * seed), 0.6, 0.5}), sky))
+        !tabulated.air.OpenSky(render.state, point, Normalised({std::sin(0.1 * seed), 0.6, 0.5}),
+                               ovhost::FrameAir::Sight::kBounce, sky))
       bench.SkipWithError("no table");
     benchmark::DoNotOptimize(sky);
   }

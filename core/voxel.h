@@ -43,14 +43,18 @@ class OV_API trVoxelBoxProjector : public trVoxelProjector {
   trVector min_, size_{1, 1, 1}, invSize_{1, 1, 1};
 };
 
-/// A box bent round a sphere: the grid's y is the height above a sphere of radius `altitude` about the
-/// planet's centre, its x and z run along tangents at `localCentre`. So a thin layer of a planet needs few
-/// cells in height.
+/// A box bent round a sphere: the grid's y is the height above the sphere about the planet's centre through
+/// `localCentre`, its x and z are Lambert's azimuthal equal-area map of that sphere about `localCentre`
+/// (Lambert 1772). So a thin layer of a planet needs few cells in height, cells hold equal volumes, and a
+/// point of the sphere lies as far from the map's middle as a straight line through the planet is long: a box
+/// as wide as a ball about `localCentre` holds the ball. Reversible but for the point opposite to
+/// `localCentre`.
 class OV_API trVoxelPlanetLimbProjector : public trVoxelBoxProjector {
  public:
-  /// `box` is a world box about `localCentre` as if that were the planet's apex (up is y); its y range is
-  /// relative to the layer's base sphere in so far as localCentre.y stands for `altitude`. `radius` is the
-  /// planet's, metres. Main thread only.
+  /// `box` is a world box about `localCentre` as if that were the planet's apex (up is y), which may lie in
+  /// any direction from the planet's centre; compass directions go over by the shortest rotation. Where
+  /// `localCentre` is no place on a sphere, it is taken `altitude` metres from the planet's centre, or
+  /// `radius`. Main thread only.
   void Init(const trBoundingBox& box, const trVector& localCentre, const trVector& planetCentre,
             double radius, double altitude);
   void MapWorldToLocal(const trVector& world, trVector& local) const override;
@@ -61,7 +65,7 @@ class OV_API trVoxelPlanetLimbProjector : public trVoxelBoxProjector {
 
  private:
   trVector planetCentre_, localCentre_, right_{1, 0, 0}, up_{0, 1, 0}, forward_{0, 0, 1};
-  double altitude_ = 1;
+  double radius_ = 1;  ///< from the planet's centre to localCentre_
 };
 
 /// A box that another node's transform places.
@@ -120,13 +124,21 @@ class OV_API trVoxelBuffer {
 /// A cell's value is the mean of its first n samples, n being what a lookup asks for; sample i of a cell
 /// depends on the cell and i alone. So while all lookups ask for the same number, what they see doesn't
 /// depend on who came first; a later pass that asks for more refines the cells it touches.
+///
+/// Cells lie in bricks of 8 by 8 by 8 that are made when first touched; of a cache whose cells are one sample
+/// each, a brick without a value other than 0 takes 80 bytes. Such caches keep trF4Col as half floats: to a
+/// share of 1/2048, from 1e-6 to 1000.
 template <typename T>
 class OV_API trVoxelCache : public trVoxelBuffer {
  public:
   /// Computes one sample of a cell from its centre, using no randomness but `seed`. False stops the lookup
-  /// (an aborted render).
+  /// (an aborted render). In a cache of one sample a cell, `seed` is the cell's number (z * SizeY + y) *
+  /// SizeX + x.
   using Fill = bool (*)(void* owner, trRenderState& state, const trVoxelBuffer& buffer, const trVector& world,
                         unsigned seed, T& value);
+  /// Whether all cells from (first[0], first[1], first[2]) up to, not including, `last` are sure to be 0.
+  using IsEmptyRange = bool (*)(void* owner, trRenderState& state, const trVoxelBuffer& buffer,
+                                const int first[3], const int last[3]);
 
   trVoxelCache();
   ~trVoxelCache() override;
@@ -152,31 +164,37 @@ class OV_API trVoxelCache : public trVoxelBuffer {
                     int samples = 1);
   bool LookupSmooth(T& out, const trVector& voxel, Fill fill, void* owner, trRenderState& state,
                     int samples = 1);
+  /// Brings all cells from (x0, y0, z0) up to, not including, (x1, y1, z1) to one sample, with the values
+  /// that lookups would give them. Whole bricks that `isEmpty` answers for aren't filled one by one. False
+  /// when a fill stopped.
+  bool FillBlock(int x0, int y0, int z0, int x1, int y1, int z1, Fill fill, void* owner, trRenderState& state,
+                 IsEmptyRange isEmpty = nullptr);
+  /// The value of one cell; false where it has none yet.
+  bool CellValue(int x, int y, int z, T& out) const;
+  /// Bytes that the cache holds.
+  std::uint64_t MemoryInUse() const { return bytes_.load(std::memory_order_relaxed); }
 
  private:
+  struct Brick;
+  struct Cell;
+  struct Taps;
   static constexpr int kChannels = static_cast<int>(sizeof(T) / sizeof(float));
   static constexpr int kLocks = 64;
-  /// The mean is what readers see; the sums, guarded by the cell's lock, are what refining goes on from.
-  struct Cell {
-    std::atomic<int> count{0};
-    std::atomic<float> mean[kChannels] = {};
-    double sum[kChannels] = {};
-  };
-  /// The cells and weights of one interpolation.
-  struct Taps {
-    int count = 0;
-    std::int64_t cell[27];
-    float weight[27];
-  };
 
   bool LinearTaps(const trVector& voxel, int level, Taps& taps) const;
   bool SmoothTaps(const trVector& voxel, Taps& taps) const;
   bool Gather(const Taps& taps, T& out, int samples) const;
   bool FillTaps(const Taps& taps, Fill fill, void* owner, trRenderState& state, int samples);
-  bool FillCell(std::int64_t index, Fill fill, void* owner, trRenderState& state, int samples);
+  bool FillCell(const int cell[3], Fill fill, void* owner, trRenderState& state, int samples);
+  bool RefineCell(Brick& brick, const int cell[3], Fill fill, void* owner, trRenderState& state, int samples);
+  std::int64_t BrickOf(const int cell[3]) const;
+  Brick* BrickFor(std::int64_t index);
+  static Brick& EmptyBrick();
 
-  std::unique_ptr<Cell[]> cells_;
+  std::unique_ptr<std::atomic<Brick*>[]> bricks_;
+  int numBricks_[3] = {0, 0, 0};
   std::unique_ptr<std::mutex[]> locks_;
+  std::atomic<std::uint64_t> bytes_{0};
   int resolution_ = 1;
   trString name_;
 };
@@ -245,28 +263,42 @@ class OV_API trVoxelScatterMedium {
   /// Towards the strongest light, unit; and an upper bound of Extinction.
   virtual trVector MainLightDirection() const = 0;
   virtual double GreatestExtinction() const = 0;
+
+  /// The light from MainLightDirection as it would arrive at a point if this volume weren't there: dimmed by
+  /// all else, in units of trLightState::Intensity. False where the volume can't tell; then the model makes
+  /// do with DirectLight, which costs more and is coarser. Volumes should tell.
+  virtual bool LightOutside(trRenderState&, const trVector&, trFCol&) { return false; }
+  /// The radiance that arrives at a point from `direction` as if this volume weren't there, without lights
+  /// that LightOutside tells of. False where the volume can't tell; then the model makes do with
+  /// AverageBackground. Volumes should tell.
+  virtual bool BackgroundOutside(trRenderState&, const trVector&, const trVector& /*direction*/, trFCol&) {
+    return false;
+  }
 };
 
 /// Light that a volume scatters more than once.
 class OV_API trVoxelScatterModel {
  public:
   virtual ~trVoxelScatterModel() = default;
-  /// Mean radiance over all directions of light that was scattered in the medium at least once before it
-  /// reaches `point`: that of lights into `direct`, that of the background into `enviro`; and the
-  /// background's that arrives unscattered, into `enviro` as well. `precision` tells how much the answer
-  /// counts, per channel. False, and black, when a fill stopped. Thread-safe; the answer hangs on the point
-  /// alone.
+  /// What a point scatters along the state's ray towards its origin, in the units of mean radiance: times
+  /// albedo and extinction it is the radiance that a metre adds. That of light that was scattered in the
+  /// medium at least once before it reaches `point`: of lights into `direct`, of the background into
+  /// `enviro`; and the background's that arrives unscattered, into `enviro` as well. `precision` tells how
+  /// much the answer counts, per channel. False, and black, when a fill stopped. Thread-safe; the answer
+  /// hangs on the point and the ray's direction alone; a ray without length gets the mean over all
+  /// directions.
   virtual bool Lookup(trRenderState& state, const trVector& point, const trFCol& precision, trFCol& direct,
                       trFCol& enviro) = 0;
 };
 
-/// The model of cloud layers.
+/// The model of cloud layers: paths from the nodes of a grid, kept and interpolated.
 class OV_API trVoxelScatterModelC : public trVoxelScatterModel {
  public:
   trVoxelScatterModelC();
   ~trVoxelScatterModelC() override;
   /// Starts over. `medium` and the caches are the caller's, laid over `projector`, and outlive the model's
-  /// use. `depthLimit` bounds the scatterings that are counted. Main thread only.
+  /// use: light that arrives from outside is kept in them. `depthLimit` bounds the scatterings that are
+  /// counted; below 1 none is. Main thread only.
   void Init(const trVoxelProjector& projector, int depthLimit, trVoxelScatterMedium& medium,
             trVoxelCache<trFCol>& lighting, trAnisoVoxelCache<trFCol>& aniso);
   bool Lookup(trRenderState& state, const trVector& point, const trFCol& precision, trFCol& direct,

@@ -4,11 +4,7 @@
 #include <cstring>
 #include <new>
 
-#include "host/base/parallel.h"
-#include "host/project/project_file.h"
-#include "host/render/engine/standard.h"
-#include "host/render/frame/world.h"
-#include "tests/shading_fixture.h"
+#include "tests/air_scene.h"
 
 namespace {
 
@@ -77,28 +73,9 @@ class Slab : public trAtmosShader {
   }
 };
 
-/// Level ground on a planet with an atmosphere, under one sun and a sky.
-class AirParts : public testing::Test {
+/// Light that is modulated by place, and fog.
+class AirParts : public AirScene {
  protected:
-  AirParts() {
-    if (!ovhost::FindClass("planet")) ovhost::LoadPlugins();
-    project_ = ovhost::NewDefaultProject();
-    for (trBase* node : ovhost::AllNodes(project_.get())) {
-      if (node->ClassName() == "planet") planet_ = node;
-      if (node->ClassName() == "planet_atmosphere") atmosphere_ = node;
-      if (node->ClassName() == "sunlight") node->SetParam("elevation", 25.0, trWhoSystem);
-    }
-    trBase* ground = planet_->CreateChild("lambert_shader");
-    Graph::Link(*planet_, "surface_shader", *ground);
-    settings_.edgePixels = 0.5;
-    settings_.view.eye = {0, 60, 0};
-    settings_.view.forward = {0, 0, -1};
-    settings_.view.right = {-1, 0, 0};
-    settings_.view.width = 24;
-    settings_.view.height = 16;
-    settings_.view.tanHalfHorizontal = 0.6;
-    settings_.view.tanHalfVertical = 0.4;
-  }
   TakenShade& AddShade(std::function<float(const trVector&)> taken) {
     auto* shade = new TakenShade;
     shade->taken = std::move(taken);
@@ -106,47 +83,7 @@ class AirParts : public testing::Test {
     Graph::Link(*atmosphere_, "shadow_function", *shade);
     return *shade;
   }
-  void AddSlab(bool isAlone) {
-    auto* slab = new Slab;
-    ovhost::AttachChild(planet_, slab, "Slab");
-    Graph::Link(isAlone ? *planet_ : *atmosphere_, isAlone ? "atmosphere_shader" : "input_node", *slab);
-  }
-  /// Calls use(world) for the scene as it stands.
-  template <typename Use>
-  void InWorld(int threads, const Use& use) {
-    std::atomic<bool> stop{false};
-    ovhost::WithThreads(threads, [&] {
-      ovhost::World world(*project_, settings_, stop);
-      ASSERT_TRUE(world.Build());
-      use(world);
-    });
-  }
-  std::vector<ovhost::CameraSample> Picture(int threads, int samples, std::uint64_t* airSamples = nullptr) {
-    const trView& view = settings_.view;
-    std::vector<ovhost::CameraSample> result(static_cast<size_t>(view.width) * view.height * samples);
-    std::atomic<std::uint64_t> counted{0};
-    InWorld(threads, [&](ovhost::World& world) {
-      ovhost::ParallelFor(static_cast<size_t>(view.height), [&](size_t y) {
-        ovhost::PathTracer tracer(world, ovhost::PathSettings());
-        for (int x = 0; x < view.width; ++x)
-          tracer.SamplePixel(x, static_cast<int>(y), 0, samples, &result[(y * view.width + x) * samples]);
-        counted += tracer.Counters().volumeSamples;
-      });
-    });
-    if (airSamples) *airSamples = counted;
-    return result;
-  }
-  static trFCol Mean(const std::vector<ovhost::CameraSample>& samples) {
-    double sum[3] = {};
-    for (const auto& sample : samples)
-      for (int c = 0; c < 3; ++c) sum[c] += sample.beauty[c];
-    const auto n = static_cast<double>(samples.size());
-    return {static_cast<float>(sum[0] / n), static_cast<float>(sum[1] / n), static_cast<float>(sum[2] / n)};
-  }
-
-  std::unique_ptr<juProject> project_;
-  trBase *planet_ = nullptr, *atmosphere_ = nullptr;
-  ovhost::WorldSettings settings_;
+  void AddSlab(bool isAlone) { AddVolume(new Slab, isAlone); }
 };
 
 TEST_F(AirParts, AModulatorThatTakesNothingChangesNothing) {
@@ -174,7 +111,7 @@ Skies SkiesOver(ovhost::World& world, const trVector& from) {
     const trVector direction(level * std::cos(turn), z, level * std::sin(turn));
     const trVector origin = from + trVector(1e-3 * i, 0, 0);
     trFCol sky;
-    EXPECT_TRUE(world.Air().OpenSky(state, origin, direction, sky));
+    EXPECT_TRUE(world.Air().OpenSky(state, origin, direction, ovhost::FrameAir::Sight::kBounce, sky));
     skies.tables += sky * (1.0f / kRays);
     std::uint64_t samples = 0;
     si.Random() = {static_cast<std::uint64_t>(i) + 1};

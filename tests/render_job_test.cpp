@@ -198,6 +198,8 @@ TEST_F(RenderJobs, RedoTheLeastThatAChangeNeeds) {
               {"Render", "exposure", 1.5, Redo::kNothing},
               {"Render", "max_bounces", 0, Redo::kSamples},
               {"Render", "pixel_filter", 0, Redo::kSamples},
+              {"Render", "exact_clouds", 1, Redo::kSamples},
+              {"Render", "cloud_steps", 0, Redo::kShading},
               {"Sun", "elevation", 12.0, Redo::kShading},
               {"Planet 01/Ground", "diffuse_colour", trRgbLinear709(0.7f), Redo::kShading},
               {"Planet 01/Atmosphere 01", "haze_density", 3.0, Redo::kShading},

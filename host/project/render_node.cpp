@@ -20,6 +20,9 @@ trRenderNode::trRenderNode() {
   SetRange(filterWidthHint_, this, {.min = 0, .max = 8});
   SetRange(exposureHint_, this, {.min = -10, .max = 10});
   SetMenu(engineHint_, this, {{"Standard", kStandard}, {"Path tracer", kPath}});
+  SetMenu(cloudStepsHint_, this,
+          {{"As the layers tell", static_cast<long>(trCloudSteps::kAsLayersTell)},
+           {"True lengths", static_cast<long>(trCloudSteps::kTrueLengths)}});
   SetMenu(filterHint_, this, {{"Box", 0}, {"Tent", 1}, {"Gaussian", 2}, {"Blackman-Harris", 3}});
   Param(camera_, "camera", "");
   Param(imageWidth_, "image_width", 960, &sizeHint_);
@@ -43,6 +46,12 @@ trRenderNode::trRenderNode() {
   Param(leastSurvival_, "roulette_least_chance", 0.25, &chanceHint_).Display("Least chance to go on");
   // What single scattering between the facets of rough surfaces loses; older projects look as they did.
   Param(energyCompensation_, "energy_compensation", 0).Display("Rough surfaces lose no light");
+  GuiTab("Clouds", "clouds_tab");
+  // Steps of a march crowd towards where it begins. All alike, they don't converge to the integral of what
+  // changes along the ray; older projects look as they did.
+  Param(cloudSteps_, "cloud_steps", static_cast<long>(trCloudSteps::kAsLayersTell), &cloudStepsHint_)
+      .Display("Steps through clouds");
+  Param(exactClouds_, "exact_clouds", 0).Display("Follow light through clouds");
   GuiTab("Standard engine", "standard_tab");
   // Sky light and bounces are averaged over so many directions at points so many pixels apart.
   Param(indirectSamples_, "indirect_samples", 32, &indirectHint_).Display("Samples of indirect light");
@@ -59,5 +68,6 @@ trRenderNode::trRenderNode() {
 
 long trRenderNode::OnFirstCreate() {
   SetParam("energy_compensation", 1, trWhoSystem);
+  SetParam("cloud_steps", static_cast<long>(trCloudSteps::kTrueLengths), trWhoSystem);
   return trBase::OnFirstCreate();
 }

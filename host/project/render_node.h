@@ -1,7 +1,7 @@
 // The render node: picture size, quality and film.
 #pragma once
 
-#include "core/node.h"
+#include "core/render_state.h"
 
 class OV_API trRenderNode : public trBase {
  public:
@@ -32,6 +32,13 @@ class OV_API trRenderNode : public trBase {
   double LeastSurvival() const { return leastSurvival_; }
   /// Whether rough surfaces give back what single scattering between their facets loses.
   bool CompensatesEnergy() const { return energyCompensation_ != 0; }
+  /// How the steps of a cloud's march count.
+  trCloudSteps CloudSteps() const {
+    return cloudSteps_ == static_cast<long>(trCloudSteps::kAsLayersTell) ? trCloudSteps::kAsLayersTell
+                                                                         : trCloudSteps::kTrueLengths;
+  }
+  /// Whether the path tracer follows light through clouds from scattering to scattering.
+  bool FollowsLightThroughClouds() const { return exactClouds_ != 0; }
   /// The standard engine: bounces averaged at a point of cached light, pixels between such points, and the
   /// share in a pixel below which reflections and refractions are left to chance.
   long IndirectSamples() const { return indirectSamples_; }
@@ -48,13 +55,14 @@ class OV_API trRenderNode : public trBase {
   trBase* Camera() const { return camera_.LinkedNode(); }
 
  private:
-  trIntHint sizeHint_, samplesHint_, bouncesHint_, deepBouncesHint_, engineHint_, filterHint_, indirectHint_;
+  trIntHint sizeHint_, samplesHint_, bouncesHint_, deepBouncesHint_, engineHint_, filterHint_, indirectHint_,
+      cloudStepsHint_;
   trDoubleHint spacingHint_, importanceHint_, detailHint_, dicingLimitHint_, exposureHint_, noiseHint_,
       chanceHint_, brightnessHint_, filterWidthHint_;
   trCameraLink camera_;
   long imageWidth_, imageHeight_, engine_, samples_, leastSamples_, maxBounces_, maxSpecularBounces_,
-      rouletteStart_, indirectSamples_, filter_;
+      rouletteStart_, indirectSamples_, filter_, cloudSteps_;
   double indirectSpacing_, leastImportance_, noiseTarget_, detail_, dicingLimit_, clampIndirect_,
       leastSurvival_, filterWidth_, exposure_;
-  unsigned char roulette_, energyCompensation_, softClip_, denoise_;
+  unsigned char roulette_, energyCompensation_, exactClouds_, softClip_, denoise_;
 };

@@ -1,30 +1,8 @@
-// Box projector and the shape of voxel grids.
+// The shape of voxel grids.
 #include <algorithm>
 #include <cmath>
 
 #include "core/voxel.h"
-
-void trVoxelBoxProjector::Init(const trBoundingBox& box) {
-  min_ = box.IsEmpty() ? trVector() : box.min;
-  size_ = box.Size();
-  for (int axis = 0; axis < 3; ++axis) {
-    if (!std::isfinite(min_[axis])) min_[axis] = 0;
-    if (!(size_[axis] > 1e-12) || !std::isfinite(size_[axis])) size_[axis] = 1e-12;
-    invSize_[axis] = 1.0 / size_[axis];
-  }
-}
-
-void trVoxelBoxProjector::MapWorldToLocal(const trVector& world, trVector& local) const {
-  local = (world - min_) * invSize_;
-}
-
-void trVoxelBoxProjector::MapLocalToWorld(const trVector& local, trVector& world) const {
-  world = min_ + local * size_;
-}
-
-trTransform<double> trVoxelBoxProjector::GetTransformLocalToWorld() const {
-  return trTranslate(min_) * trScale(size_.x, size_.y, size_.z);
-}
 
 bool trVoxelBuffer::SetDimensions(const trVoxelProjector* projector, int nx, int ny, int nz) {
   const int size[3] = {std::max(nx, 1), std::max(ny, 1), std::max(nz, 1)};

@@ -24,6 +24,7 @@ void PutInHand(trRenderState& state, const AirRay& ray) {
   inHand.tracesShadows = ray.tracesShadows;
   inHand.modulatesLight = ray.modulatesLight;
   inHand.filtersSky = ray.filtersSky;
+  inHand.limitsEnviro = ray.limitsEnviro;
 }
 
 trAtomicIntegrator::Result MarchAir(trRenderState& state, const std::vector<trAtmosShader*>& volumes,

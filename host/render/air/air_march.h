@@ -12,8 +12,13 @@ struct AirRay {
   int depth = 1;               ///< 1 for rays that the eye sees by, the next for what comes before
   bool isSharp = true;         ///< few samples do where the air is seen blurred
   double pixelAngle = 0;       ///< of the picture's pixels, radians
-  bool tracesShadows = true, modulatesLight = true, filtersSky = true;  ///< as a state's ray has them
+  bool tracesShadows = true, modulatesLight = true, filtersSky = true,
+       limitsEnviro = true;  ///< as a state's ray has them
 };
+
+/// Depth of rays on which volumes gather light for themselves: deep enough for sky light that they see to be
+/// that of the tables, since changes by place are worked out from what volumes look like.
+constexpr int kDepthOfBackground = 3;
 
 /// Makes it the state's ray in hand.
 OV_API void PutInHand(trRenderState& state, const AirRay& ray);

@@ -18,14 +18,19 @@ void FrameAir::SetVolumes(std::vector<trAtmosShader*> volumes) {
   symmetric_.clear();
   marched_.clear();
   modulated_.clear();
+  withMatter_.clear();
+  withoutMatter_.clear();
+  plainMarched_.clear();
   shell_ = {};
   for (trAtmosShader* volume : volumes_) {
+    (volume->HasMatter() ? withMatter_ : withoutMatter_).push_back(volume);
     const trVolumeShape shape = volume->Shape();
     const bool isFirst = symmetric_.empty();
     if (!shape.isSymmetric || !(shape.outerRadius > shape.innerRadius) ||
         !(shape.outerRadius + shape.centre.Length() < kFarthest) ||
         (!isFirst && shape.centre != shell_.centre)) {
       marched_.push_back(volume);
+      if (!volume->HasMatter()) plainMarched_.push_back(volume);
       continue;
     }
     symmetric_.push_back(volume);
@@ -59,12 +64,13 @@ void FrameAir::BuildTables(trRenderServices& services, const trVector& eye, bool
   if (isByPart && hasSkyLight) filter_.Init(symmetric_, marched_, shell_, eye, ground);
 }
 
-trFCol FrameAir::ThroughMarched(trRenderState& state, const trLightState& light, const trVector& point,
+trFCol FrameAir::ThroughMarched(trRenderState& state, const std::vector<trAtmosShader*>& marched,
+                                const trLightState& light, const trVector& point,
                                 const trVector& spot) const {
   trFCol left(1.0f);
-  if (marched_.empty()) return left;
+  if (marched.empty()) return left;
   const KeyedDraws draws(state, KeyOfPoint(point));
-  for (trAtmosShader* volume : marched_) {
+  for (trAtmosShader* volume : marched) {
     left *= volume->TransmittanceTowards(state, light, point, spot);
     if (left.IsBlack()) break;
   }
@@ -83,7 +89,11 @@ trFCol FrameAir::Towards(trRenderState& state, const trLightState& light, const 
                          const trVector& spot) const {
   const trFCol left = ThroughTables(light, point);
   if (marched_.empty() || !state.CurrentRay().modulatesLight || left.IsBlack()) return left;
-  return left * ThroughMarched(state, light, point, spot);
+  return left * ThroughMarched(state, marched_, light, point, spot);
+}
+
+trFCol FrameAir::PastMatter(trRenderState& state, const trLightState& light, const trVector& point) const {
+  return ThroughTables(light, point) * ThroughMarched(state, plainMarched_, light, point, {});
 }
 
 void FrameAir::SkyLight(trRenderState& state, const trVector& point, bool isBlended, trFCol& above,
@@ -99,10 +109,10 @@ trFCol FrameAir::SunLeft(trRenderState& state, const trVector& point) const {
   double left = unmodulated_;
   for (const Modulated& modulated : modulated_)
     left += modulated.share * modulated.volume->LightLeft(state, point);
-  return ThroughMarched(state, *sun_, point, {}) * static_cast<float>(left);
+  return ThroughMarched(state, marched_, *sun_, point, {}) * static_cast<float>(left);
 }
 
-bool FrameAir::OpenSky(trRenderState& state, const trVector& origin, const trVector& direction,
+bool FrameAir::OpenSky(trRenderState& state, const trVector& origin, const trVector& direction, Sight sight,
                        trFCol& radiance) const {
   if (modulated_.empty() && marched_.empty()) return bounceSky_.Lookup(origin, direction, radiance);
   BounceSky::Light sky;
@@ -114,6 +124,10 @@ bool FrameAir::OpenSky(trRenderState& state, const trVector& origin, const trVec
   ray.distance = kFar;
   ray.depth = 2;
   ray.isSharp = false;
+  if (sight == Sight::kBackground) {
+    ray.depth = kDepthOfBackground;
+    ray.filtersSky = ray.limitsEnviro = false;
+  }
   PutInHand(state, ray);
   const KeyedDraws draws(state, KeyOfPoint(origin) + KeyOfPoint(direction));
   // Suns count by what is left of them at one point of the air that is seen, sky light by what there is of it
@@ -127,15 +141,16 @@ bool FrameAir::OpenSky(trRenderState& state, const trVector& origin, const trVec
     const float table = tableAbove[c] + tableBelow[c];
     radiance[c] += sky.enviro[c] * (table > 0 ? (above[c] + below[c]) / table : 1.0f);
   }
-  if (!marched_.empty() && !marchedShells_.WayOf(origin, direction, kFar, 0).isClear)
-    AddMarched(state, ray, sky.distance, radiance);
+  const std::vector<trAtmosShader*>& marched = sight == Sight::kPastMatter ? plainMarched_ : marched_;
+  if (!marched.empty() && !marchedShells_.WayOf(origin, direction, kFar, 0).isClear)
+    AddMarched(state, marched, ray, sky.distance, radiance);
   return true;
 }
 
-void FrameAir::AddMarched(trRenderState& state, const AirRay& ray, double meanDistance,
-                          trFCol& radiance) const {
+void FrameAir::AddMarched(trRenderState& state, const std::vector<trAtmosShader*>& volumes, const AirRay& ray,
+                          double meanDistance, trFCol& radiance) const {
   const trIntegratorLoan integrator(state);
-  const trAtomicIntegrator::Result marched = integrator->Integrate(state, marched_);
+  const trAtomicIntegrator::Result marched = integrator->Integrate(state, volumes);
   double weights = 0, distances = 0;
   for (int i = 0; i < integrator->NumSamples(); ++i) {
     const trAtmosSample& sample = integrator->Sample(i);

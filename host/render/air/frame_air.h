@@ -23,6 +23,9 @@ class OV_API FrameAir {
                    const SkyTables::GroundQuery& ground, const std::vector<trVector>& places);
 
   const std::vector<trAtmosShader*>& Volumes() const { return volumes_; }
+  /// Those whose matter light can be followed through, and all others.
+  const std::vector<trAtmosShader*>& WithMatter() const { return withMatter_; }
+  const std::vector<trAtmosShader*>& WithoutMatter() const { return withoutMatter_; }
   /// Away from the centre of the volumes with tables; +y where there are none.
   trVector Up(const trVector& point) const { return tables_.Up(point); }
   /// What the volumes with tables let through of a light.
@@ -41,8 +44,16 @@ class OV_API FrameAir {
   /// are blended, or else drawn from near the point, by the point alone.
   void SkyLight(trRenderState& state, const trVector& point, bool isBlended, trFCol& above,
                 trFCol& below) const;
-  /// What a bounce sees that meets nothing; false where no table tells.
-  bool OpenSky(trRenderState& state, const trVector& origin, const trVector& direction,
+  /// The same of all but volumes whose matter is followed.
+  trFCol PastMatter(trRenderState& state, const trLightState& light, const trVector& point) const;
+  /// Of whom a ray into the sky is.
+  enum class Sight {
+    kBounce,      ///< of a diffuse bounce
+    kBackground,  ///< of a volume that gathers light: what is seen has sky light from tables alone
+    kPastMatter   ///< of who follows light through matter: volumes that tell theirs don't show
+  };
+  /// What a ray that stands for many sees that meets nothing; false where no table tells.
+  bool OpenSky(trRenderState& state, const trVector& origin, const trVector& direction, Sight sight,
                trFCol& radiance) const;
 
  private:
@@ -52,14 +63,17 @@ class OV_API FrameAir {
     double share;  ///< of what all volumes with tables scatter of suns' light
   };
 
-  trFCol ThroughMarched(trRenderState& state, const trLightState& light, const trVector& point,
-                        const trVector& spot) const;
+  trFCol ThroughMarched(trRenderState& state, const std::vector<trAtmosShader*>& marched,
+                        const trLightState& light, const trVector& point, const trVector& spot) const;
   /// What of a sun still counts for air at a point that has its light from tables.
   trFCol SunLeft(trRenderState& state, const trVector& point) const;
   /// Puts the volumes without tables before, into, and behind the air of a table along a ray.
-  void AddMarched(trRenderState& state, const AirRay& ray, double meanDistance, trFCol& radiance) const;
+  void AddMarched(trRenderState& state, const std::vector<trAtmosShader*>& volumes, const AirRay& ray,
+                  double meanDistance, trFCol& radiance) const;
 
   std::vector<trAtmosShader*> volumes_, symmetric_, marched_;
+  std::vector<trAtmosShader*> withMatter_, withoutMatter_;
+  std::vector<trAtmosShader*> plainMarched_;  ///< without tables and without matter
   std::vector<Modulated> modulated_;
   double unmodulated_ = 1;  ///< the other volumes' share
   trVolumeShape shell_;     ///< of the symmetric ones

@@ -31,6 +31,7 @@ EngineSettings SettingsOf(const trRenderNode& node, double pixels) {
   settings.edgePixels = kEdgePixels / std::clamp(node.Detail(), 0.01, 16.0);
   settings.pictureVertices = PictureVertices(pixels, settings.edgePixels, node.DicingLimit());
   settings.compensatesEnergy = node.CompensatesEnergy();
+  settings.cloudSteps = node.CloudSteps();
 
   PathSettings& path = settings.path;
   path.maxBounces = static_cast<int>(std::clamp<long>(node.MaxBounces(), 0, 64));
@@ -38,6 +39,7 @@ EngineSettings SettingsOf(const trRenderNode& node, double pixels) {
   path.clampIndirect = static_cast<float>(node.ClampIndirect());
   path.rouletteStart = static_cast<int>(std::clamp<long>(node.RouletteStart(), 0, 64));
   path.leastSurvival = node.RouletteStart() < 0 ? 1 : std::clamp(node.LeastSurvival(), 0.0, 1.0);
+  path.followsMatter = node.FollowsLightThroughClouds();
   path.filter =
       PixelFilter(static_cast<PixelFilter::Shape>(std::clamp<long>(node.Filter(), 0, 3)), node.FilterWidth());
 

@@ -14,6 +14,7 @@ struct EngineSettings {
   double edgePixels = 0;              ///< longest edge of a micropolygon
   std::uint64_t pictureVertices = 0;  ///< that a surface may have for the picture's size; 0: no limit
   bool compensatesEnergy = false;     ///< of rough surfaces
+  trCloudSteps cloudSteps = trCloudSteps::kAsLayersTell;
   PathSettings path;
   IndirectSettings indirect;
   TraceSettings trace;

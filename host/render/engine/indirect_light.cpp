@@ -19,6 +19,7 @@ constexpr double kLeastAgreement = 0.05;
 
 PathSettings ForGathering(PathSettings settings) {
   settings.clampIndirect *= kLooserClamp;
+  settings.followsMatter = false;
   return settings;
 }
 

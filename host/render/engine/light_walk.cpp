@@ -21,9 +21,11 @@ constexpr int kMostEventsInside = 64;
 
 }  // namespace
 
-LightWalk::LightWalk(LitScene& scene, const PathSettings& settings, PathCounters& counters)
+LightWalk::LightWalk(LitScene& scene, const PathSettings& settings, MatterPaths* matter,
+                     PathCounters& counters)
     : scene_(scene),
       settings_(settings),
+      matter_(matter),
       counters_(counters),
       roulette_(settings, scene),
       shading_(scene, scene),
@@ -149,7 +151,8 @@ void LightWalk::LightByLobes(bool isBorder) {
                    : shadows_.Transmittance(origin, direction, path_.point.rayOffset, counters_.shadowRays);
     if (light.IsBlack()) continue;
     shading_.state.CurrentRay().depth = 1;
-    light *= sun->ThroughVolumes(shading_.state, path_.point.world);
+    light *= FollowsMatter() ? matter_->ThroughVolumes(shading_.state, *sun, path_.point.world)
+                             : sun->ThroughVolumes(shading_.state, path_.point.world);
     AddDirect({lit.diffuse * light, lit.specular * light, lit.transmission * light}, {});
   }
 }
@@ -249,9 +252,9 @@ bool LightWalk::Travel() {
       }
       // Deep water leaves little.
       if (weight.MaxChannel() < kDimmed && !Survives()) return false;
-    } else if (!AddTabulatedSky(isHit)) {
-      path_.throughput *= Air(distance);
-    } else {
+    } else if (AddTabulatedSky(isHit)) {
+      return false;
+    } else if (!Air(distance)) {
       return false;
     }
     if (!isHit) {
@@ -272,29 +275,40 @@ bool LightWalk::Travel() {
 bool LightWalk::AddTabulatedSky(bool isHit) {
   trFCol sky;
   if (isHit || path_.spread < kDiffuseSpread || path_.discPdf >= 0 ||
-      !scene_.Air().OpenSky(shading_.state, path_.origin + scene_.View().eye, path_.direction, sky))
+      !scene_.Air().OpenSky(shading_.state, path_.origin + scene_.View().eye, path_.direction,
+                            FrameAir::Sight::kBounce, sky))
     return false;
   Add(path_.throughput * sky);
   return true;
 }
 
-trFCol LightWalk::Air(double distance) {
-  if (scene_.Volumes().empty()) return trFCol(1.0f);
+bool LightWalk::Air(double distance) {
+  if (scene_.Volumes().empty()) return true;
   // Mirrors see the air as sharp as the eye does, and volumes drop light by depth.
   const int depth = IsDirect() ? 1 : 2 + std::max(path_.diffuseBounces - 1, 0);
   const bool isSharp = std::max(path_.spread, path_.opening) < kBlurredSpread;
   shading_.si.Random() = {MixBits64(path_.random + 0x100 + path_.depth + path_.sheets)};
+  const bool followsMatter = FollowsMatter();
+  const trVector from = path_.origin + scene_.View().eye;
+  const trFCol arriving = path_.throughput;
+  Matter::Collision collision;
+  const bool isScattered = followsMatter && matter_->Collide(shading_.state, from, path_.direction, distance,
+                                                             path_.throughput, collision);
+  if (isScattered) distance = collision.distance;
   const trAtomicIntegrator::Result air =
-      scene_.AirAlong(shading_.state, path_.origin + scene_.View().eye, path_.direction, distance, depth,
-                      isSharp, counters_.volumeSamples);
+      scene_.AirAlong(shading_.state, followsMatter ? scene_.Air().WithoutMatter() : scene_.Volumes(), from,
+                      path_.direction, distance, depth, isSharp, counters_.volumeSamples);
+  trFCol light = arriving * air.Colour();
+  path_.throughput *= air.transmittance;
+  if (isScattered) light += matter_->Light(shading_.state, collision, path_.direction, path_.throughput);
   if (IsDirect()) {
-    const trFCol light = FiniteOrBlack(path_.throughput * air.Colour());
+    light = FiniteOrBlack(light);
     path_.result->atmosphere += light;
     path_.result->light.sky += light;
   } else {
-    Add(path_.throughput * air.Colour());
+    Add(light);
   }
-  return air.transmittance;
+  return !isScattered;
 }
 
 void LightWalk::AddBackground() {

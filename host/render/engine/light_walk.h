@@ -4,6 +4,7 @@
 
 #include "host/base/sampler.h"
 #include "host/render/air/media.h"
+#include "host/render/engine/matter_paths.h"
 #include "host/render/engine/roulette.h"
 #include "host/render/shade/camera_sample.h"
 #include "host/render/shade/lobes.h"
@@ -15,7 +16,8 @@ namespace ovhost {
 /// the surface's lobes, until nothing is left. Per-thread state.
 class OV_API LightWalk {
  public:
-  LightWalk(LitScene& scene, const PathSettings& settings, PathCounters& counters);
+  /// `matter` follows light through volumes' matter; null where all are asked for their samples.
+  LightWalk(LitScene& scene, const PathSettings& settings, MatterPaths* matter, PathCounters& counters);
 
   /// Where a path comes from when it meets the first surface that is not just diffuse.
   struct Start {
@@ -56,7 +58,10 @@ class OV_API LightWalk {
   /// What a broad ray sees of the open sky, where there is a table of that; false where there is none.
   bool AddTabulatedSky(bool isHit);
   void ShadeHit(const SurfaceHit& hit);
-  trFCol Air(double distance);
+  /// The volumes on the way. False where their matter ends the path.
+  bool Air(double distance);
+  /// Whether the eye sees the ray in hand by mirrors and glass alone, and matter as it is.
+  bool FollowsMatter() const { return matter_ && path_.diffuseBounces == 0; }
 
   // Inside a surface
   bool ScatterInside(double distance);
@@ -68,6 +73,7 @@ class OV_API LightWalk {
 
   LitScene& scene_;
   PathSettings settings_;
+  MatterPaths* matter_;
   PathCounters& counters_;
   Roulette roulette_;
   ShadingContext shading_;

@@ -10,10 +10,6 @@
 namespace ovhost {
 namespace {
 
-/// Footprint of a diffuse bounce, as a share of the distance: detail finer than this averages out over the
-/// hemisphere.
-constexpr double kBounceFootprint = 0.05;
-
 trFCol Clamped(const trFCol& c, float limit) {
   const float luminance = Luminance(c);
   return limit > 0 && luminance > limit ? c * (limit / luminance) : c;
@@ -28,7 +24,10 @@ PathTracer::PathTracer(LitScene& scene, const PathSettings& settings)
       pieces_(scene, shading_),
       shells_(scene.Volumes()),
       roulette_(settings, scene),
-      walk_(scene, settings, counters_) {}
+      matter_(settings.followsMatter && !scene.Air().WithMatter().empty()
+                  ? std::make_unique<MatterPaths>(scene, counters_)
+                  : nullptr),
+      walk_(scene, settings, matter_.get(), counters_) {}
 
 trAtomicIntegrator::Result PathTracer::CameraAir(const trVector& direction, double distance) {
   const trVector& eye = scene_.View().eye;
@@ -38,7 +37,8 @@ trAtomicIntegrator::Result PathTracer::CameraAir(const trVector& direction, doub
     if (std::fabs(sharedAir_[i].distance - distance) <= way.tolerance) return sharedAir_[i].air;
   SharedAir& entry = sharedAir_[sharedCount_++];
   entry = {distance,
-           scene_.AirAlong(shading_.state, eye, direction, distance, 1, true, counters_.volumeSamples)};
+           scene_.AirAlong(shading_.state, matter_ ? scene_.Air().WithoutMatter() : scene_.Volumes(), eye,
+                           direction, distance, 1, true, counters_.volumeSamples)};
   return entry.air;
 }
 
@@ -144,13 +144,21 @@ void PathTracer::StartPath(int x, int y, std::uint32_t index, Path& path) const 
 
 bool PathTracer::ShadeCameraRay(Path& path) {
   const bool isHit = path.hit.part != nullptr;
-  const double distance = isHit ? path.hit.distance : scene_.FarDistance();
+  double distance = isHit ? path.hit.distance : scene_.FarDistance();
   CameraSample& result = path.result;
   shading_.si.Random() = {path.random};
+  Matter::Collision collision;
+  const bool isScattered = matter_ && matter_->Collide(shading_.state, scene_.View().eye, path.direction,
+                                                       distance, path.throughput, collision);
+  if (isScattered) distance = collision.distance;
   const trAtomicIntegrator::Result air = CameraAir(path.direction, distance);
   result.atmosphere = FiniteOrBlack(air.Colour());
   result.light.sky = result.atmosphere;
   path.throughput *= air.transmittance;
+  if (isScattered) {
+    FollowMatter(path, collision);
+    return false;
+  }
   if (!isHit || path.hit.IsHoldout()) {
     result.alpha = 1 - Brightness(path.throughput);
     if (isHit) return false;
@@ -169,6 +177,21 @@ bool PathTracer::ShadeCameraRay(Path& path) {
   FillSurfaceLayers(surface, distance, surface.diffuse, path.hit.NodeId(), result);
   result.light.emission = FiniteOrBlack(path.throughput * surface.emission);
   return true;
+}
+
+void PathTracer::FollowMatter(Path& path, const Matter::Collision& collision) {
+  shading_.si.Random() = {MixBits64(path.random + 2)};
+  const trFCol light =
+      FiniteOrBlack(matter_->Light(shading_.state, collision, path.direction, path.throughput));
+  path.result.atmosphere += light;
+  path.result.light.sky += light;
+  path.result.alpha = 1;
+}
+
+trFCol PathTracer::SunAtCamera(const SunLight& sun, const Path& path) {
+  if (!matter_) return sun.ThroughVolumes(shading_.state, path.surface.world);
+  shading_.si.Random() = {MixBits64(path.random + 3)};
+  return matter_->ThroughVolumes(shading_.state, sun, path.surface.world);
 }
 
 void PathTracer::LightCameraHits() {
@@ -196,8 +219,7 @@ void PathTracer::LightCameraHits() {
         if (!scene_.HasSeeThrough()) continue;
         rays[k].light *= PastClear(rays[k]);
       }
-      reached[k]->result.direct +=
-          rays[k].light * sun->ThroughVolumes(shading_.state, reached[k]->surface.world);
+      reached[k]->result.direct += rays[k].light * SunAtCamera(*sun, *reached[k]);
     }
   }
   for (int i = 0; i < litCount_; ++i) {
@@ -288,7 +310,7 @@ bool PathTracer::FollowRay(Path& path, int depth) {
                                              path.hit, kIndirectRays);
   const trVector from = path.origin + scene_.View().eye;
   trFCol sky;
-  if (!isHit && scene_.Air().OpenSky(shading_.state, from, path.direction, sky)) {
+  if (!isHit && scene_.Air().OpenSky(shading_.state, from, path.direction, FrameAir::Sight::kBounce, sky)) {
     AddIndirect(path, path.throughput * sky);
     return false;
   }

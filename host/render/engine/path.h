@@ -3,6 +3,7 @@
 
 #include "host/render/air/air_shells.h"
 #include "host/render/engine/light_walk.h"
+#include "host/render/engine/matter_paths.h"
 #include "host/render/shade/camera_sample.h"
 
 namespace ovhost {
@@ -76,6 +77,10 @@ class OV_API PathTracer : public PixelEngine {
   };
 
   void StartPath(int x, int y, std::uint32_t index, Path& path) const;
+  /// What comes of a path that was scattered in volumes' matter.
+  void FollowMatter(Path& path, const Matter::Collision& collision);
+  /// What the volumes let through of a sun to the surface of a camera ray.
+  trFCol SunAtCamera(const SunLight& sun, const Path& path);
   /// The air and the surface before a camera ray. False where the path ends.
   bool ShadeCameraRay(Path& path);
   /// Direct light of all paths whose camera rays met a surface, by bundles of shadow rays.
@@ -100,6 +105,7 @@ class OV_API PathTracer : public PixelEngine {
   PieceShading pieces_;
   AirShells shells_;
   Roulette roulette_;
+  std::unique_ptr<MatterPaths> matter_;  ///< null where volumes are asked for their samples alone
   LightWalk walk_;
 
   struct SharedAir {

@@ -14,6 +14,9 @@ struct PathSettings {
   float clampIndirect = 1.5f;   ///< largest luminance an indirect path may add; 0 for no limit
   int rouletteStart = 1;        ///< bounces after which weak paths end by chance
   double leastSurvival = 0.25;  ///< smallest chance of a path to go on; 1 for no roulette
+  /// Whether the camera, also by mirrors and through glass, sees volumes that tell their matter by paths
+  /// through it in place of their own samples.
+  bool followsMatter = false;
   /// Ways of finding lights by lobes that can be drawn both ways: both, or one of them alone, to compare.
   enum class Lights { kBoth, kLightsOnly, kLobesOnly } lights = Lights::kBoth;
 

@@ -2,10 +2,18 @@
 #include "host/render/engine/standard.h"
 
 namespace ovhost {
+namespace {
+
+PathSettings BySamplesAlone(PathSettings settings) {
+  settings.followsMatter = false;
+  return settings;
+}
+
+}  // namespace
 
 StandardTracer::StandardTracer(LitScene& scene, const PathSettings& path, const IndirectSettings& indirect,
                                const TraceSettings& trace, LightCache& cache)
-    : PathTracer(scene, path),
+    : PathTracer(scene, BySamplesAlone(path)),
       indirect_(scene, path, indirect, cache),
       traced_(scene, trace, indirect_, counters_) {}
 

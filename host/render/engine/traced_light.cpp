@@ -83,7 +83,8 @@ bool TracedLight::Travel(const Ray& ray, SurfaceHit& hit, trFCol& left, LightLay
   if (!ray.inside) {
     trFCol sky;
     if (!isHit && ray.spread >= kBlurredSpread &&
-        scene_.Air().OpenSky(air_, ray.origin + scene_.View().eye, ray.direction, sky)) {
+        scene_.Air().OpenSky(air_, ray.origin + scene_.View().eye, ray.direction, FrameAir::Sight::kBounce,
+                             sky)) {
       sum.sky += left * sky;
       return false;
     }

@@ -69,6 +69,7 @@ class OV_API TracedLight final : public trRenderServices {
   bool IsPausingOrAborting() const override { return scene_.IsPausingOrAborting(); }
   bool IsDeferred() const override { return false; }
   int MaxRayDepth() const override { return settings_.maxDepth; }
+  trVoxelLightingSystem* VoxelLighting() override { return scene_.VoxelLighting(); }
   std::uint64_t KeyOfKeptDraws() const override { return scene_.Frame().seed + 1; }
   bool CompensatesEnergy() const override { return scene_.CompensatesEnergy(); }
 

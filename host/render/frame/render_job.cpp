@@ -201,7 +201,7 @@ RenderOutcome RenderJob::State::Build() {
   memory -= std::min(memory, filmBytes);
   const double pixels = static_cast<double>(plan_.area.x1 - plan_.area.x0) * (plan_.area.y1 - plan_.area.y0);
   if (plan_.engine == Engine::kStandard) lightCache_ = MakeLightCache(pixels, memory);
-  if (redo_ == Redo::kShading && world_ && !world_->Relight()) return failed();
+  if (redo_ == Redo::kShading && world_ && !world_->Relight(plan_.engines.cloudSteps)) return failed();
   if (redo_ == Redo::kGeometry || !world_) {
     WorldSettings settings;
     settings.view = plan_.view;
@@ -210,6 +210,7 @@ RenderOutcome RenderJob::State::Build() {
     settings.frame = settings_.frame;
     settings.seed = settings_.seed;
     settings.compensatesEnergy = plan_.engines.compensatesEnergy;
+    settings.cloudSteps = plan_.engines.cloudSteps;
     settings.threads = threads_;
     settings.memoryBytes = memory;
     if (lightCache_) settings.memoryBytes -= std::min(lightCache_->Bytes(), memory / 2);

@@ -129,6 +129,7 @@ Redo RenderPlan::Towards(const RenderPlan& other) const {
       engines.pictureVertices != other.engines.pictureVertices ||
       engines.compensatesEnergy != other.engines.compensatesEnergy)
     return Redo::kGeometry;
+  if (engines.cloudSteps != other.engines.cloudSteps) return Redo::kShading;
   if (engine != other.engine || !(engines == other.engines) || !(area == other.area) ||
       layers != other.layers)
     return Redo::kSamples;

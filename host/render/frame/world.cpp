@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <chrono>
+#include <thread>
 
 #include "host/base/log.h"
+#include "host/base/parallel.h"
 #include "host/node/graph_check.h"
 #include "host/node/node_data.h"
 #include "host/node/shader_start.h"
@@ -22,6 +24,8 @@ namespace {
 constexpr double kBytesPerVertex = 96;
 /// What a vertex of a displaced mesh costs, in those of diced surfaces: two triangles each.
 constexpr std::uint64_t kMicroVertexShare = 4;
+/// Seconds between reports of progress.
+constexpr double kReportPeriod = 0.2;
 /// Points at which parts are looked at before the render: all together, and of one part.
 constexpr int kAllProbes = 1 << 15, kLeastProbes = 64, kMostProbes = 2048;
 
@@ -48,23 +52,25 @@ bool World::Build() {
 
   if (stop_) return false;
   BuildSkies();
-  return !stop_;
+  return RunPrepass();
 }
 
 void World::Release() {
   FinishShaders();
+  prepass_.clear();
   lights_.clear();
   skyOnSurfaces_ = skyInAtmosphere_ = trFCol();
   air_ = FrameAir();
   hasSeeThrough_ = false;
 }
 
-bool World::Relight() {
+bool World::Relight(trCloudSteps cloudSteps) {
+  settings_.cloudSteps = cloudSteps;
   if (!PrepareShading()) return false;
   ClassifyParts();
   if (stop_) return false;
   BuildSkies();
-  return !stop_;
+  return RunPrepass();
 }
 
 bool World::PrepareShading() {
@@ -231,6 +237,7 @@ bool World::StartShaders() {
   si.SetFrame(static_cast<float>(settings_.frame));
   trRenderState state(*this, si);
   trRenderingInterface rendering(state, settings_.threads, &settings_.view, trRenderContext::kFinal);
+  rendering.SetCloudSteps(settings_.cloudSteps);
   for (trBase* node : AllNodes(&project_)) {
     auto* shader = dynamic_cast<trShader*>(node);
     if (!shader) continue;
@@ -242,9 +249,32 @@ bool World::StartShaders() {
     }
   }
   for (trAtmosShader* volume : Volumes()) volume->PrepareAtmosphere(rendering);
-  for (const auto& task : rendering.PrepassTasks())
-    if (!task(state)) return false;
+  // Tasks may ask for light, which there is once surfaces and skies stand.
+  prepass_ = rendering.PrepassTasks();
   return true;
+}
+
+bool World::RunPrepass() {
+  std::vector<std::unique_ptr<ShadingContext>> workers(NumThreadSlots());
+  const auto speaker = std::this_thread::get_id();
+  unsigned long token = 0;
+  double lastReport = Seconds();
+  std::atomic<size_t> numDone{0};
+  std::atomic<bool> goesOn{true};
+  ParallelFor(prepass_.size(), [&](size_t i) {
+    if (stop_ || !goesOn) return;
+    std::unique_ptr<ShadingContext>& worker = workers[ThreadSlot()];
+    if (!worker) worker = std::make_unique<ShadingContext>(*this, *this);
+    if (!prepass_[i](worker->state)) goesOn = false;
+    const size_t done = ++numDone;
+    // The calling thread works too, and speaks for all.
+    if (std::this_thread::get_id() != speaker || Seconds() - lastReport < kReportPeriod) return;
+    lastReport = Seconds();
+    const float share = static_cast<float>(done) / static_cast<float>(prepass_.size());
+    if (!project_.ReportProgress(token, "Preparing volumes", share, -1.0f)) goesOn = false;
+  });
+  prepass_.clear();
+  return goesOn && !stop_;
 }
 
 void World::FinishShaders() {

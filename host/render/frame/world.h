@@ -15,6 +15,7 @@ namespace ovhost {
 struct WorldSettings : FrameSettings {
   std::uint64_t memoryBytes = 0;
   std::uint64_t pictureVertices = 0;  ///< that a surface may have for the picture's size; 0: no limit
+  trCloudSteps cloudSteps = trCloudSteps::kTrueLengths;
   int threads = 1;
 };
 
@@ -30,7 +31,7 @@ class OV_API World final : public LitScene {
   /// place depends on.
   void Release();
   /// Starts them again, over the same surfaces. False as Build.
-  bool Relight();
+  bool Relight(trCloudSteps cloudSteps);
 
   const DiceStatistics& Dicing() const { return dicing_; }
   const Assembly& Parts() const { return parts_; }
@@ -49,6 +50,8 @@ class OV_API World final : public LitScene {
   void BuildSkies();
   void ClassifyParts();
   bool StartShaders();
+  /// What shaders and volumes want done on all threads before the first pixel.
+  bool RunPrepass();
   /// Lights, volumes, shaders.
   bool PrepareShading();
   void FinishShaders();
@@ -63,6 +66,7 @@ class OV_API World final : public LitScene {
   Assembly parts_;  ///< relative to the eye
   SharedParts shared_;
   std::vector<trShader*> started_;
+  std::vector<std::function<bool(trRenderState&)>> prepass_;
   DiceStatistics dicing_;
   double diceSeconds_ = 0;
 };

@@ -9,4 +9,8 @@ constexpr double kPixelFootprint = 0.5;
 /// sun don't turn into bright dots (path space regularisation, Kaplanyan and Dachsbacher 2013).
 constexpr double kDiffuseSpread = 0.25;
 
+/// Footprint of a diffuse bounce, as a share of the distance: detail finer than this averages out over the
+/// hemisphere.
+constexpr double kBounceFootprint = 0.05;
+
 }  // namespace ovhost

@@ -7,6 +7,7 @@
 
 #include "core/atmosphere.h"
 #include "host/render/air/frame_air.h"
+#include "host/render/shade/background_light.h"
 #include "host/render/shade/sun_light.h"
 #include "host/render/trace/accel.h"
 #include "host/render/trace/tri_rays.h"
@@ -43,11 +44,13 @@ class OV_API LitScene : public trRenderServices {
   double SpotSize(const trVector& point) const override;
   bool IsPausingOrAborting() const override { return stop_.load(std::memory_order_relaxed); }
   bool CompensatesEnergy() const override { return frame_.compensatesEnergy; }
+  trVoxelLightingSystem* VoxelLighting() override { return &background_; }
 
   const FrameSettings& Frame() const { return frame_; }
   const trView& View() const { return frame_.view; }
   const Accel& Rays() const { return *accel_; }
   const FrameAir& Air() const { return air_; }
+  BackgroundLight& Background() { return background_; }
   const std::vector<trAtmosShader*>& Volumes() const { return air_.Volumes(); }
   const std::vector<std::unique_ptr<SunLight>>& Suns() const { return lights_; }
   const trFCol& SkyOnSurfaces() const { return skyOnSurfaces_; }
@@ -57,8 +60,14 @@ class OV_API LitScene : public trRenderServices {
   trAtomicIntegrator::Result AirAlong(trRenderState& state, const trVector& origin, const trVector& direction,
                                       double distance, int depth, bool isSharp,
                                       std::uint64_t& samples) const {
-    return MarchAir(state, Volumes(),
-                    {origin, direction, distance, depth, isSharp, View().PixelAngularSize()}, samples);
+    return AirAlong(state, Volumes(), origin, direction, distance, depth, isSharp, samples);
+  }
+  /// The same of some of the volumes.
+  trAtomicIntegrator::Result AirAlong(trRenderState& state, const std::vector<trAtmosShader*>& volumes,
+                                      const trVector& origin, const trVector& direction, double distance,
+                                      int depth, bool isSharp, std::uint64_t& samples) const {
+    return MarchAir(state, volumes, {origin, direction, distance, depth, isSharp, View().PixelAngularSize()},
+                    samples);
   }
   /// Where a ray that hits nothing ends: past every volume.
   double FarDistance() const { return 1e9; }
@@ -78,6 +87,7 @@ class OV_API LitScene : public trRenderServices {
 
  private:
   TriRays triRays_;
+  BackgroundLight background_{*this};
 };
 
 /// Adds what a camera ray that meets nothing sees of suns' discs.

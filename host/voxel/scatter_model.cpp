@@ -1,0 +1,342 @@
+// Light that a volume scatters more than once, found by paths.
+//
+// The nodes of a grid, at the corners of blocks of two by two by two cells of the volume, hold the mean
+// radiance that arrives there by scattering, and its flux. A node's value is the mean of a few paths that go
+// backwards from it: along a path's free flights, the light that a collision scatters into the path is
+// counted. After some scatterings the direction is forgotten, so the rest of the path goes through a medium
+// of less extinction that scatters evenly (similarity: van de Hulst 1980, Multiple Light Scattering, ch. 14).
+#include <algorithm>
+#include <cmath>
+
+#include "host/voxel/optical_path.h"
+#include "host/voxel/scatter_phase.h"
+#include "host/voxel/voxel_cache-inl.h"
+
+using namespace ovhost::voxel;
+
+namespace {
+
+constexpr int kPathsPerNode = 48;
+/// Scatterings that are followed in their own directions.
+constexpr int kForwardScatterings = 3;
+constexpr double kDeepest = 14;  ///< optical depth past which a light counts for nothing
+constexpr double kPi = 3.14159265358979323846;
+
+/// Mean radiance and flux (the mean of radiance times direction of travel, of the channels' mean).
+struct Light {
+  trFCol mean;
+  float flux[3] = {0, 0, 0};
+  void Add(const trFCol& radiance, const trVector& travel) {
+    mean += radiance;
+    const float grey = (radiance.r + radiance.g + radiance.b) / 3;
+    for (int axis = 0; axis < 3; ++axis) flux[axis] += grey * static_cast<float>(travel[axis]);
+  }
+};
+
+struct NodeLight {
+  Light direct, enviro;
+};
+
+/// A projector's cube, larger by half a node all round: centres of the nodes' cells lie on corners.
+class NodeProjector : public trVoxelProjector {
+ public:
+  void Init(const trVoxelProjector* projector, const int cells[3]) {
+    projector_ = projector;
+    for (int axis = 0; axis < 3; ++axis) cells_[axis] = cells[axis];
+  }
+  void MapWorldToLocal(const trVector& world, trVector& local) const override {
+    projector_->MapWorldToLocal(world, local);
+    for (int axis = 0; axis < 3; ++axis)
+      local[axis] = (local[axis] * cells_[axis] + 0.5) / (cells_[axis] + 1.0);
+  }
+  void MapLocalToWorld(const trVector& local, trVector& world) const override {
+    trVector inner;
+    for (int axis = 0; axis < 3; ++axis)
+      inner[axis] = (local[axis] * (cells_[axis] + 1.0) - 0.5) / cells_[axis];
+    projector_->MapLocalToWorld(inner, world);
+  }
+  trTransform<double> GetTransformLocalToWorld() const override {
+    return projector_->GetTransformLocalToWorld() *
+           trTranslate({-0.5 / cells_[0], -0.5 / cells_[1], -0.5 / cells_[2]}) *
+           trScale(1 + 1.0 / cells_[0], 1 + 1.0 / cells_[1], 1 + 1.0 / cells_[2]);
+  }
+  bool IsLinear() const override { return projector_->IsLinear(); }
+  trVector ScalingIfAffine() const override { return Grown(projector_->ScalingIfAffine()); }
+  trVector EstimatedScaling_WrongIfRotated(const trVector& world) const override {
+    return Grown(projector_->EstimatedScaling_WrongIfRotated(world));
+  }
+
+ private:
+  trVector Grown(const trVector& size) const {
+    return {size.x * (1 + 1.0 / cells_[0]), size.y * (1 + 1.0 / cells_[1]), size.z * (1 + 1.0 / cells_[2])};
+  }
+  const trVoxelProjector* projector_ = nullptr;
+  int cells_[3] = {1, 1, 1};
+};
+
+/// Puts a state's draws back, on every way out.
+class DrawsGuard {
+ public:
+  DrawsGuard(trRenderState& state, std::uint64_t key) : stream_(state.Shading().Random()), saved_(stream_) {
+    stream_ = {key, 0};
+  }
+  ~DrawsGuard() { stream_ = saved_; }
+  DrawsGuard(const DrawsGuard&) = delete;
+  DrawsGuard& operator=(const DrawsGuard&) = delete;
+
+ private:
+  trRandomStream& stream_;
+  const trRandomStream saved_;
+};
+
+trVector SphereDirection(double u, double v) { return TurnedFrom({0, 0, 1}, 1.0 - 2.0 * u, 2.0 * kPi * v); }
+
+}  // namespace
+
+struct trVoxelScatterModelC::Impl {
+  trVoxelScatterMedium* medium = nullptr;
+  trVoxelCache<trFCol>* lighting = nullptr;
+  trAnisoVoxelCache<trFCol>* aniso = nullptr;
+  NodeProjector projector;
+  trVoxelCache<NodeLight> nodes;
+  PhaseTable phase;
+  trFCol albedo, evenScale, evenAlbedo;
+  trVector toLight{0, 1, 0};
+  int depthLimit = 0;
+
+  /// What the medium can tell, found at the first lookup.
+  std::once_flag asked;
+  bool tellsLight = false, tellsBackground = false;
+  struct Side {
+    Impl* impl;
+    int direction;
+  } sides[6];
+
+  void Ask(trRenderState& state, const trVector& point);
+  trFCol LightAt(trRenderState& state, const trVector& point);
+  trFCol Background(trRenderState& state, const trVector& point, const trVector& direction);
+  trFCol MeanBackground(trRenderState& state, const trVector& point);
+  trFCol Sunlight(trRenderState& state, const trVector& point, bool isEven);
+  void Path(trRenderState& state, const trVector& origin, const trVector& direction, double firstFlight,
+            trRandomStream& draws, NodeLight& sum);
+
+  static bool FillNode(void* owner, trRenderState& state, const trVoxelBuffer& buffer, const trVector& world,
+                       unsigned seed, NodeLight& value);
+  static bool FillLight(void* owner, trRenderState& state, const trVoxelBuffer& buffer, const trVector& world,
+                        unsigned seed, trFCol& value);
+  static bool FillSide(void* owner, trRenderState& state, const trVoxelBuffer& buffer, const trVector& world,
+                       unsigned seed, trFCol& value);
+};
+
+void trVoxelScatterModelC::Impl::Ask(trRenderState& state, const trVector& point) {
+  std::call_once(asked, [&] {
+    const DrawsGuard guard(state, 1);
+    trFCol light;
+    tellsLight = medium->LightOutside(state, point, light);
+    tellsBackground = medium->BackgroundOutside(state, point, {0, 1, 0}, light);
+  });
+}
+
+bool trVoxelScatterModelC::Impl::FillLight(void* owner, trRenderState& state, const trVoxelBuffer&,
+                                           const trVector& world, unsigned seed, trFCol& value) {
+  if (state.IsPausingOrAborting()) return false;
+  Impl& impl = *static_cast<Impl*>(owner);
+  const DrawsGuard guard(state, seed);
+  if (impl.tellsLight) return impl.medium->LightOutside(state, world, value);
+  value = impl.medium->DirectLight(state, world);
+  return true;
+}
+
+/// One of the six sides: the background's mean over the half space that the side faces, weighted by the
+/// square of the cosine, so that the squares of a direction's components mix the sides to its radiance
+/// and the mean over all directions is kept (the ambient cube: McTaggart 2004).
+bool trVoxelScatterModelC::Impl::FillSide(void* owner, trRenderState& state, const trVoxelBuffer&,
+                                          const trVector& world, unsigned seed, trFCol& value) {
+  if (state.IsPausingOrAborting()) return false;
+  const Side& side = *static_cast<const Side*>(owner);
+  Impl& impl = *side.impl;
+  const DrawsGuard guard(state, seed * 6ull + static_cast<unsigned>(side.direction));
+  if (!impl.tellsBackground) {
+    value = impl.medium->AverageBackground(state, world);
+    return true;
+  }
+  trVector axis;
+  axis[side.direction / 2] = side.direction % 2 ? 1 : -1;
+  constexpr int kRows = 4;
+  trFCol sum;
+  for (int i = 0; i < kRows * kRows; ++i) {
+    const double u = (i / kRows + state.Random()) / kRows, v = (i % kRows + state.Random()) / kRows;
+    trFCol radiance;
+    impl.medium->BackgroundOutside(state, world, TurnedFrom(axis, std::cbrt(u), 2 * kPi * v), radiance);
+    sum += radiance;
+  }
+  value = sum * (1.0f / (kRows * kRows));
+  return true;
+}
+
+trFCol trVoxelScatterModelC::Impl::LightAt(trRenderState& state, const trVector& point) {
+  trFCol light;
+  trVector voxel;
+  lighting->MapWorldToVoxel(point, voxel);
+  lighting->LookupLinear(light, voxel, 1, FillLight, this, state);
+  return light;
+}
+
+trFCol trVoxelScatterModelC::Impl::Background(trRenderState& state, const trVector& point,
+                                              const trVector& direction) {
+  trFCol sum;
+  for (int axis = 0; axis < 3; ++axis) {
+    // Light from above travels along -y.
+    const int side = 2 * axis + (direction[axis] > 0 ? 1 : 0);
+    trVoxelCache<trFCol>& cache = aniso->GetVoxelCache(side);
+    trVector voxel;
+    trFCol light;
+    cache.MapWorldToVoxel(point, voxel);
+    cache.LookupLinear(light, voxel, 1, FillSide, &sides[side], state);
+    sum += light * static_cast<float>(direction[axis] * direction[axis]);
+  }
+  return sum;
+}
+
+trFCol trVoxelScatterModelC::Impl::MeanBackground(trRenderState& state, const trVector& point) {
+  trVoxelCache<trFCol>& cache = aniso->GetVoxelCache(0);
+  trVector voxel;
+  trFCol light;
+  cache.MapWorldToVoxel(point, voxel);
+  cache.LookupLinear(light, voxel, 1, FillSide, &sides[0], state);
+  return light;
+}
+
+/// The main light at a point, dimmed by the medium, or by the one that scatters evenly in its place.
+trFCol trVoxelScatterModelC::Impl::Sunlight(trRenderState& state, const trVector& point, bool isEven) {
+  const trFCol light = LightAt(state, point);
+  if (!tellsLight || light.IsBlack()) return light;
+  OpticalPath path(*medium, *lighting, state, point, toLight);
+  if (path.Advance(0, kDeepest / (isEven ? std::max(evenScale.r, 0.05f) : 1.0f))) return {};
+  trFCol left;
+  for (int c = 0; c < 3; ++c)
+    left[c] = light[c] * static_cast<float>(std::exp(-path.Depth()[c] * (isEven ? evenScale[c] : 1.0f)));
+  return left;
+}
+
+void trVoxelScatterModelC::Impl::Path(trRenderState& state, const trVector& origin, const trVector& start,
+                                      double firstFlight, trRandomStream& draws, NodeLight& sum) {
+  trVector point = origin, direction = start;
+  trFCol weight(1.0f);
+  for (int scatterings = 0; scatterings < depthLimit; ++scatterings) {
+    const bool isEven = scatterings > kForwardScatterings;
+    const trFCol scale = isEven ? evenScale : trFCol(1.0f);
+    // A channel draws the free flight for all three, which share what comes out (one-sample balance
+    // heuristic): equal extinctions lose nothing by it.
+    const int channel = std::min(static_cast<int>(draws.Next() * 3), 2);
+    const double u = scatterings == 0 ? firstFlight : draws.Next();
+    OpticalPath path(*medium, *lighting, state, point, direction);
+    const bool collides =
+        path.Advance(channel, -std::log1p(-std::min(u, 1 - 1e-12)) / std::max(scale[channel], 1e-6f));
+    float density[3], mean = 0;
+    for (int c = 0; c < 3; ++c) {
+      density[c] = static_cast<float>(std::exp(-path.Depth()[c] * scale[c]));
+      if (collides) density[c] *= path.Extinction()[c] * scale[c];
+      mean += density[c] / 3;
+    }
+    if (!(mean > 0)) return;
+    for (int c = 0; c < 3; ++c) weight[c] *= density[c] / mean;
+    point = path.Point();
+    if (!collides) {
+      if (tellsBackground) sum.enviro.Add(weight * Background(state, point, direction), -start);
+      return;
+    }
+    weight *= isEven ? evenAlbedo : albedo;
+    const bool turnsEven = scatterings >= kForwardScatterings;
+    const float turned = isEven ? 1.0f : static_cast<float>(phase.Value(Dot(direction, toLight)));
+    sum.direct.Add(weight * Sunlight(state, point, turnsEven) * (0.25f * turned), -start);
+    if (!tellsBackground) sum.enviro.Add(weight * MeanBackground(state, point), -start);
+    // Paths that carry little end by chance, and the others carry their share.
+    if (const float most = weight.MaxChannel(); most < 0.25f) {
+      if (draws.Next() >= most * 2) return;
+      weight *= 0.5f / most;
+    }
+    const double v = draws.Next(), w = draws.Next();
+    direction = isEven ? SphereDirection(v, w) : phase.Sample(direction, v, w);
+  }
+}
+
+bool trVoxelScatterModelC::Impl::FillNode(void* owner, trRenderState& state, const trVoxelBuffer&,
+                                          const trVector& world, unsigned seed, NodeLight& value) {
+  if (state.IsPausingOrAborting()) return false;
+  Impl& impl = *static_cast<Impl*>(owner);
+  trRandomStream draws{SampleSeed(seed, 0) + 0x9e3779b97f4a7c15ull * seed, 0};
+  // Directions and first flights that a node's paths share evenly: the R3 sequence (Roberts 2018), shifted.
+  const double shift[3] = {draws.Next(), draws.Next(), draws.Next()};
+  NodeLight sum;
+  const auto wrapped = [](double x) { return x - std::floor(x); };
+  for (int i = 0; i < kPathsPerNode; ++i) {
+    const trVector direction = SphereDirection(wrapped(shift[0] + i * 0.8191725133961645),
+                                               wrapped(shift[1] + i * 0.6710436067037893));
+    impl.Path(state, world, direction, wrapped(shift[2] + i * 0.5497004779019703), draws, sum);
+    if (state.IsPausingOrAborting()) return false;
+  }
+  for (Light* light : {&sum.direct, &sum.enviro}) {
+    light->mean *= 1.0f / kPathsPerNode;
+    for (float& flux : light->flux) flux *= 1.0f / kPathsPerNode;
+  }
+  if (!impl.tellsBackground) sum.enviro.mean += impl.MeanBackground(state, world);
+  value = sum;
+  return true;
+}
+
+trVoxelScatterModelC::trVoxelScatterModelC() = default;
+trVoxelScatterModelC::~trVoxelScatterModelC() = default;
+
+void trVoxelScatterModelC::Init(const trVoxelProjector& projector, int depthLimit,
+                                trVoxelScatterMedium& medium, trVoxelCache<trFCol>& lighting,
+                                trAnisoVoxelCache<trFCol>& aniso) {
+  impl_ = std::make_unique<Impl>();
+  Impl& impl = *impl_;
+  impl.medium = &medium;
+  impl.lighting = &lighting;
+  impl.aniso = &aniso;
+  impl.depthLimit = depthLimit;
+  for (int i = 0; i < 6; ++i) impl.sides[i] = {&impl, i};
+  impl.phase = PhaseTable([&medium](double c) { return medium.PhaseFunction(c); });
+  impl.toLight = Normalised(medium.MainLightDirection());
+  const float g = static_cast<float>(impl.phase.MeanCosine());
+  for (int c = 0; c < 3; ++c) {
+    const float albedo = medium.Albedo()[c];
+    impl.albedo[c] = albedo >= 0 ? std::min(albedo, 1.0f) : 0;
+    impl.evenScale[c] = 1 - impl.albedo[c] * g;
+    impl.evenAlbedo[c] = impl.evenScale[c] > 0 ? impl.albedo[c] * (1 - g) / impl.evenScale[c] : 0;
+  }
+  const int cells[3] = {(lighting.SizeX() + 1) / 2, (lighting.SizeY() + 1) / 2, (lighting.SizeZ() + 1) / 2};
+  if (lighting.IsEmpty()) return;
+  impl.projector.Init(&projector, cells);
+  impl.nodes.InitVoxelBuffer(&impl.projector, cells[0] + 1, cells[1] + 1, cells[2] + 1, 1,
+                             lighting.Name() + ".scatter");
+}
+
+bool trVoxelScatterModelC::Lookup(trRenderState& state, const trVector& point, const trFCol&, trFCol& direct,
+                                  trFCol& enviro) {
+  direct = enviro = trFCol();
+  if (!impl_ || impl_->nodes.IsEmpty() || impl_->depthLimit < 1) return false;
+  Impl& impl = *impl_;
+  trVector voxel;
+  if (!impl.nodes.MapWorldToVoxel(point, voxel)) return true;
+  impl.Ask(state, point);
+  NodeLight light;
+  if (!impl.nodes.LookupLinear(light, voxel, 1, Impl::FillNode, &impl, state)) return false;
+  const trRenderState::Ray& ray = state.CurrentRay();
+  const trVector view = ray.end - ray.origin;
+  const double length = view.Length();
+  const auto towardsEye = [&](const Light& from) {
+    if (!(length > 0) || !std::isfinite(length)) return from.mean;
+    const float grey = (from.mean.r + from.mean.g + from.mean.b) / 3;
+    const trVector flux(from.flux[0], from.flux[1], from.flux[2]);
+    // The first two terms of the radiance's series, times those of the phase function.
+    const double turned = -3.0 * impl.phase.MeanCosine() * Dot(flux, view) / length;
+    const double factor = grey > 0 ? std::clamp(1.0 + turned / grey, 0.1, 3.0) : 1.0;
+    return from.mean * static_cast<float>(factor);
+  };
+  direct = towardsEye(light.direct);
+  enviro = towardsEye(light.enviro);
+  return true;
+}
