@@ -97,3 +97,12 @@ long PowerFractalShaderV3::OnUserCreate() {
   SetParam("better_displacement_continuity", 1, this);
   return 1;
 }
+
+long CloudFractalShaderV3::OnFirstCreate() {
+  PowerFractalShaderV3Base::OnFirstCreate();
+  SetParam("ridge_smoothing", 0.1, this);
+  SetParam("gully_smoothing", 0.1, this);
+  SetParam("clumping_of_variation", 0.25, this);
+  SetParam("lead-in_warp_effect", 1, this);
+  return 1;
+}

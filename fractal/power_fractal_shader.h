@@ -90,3 +90,11 @@ class PowerFractalShaderV3 : public PowerFractalShaderV3Base {
   long OnFirstCreate() override;
   long OnUserCreate() override;
 };
+
+/// `cloud_fractal_shader_v3`: the fractal as a density. Its colour is a grey around 0, which clouds read as the
+/// distance above their surface.
+class CloudFractalShaderV3 : public PowerFractalShaderV3Base {
+ public:
+  CloudFractalShaderV3() { DeclareParams(true); }
+  long OnFirstCreate() override;
+};

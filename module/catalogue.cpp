@@ -4,6 +4,7 @@
 
 #include "atmosphere/cloud_layer_v2.h"
 #include "atmosphere/cloud_layer_v3.h"
+#include "atmosphere/easy_cloud.h"
 #include "atmosphere/planet_atmosphere.h"
 #include "atmosphere/sky_paint.h"
 #include "atmosphere/sky_paint_solve.h"
@@ -56,8 +57,10 @@ const Row kRows[] = {
     {"shader/colour", "distribution_shader_v4", trCreateNode<DistributionShaderV4>},
     {"shader/atmosphere", "cloud_layer_v2", trCreateNode<CloudLayerV2>},
     {"shader/atmosphere", "cloud_layer_v3", trCreateNode<CloudLayerV3>},
+    {"shader/colour", "cloud_fractal_shader_v3", trCreateNode<CloudFractalShaderV3>},
     {"shader/colour", "colour_adjust_shader", trCreateNode<ColourAdjustShader>},
     {"shader/colour", "distance_shader", trCreateNode<DistanceShader>},
+    {"shader/atmosphere", "easy_cloud", trCreateNode<EasyCloud::CloudShader>},
     {"shader/surface", "glass_shader", trCreateNode<GlassShader>},
     {"hidden", "heightfield_displacement_shader", trCreateNode<HeightfieldDisplacementShader>},
     {"shader/displacement/heightfield", "heightfield_shader", trCreateNode<HeightfieldShader>},

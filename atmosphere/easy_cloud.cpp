@@ -1,0 +1,263 @@
+// The one-node cloud: what its kinds are made of, and how they drift.
+#include "atmosphere/easy_cloud.h"
+
+#include <cmath>
+
+#include "core/idioms.h"
+
+namespace EasyCloud {
+namespace {
+
+constexpr double kDegree = 0.017453292519943295;
+
+/// The fractals of a kind of cloud: what of them isn't the cloud fractal's own. Coverage and variation of 0 and
+/// of 1 give the ends of the ranges.
+struct Kind {
+  double least, most;           ///< coverage_adjust of the depth
+  double calm, wild;            ///< noise_variation of the depth
+  double microContrast, microRoughness, microScale;
+  double wispsContrast, wispsRoughness, wispsMean;
+  trVector stretch;             ///< of wisps
+};
+
+constexpr double Between(double low, double high, double share) { return low + (high - low) * share; }
+
+const Kind& KindOf(long type) {
+  static const Kind kKinds[] = {
+      {-0.55, 0.75, 0.6, 1.4, 0.9, 2.2, 8.0, 0.35, 2.5, 1.0, {1, 1, 1}},      // cumulus
+      {-0.45, 0.55, 0.3, 1.0, 0.8, 2.0, 5.0, 0.45, 2.2, 0.9, {1, 0.8, 1}},    // altocumulus castellanus
+      {-0.35, 0.85, 0.2, 0.8, 0.7, 1.8, 6.0, 0.40, 2.0, 0.95, {1.4, 0.7, 1}}  // stratocumulus
+  };
+  return kKinds[std::clamp(type, long{kCumulus}, long{kStratocumulus}) - 1];
+}
+
+}  // namespace
+
+CloudLayout CloudShader::Layout() {
+  CloudLayout layout = DefaultLayout();
+  layout.hideCentreAltitude = true;
+  layout.hideSeed = false;
+  layout.hideCoverageControls = true;
+  layout.hideDensityLink = true;
+  layout.baseAltitudeIsPrimary = true;
+  layout.mergedTweaksTab = true;
+  layout.makesDensityFractal = false;
+  return layout;
+}
+
+CloudShader::CloudShader() : CloudLayerV3(Layout()) {
+  SetMenu(typeHint_, this,
+          {{"Cumulus", kCumulus},
+           {"Altocumulus Castellanus", kAltocumulusCastellanus},
+           {"Stratocumulus", kStratocumulus}});
+  SetMenu(modelHint_, this, {{"OV 3.9.04", kFirst}, {"OV 3.9.07", kSecond}});
+  SetMenu(evolutionHint_, this,
+          {{"Move all textures upwards", kAllUpwards},
+           {"Move all textures downwards", kAllDownwards},
+           {"Move height texture upwards", kHeightUpwards},
+           {"Move height texture downwards", kHeightDownwards}});
+  SetRange(shareHint_, this, {.min = 0.0, .max = 1.0});
+  SetRange(smallestHint_, this, {.min = 0.0, .max = 1000.0, .focusPower = 4.0});
+  SetRange(driftHint_, this, {.max = 100.0});
+  SetRange(headingHint_, this, {.max = 360.0});
+  SetRange(evolutionSpeedHint_, this, {.max = 100.0});
+}
+
+CloudShader::~CloudShader() {
+  trDestroyObject(depthFractal_);
+  trDestroyObject(wispsFractal_);
+  trDestroyObject(microFractal_);
+}
+
+void CloudShader::DeclareMainParams() {
+  OpenTab("Main", "basic_tab");
+  Param(easy_.type, "easycloud_type", kCumulus, &typeHint_).Display("Cloud type");
+  Param(easy_.model, "easycloud_model", kSecond, &modelHint_).Display("Model");
+  Param(easy_.coverage, "easycloud_coverage", 0.5, &shareHint_).Display("Coverage");
+  Param(easy_.variation, "easycloud_variation", 0.5, &shareHint_).Display("Variation");
+  Param(easy_.growth, "easycloud_growth", 0.5, &shareHint_).Display("Growth");
+  Param(easy_.smallestScale, "smallest_scale", 0.1, &smallestHint_);
+  Param(easy_.addMicroWisps, "add_micro_wisps", 0);
+  Param(easy_.enableMask, "easycloud_enable_mask", 0).Display("Mask by shader (BETA)");
+  Param(easy_.maskShader, "easycloud_mask_shader", "").Display("Mask shader (BETA)");
+  AddGuiAction({"easycloud_enable_mask"}, {"easycloud_mask_shader"}, 3);
+  CloudLayerV3::DeclareMainParams();
+}
+
+void CloudShader::DeclareExtraParams() {
+  OpenTab("Anim", "anim_tab");
+  Param(easy_.enableDrift, "enable_drift", 0);
+  Param(easy_.driftSpeed, "drift_speed", 50.0, &driftHint_).Display("Drift speed (m/s)");
+  Param(easy_.driftHeading, "drift_heading", 90.0, &headingHint_).Display("Drift heading (degrees)");
+  Param(easy_.enableEvolution, "enable_evolution", 0);
+  Param(easy_.evolutionSpeed, "easycloud_evolution_speed", 10.0, &evolutionSpeedHint_)
+      .Display("Evolution speed (m/s)");
+  Param(easy_.evolutionMethod, "easycloud_evolution_method", kHeightUpwards, &evolutionHint_)
+      .Display("Evolution method");
+  Param(easy_.framesPerSecond, "frames_per_second", 24.0);
+  Param(easy_.referenceFrameNumber, "reference_frame_number", 0);
+  Param(easy_.timeWarp, "time_warp", 0)
+      .Display("Time warp (control frame number using Animation Panel)");
+  Param(easy_.warpedFrameNumber, "warped_frame_number", 0.0);
+  SetParamGuiEnabled("warped_frame_number", false);
+}
+
+long CloudShader::OnCreate() {
+  const long result = CloudLayerV3::OnCreate();
+  depthFractal_ = trCreateObject("cloud_fractal_shader_v3", this, 0);
+  wispsFractal_ = trCreateObject("cloud_fractal_shader_v3", this, 0);
+  microFractal_ = trCreateObject("cloud_fractal_shader_v3", this, 0);
+  if (!depthFractal_ || !wispsFractal_ || !microFractal_) return 0;
+  depthFractal_->SetName("Depth fractal 01");
+  wispsFractal_->SetName("Final wisps fractal 01");
+  microFractal_->SetName("Micro wisps fractal 01");
+  hooks_ = this;
+  isReady_ = true;
+  ApplyFixedProfile();
+  return result;
+}
+
+long CloudShader::OnFirstCreate() {
+  CloudLayerV3::OnFirstCreate();
+  SetParam("cloud_base_altitude", 3000.0, trWhoSystem);
+  SetParam("cloud_depth", 1000.0, trWhoSystem);
+  SetParam("edge_sharpness", 5.0, trWhoSystem);
+  SetParam("cloud_density", 0.1, trWhoSystem);
+  SetParam("quality", 0.5, trWhoSystem);
+  SetParam("add_micro_wisps", 1, trWhoSystem);
+  SetParam("quality", settings_.quality, trWhoUserIndirect);
+  return 1;
+}
+
+void CloudShader::ApplyFixedProfile() {
+  for (const char* name :
+       {"local_sphere_falloff", "local_sphere_value_at_radius", "base_wispiness", "base_softness"}) {
+    double value = 0;
+    if (GetParam(name, value) && value != 0) SetParam(name, 0.0, trWhoSystem);
+  }
+  SetParam("taper_top_and_base", 1, trWhoSystem);
+  SetParam("quality", settings_.quality, trWhoUserIndirect);
+  UpdateDerived();
+}
+
+void CloudShader::OnParamChanged(long index, trBase* who) {
+  CloudLayerV3::OnParamChanged(index, who);
+  if (isReady_)
+    trSwitchFollowsLink(this, index, who, easy_.maskShader, easy_.enableMask, "easycloud_enable_mask");
+}
+
+void CloudShader::UpdateDerived() {
+  if (isReady_) ApplyModel();
+  CloudLayerV3::UpdateDerived();
+}
+
+void CloudShader::ApplyModel() {
+  SetParamGuiEnabled("easycloud_variation", easy_.model >= kSecond);
+  SetParamGuiEnabled("easycloud_growth", HasGrowth());
+  SetUpDepth();
+  SetUpWisps(*wispsFractal_, false);
+  SetUpWisps(*microFractal_, true);
+  densityOverride_ = easy_.addMicroWisps ? static_cast<trShader*>(microFractal_) : nullptr;
+  linkOverride_[static_cast<int>(CloudLink::kDepthModulator)] = static_cast<trShader*>(depthFractal_);
+  linkOverride_[static_cast<int>(CloudLink::kFinalDensity)] = static_cast<trShader*>(wispsFractal_);
+}
+
+void CloudShader::SetUpDepth() {
+  const Kind& kind = KindOf(easy_.type);
+  trBase& fractal = *depthFractal_;
+  trMersenneTwister draws(static_cast<unsigned long>(settings_.seed));
+  fractal.SetParam("seed", static_cast<long>(draws.genrand() & 0xff), this);
+  fractal.SetParam("smallest_scale", easy_.smallestScale, this);
+  fractal.SetParam("noise_flavour", 1, this);
+  const double coverage = Between(kind.least, kind.most, easy_.coverage);
+  if (!HasGrowth()) {
+    fractal.SetParam("contrast", 0.5, this);
+    fractal.SetParam("roughness", 1.5, this);
+    fractal.SetParam("gully_smoothing", 0.01, this);
+    fractal.SetParam("noise_variation", 1.0, this);
+    fractal.SetParam("variation_method", 2, this);
+    fractal.SetParam("global_var_damper", 1.0, this);
+    fractal.SetParam("lead-in_warp_effect", 1, this);
+    fractal.SetParam("coverage_adjust", coverage, this);
+    return;
+  }
+  fractal.SetParam("contrast", 0.65, this);
+  fractal.SetParam("roughness", 1.4, this);
+  fractal.SetParam("gully_smoothing", 0.1, this);
+  fractal.SetParam("noise_variation", 0.5, this);
+  fractal.SetParam("variation_method", -100, this);
+  fractal.SetParam("clumping_of_variation", 0.0, this);
+  fractal.SetParam("global_var_damper", 0.9, this);
+  fractal.SetParam("lead-in_warp_effect", 0, this);
+  fractal.SetParam("coverage_adjust", coverage + 0.5 * (easy_.growth - 0.5), this);
+}
+
+void CloudShader::SetUpWisps(trBase& fractal, bool isMicro) {
+  const Kind& kind = KindOf(easy_.type);
+  fractal.SetParam("seed", settings_.seed + (isMicro ? 10 : 0), this);
+  fractal.SetParam("smallest_scale", easy_.smallestScale, this);
+  fractal.SetParam("contrast", isMicro ? kind.microContrast : kind.wispsContrast, this);
+  fractal.SetParam("roughness", isMicro ? kind.microRoughness : kind.wispsRoughness, this);
+  fractal.SetParam("coverage_adjust", isMicro ? 1.0 : kind.wispsMean, this);
+  fractal.SetParam("noise_stretch_XYZ", kind.stretch, this);
+  fractal.SetParam("noise_flavour", 0, this);
+  fractal.SetParam("noise_variation", Between(kind.calm, kind.wild, easy_.variation), this);
+  fractal.SetParam("variation_method", 1, this);
+  fractal.SetParam("clumping_of_variation", 0.25, this);
+  fractal.SetParam("lead-in_warp_effect", 0, this);
+}
+
+// --- At a point
+
+double CloudShader::TimeAt(double frame) const {
+  const double at = easy_.timeWarp ? easy_.warpedFrameNumber : frame;
+  return GuardedDivide(at - static_cast<double>(easy_.referenceFrameNumber), easy_.framesPerSecond);
+}
+
+void CloudShader::MoveTextures(trShadingInterface& si, const CloudPoint& point, bool isHeight) const {
+  if (!easy_.enableDrift && !easy_.enableEvolution) return;
+  const double time = TimeAt(si.Frame());
+  trVector moved;
+  if (easy_.enableDrift) {
+    const double heading = easy_.driftHeading * kDegree;
+    moved += trVector(std::sin(heading), 0, std::cos(heading)) * (easy_.driftSpeed * time);
+  }
+  const bool isHeightAlone = easy_.evolutionMethod >= kHeightUpwards;
+  if (easy_.enableEvolution && (isHeight || !isHeightAlone)) {
+    const bool isUp = easy_.evolutionMethod == kAllUpwards || easy_.evolutionMethod == kHeightUpwards;
+    moved += point.up * ((isUp ? 1 : -1) * easy_.evolutionSpeed * time);
+  }
+  si.P() -= moved;
+  si.Pt() -= moved;
+}
+
+float CloudShader::Envelope(trShadingInterface& si, const CloudPoint&) {
+  trShader* const mask = easy_.enableMask ? LinkedShader(easy_.maskShader) : nullptr;
+  return mask ? Luminance(Tamed(mask->FColValueTS(si))) : 1.0f;
+}
+
+void CloudShader::BeforeDensity(trShadingInterface& si, const CloudPoint& point) {
+  // The micro fractal is to show features of a share of the cloud's height, whatever its feature scale.
+  si.DEV_CloudFeatureScalar() = settings_.depth * 0.5 * KindOf(easy_.type).microScale * 2.5e-5;
+  MoveTextures(si, point, false);
+}
+
+void CloudShader::BeforeDepthModulator(trShadingInterface& si, const CloudPoint& point) {
+  si.DEV_CloudFeatureScalar() = 1.0;
+  MoveTextures(si, point, true);
+}
+
+void CloudShader::AfterDepthModulator(trShadingInterface&, const CloudPoint& point, trFCol& modulator) {
+  // Towards the top of a dense cloud the height varies less: its sides are steep.
+  const double height =
+      std::clamp((point.centreDistance - derived_.baseRadius) * derived_.invDepth, 0.0, 1.0);
+  const double depth = height * settings_.density * settings_.edgeSharpness * settings_.depth;
+  const auto share = static_cast<float>(std::fmin(1.0, std::fabs(depth) > 1e-6 ? 100.0 / depth : 1e8));
+  modulator = (modulator - trFCol(1.0f)) * share + trFCol(1.0f);
+}
+
+void CloudShader::BeforeFinalModulator(trShadingInterface& si, const CloudPoint& point) {
+  MoveTextures(si, point, false);
+}
+
+}  // namespace EasyCloud
