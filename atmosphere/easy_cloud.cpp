@@ -10,14 +10,14 @@ namespace {
 
 constexpr double kDegree = 0.017453292519943295;
 
-/// The fractals of a kind of cloud: what of them isn't the cloud fractal's own. Coverage and variation of 0 and
-/// of 1 give the ends of the ranges.
+/// The fractals of a kind of cloud: what of them isn't the cloud fractal's own. Coverage and variation of 0
+/// and of 1 give the ends of the ranges.
 struct Kind {
-  double least, most;           ///< coverage_adjust of the depth
-  double calm, wild;            ///< noise_variation of the depth
+  double least, most;  ///< coverage_adjust of the depth
+  double calm, wild;   ///< noise_variation of the depth
   double microContrast, microRoughness, microScale;
   double wispsContrast, wispsRoughness, wispsMean;
-  trVector stretch;             ///< of wisps
+  trVector stretch;  ///< of wisps
 };
 
 constexpr double Between(double low, double high, double share) { return low + (high - low) * share; }
@@ -96,8 +96,7 @@ void CloudShader::DeclareExtraParams() {
       .Display("Evolution method");
   Param(easy_.framesPerSecond, "frames_per_second", 24.0);
   Param(easy_.referenceFrameNumber, "reference_frame_number", 0);
-  Param(easy_.timeWarp, "time_warp", 0)
-      .Display("Time warp (control frame number using Animation Panel)");
+  Param(easy_.timeWarp, "time_warp", 0).Display("Time warp (control frame number using Animation Panel)");
   Param(easy_.warpedFrameNumber, "warped_frame_number", 0.0);
   SetParamGuiEnabled("warped_frame_number", false);
 }

@@ -91,8 +91,8 @@ class PowerFractalShaderV3 : public PowerFractalShaderV3Base {
   long OnUserCreate() override;
 };
 
-/// `cloud_fractal_shader_v3`: the fractal as a density. Its colour is a grey around 0, which clouds read as the
-/// distance above their surface.
+/// `cloud_fractal_shader_v3`: the fractal as a density. Its colour is a grey around 0, which clouds read as
+/// the distance above their surface.
 class CloudFractalShaderV3 : public PowerFractalShaderV3Base {
  public:
   CloudFractalShaderV3() { DeclareParams(true); }
