@@ -8,7 +8,11 @@
 CloudLayerV2::CloudLayerV2() : CloudLayerV2(CloudLayout()) {}
 
 CloudLayerV2::CloudLayerV2(const CloudLayout& layout)
-    : layout_(layout), randomiseButton_(this), analyzeButton_(this), resetButton_(this) {
+    : layout_(layout),
+      randomiseButton_(this),
+      analyzeButton_(this),
+      resetButton_(this),
+      voxels_(std::make_unique<CloudVoxels>()) {
   DeclareTrue("is_atmosphere_related");
   DeclareTrue("has_voxel_server");
 }
@@ -102,5 +106,3 @@ long CloudLayerV2::PrepareAtmosphere(trRenderingInterface& rendering) {
   PrepareCloudForRender(rendering);
   return 1;
 }
-
-void CloudLayerV2::PrepareCloudForRender(trRenderingInterface&) { lightingDirty_ = true; }

@@ -4,8 +4,12 @@
 
 #include <memory>
 
+#include "atmosphere/cloud_export.h"
 #include "atmosphere/cloud_probe.h"
+#include "atmosphere/cloud_scatter.h"
 #include "atmosphere/cloud_span.h"
+#include "atmosphere/cloud_voxels.h"
+#include "core/image.h"
 #include "core/preview.h"
 #include "core/voxel.h"
 
@@ -15,7 +19,7 @@ class CloudLayerV2;
 class AnalyzeExportBoundsButton : public trGuiPushButton {
  public:
   explicit AnalyzeExportBoundsButton(CloudLayerV2* cloud);
-  long OnPressed() override { return 0; }
+  long OnPressed() override;
 
  private:
   CloudLayerV2* cloud_;
@@ -46,6 +50,10 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler {
   using trAtmosShader::SetParamFromString;
   long SetParamFromString(const char* name, const trString& value, trBase* who) override;
   trPreviewHandler* PreviewHandler() override { return this; }
+  /// Grids and bakes for the host: a trVoxelBuffer* for "init voxel buffer", "voxelBuffer", "voxel info" and
+  /// "voxel info for export", a trVoxelServer* for "begin voxel server for export", null for "end voxel
+  /// server", a trAnisoVoxelCache<trFCol>* for "indirectLightingVoxelCache".
+  void* RequestMember(const char* name) override;
 
   // --- The family's own slots
   long PrepareAtmosphere(trRenderingInterface& rendering) override;
@@ -73,6 +81,11 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler {
   const CloudDerived& Derived() const { return derived_; }
   /// Places and sizes the box linked by `export_bounds`; 0 where there is none. Main thread only.
   long FitExportBounds(const trBoundingBox& box);
+  /// The same with the box of what there is of the cloud.
+  long FitExportBoundsToCloud();
+  /// Density as a cell of a grid holds it: a share of full extinction. The state's ray and draws stay.
+  trFCol BakedDensity(trRenderState& state, const trVoxelBuffer& buffer, const trVector& point,
+                      unsigned seed);
   /// Sent when the layer's altitude or depth has changed.
   static constexpr unsigned long kChangedMessage = 1;
   /// Grows with every change of what the cloud looks like.
@@ -103,9 +116,12 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler {
 
   // For lighting, by subclasses too
   CloudThread& Thread(trRenderState& state) const { return state.Scratch<CloudThread>(this); }
+  /// What holds for the ray in hand.
+  const CloudThread& ThreadOfRay(trRenderState& state) const;
   CloudProbe Probe(trRenderState& state) const {
-    return {settings_, derived_, hooks_, paintSolver_, Thread(state), state};
+    return {settings_, derived_, hooks_, paintSolver_, ThreadOfRay(state), state};
   }
+  CloudVoxels& Voxels() const { return *voxels_; }
   /// What the layer's functions make of light at a point.
   struct Modulators {
     trFCol shadow{1.0f}, direct{1.0f}, enviro{1.0f}, ambient{1.0f};
@@ -114,6 +130,13 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler {
   /// Light that isn't resolved near to the eye is dimmed there.
   float UnresolvedFade(const trRenderState& state, const trVector& point) const;
   float TerminatorDarkness(const trLightState& light, const trVector& point) const;
+  /// How deep a step lies: weights of light from above and below, and what is added to the glow.
+  struct Depths {
+    float up, down, extra;
+  };
+  Depths DepthsOf(const CloudStep& step) const;
+  void AddEnviro(trRenderState& state, const trAtmosSample& sample, CloudState& data, const Depths& depths,
+                 const trFCol& modulator, trFCol& enviro);
 
   /// A tab of the sheet, with the rule ahead of it.
   void OpenTab(const char* label, const char* name);
@@ -134,7 +157,6 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler {
   trIntHint methodHint_;
 
  private:
-  bool IsDeclared() const { return isDeclared_; }
   void SetRanges();
   void DeclareIdentity();
   void DeclareAltitudes();
@@ -157,9 +179,14 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler {
     bool isEven = false;  ///< positions at even distances, for cells of voxels
     bool isShadowRay = false;
     bool takesShadowMap = false;  ///< in place of a march
+    bool skipsByVoxels = false;   ///< voxels tell where there is nothing
+    /// From here on along the ray, metres, voxels tell the density too.
+    double voxelsFrom = 1e300;
+    double stepsPerVoxel = 0;
     float stopAt = 0, thinAt = 0;
   };
   bool IsPassed(const trRenderState::Ray& ray, const CloudThread& thread) const;
+  void PlanVoxels(const trRenderState::Ray& ray, const CloudThread& thread, Plan& plan) const;
   bool PlanMarch(const trRenderState::Ray& ray, const CloudThread& thread, Plan& plan) const;
   double NumSteps(const trRenderState::Ray& ray, const CloudThread& thread, double length) const;
   float ThinAt(const CloudThread& thread) const;
@@ -168,22 +195,42 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler {
   trFCol March(trRenderState& state, const Plan& plan, trAtomicIntegrator* integrator, CloudState* data);
   trFCol StepOpacity(const Plan& plan, const CloudThread& thread, const CloudSample& sample,
                      const trFCol& left) const;
+  enum class Cell { kEmptySpace, kNothing, kClear, kCloud };
+  Cell SampleStep(trRenderState& state, const Plan& plan, CloudProbe& probe, const trVector& point,
+                  float local, CloudSample& sample);
   trFCol MarchAlone(trRenderState& state);
+  trFCol TransmittanceOut(trRenderState& state, const trVector& point, const trVector& direction);
+
+  // Voxels (cloud_voxels.cpp)
+  class CellBake;
+  friend class CloudMedium;
+  trFCol BakeCell(CellBake& bake, trRenderState& state, const trVoxelBuffer& buffer, const trVector& point,
+                  unsigned seed);
+  static bool FillCell(void* owner, trRenderState& state, const trVoxelBuffer& buffer, const trVector& world,
+                       unsigned seed, trF4Col& value);
+  static bool IsEmptyRange(void* owner, trRenderState& state, const trVoxelBuffer& buffer, const int first[3],
+                           const int last[3]);
+  trF4Col VoxelLookup(trRenderState& state, const trVector& point, int level, bool isSmooth);
+  int LookupLevel(const trRenderState& state, const trVector& point, double scale) const;
+  void LayLimbProjector();
+  bool PrepareVoxelBuffer(bool isNamed);
+  bool BakeBlock(trRenderState& state, int x, int y, int z);
+  void AddBakeTasks(trRenderingInterface& rendering);
+  bool NeedsVoxels() const;
+  void PrepareScatter(trRenderingInterface& rendering);
+  void PrepareIndirectCache();
+  trVoxelBuffer* BuildExportBuffer();
 
   // Light (cloud_shade.cpp)
-
-  /// How deep a step lies: weights of light from above and below, and what is added to the glow.
-  struct Depths {
-    float up, down, extra;
-  };
-  Depths DepthsOf(const CloudStep& step) const;
   trFCol LightOf(trRenderState& state, CloudThread& thread, const CloudLight& light, const trVector& point,
                  const trVector& spot, float extra) const;
-  void AddEnviro(trRenderState& state, const trAtmosSample& sample, CloudState& data, const Depths& depths,
-                 const trFCol& modulator, trFCol& enviro);
   trFCol ProgressiveEnviro(trRenderState& state, trVoxelLightingSystem& lighting, const trVector& point);
 
   // Shadow map (cloud_shadow_map.cpp)
+  void PrepareShadowMap(trRenderState& state);
+  void GenerateShadowMap(trRenderState& state);
+  bool FillShadowMap(trRenderState& state, int width, int height);
+  void BlurShadowMap(double radiusX, double radiusY);
   trFCol ShadowMapOpacity(const trVector& point) const;
 
   // Couplings (cloud_layer_couplings.cpp)
@@ -207,8 +254,11 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler {
   bool lightingDirty_ = true, shadowMapDirty_ = true, voxelsDirty_ = true;
   unsigned long changeCounter_ = 0;
   bool isShadowMapSolving_ = false;
-  trVoxelBoxProjector indirectProjector_;
-  trVoxelCache<trFCol> indirectCache_;
+  bool isProgressive_ = false;
+  trFloatMap shadowMap_;
+  std::unique_ptr<CloudVoxels> voxels_;
+  std::unique_ptr<CloudMedium> medium_;
+  std::unique_ptr<CloudLayerV2_VoxelServer> server_;
   trShader* paintSolver_ = nullptr;
   trString legacyPaint_;  ///< the paint of older projects, by name, until a render looks it up
   trCloudSteps cloudSteps_ = trCloudSteps::kTrueLengths;

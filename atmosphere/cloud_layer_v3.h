@@ -17,7 +17,14 @@ class CloudLayerV3 : public CloudLayerV2 {
   void DeclareLightingParams() override;
   void DeclareQualityParams() override;
   void PrepareCloudDerived() override;
+  void ShadeStep(trRenderState& state, const trAtmosSample& sample, CloudState& data, trFCol& direct,
+                 trFCol& enviro) override;
 
  private:
+  trFCol LightOf(trRenderState& state, CloudThread& thread, const CloudLight& light,
+                 const trAtmosSample& sample, const CloudStep& step) const;
+  void AddScattered(trRenderState& state, const trAtmosSample& sample, const CloudStep& step, float fade,
+                    const Modulators& modulators, trFCol& direct, trFCol& enviro);
+
   trHeading lowScatterHeading_, highScatterHeading_, enviroHeading_;
 };

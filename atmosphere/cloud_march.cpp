@@ -37,8 +37,18 @@ bool CloudLayerV2::IsPassed(const trRenderState::Ray& ray, const CloudThread& th
   const bool isPrimary = ray.depth <= 1;
   if (isPrimary && !settings_.enablePrimary) return true;
   if (!isPrimary && !settings_.enableSecondary && !(thread.voxelSolving && layout_.marchesAsV2)) return true;
-  if (thread.densityScale == 0) return true;
-  return thread.skipSubdivisionDepth >= 0 && thread.skipSubdivisionDepth == ray.subdivision;
+  return thread.densityScale == 0 || (thread.isHidden && ray.wantsColour);
+}
+
+const CloudThread& CloudLayerV2::ThreadOfRay(trRenderState& state) const {
+  static const CloudThread kAtRest, kHidden = [] {
+    CloudThread thread;
+    thread.isHidden = true;
+    return thread;
+  }();
+  const CloudThread& thread = Thread(state);
+  if (thread.subdivision == state.CurrentRay().subdivision) return thread;
+  return thread.isHidden ? kHidden : kAtRest;
 }
 
 double CloudLayerV2::NumSteps(const trRenderState::Ray& ray, const CloudThread& thread, double length) const {
@@ -94,7 +104,59 @@ bool CloudLayerV2::PlanMarch(const trRenderState::Ray& ray, const CloudThread& t
   if (ray.wantsColour && !thread.voxelSolving && ray.luminanceBehind > kBrightBackground)
     plan.stopAt *= static_cast<float>(kBrightBackground / ray.luminanceBehind);
   plan.thinAt = ThinAt(thread);
+  PlanVoxels(ray, thread, plan);
   return true;
+}
+
+void CloudLayerV2::PlanVoxels(const trRenderState::Ray& ray, const CloudThread& thread, Plan& plan) const {
+  const trVoxelBuffer& cells = voxels_->density;
+  if (!settings_.useVoxelBuffer || cells.IsEmpty() || thread.voxelSolving) return;
+  plan.skipsByVoxels = settings_.accelerateEmptySpace && !isProgressive_;
+  const trVector edges = cells.EstimatedVoxelSize_WrongIfRotated(plan.span.entry);
+  if (settings_.visualiseVoxels && !plan.isShadowRay)
+    plan.voxelsFrom = 0;
+  else if (settings_.useVoxelsForShadows && plan.isShadowRay)
+    plan.voxelsFrom = std::max(edges.x, std::max(edges.y, edges.z)) * settings_.voxelShadowThreshold;
+  plan.stepsPerVoxel = 1e12;
+  for (int axis = 0; axis < 3; ++axis)
+    plan.stepsPerVoxel =
+        std::min(plan.stepsPerVoxel, edges[axis] * SafeReciprocal(std::fabs(plan.advance[axis])));
+}
+
+CloudLayerV2::Cell CloudLayerV2::SampleStep(trRenderState& state, const Plan& plan, CloudProbe& probe,
+                                            const trVector& point, float local, CloudSample& sample) {
+  const double height = probe.Height();
+  const bool isInside = height >= 0 && height < 1;
+  const bool isBaked = (point - state.CurrentRay().origin).Length() >= plan.voxelsFrom;
+  float weight = 1;
+  if (plan.skipsByVoxels && !isBaked) {
+    if (VoxelLookup(state, point, 1, true).a < kNoEnvelope) return Cell::kEmptySpace;
+  }
+  if (isBaked || plan.skipsByVoxels) {
+    if (!isInside) return Cell::kNothing;
+    const double edge = voxels_->density.MinVoxelEdgeLength_WrongIfRotated(point);
+    const double scale = (layout_.marchesAsV2 ? 0.1 : 0.05) * SafeReciprocal(edge);
+    const trF4Col found = VoxelLookup(state, point, LookupLevel(state, point, scale), false);
+    if (found.a < kNoEnvelope) return Cell::kNothing;
+    if (isBaked) {
+      sample.opacity = trFCol(found.r, found.g, found.b);
+      sample.density = sample.opacity * (1.0f / GuardedDenominator(derived_.edgeSharpness));
+      sample.thickness = 1.0f;
+      return Cell::kCloud;
+    }
+    weight = found.a;
+  }
+  if (!isInside && !probe.MovesHeight()) return Cell::kNothing;
+  switch (probe.Sample(local, sample)) {
+    case CloudProbe::Found::kNothing:
+      return Cell::kNothing;
+    case CloudProbe::Found::kClear:
+      return Cell::kClear;
+    default:
+      sample.opacity *= weight;
+      sample.density *= weight;
+      return Cell::kCloud;
+  }
 }
 
 void CloudLayerV2::PrepareRayData(trRenderState& state, const Plan& plan, const CloudThread& thread,
@@ -127,7 +189,7 @@ void CloudLayerV2::PrepareRayData(trRenderState& state, const Plan& plan, const 
 }
 
 long CloudLayerV2::AddRaySamples(trRenderState& state, trAtomicIntegrator& integrator, void*& rayData) {
-  const CloudThread& thread = Thread(state);
+  const CloudThread& thread = ThreadOfRay(state);
   Plan plan;
   if (!PlanMarch(state.CurrentRay(), thread, plan)) return 1;
   if (plan.takesShadowMap) {
@@ -164,7 +226,7 @@ trFCol CloudLayerV2::StepOpacity(const Plan& plan, const CloudThread& thread, co
 
 trFCol CloudLayerV2::March(trRenderState& state, const Plan& plan, trAtomicIntegrator* integrator,
                            CloudState* data) {
-  const CloudThread& thread = Thread(state);
+  const CloudThread& thread = ThreadOfRay(state);
   const bool hasTrueLengths = cloudSteps_ == trCloudSteps::kTrueLengths;
   const double n = plan.steps, skipLimit = layout_.marchesAsV2 ? settings_.stepOptimisation : 0.0;
   double x = 0.5;
@@ -184,12 +246,18 @@ trFCol CloudLayerV2::March(trRenderState& state, const Plan& plan, trAtomicInteg
     probe.MoveTo(p);
     const float local = probe.LocalEnvelope();
     if (!(local > kNoEnvelope)) continue;
-    const double height = probe.Height();
     CloudSample sample;
-    CloudProbe::Found found = CloudProbe::Found::kNothing;
-    if (probe.MovesHeight() || (height >= 0 && height < 1)) found = probe.Sample(local, sample);
-    if (found != CloudProbe::Found::kCloud) {
-      const bool isClear = found == CloudProbe::Found::kClear;
+    const Cell found = SampleStep(state, plan, probe, p, local, sample);
+    if (found == Cell::kEmptySpace) {
+      // On to where the next voxel is.
+      const double next = std::sqrt((u * u * n + plan.stepsPerVoxel) * plan.inverse + 1e-6) * n - x;
+      const int passed = static_cast<int>(std::clamp(std::floor(next), 0.0, n));
+      i += passed;
+      x += passed;
+      continue;
+    }
+    if (found != Cell::kCloud) {
+      const bool isClear = found == Cell::kClear;
       skip = Doubled(skip, isClear ? -sample.density.MaxChannel() * skipLimit : skipLimit);
       continue;
     }
@@ -209,6 +277,7 @@ trFCol CloudLayerV2::March(trRenderState& state, const Plan& plan, trAtomicInteg
       step.density = sample.density;
       step.transmission = through;
       step.thickness = sample.thickness;
+      step.spot = 2.0 * u * plan.step;
       step.lightSpot = (u + plan.inverse) * 2.0 * plan.step;
       step.enviroSpot = (u + 16.0 * plan.inverse) * 2.0 * plan.step;
       if (trAtmosSample* added = integrator->AddSample(this, p)) {
@@ -223,8 +292,8 @@ trFCol CloudLayerV2::March(trRenderState& state, const Plan& plan, trAtomicInteg
 
 trFCol CloudLayerV2::MarchAlone(trRenderState& state) {
   Plan plan;
-  if (!PlanMarch(state.CurrentRay(), Thread(state), plan)) return trFCol(1.0f);
-  if (plan.takesShadowMap) return trFCol(1.0f);
+  if (!PlanMarch(state.CurrentRay(), ThreadOfRay(state), plan)) return trFCol(1.0f);
+  if (plan.takesShadowMap) return trFCol(1.0f) - ShadowMapOpacity(plan.span.entry);
   const trFCol left = March(state, plan, nullptr, nullptr);
   return left.MaxChannel() < kNothingLeft ? trFCol() : left;
 }

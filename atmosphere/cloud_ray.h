@@ -35,32 +35,19 @@ struct CloudState {
   int numSteps = 0;
 };
 
-/// What a layer keeps in a render state while it asks for light within its own light. Whoever changes it puts
-/// it back.
+/// What a layer keeps in a render state while it asks for light within its own light. It holds for rays of
+/// one depth of that asking: a ray that the host starts anew meanwhile, whose answer others may share, knows
+/// nothing of it. Whoever changes it puts it back.
 struct CloudThread {
-  bool inLightingSample = false, inVoxelLighting = false;
+  int subdivision = 0;  ///< trRenderState::Ray::subdivision of the rays that this holds for
+  bool inLightingSample = false;
   bool voxelSolving = false;  ///< a cell is being baked
   bool force3D = false;
   bool usesScatterColour = false;  ///< in place of the cloud's colour, for light that is scattered again
-  int skipSubdivisionDepth = -1;   ///< rays of this depth pass through; -1 for none
   float densityScale = 1, shadowScale = 1;
   bool paintGiven = false;
   float paintValue = 1;
 
-  // Where rays of the scatter model's own were scattered first, and where next.
-  bool recordScatter = false, firstScatterFound = false;
-  trVector firstScatterPoint, nextScatterPoint;
-};
-
-/// Puts a layer's scratch back, on every way out.
-class CloudThreadGuard {
- public:
-  explicit CloudThreadGuard(CloudThread& thread) : thread_(thread), saved_(thread) {}
-  ~CloudThreadGuard() { thread_ = saved_; }
-  CloudThreadGuard(const CloudThreadGuard&) = delete;
-  CloudThreadGuard& operator=(const CloudThreadGuard&) = delete;
-
- private:
-  CloudThread& thread_;
-  const CloudThread saved_;
+  bool isHidden = false;         ///< from rays of any depth but those towards lights
+  bool inVoxelLighting = false;  ///< light that was scattered more than once is being gathered
 };

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "atmosphere/cloud_bake.h"
 #include "atmosphere/cloud_layer_v2.h"
 
 namespace {
@@ -29,7 +30,7 @@ long CloudLayerV2::EvaluateRaySample(trRenderState& state, trAtmosSample& sample
   const trFCol opacity = trFCol(1.0f) - step.transmission;
   sample.opacityDirect = sample.opacityEnviro = opacity;
 
-  const CloudThread& thread = Thread(state);
+  const CloudThread& thread = ThreadOfRay(state);
   trRenderState::Ray& ray = state.CurrentRay();
   if (!ray.wantsColour || thread.voxelSolving) return 1;
   const trFCol tint = thread.usesScatterColour ? derived_.scatterColour : derived_.cloudColour;
@@ -104,7 +105,7 @@ void CloudLayerV2::ShadeStep(trRenderState& state, const trAtmosSample& sample, 
   const Modulators modulators = ModulatorsAt(state, sample.position, !data.lights.empty(), data.wantsEnviro);
   CloudThread& thread = Thread(state);
   {
-    const CloudThreadGuard guard(thread);
+    const CloudNesting nesting(state, thread);
     thread.inLightingSample = true;
     // Light falls through a flat cloud as through a thick one.
     if (settings_.renderingMethod == 0) thread.force3D = true;
@@ -163,7 +164,7 @@ void CloudLayerV2::AddEnviro(trRenderState& state, const trAtmosSample& sample, 
     if (!data.wantsEnviro) return;
     if (isDue(kEnviroSteps, data.enviroPhase16)) {
       CloudThread& thread = Thread(state);
-      const CloudThreadGuard guard(thread);
+      const CloudNesting nesting(state, thread);
       thread.usesScatterColour = true;
       const double radius = data.steps[static_cast<size_t>(sample.index)].enviroSpot * kEnviroSteps;
       trFCol above, below;
@@ -179,5 +180,5 @@ trFCol CloudLayerV2::ProgressiveEnviro(trRenderState& state, trVoxelLightingSyst
                                        const trVector& point) {
   if (state.CurrentRay().depth > lighting.DepthLimit()) return {};
   if (trVoxelLightingSystem::sIsDuringLookup()) return lighting.OneCachelessBackgroundSample(state, point);
-  return lighting.LookupIsotropicBackgroundProgressive(indirectCache_, state, point);
+  return lighting.LookupIsotropicBackgroundProgressive(voxels_->indirect, state, point);
 }

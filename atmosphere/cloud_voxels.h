@@ -1,0 +1,23 @@
+// What a cloud layer bakes and keeps: its density in voxels, light from around, and light scattered in it.
+#pragma once
+
+#include <memory>
+
+#include "core/voxel.h"
+
+/// A layer's grids. The projectors outlive what lies over them.
+struct CloudVoxels {
+  trVoxelPlanetLimbProjector limbProjector;
+  /// Density as a share of full extinction, per channel; and whether there is any.
+  trVoxelCache<trF4Col> density;
+  trVoxelCache<trFCol> lighting;
+  trAnisoVoxelCache<trFCol> aniso;
+  trVoxelScatterModelC scatter;
+  bool hasScatter = false;
+
+  trVoxelBoxProjector indirectProjector;
+  trVoxelCache<trFCol> indirect;  ///< of progressive renders
+
+  std::unique_ptr<trVoxelProjector> exportProjector;
+  trVoxelBuffer exportBuffer;
+};
