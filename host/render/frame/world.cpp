@@ -15,6 +15,7 @@
 #include "host/render/dice/dice_parts.h"
 #include "host/render/dice/prototype_edges.h"
 #include "host/render/frame/part_classes.h"
+#include "host/render/shade/shading_context.h"
 
 namespace ovhost {
 namespace {
