@@ -4,16 +4,16 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
-#include <cstring>
 #include <vector>
 
 #include "core/idioms.h"
 #include "heightfield/cone_kernel.h"
+#include "heightfield/median_lanes.h"
 
 namespace {
 
 /// Points worked on side by side.
-constexpr int kLanes = 16;
+constexpr int kLanes = kMedianRoom;
 /// Medians over larger squares take longer than anybody waits.
 constexpr long kMaxMedianRadius = 1000;
 
@@ -77,51 +77,14 @@ void SmoothRow(const trHeightfield& input, const ConeKernel& kernel, long row, f
   std::copy_n(total.begin(), width, to);
 }
 
-/// Four floats of the processor, and as many of them as make the lanes.
-using Quad = float __attribute__((vector_size(16)));
-struct Lanes {
-  Quad quads[kLanes / 4];
-};
-
-/// Orders two numbers in every lane.
-inline void Exchange(Lanes& a, Lanes& b) {
-  for (int k = 0; k < kLanes / 4; ++k) {
-    const Quad p = a.quads[k], q = b.quads[k];
-    a.quads[k] = q < p ? q : p;
-    b.quads[k] = q < p ? p : q;
+void MedianRowOfSmallRadius(const trHeightfield& input, int radius, long row, float* to) {
+  std::vector<PaddedRow> lines(2 * radius + 1, PaddedRow(input.width, radius));
+  std::vector<const float*> rows;
+  for (int j = -radius; j <= radius; ++j) {
+    lines[j + radius].Take(ClampedRow(input, row + j));
+    rows.push_back(lines[j + radius].Points());
   }
-}
-
-/// Brings the lowest of `count` numbers to the front and the highest to the end.
-inline void SortEnds(Lanes* set, int count) {
-  for (int i = 0; i < count / 2; ++i) Exchange(set[i], set[count - 1 - i]);
-  for (int i = 1; i < (count + 1) / 2; ++i) Exchange(set[0], set[i]);
-  for (int i = count / 2; i < count - 1; ++i) Exchange(set[i], set[count - 1]);
-}
-
-/// Medians of a row by forgetful selection (Paeth 1990): of just over half of the points the lowest and the
-/// highest can't be the median; they make room for another one.
-template <int kRadius>
-void MedianRow(const trHeightfield& input, long row, float* to) {
-  constexpr int kSide = 2 * kRadius + 1, kCount = kSide * kSide, kHeld = kCount / 2 + 2;
-  std::vector<PaddedRow> lines(kSide, PaddedRow(input.width, kRadius));
-  for (int j = 0; j < kSide; ++j) lines[j].Take(ClampedRow(input, row + j - kRadius));
-  const auto load = [&](int index, int x, Lanes& lanes) {
-    std::memcpy(&lanes, lines[index / kSide].Points() + x + index % kSide - kRadius, sizeof lanes);
-  };
-  for (int x = 0; x < input.width; x += kLanes) {
-    Lanes held[kHeld];
-    for (int i = 0; i < kHeld; ++i) load(i, x, held[i]);
-    int count = kHeld;
-    for (int next = kHeld; next < kCount; ++next) {
-      SortEnds(held, count);
-      --count;  // the highest goes, and the new one takes the place of the lowest
-      load(next, x, held[0]);
-    }
-    SortEnds(held, count);
-    std::memcpy(to + x, &held[1],
-                static_cast<std::size_t>(std::min(kLanes, input.width - x)) * sizeof(float));
-  }
+  MedianRow(radius, rows.data(), input.width, to);
 }
 
 /// Order of floats as that of integers: a total one, whatever the file held.
@@ -188,10 +151,8 @@ long HeightfieldMedian::Compute(trHeightfield* input) {
   if (!Init(0, 0, input->width, input->height)) return 0;
   const bool isDone = MakeRows(*this, "HeightfieldMedian: Computing", [&](long row) {
     float* const to = HfScanlineRaw(static_cast<int>(row));
-    if (radius_ == 2)
-      MedianRow<2>(*input, row, to);
-    else if (radius_ == 3)
-      MedianRow<3>(*input, row, to);
+    if (radius_ == 2 || radius_ == 3)
+      MedianRowOfSmallRadius(*input, static_cast<int>(radius_), row, to);
     else
       MedianRowOfAnyRadius(*input, radius_, row, to);
   });

@@ -169,13 +169,14 @@ DistributionShaderV2::DistributionShaderV2() {
 
 long DistributionShaderV2::OnFirstCreate() {
   trSurfaceShader::OnFirstCreate();
-  trBase* const fractal = Parent() ? Parent()->CreateChild("power_fractal_shader_v2") : nullptr;
+  // The fractal's second version isn't part of this module; its successor has all that is set here.
+  trBase* const fractal = Parent() ? Parent()->CreateChild("power_fractal_shader_v3") : nullptr;
   if (!fractal) return 1;
   fractal->SetBundledWith(this);
   fractal->SetName("Fractal breakup");
   SetParam("breakup_shader", fractal->Name(), this);
-  fractal->SetParam("clamp_high_color", 0, this);
-  fractal->SetParam("clamp_low_color", 0, this);
+  fractal->SetParam("clamp_high_colour", 0, this);
+  fractal->SetParam("clamp_low_colour", 0, this);
   fractal->SetParam("noise_variation", 1.0, this);
   return 1;
 }

@@ -283,6 +283,17 @@ TEST(SurfaceLayer, NewLayersHaveAFractalAndSwitchesFollowLinks) {
   EXPECT_EQ(DoubleParam(spread, "altitude_key"), 1);
 }
 
+TEST(Distribution, NewSecondVersionsHaveAnUnclampedFractal) {
+  Graph graph;
+  trShader& spread = graph.Shader("distribution_shader_v2");
+  trString link;
+  ASSERT_TRUE(spread.GetParam("breakup_shader", link));
+  trBase* const fractal = graph.project.NodeByPath("/" + link);
+  ASSERT_TRUE(fractal) << link;
+  for (const char* const clamp : {"clamp_high_colour", "clamp_low_colour"})
+    EXPECT_EQ(DoubleParam(*fractal, clamp), 0) << clamp;
+}
+
 TEST(Distribution, VersionsKeepTheirArithmetic) {
   struct Row {
     const char* className;
