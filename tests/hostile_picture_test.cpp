@@ -15,6 +15,7 @@
 #include <fstream>
 
 #include "core/image.h"
+#include "core/ocio.h"
 #include "host/image/encoded_picture.h"
 #include "host/image/picture.h"
 #include "host/image/picture_header.h"
@@ -331,6 +332,27 @@ TEST(EncodedPicture, IsWholeOrRefused) {
   }
   EXPECT_NE(ovhost::PictureSizeProblem("wide.jpeg", 65501, 1), "");
   EXPECT_EQ(ovhost::PictureSizeProblem("wide.exr", 1 << 20, 1), "");
+}
+
+TEST(ColourConfiguration, WaitsForNoTable) {
+  const std::string folder = TempFile("colours"), table = folder + "/table.cube",
+                    config = folder + "/config.ocio";
+  std::filesystem::create_directory(folder);
+  Write(config,
+        "ocio_profile_version: 1\nsearch_path: .\nroles:\n  scene_linear: lin\ndisplays:\n  d:\n"
+        "    - !<View> {name: v, colorspace: lin}\ncolorspaces:\n  - !<ColorSpace>\n    name: lin\n"
+        "  - !<ColorSpace>\n    name: space\n    to_reference: !<GroupTransform>\n      children:\n"
+        "        - !<FileTransform> {src: table.cube, interpolation: linear}\n");
+  trOcio colours;
+  ASSERT_EQ(mkfifo(table.c_str(), 0600), 0);
+  EXPECT_FALSE(colours.Set(config, "space"));
+  EXPECT_FALSE(colours.IsActive());
+  std::filesystem::remove(table);
+  Write(table, "LUT_1D_SIZE 2\n0 0 0\n1 2 3\n");
+  ASSERT_TRUE(colours.Set(config, "space"));
+  trFCol colour(0.5f, 0.5f, 0.5f);
+  colours.Apply(colour);
+  EXPECT_NEAR(colour.g, 1, 1e-4);
 }
 
 /// What a process in the sandbox can still do, a bit each.
