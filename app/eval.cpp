@@ -133,6 +133,10 @@ void EvaluateGrid(Evaluator& evaluator, const Options& options) {
     throw Failure{kBadUsage, options.output + ": pictures are exr, png, tif, tiff, jpg or jpeg"};
 
   const int width = static_cast<int>(columns), height = static_cast<int>(rows);
+  if (const std::string problem = ovhost::PictureSizeProblem(options.output, width, height); !problem.empty())
+    throw Failure{kBadUsage, problem};
+  if (const std::string problem = ovhost::LoadPictureEncoder(); !problem.empty())
+    throw Failure{kOutputFailed, options.output + ": " + problem};
   const auto results = evaluator.Evaluate(GridPoints(options, width, height));
   ovhost::ViewTransform straight;
   straight.softClip = false;

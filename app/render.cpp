@@ -145,6 +145,19 @@ std::string TimeOfChange(const std::string& path, const std::string& otherwise) 
   return std::string(text, std::strftime(text, sizeof text, "%Y:%m:%d %H:%M:%S", &date));
 }
 
+/// Formats have limits too.
+void CheckSize(const std::vector<Job>& jobs, const trBase* renderNode, const Options& options,
+               const ovhost::RenderSettings& settings) {
+  ovhost::PixelRect rect;
+  PictureSize(renderNode, options, rect.x1, rect.y1);
+  rect = settings.crop.value_or(rect);
+  if (rect.x1 <= rect.x0 || rect.y1 <= rect.y0) return;
+  for (const Job& job : jobs) {
+    const std::string problem = ovhost::PictureSizeProblem(job.path, rect.x1 - rect.x0, rect.y1 - rect.y0);
+    if (!problem.empty()) throw Failure{kBadUsage, problem};
+  }
+}
+
 ovhost::RenderSettings Settings(Program& program, const Options& options, Session& session) {
   ovhost::RenderSettings settings;
   settings.renderNode = options.renderNode;
@@ -250,6 +263,7 @@ int Run(Program& program, const Options& options) {
   const std::vector<Job> jobs = PlanJobs(options, project);
   ovhost::RenderSettings settings = Settings(program, options, session);
   CheckOutputs(jobs);
+  CheckSize(jobs, RenderNode(options, session), options, settings);
   CheckClasses(session, options);
   CheckRings(project);
   if (options.dryRun) {

@@ -1,134 +1,64 @@
-// The program's end of the picture reader, and the pictures that are in memory.
+// Pictures from files, and those that are in memory.
 #include "host/image/image_reader.h"
 
 #include <fcntl.h>
-#include <poll.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/mman.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <map>
 #include <mutex>
 
 #include "host/base/library_folder.h"
 #include "host/base/memory.h"
-#include "host/image/codec/reader_protocol.h"
-
-extern char** environ;
+#include "host/image/reader_process.h"
 
 namespace ovhost {
 namespace {
 
-/// Longer than the largest picture takes from a slow disc; who needs more hangs.
-constexpr int kPatienceMilliseconds = 600000;
+/// An ordinary picture takes less than a second; a large one gets more by its size.
+constexpr double kPatienceSeconds = 20;
 
-/// A running reader process; started when first asked, and again after it died. One thread at a time.
-class Reader {
+ReaderProcess& Reader() {
+  static ReaderProcess reader((LibraryFolder() / "ovimage_reader").string(), kPatienceSeconds);
+  return reader;
+}
+
+/// A picture file that is open.
+class OpenPicture {
  public:
-  ~Reader() { Stop(); }
+  /// False with the reason for what isn't a plain file, and for what its header says too much of.
+  bool Open(const std::string& path, std::string& problem) {
+    // Looked at first: to open a device may be to do something.
+    if (stat(path.c_str(), &status_) != 0) return problem = std::strerror(errno), false;
+    if (!S_ISREG(status_.st_mode)) return problem = "it isn't a file", false;
+    picture_.file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (picture_.file < 0 || fstat(picture_.file, &status_) != 0)
+      return problem = std::strerror(errno), false;
+    // Another may have come in its place.
+    if (!S_ISREG(status_.st_mode)) return problem = "it isn't a file", false;
+    picture_.bytes = static_cast<std::uint64_t>(status_.st_size);
+    return true;
+  }
+  OpenPicture() = default;
+  ~OpenPicture() {
+    if (picture_.file >= 0) close(picture_.file);
+  }
+  OpenPicture(const OpenPicture&) = delete;
+  OpenPicture& operator=(const OpenPicture&) = delete;
 
+  const struct stat& Status() const { return status_; }
   DecodedImage Read(const std::string& path, bool keepNotFinite, std::string& problem) {
-    if (path.size() >= kMaxReaderPath) return problem = "the path is too long", DecodedImage();
-    if (socket_ < 0 && !Start(problem)) return {};
-    ReaderRequest request;
-    request.freeMemory = FreeMemory();
-    request.keepNotFinite = keepNotFinite;
-    std::memcpy(request.path, path.data(), path.size());
-    ReaderAnswer answer;
-    int memory = -1;
-    if (send(socket_, &request, sizeof request, MSG_NOSIGNAL) != static_cast<ssize_t>(sizeof request) ||
-        !Receive(answer, memory)) {
-      Stop();
-      problem = "the file is damaged in a way that its reader doesn't survive";
+    picture_.keepNotFinite = keepNotFinite;
+    if (!ReadPictureHeader(PictureFileBytes(picture_.file, picture_.bytes), path, picture_.header, problem))
       return {};
-    }
-    DecodedImage image;
-    if (!answer.isRead) {
-      answer.problem[sizeof answer.problem - 1] = 0;
-      problem = answer.problem;
-    } else if (!Map(answer, memory, image)) {
-      problem = "there is no memory for its pixels";
-    }
-    if (memory >= 0) close(memory);
-    return image;
+    return Reader().Read(picture_, FreeMemory(), problem);
   }
 
  private:
-  bool Start(std::string& problem) {
-    int ends[2];
-    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0)
-      return problem = std::string("the picture reader can't be reached: ") + std::strerror(errno), false;
-    const std::string program = (LibraryFolder() / "ovimage_reader").string();
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, ends[1], kReaderSocket);
-    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-    char* arguments[] = {const_cast<char*>(program.c_str()), nullptr};
-    const int failed = posix_spawn(&process_, program.c_str(), &actions, nullptr, arguments, environ);
-    posix_spawn_file_actions_destroy(&actions);
-    close(ends[1]);
-    if (failed != 0) {
-      close(ends[0]);
-      return problem = program + ": can't be started: " + std::strerror(failed), false;
-    }
-    socket_ = ends[0];
-    return true;
-  }
-
-  void Stop() {
-    if (socket_ < 0) return;
-    close(socket_);
-    socket_ = -1;
-    kill(process_, SIGKILL);
-    waitpid(process_, nullptr, 0);
-  }
-
-  bool Receive(ReaderAnswer& answer, int& memory) {
-    pollfd waiting{socket_, POLLIN, 0};
-    int ready;
-    do ready = poll(&waiting, 1, kPatienceMilliseconds);
-    while (ready < 0 && errno == EINTR);
-    if (ready <= 0) return false;
-
-    iovec part{&answer, sizeof answer};
-    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))];
-    msghdr message{};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    message.msg_control = control;
-    message.msg_controllen = sizeof control;
-    const ssize_t received = recvmsg(socket_, &message, MSG_CMSG_CLOEXEC);
-    for (cmsghdr* header = CMSG_FIRSTHDR(&message); header; header = CMSG_NXTHDR(&message, header))
-      if (header->cmsg_type == SCM_RIGHTS) std::memcpy(&memory, CMSG_DATA(header), sizeof memory);
-    return received == static_cast<ssize_t>(sizeof answer);
-  }
-
-  /// The pixels where the reader left them; private, so that who writes to an image has it alone.
-  static bool Map(const ReaderAnswer& answer, int memory, DecodedImage& image) {
-    const std::int64_t channelBytes = answer.type == 2 ? 4 : answer.type == 0 ? 1 : 2;
-    const auto length =
-        static_cast<std::size_t>(std::int64_t{answer.width} * answer.height * answer.channels * channelBytes);
-    struct stat status;
-    if (memory < 0 || length == 0 || fstat(memory, &status) != 0 ||
-        static_cast<std::size_t>(status.st_size) < length)
-      return false;
-    void* pixels = mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_PRIVATE, memory, 0);
-    if (pixels == MAP_FAILED) return false;
-    image = {answer.width, answer.height, answer.channels, static_cast<trChannelType>(answer.type),
-             std::shared_ptr<unsigned char>(static_cast<unsigned char*>(pixels),
-                                            [length](unsigned char* at) { munmap(at, length); })};
-    return true;
-  }
-
-  pid_t process_ = -1;
-  int socket_ = -1;
+  PictureFile picture_;
+  struct stat status_ {};
 };
 
 /// What tells two states of a file apart.
@@ -147,14 +77,13 @@ struct KnownImage {
 
 std::mutex mutex;
 std::map<FileStamp, KnownImage> known;
-Reader reader;
 
 }  // namespace
 
 DecodedImage ReadImageFile(const std::string& path, std::string& problem) {
-  struct stat status;
-  if (stat(path.c_str(), &status) != 0) return problem = std::strerror(errno), DecodedImage();
-  if (!S_ISREG(status.st_mode)) return problem = "it isn't a file", DecodedImage();
+  OpenPicture picture;
+  if (!picture.Open(path, problem)) return {};
+  const struct stat& status = picture.Status();
   const FileStamp stamp{status.st_dev, status.st_ino, status.st_size,
                         status.st_mtim.tv_sec * 1000000000LL + status.st_mtim.tv_nsec};
 
@@ -166,7 +95,7 @@ DecodedImage ReadImageFile(const std::string& path, std::string& problem) {
       image.pixels = std::move(pixels);
       return image;
     }
-  DecodedImage image = reader.Read(path, false, problem);
+  DecodedImage image = picture.Read(path, false, problem);
   if (image.pixels) {
     KnownImage& entry = known[stamp];
     entry.pixels = image.pixels;
@@ -177,8 +106,10 @@ DecodedImage ReadImageFile(const std::string& path, std::string& problem) {
 }
 
 DecodedImage ReadDataFile(const std::string& path, std::string& problem) {
+  OpenPicture picture;
+  if (!picture.Open(path, problem)) return {};
   const std::lock_guard lock(mutex);
-  return reader.Read(path, true, problem);
+  return picture.Read(path, true, problem);
 }
 
 std::int64_t ImageMemoryInUse() {

@@ -3,10 +3,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "host/base/atomic_file.h"
 #include "host/image/codec/encoder.h"
 #include "host/image/codec_library.h"
+#include "host/image/encoded_picture.h"
 
 namespace ovhost {
 namespace {
@@ -32,6 +34,10 @@ std::vector<float> DisplayPixels(const Picture& picture, int channels, const Vie
       out[i * channels + c] = c < 3 ? DisplayValue(value, view) : std::clamp(value, 0.0f, 1.0f);
     }
   return out;
+}
+
+PictureEncoder* Encoder(std::string& problem) {
+  return reinterpret_cast<PictureEncoder*>(CodecFunction("ovEncodePicture", problem));
 }
 
 }  // namespace
@@ -71,11 +77,28 @@ bool IsPicturePath(const std::string& path) {
 
 bool HoldsLayers(const std::string& path) { return Extension(path) == "exr"; }
 
+std::string PictureSizeProblem(const std::string& path, int width, int height) {
+  // What the encoders take: of JPEG somewhat less than its 16 bits, of PNG what readers agree to.
+  const std::string extension = Extension(path);
+  const int most = extension == "jpg" || extension == "jpeg" ? 65500
+                   : extension == "png"                      ? 1000000
+                                                             : std::numeric_limits<int>::max();
+  if (width >= 1 && height >= 1 && width <= most && height <= most) return {};
+  return path + ": can't hold " + std::to_string(width) + " x " + std::to_string(height) +
+         " pixels; EXR and TIFF files can";
+}
+
+std::string LoadPictureEncoder() {
+  std::string problem;
+  return Encoder(problem) ? "" : problem;
+}
+
 std::string WritePicture(const std::string& path, const Picture& picture, const ViewTransform& view,
                          bool fullFloat) {
-  std::string missing;
-  auto* const encode = reinterpret_cast<PictureEncoder*>(CodecFunction("ovEncodePicture", missing));
-  if (!encode) return path + ": " + missing;
+  std::string problem = PictureSizeProblem(path, picture.width, picture.height);
+  if (!problem.empty()) return problem;
+  PictureEncoder* const encode = Encoder(problem);
+  if (!encode) return path + ": " + problem;
   const std::string extension = Extension(path);
   const bool isExr = extension == "exr", isTiff = extension == "tif" || extension == "tiff";
   EncodeJob job;
@@ -90,6 +113,8 @@ std::string WritePicture(const std::string& path, const Picture& picture, const 
       isExr ? std::vector<float>() : DisplayPixels(picture, job.channels, view);
   job.pixels = isExr ? picture.pixels.data() : display.data();
   if (!encode(job)) return path + ": " + job.problem;
+  problem = EncodedProblem(path, job.bytes.data(), job.bytes.size(), picture.width, picture.height);
+  if (!problem.empty()) return path + ": " + problem;
   return WriteFileAtomically(path, job.bytes.data(), job.bytes.size());
 }
 

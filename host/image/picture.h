@@ -33,10 +33,15 @@ OV_API bool IsPicturePath(const std::string& path);
 /// Whether files of the path's extension take channels beyond colour and alpha: exr.
 OV_API bool HoldsLayers(const std::string& path);
 
-/// Writes atomically. EXR keeps linear values of all channels, half or (`fullFloat`) float; PNG has 8 bits,
-/// TIFF 16, JPEG 8, of the first three channels through the view transform and the sRGB curve; TIFF
-/// keeps alpha.
-/// Returns an empty text, or why it failed.
+/// Empty, or why no picture of that size can have the path's format.
+OV_API std::string PictureSizeProblem(const std::string& path, int width, int height);
+/// Loads what WritePicture encodes with, for who wants to know before hours of work that it is there. Empty,
+/// or why it isn't. Thread-safe.
+OV_API std::string LoadPictureEncoder();
+
+/// Writes atomically, once the encoded picture has proved whole. EXR keeps linear values of all channels,
+/// half or (`fullFloat`) float; PNG has 8 bits, TIFF 16, JPEG 8, of the first three channels through the view
+/// transform and the sRGB curve; TIFF keeps alpha. Returns an empty text, or why it failed.
 OV_API std::string WritePicture(const std::string& path, const Picture& picture, const ViewTransform& view,
                                 bool fullFloat = false);
 

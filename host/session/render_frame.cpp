@@ -68,6 +68,9 @@ class FrameRender {
 };
 
 RenderOutcome FrameRender::Run() {
+  // What can't be written is better known before the work than after it.
+  if (const std::string problem = LoadPictureEncoder(); !problem.empty())
+    return trError(settings_.output + ": " + problem), RenderOutcome::kOutputFailed;
   if (!TakeUp()) return RenderOutcome::kFailed;
   RenderOutcome outcome = job_.Prepare();
   if (outcome == RenderOutcome::kDone) outcome = RunPasses();

@@ -2,29 +2,32 @@
 #include <OpenImageIO/imageio.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <exception>
-#include <filesystem>
+#include <new>
 #include <string>
 #include <vector>
 
 #include "core/image.h"
 #include "host/image/codec/reader_protocol.h"
+#include "host/image/reader_sandbox.h"
 
 namespace {
 
 using ovhost::ReaderAnswer;
 using ovhost::ReaderRequest;
 
-/// Nothing compresses better than this; a file that claims more lies about its size.
-constexpr double kGreatestCompression = 20000;
-
-/// What a picture may take by its display window alone, however short its file.
+/// What a picture may take by its display window alone, however little of it has pixels.
 constexpr double kSmallPictureBytes = 1 << 28;
+
+/// The most that a display window may take for each byte of the file.
+constexpr double kGreatestCompression = 20000;
 
 struct Failure {
   std::string text;
@@ -108,19 +111,27 @@ std::int64_t CountNotFinite(void* pixels, std::int64_t values, trChannelType typ
   return count;
 }
 
-/// Reads a file into a memory file, whose descriptor it returns.
-int Read(const ReaderRequest& request, ReaderAnswer& answer) {
-  const std::string path = request.path;
-  std::error_code error;
-  const auto fileBytes = std::filesystem::file_size(path, error);
-  if (error) throw Failure{error.message()};
-  if (fileBytes == 0) throw Failure{"the file is empty"};
+/// What the library says, with the file for the name that it knows it by.
+std::string Told(std::string text, const std::string& name) {
+  for (std::size_t at; (at = text.find(name)) != std::string::npos;)
+    text.replace(at, name.size(), "the file");
+  return text;
+}
+
+/// Reads an open file into a memory file, whose descriptor it returns.
+int Read(const ReaderRequest& request, int file, ReaderAnswer& answer) {
+  struct stat status;
+  if (file < 0 || fstat(file, &status) != 0) throw Failure{"it isn't there"};
+  const auto fileBytes = static_cast<double>(status.st_size);
+  // Readers open by name, some of them more than once.
+  const std::string path = "/proc/self/fd/" + std::to_string(file);
 
   OIIO::ImageSpec wishes;
   wishes.attribute("oiio:UnassociatedAlpha", 1);
-  const auto input = OIIO::ImageInput::open(path, &wishes);
-  if (!input) throw Failure{OIIO::geterror()};
-  const OIIO::ImageSpec& spec = input->spec();
+  const auto input = OIIO::ImageInput::create(request.format, false);
+  if (!input) throw Failure{"pictures of its kind can't be read"};
+  OIIO::ImageSpec spec;
+  if (!input->open(path, spec, wishes)) throw Failure{Told(input->geterror(), path)};
   if (spec.width < 1 || spec.height < 1 || spec.nchannels < 1 || spec.depth > 1)
     throw Failure{"it has no pixels that could be used"};
   int first, count;
@@ -136,15 +147,15 @@ int Read(const ReaderRequest& request, ReaderAnswer& answer) {
   const std::size_t pixelBytes = count * fileType.size();
   const auto area = [](const Window& window) { return static_cast<double>(window.width) * window.height; };
   const double bytes = area(shown) * pixelBytes, dataBytes = area(data) * pixelBytes;
-  const double held = static_cast<double>(fileBytes) * kGreatestCompression;
+  const double held = fileBytes * kGreatestCompression;
   const std::string size = std::to_string(shown.width) + " x " + std::to_string(shown.height) + " pixels";
-  if (bytes + (isWhole ? 0 : dataBytes) > static_cast<double>(request.freeMemory))
+  if (bytes + (isWhole ? 0 : dataBytes) > static_cast<double>(request.mostBytes))
     throw Failure{size + " take more memory than there is"};
-  if (dataBytes > held || bytes > std::max(held, isWhole ? 0 : kSmallPictureBytes))
+  if (!isWhole && bytes > std::max(held, kSmallPictureBytes))
     throw Failure{"a file of this length can't hold " + size};
 
   const auto length = static_cast<std::size_t>(bytes);
-  const int memory = memfd_create("picture", MFD_CLOEXEC);
+  const int memory = memfd_create("picture", MFD_CLOEXEC | MFD_ALLOW_SEALING);
   if (memory < 0 || ftruncate(memory, static_cast<off_t>(length)) != 0)
     throw Failure{"there is no memory for " + size};
   void* pixels = mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_SHARED, memory, 0);
@@ -165,7 +176,7 @@ int Read(const ReaderRequest& request, ReaderAnswer& answer) {
   munmap(pixels, length);
   if (!isRead) {
     close(memory);
-    throw Failure{input->geterror()};
+    throw Failure{Told(input->geterror(), path)};
   }
   answer.isRead = 1;
   answer.width = static_cast<std::int32_t>(shown.width);
@@ -194,27 +205,63 @@ bool Send(const ReaderAnswer& answer, int memory) {
   return sendmsg(ovhost::kReaderSocket, &message, MSG_NOSIGNAL) == static_cast<ssize_t>(sizeof answer);
 }
 
+/// Takes a request and the file that comes with it, else -1. False at the end.
+bool Receive(ReaderRequest& request, int& file) {
+  iovec part{&request, sizeof request};
+  alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))];
+  msghdr message{};
+  message.msg_iov = &part;
+  message.msg_iovlen = 1;
+  message.msg_control = control;
+  message.msg_controllen = sizeof control;
+  if (recvmsg(ovhost::kReaderSocket, &message, MSG_CMSG_CLOEXEC) != static_cast<ssize_t>(sizeof request))
+    return false;
+  request.format[sizeof request.format - 1] = 0;
+  file = -1;
+  if (const cmsghdr* header = CMSG_FIRSTHDR(&message); header && header->cmsg_type == SCM_RIGHTS)
+    std::memcpy(&file, CMSG_DATA(header), sizeof file);
+  return true;
+}
+
+int ReadOrTell(const ReaderRequest& request, int file, ReaderAnswer& answer) {
+  int memory = -1;
+  std::string problem;
+  try {
+    memory = Read(request, file, answer);
+  } catch (const Failure& failure) {
+    problem = failure.text;
+  } catch (const std::bad_alloc&) {
+    problem = "it takes more memory than its size explains";
+  } catch (const std::exception& exception) {
+    problem = exception.what();
+  }
+  if (!answer.isRead && problem.empty()) problem = "it can't be read";
+  std::snprintf(answer.problem, sizeof answer.problem, "%s", problem.c_str());
+  return memory;
+}
+
+/// Has the libraries make ready what they make once, while files may still be opened and code loaded.
+void WarmUp() {
+  OIIO::attribute("plugin_searchpath", "");
+  OIIO::ImageInput::create("openexr", false);
+}
+
 }  // namespace
 
 int main() {
+  ovhost::EndWithSocket(ovhost::kReaderSocket);
+  WarmUp();
+  ovhost::EnterReaderSandbox();
+  if (!Send({}, -1)) return 1;
   ReaderRequest request;
-  while (recv(ovhost::kReaderSocket, &request, sizeof request, 0) == static_cast<ssize_t>(sizeof request)) {
-    request.path[ovhost::kMaxReaderPath - 1] = 0;
+  for (int file = -1; Receive(request, file);) {
     ReaderAnswer answer;
-    int memory = -1;
-    std::string problem;
-    try {
-      memory = Read(request, answer);
-    } catch (const Failure& failure) {
-      problem = failure.text;
-    } catch (const std::exception& exception) {
-      problem = exception.what();
-    }
-    if (!answer.isRead && problem.empty()) problem = "it can't be read";
-    std::snprintf(answer.problem, sizeof answer.problem, "%s", problem.c_str());
+    const int memory = ReadOrTell(request, file, answer);
+    if (file >= 0) close(file);
     const bool isSent = Send(answer, memory);
     if (memory >= 0) close(memory);
-    if (!isSent) return 1;
+    if (!isSent) break;
   }
-  return 0;
+  // Checks at the end, such as those of sanitizers, want rights that are given up.
+  _exit(0);
 }

@@ -1,6 +1,6 @@
 // How the program talks to the reader of picture files, a process of its own: readers of foreign files end
-// their process on some damaged ones. Requests are paths; the answer is this record, and the pixels as a
-// memory file that comes along with it.
+// their process on some damaged ones. A request brings the open file along; the answer is a record that
+// brings the pixels as a memory file.
 #pragma once
 
 #include <cstdint>
@@ -9,12 +9,11 @@ namespace ovhost {
 
 /// The reader's end of the socket in its process.
 inline constexpr int kReaderSocket = 3;
-inline constexpr int kMaxReaderPath = 4096;
 
 struct ReaderRequest {
-  std::uint64_t freeMemory = 0;  ///< bytes that pixels may take
+  std::uint64_t mostBytes = 0;  ///< that pixels may take
   std::int32_t keepNotFinite = 0;
-  char path[kMaxReaderPath] = {};
+  char format[28] = {};  ///< as the library of picture formats calls it
 };
 
 struct ReaderAnswer {
