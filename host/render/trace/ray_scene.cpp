@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <limits>
+#include <new>
 
 #include "core/messages.h"
+#include "host/base/memory.h"
 
 namespace ovhost {
 namespace {
@@ -142,11 +144,14 @@ void OccludeByInstance(const RTCOccludedFunctionNArguments* args) {
 }  // namespace
 
 bool RayDevice::Report() const {
+  // Without a device it tells why there is none.
+  const RTCError error = rtcGetDeviceError(handle_);
+  if (error == RTC_ERROR_OUT_OF_MEMORY) throw std::bad_alloc();
   if (!handle_) {
+    if (IsMemoryShort()) throw std::bad_alloc();
     trError("The ray tracer could not be started.");
     return false;
   }
-  const RTCError error = rtcGetDeviceError(handle_);
   if (error != RTC_ERROR_NONE)
     trError("The ray tracer could not be built (error " + std::to_string(error) + ").");
   return error == RTC_ERROR_NONE;

@@ -41,7 +41,8 @@ class RayDevice {
   RayDevice& operator=(const RayDevice&) = delete;
   /// Null where it could not be started.
   RTCDevice Handle() const { return handle_; }
-  /// False, with an error reported, where something went wrong since the last time.
+  /// False, with an error reported, where something went wrong since the last time. Throws std::bad_alloc
+  /// where that was for want of memory.
   bool Report() const;
 
  private:
