@@ -7,6 +7,7 @@
 #include "app/project_options.h"
 #include "core/messages.h"
 #include "host/base/log.h"
+#include "host/base/log_text.h"
 #include "host/node/graph_check.h"
 #include "host/node/node_data.h"
 #include "host/raster/heightfield_load.h"
@@ -76,8 +77,9 @@ int Run(Program&, const Options& options) {
         {"project", options.project.path}, {"nodes", std::max(nodes, 0L)}, {"messages", messages}};
     std::fputs(JsonText(report).c_str(), stdout);
   } else if (nodes >= 0) {
-    std::printf("%s: %ld nodes, %ld errors, %ld warnings\n", options.project.path.c_str(), nodes,
-                ovhost::NumErrors(), ovhost::NumWarnings());
+    std::printf("%s: %ld nodes, %ld errors, %ld warnings\n",
+                ovhost::PrintableText(options.project.path).c_str(), nodes, ovhost::NumErrors(),
+                ovhost::NumWarnings());
   }
   return faults > 0 ? kInvalidProject : kDone;
 }

@@ -251,7 +251,7 @@ int Run(Program& program, const Options& options) {
   if (options.json || options.stats) {
     const Json json = Describe(*heightfield, grid, options);
     if (options.json)
-      std::printf("%s\n", json.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
+      std::fputs(JsonText(json, 2).c_str(), stdout);
     else
       PrintText(json);
   }

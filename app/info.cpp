@@ -4,6 +4,7 @@
 #include "app/app.h"
 #include "app/json.h"
 #include "app/project_options.h"
+#include "host/base/log_text.h"
 
 namespace ovapp {
 namespace {
@@ -25,11 +26,13 @@ Json Values(trBase& node) {
 /// Lists `node` and its children. Nodes that nodes keep to themselves aren't the project's.
 void List(trBase& node, const Options& options, size_t depth, Json& list, std::string& text) {
   Json entry = {{"path", node.NameAndPath()}, {"class", node.ClassName()}};
-  text += std::string(2 * depth, ' ') + node.Name() + "  (" + node.ClassName() + ")\n";
+  text += std::string(2 * depth, ' ') + ovhost::PrintableText(node.Name()) + "  (" +
+          ovhost::PrintableText(node.ClassName()) + ")\n";
   if (options.values) {
     entry["params"] = Values(node);
     for (const auto& [name, value] : entry["params"].items())
-      text += std::string(2 * depth + 4, ' ') + name + " = " + value.get<std::string>() + "\n";
+      text += std::string(2 * depth + 4, ' ') + name + " = " +
+              ovhost::PrintableText(value.get<std::string>()) + "\n";
   }
   list.push_back(entry);
   for (long i = 0; i < node.NumChildren(); ++i) List(*node.Child(i), options, depth + 1, list, text);

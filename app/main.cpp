@@ -11,6 +11,7 @@
 #include "app/signals.h"
 #include "core/random.h"
 #include "host/base/log.h"
+#include "host/base/memory.h"
 #include "host/base/parallel.h"
 #include "host/session/session_error.h"
 
@@ -106,9 +107,8 @@ int RunCommand(Program& program) {
     return ReportFailure(failure);
   } catch (const ovhost::SessionError& error) {
     return ReportFailure({CodeOf(error.Cause()), error.what()});
-  } catch (const std::bad_alloc&) {
-    return ReportFailure({kLimitReached, "out of memory"});
   } catch (const std::exception& error) {
+    if (ovhost::IsForWantOfMemory(error)) return ReportFailure({kLimitReached, "out of memory"});
     return ReportFailure({kFailed, error.what()});
   } catch (...) {
     return ReportFailure({kFailed, "an exception of an unknown type"});

@@ -4,6 +4,7 @@
 
 #include "app/app.h"
 #include "app/json.h"
+#include "host/base/log_text.h"
 #include "host/node/class_pool.h"
 #include "host/session/session.h"
 
@@ -25,7 +26,8 @@ void Print(const Options& options, const std::string& category, const std::strin
   if (options.json)
     list.push_back({{"class", className}, {"category", category}});
   else
-    std::printf("%-32s %s\n", className.c_str(), category.c_str());
+    std::printf("%-32s %s\n", ovhost::PrintableText(className).c_str(),
+                ovhost::PrintableText(category).c_str());
 }
 
 int Run(Program&, const Options& options) {

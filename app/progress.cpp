@@ -5,9 +5,10 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <nlohmann/json.hpp>
 
+#include "app/json.h"
 #include "app/units.h"
+#include "host/base/log_text.h"
 
 namespace ovapp {
 namespace {
@@ -17,6 +18,7 @@ constexpr double kLinePeriod = 1.0;     // shortest time between two lines
 constexpr double kLongestSilence = 30;  // a line comes at least this often
 constexpr int kLineStep = 5;            // percent that make a line worth its place
 constexpr int kBarWidth = 30;
+constexpr size_t kLongestText = 200;  // bytes
 
 double Seconds(std::chrono::steady_clock::duration time) {
   return std::chrono::duration<double>(time).count();
@@ -130,22 +132,22 @@ void Progress::Show(const std::string& text, double fraction, double remaining) 
 
   const std::string what = label_.empty() ? text : text.empty() ? label_ : label_ + ": " + text;
   if (form_ == Form::kJson) {
-    nlohmann::ordered_json line = {{"progress", whole}, {"elapsed", elapsed}, {"text", what}};
+    Json line = {{"progress", whole}, {"elapsed", elapsed}, {"text", what}};
     if (left >= 0) line["remaining"] = left;
-    std::fprintf(stderr, "%s\n",
-                 line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace).c_str());
+    std::fputs(JsonText(line, -1).c_str(), stderr);
     return;
   }
+  const std::string shown = ovhost::PrintableText(what, kLongestText);
   const std::string times =
       DurationText(elapsed) + (left >= 0 ? ", about " + DurationText(left) + " left" : "");
   if (form_ == Form::kLines) {
-    std::fprintf(stderr, "%3d %%  %s  %s\n", percent, times.c_str(), what.c_str());
+    std::fprintf(stderr, "%3d %%  %s  %s\n", percent, times.c_str(), shown.c_str());
     return;
   }
   const int filled = static_cast<int>(whole * kBarWidth);
   std::string bar(static_cast<size_t>(filled), '=');
   bar.resize(kBarWidth, ' ');
-  std::fprintf(stderr, "\r\033[K[%s] %3d %%  %s  %s", bar.c_str(), percent, times.c_str(), what.c_str());
+  std::fprintf(stderr, "\r\033[K[%s] %3d %%  %s  %s", bar.c_str(), percent, times.c_str(), shown.c_str());
   std::fflush(stderr);
   hasBar_ = true;
 }

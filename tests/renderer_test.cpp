@@ -258,6 +258,8 @@ TEST_F(Render, EndsInTheSameBytesBySlicesOfTime) {
   const auto settingsOf = [this](const char* name, int samples) {
     ovhost::RenderSettings settings = Settings(name);
     settings.samples = samples;
+    // A stop gives up the tiles in hand: how many those are mustn't be a matter of chance.
+    settings.threads = 1;
     return settings;
   };
   ASSERT_EQ(Run(settingsOf("unsliced.exr", 20)), RenderOutcome::kDone);
@@ -284,6 +286,46 @@ TEST_F(Render, EndsInTheSameBytesBySlicesOfTime) {
   }
   EXPECT_GT(slices, 3);
   EXPECT_TRUE(Bytes(settings.output) == Bytes(TempFile("unsliced.exr")));
+}
+
+/// Leaves everything to its input, and copies a file after so many shadings, as a kill would leave it.
+class CopyAfter : public trSurfaceShader {
+ public:
+  long Shade(trShadingInterface& si) override {
+    if (--left == 0) std::filesystem::copy_file(from, to);
+    return trSurfaceShader::Shade(si);
+  }
+  std::atomic<long> left{0};
+  std::string from, to;
+};
+
+TEST_F(Render, GoesOnFromACheckpointWrittenOnTheWay) {
+  trBase& planet = *project_->NodeByPath("Planet 01");
+  auto* copier = new CopyAfter;
+  ovhost::AttachChild(&planet, copier, "Copier");
+  Graph::Link(*copier, "input_node", *project_->NodeByPath("Planet 01/Compute terrain 01"));
+  Graph::Link(planet, "surface_shader", *copier);
+  ovhost::RenderSettings settings = Settings("timed.exr");
+  settings.samples = 20;
+  settings.checkpointSeconds = 0;
+  ASSERT_EQ(Run(settings), RenderOutcome::kDone);
+  EXPECT_FALSE(std::filesystem::exists(settings.output + ".ovcheckpoint"));
+  const std::string whole = Bytes(settings.output);
+
+  // Half of the way lies in the second pass of three.
+  ovhost::RenderSettings killed = Settings("killed.exr");
+  copier->left = -copier->left / 2;
+  copier->from = settings.output + ".ovcheckpoint";
+  copier->to = killed.output + ".ovcheckpoint";
+  ASSERT_EQ(Run(settings), RenderOutcome::kDone);
+  killed.samples = 20;
+  killed.checkpointSeconds.reset();
+  killed.resume = ovhost::ResumeMode::kRequire;
+  ovhost::RenderControl control;
+  ovhost::RenderStatistics statistics;
+  ASSERT_EQ(ovhost::RenderFrame(*project_, killed, control, &statistics), RenderOutcome::kDone);
+  EXPECT_EQ(statistics.cameraRays, 96u * 64 * 19);
+  EXPECT_TRUE(Bytes(killed.output) == whole);
 }
 
 TEST_F(Render, PicturesSayWhetherTheyAreFinished) {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <fstream>
 #include <limits>
+#include <new>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -129,6 +130,16 @@ std::uint64_t ControlGroupMemory(const std::string& proc) {
 
 std::uint64_t FreeMemory() {
   return std::min({SystemMemory(), ControlGroupMemory("/proc/self"), AddressSpace()});
+}
+
+bool IsMemoryShort() {
+  // The stacks of a few threads, as the loops here start them.
+  constexpr std::uint64_t kLittle = 256 << 20;
+  return FreeMemory() < kLittle;
+}
+
+bool IsForWantOfMemory(const std::exception& problem) {
+  return dynamic_cast<const std::bad_alloc*>(&problem) || IsMemoryShort();
 }
 
 }  // namespace ovhost

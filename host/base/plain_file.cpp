@@ -1,10 +1,11 @@
-// Reads whole files.
+// Opens and reads plain files.
 #include "host/base/plain_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -17,38 +18,57 @@ bool Check(const struct stat& status, std::string& problem) {
   return false;
 }
 
-bool Fail(std::string& problem) { return problem = std::strerror(errno), false; }
-
 }  // namespace
+
+PlainFile::PlainFile(const std::string& path) : file_(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)) {
+  struct stat status;
+  if (file_ < 0 || fstat(file_, &status) != 0) {
+    isMissing_ = file_ < 0 && errno == ENOENT;
+    problem_ = std::strerror(errno);
+  } else if (Check(status, problem_)) {
+    size_ = static_cast<std::uint64_t>(status.st_size);
+  }
+}
+
+PlainFile::~PlainFile() {
+  if (file_ >= 0) close(file_);
+}
+
+std::uint64_t PlainFile::ReadSome(void* data, std::uint64_t size) {
+  if (!problem_.empty()) return 0;
+  ssize_t got;
+  do {
+    got = read(file_, data, std::min<std::uint64_t>(size, 1u << 30));
+  } while (got < 0 && errno == EINTR);
+  if (got < 0) problem_ = std::strerror(errno);
+  return got > 0 ? static_cast<std::uint64_t>(got) : 0;
+}
+
+bool PlainFile::Read(void* data, std::uint64_t size) {
+  char* at = static_cast<char*>(data);
+  while (size > 0) {
+    const std::uint64_t got = ReadSome(at, size);
+    if (got == 0) return false;
+    at += got;
+    size -= got;
+  }
+  return problem_.empty();
+}
 
 bool IsPlainFile(const std::string& path, std::string& problem) {
   struct stat status;
-  if (stat(path.c_str(), &status) != 0) return Fail(problem);
+  if (stat(path.c_str(), &status) != 0) return problem = std::strerror(errno), false;
   return Check(status, problem);
 }
 
 bool ReadPlainFile(const std::string& path, std::uint64_t limit, std::string& text, std::string& problem) {
-  const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (file < 0) return Fail(problem);
-  const auto read = [&] {
-    struct stat status;
-    if (fstat(file, &status) != 0) return Fail(problem);
-    if (!Check(status, problem)) return false;
-    const auto size = static_cast<std::uint64_t>(status.st_size);
-    if (size > limit) return problem = "is larger than " + std::to_string(limit >> 20) + " MiB", false;
-    text.resize(size);
-    for (std::size_t done = 0; done < size;) {
-      const ssize_t got = pread(file, text.data() + done, size - done, static_cast<off_t>(done));
-      if (got < 0 && errno == EINTR) continue;
-      if (got < 0) return Fail(problem);
-      if (got == 0) return problem = "became shorter while it was read", false;
-      done += static_cast<std::size_t>(got);
-    }
-    return true;
-  };
-  const bool isRead = read();
-  close(file);
-  return isRead;
+  PlainFile file(path);
+  if (file.Problem().empty() && file.Size() > limit)
+    return problem = "is larger than " + std::to_string(limit >> 20) + " MiB", false;
+  text.resize(file.Size());
+  if (file.Read(text.data(), text.size())) return true;
+  problem = file.Problem().empty() ? "became shorter while it was read" : file.Problem();
+  return false;
 }
 
 }  // namespace ovhost

@@ -6,7 +6,7 @@
 #include <algorithm>
 
 #include "host/base/atomic_file.h"
-#include "host/session/file_reader.h"
+#include "host/base/plain_file.h"
 
 namespace ovhost {
 
@@ -22,7 +22,7 @@ std::string WriteCheckpoint(const std::string& path, RenderJob& job) {
 }
 
 CheckpointState ReadCheckpoint(const std::string& path, RenderJob& job) {
-  FileReader file(path);
+  PlainFile file(path);
   if (file.IsMissing()) return CheckpointState::kNone;
   switch (job.Resume([&file](void* data, std::uint64_t size) { return file.Read(data, size); })) {
     case RenderJob::Resumed::kLoaded:
@@ -36,7 +36,7 @@ CheckpointState ReadCheckpoint(const std::string& path, RenderJob& job) {
 }
 
 void RemoveCheckpoint(const std::string& path, const RenderJob& job) {
-  FileReader file(path);
+  PlainFile file(path);
   if (job.IsOfThisJob([&file](void* data, std::uint64_t size) { return file.Read(data, size); }))
     unlink(path.c_str());
 }

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "host/base/plain_file.h"
 #include "host/node/class_pool.h"
 #include "host/node/node_data.h"
-#include "host/session/file_reader.h"
 
 namespace ovhost {
 namespace {
@@ -23,7 +23,7 @@ constexpr off_t kReadUpTo = 64 << 20;
 void Mix(std::uint64_t& hash, std::uint64_t word) { hash = (hash ^ word) * 0x100000001b3ull; }
 
 void MixContents(std::uint64_t& hash, const std::string& path) {
-  FileReader file(path);
+  PlainFile file(path);
   std::vector<std::uint64_t> words(1 << 15);
   while (const std::uint64_t got = file.ReadSome(words.data(), words.size() * 8)) {
     std::memset(reinterpret_cast<char*>(words.data()) + got, 0, (8 - got % 8) % 8);

@@ -8,11 +8,11 @@
 #include <vector>
 
 #include "core/messages.h"
+#include "host/base/plain_file.h"
 #include "host/image/picture.h"
 #include "host/node/node_data.h"
 #include "host/render/frame/render_job.h"
 #include "host/session/checkpoint.h"
-#include "host/session/file_reader.h"
 #include "host/session/render_watch.h"
 
 namespace ovhost {
@@ -36,7 +36,7 @@ class FrameRender {
         checkpoint_(CheckpointPath(settings.output)),
         start_(Seconds()),
         job_(project, settings, control),
-        watch_(control, settings.timeLimitSeconds, settings.checkpointSeconds) {}
+        watch_(control, settings.timeLimitSeconds, settings.checkpointSeconds.value_or(0)) {}
 
   RenderOutcome Run();
   RenderStatistics Statistics() const {
@@ -110,10 +110,11 @@ RenderOutcome FrameRender::RunPasses() {
 }
 
 bool FrameRender::WriteOnTheWay() {
-  if (watch_.TakeCheckpointDue()) {
+  const bool isEachPass = settings_.checkpointSeconds == 0.0;
+  if (isEachPass || watch_.TakeCheckpointDue()) {
     const double start = Seconds();
     if (const std::string problem = WriteCheckpointNow(); !problem.empty()) trWarning(problem);
-    watch_.RestartCheckpoints(Seconds() - start);
+    if (!isEachPass) watch_.RestartCheckpoints(Seconds() - start);
   }
   const int samples = job_.Statistics().samplesDone;
   if (samples == 0) return true;
@@ -178,11 +179,8 @@ RenderOutcome RenderFrame(juProject& project, const RenderSettings& settings, Re
     FrameRender render(project, settings, control);
     try {
       outcome = render.Run();
-    } catch (const std::bad_alloc&) {
-      trError("The render ran out of memory.");
-      outcome = RenderOutcome::kMemoryLimit;
     } catch (const std::exception& problem) {
-      trError(std::string("The render failed: ") + problem.what());
+      outcome = ReportFailure(problem);
     }
     if (statistics) *statistics = render.Statistics();
   }
@@ -199,7 +197,7 @@ bool IsFinishedPicture(const std::string& path) {
   if (std::filesystem::symlink_status(CheckpointPath(path), error).type() !=
       std::filesystem::file_type::not_found)
     return false;
-  FileReader file(path);
+  PlainFile file(path);
   constexpr size_t kMark = sizeof kFinished - 1, kChunk = 1 << 20;
   std::vector<char> bytes(kMark + kChunk);
   size_t held = 0;

@@ -1,6 +1,7 @@
 // Rendering one frame of a project to a picture file.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "core/project.h"
@@ -12,10 +13,12 @@ enum class ResumeMode { kAuto, kNever, kRequire };
 
 /// A job's settings, and what its files need.
 struct RenderSettings : RenderJobSettings {
-  std::string output;              ///< picture path; its extension chooses the format
-  double timeLimitSeconds = 0;     ///< 0: none; the frame is written as far as it is
-  bool writeEveryPass = true;      ///< a usable file after the first pass, and every few seconds then
-  double checkpointSeconds = 180;  ///< between checkpoints, so that no more than that can be lost; 0: none
+  std::string output;           ///< picture path; its extension chooses the format
+  double timeLimitSeconds = 0;  ///< 0: none; the frame is written as far as it is
+  bool writeEveryPass = true;   ///< a usable file after the first pass, and every few seconds then
+  /// Between checkpoints, so that no more than that can be lost; 0: one after each pass. None are written on
+  /// the way where it isn't set.
+  std::optional<double> checkpointSeconds = 180;
   ResumeMode resume = ResumeMode::kAuto;
   std::string sceneName;  ///< for the picture's metadata
   /// When the scene was last changed, "YYYY:MM:DD hh:mm:ss" in UTC: the picture's date. The time of rendering

@@ -122,3 +122,37 @@ mkfifo part.png.ovcheckpoint
   [ -p part.png.ovcheckpoint ] || fail "the pipe is gone"
 }
 rm part.png.ovcheckpoint
+
+# A picture of other files is no part of this one: a changed texture has what was done refused, and only that.
+cp "$SOURCE/scenes/buoy.png" map.png
+cat >map.ovd <<'END'
+<ombrivex_project><camera name="Camera" position="0 9 0"/><sunlight name="Sun"/><render name="Render"/>
+<planet name="Ground" surface_shader="Map" atmosphere_shader=""><image_map_shader name="Map" image_filename="map.png"/></planet>
+</ombrivex_project>
+END
+# shellcheck disable=SC2086
+{
+  expect 5 "$OV" render map.ovd -o map_out.png $size -s 100000 --time 1
+  cp map.png kept_map.png
+  printf x >>map.png
+  expect 1 "$OV" render map.ovd -o map_out.png $size -s 100000 --resume require
+  shows "belongs to another project"
+  [ -e map_out.png.ovcheckpoint ] || fail "the checkpoint of another texture is gone"
+  cp kept_map.png map.png
+  expect 5 "$OV" render map.ovd -o map_out.png $size -s 100000 --time 1 --resume require
+  shows "goes on from its checkpoint"
+}
+
+# Too little memory to start or to render is told by the exit code that is for it, wherever it is missed: that the formats
+# can't be loaded is a matter of the output. 127 is the loader's, before the program runs. Sanitizers want all addresses.
+for limit in 100000 160000 180000 220000 280000 400000; do
+  [ -z "$SANITIZE" ] || break
+  code=0
+  # shellcheck disable=SC2086
+  (ulimit -v $limit && "$OV" render scene.ovd -o small.png $size -s 1 --resume never) >out 2>err || code=$?
+  case $code in
+    0 | 4 | 5 | 127) ;;
+    *) fail "exit code $code with $limit KiB of addresses" ;;
+  esac
+  [ $code = 0 ] || [ -s err ] || fail "no message with $limit KiB of addresses"
+done

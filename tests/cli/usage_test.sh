@@ -86,6 +86,13 @@ expect 3 "$OV" info scene.ovd --vars vars.json
 expect 0 "$OV" info scene.ovd --json
 prints '"class": "planet"'
 
+# Names are printed on one line and without what steers a terminal or turns the direction of writing.
+echo '<ombrivex_project><group name="a&#10;b&#x202e;c&#x9b;d"/></ombrivex_project>' >names.ovd
+expect 0 "$OV" info names.ovd --values
+prints 'a\nb\u202ec\x9bd'
+expect 0 "$OV" info names.ovd --json
+prints 'a\nb\u202ec\u009bd'
+
 # Messages as JSON lines
 expect 3 "$OV" check missing.ovd --log json
 grep -q '^{"level":"error",.*}$' err || fail "no JSON message"

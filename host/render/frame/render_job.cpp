@@ -49,6 +49,12 @@ std::unordered_set<trHeightfield*> ValidHeightfields(juProject& project) {
 
 }  // namespace
 
+RenderOutcome ReportFailure(const std::exception& problem) {
+  const bool isMemory = IsForWantOfMemory(problem);
+  trError(isMemory ? "The render ran out of memory." : std::string("The render failed: ") + problem.what());
+  return isMemory ? RenderOutcome::kMemoryLimit : RenderOutcome::kFailed;
+}
+
 struct RenderJob::State {
   State(juProject& project, const RenderJobSettings& settings, RenderControl& control,
         RenderStatistics& statistics)
@@ -121,11 +127,8 @@ RenderOutcome RenderJob::State::Run(const Operation& operation) {
       const trScopedErrorsWarningsContext context(plan_.context);
       outcome = operation();
     });
-  } catch (const std::bad_alloc&) {
-    trError("The render ran out of memory.");
-    outcome = RenderOutcome::kMemoryLimit;
   } catch (const std::exception& problem) {
-    trError(std::string("The render failed: ") + problem.what());
+    outcome = ReportFailure(problem);
   }
   statistics_.seconds += Seconds() - start;
   rusage usage{};

@@ -1,6 +1,7 @@
 // A render as everybody needs it, whether it ends in files, a window or a test: it knows no file.
 #pragma once
 
+#include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -14,6 +15,9 @@
 namespace ovhost {
 
 struct SessionContext;
+
+/// Reports what ended a render, and returns what became of it: kMemoryLimit or kFailed. Thread-safe.
+RenderOutcome ReportFailure(const std::exception& problem);
 
 /// One frame of a project, rendered pass by pass. Each pass leaves a usable picture; what was done can be
 /// saved and gone on with, here or elsewhere, to the same bytes. Works for the session that is current where

@@ -5,9 +5,11 @@
 
 #include <algorithm>
 #include <limits>
+#include <new>
 #include <utility>
 
 #include "core/messages.h"
+#include "host/base/memory.h"
 
 namespace ovhost {
 namespace {
@@ -155,17 +157,21 @@ RayDevice::~RayDevice() {
 void RayDevice::TakeError(void* self, RTCError code, const char* text) {
   const auto& device = *static_cast<const RayDevice*>(self);
   const std::lock_guard<std::mutex> lock(device.mutex_);
+  device.isOutOfMemory_ |= code == RTC_ERROR_OUT_OF_MEMORY;
   if (device.error_.empty())
     device.error_ = text && *text ? text : "error " + std::to_string(static_cast<int>(code));
 }
 
 bool RayDevice::Report() const {
+  // Without a device it tells why there is none.
   if (!handle_) {
+    if (rtcGetDeviceError(nullptr) == RTC_ERROR_OUT_OF_MEMORY || IsMemoryShort()) throw std::bad_alloc();
     trError("The ray tracer could not be started.");
     return false;
   }
   const std::lock_guard<std::mutex> lock(mutex_);
   const std::string error = std::exchange(error_, {});
+  if (std::exchange(isOutOfMemory_, false)) throw std::bad_alloc();
   if (IsStopped()) return false;
   if (!error.empty()) trError("The ray tracer could not be built: " + error + ".");
   return error.empty();

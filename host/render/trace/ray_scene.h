@@ -45,6 +45,7 @@ class RayDevice {
   /// Thread-safe.
   bool IsStopped() const { return stop_ && stop_->load(std::memory_order_relaxed); }
   /// False where something went wrong since the last time: with an error reported, unless it was stopped.
+  /// Throws std::bad_alloc where that was for want of memory.
   bool Report() const;
 
  private:
@@ -54,7 +55,8 @@ class RayDevice {
   const std::atomic<bool>* const stop_;
   RTCDevice handle_;
   mutable std::mutex mutex_;
-  mutable std::string error_;  ///< the first since the last report
+  mutable std::string error_;
+  mutable bool isOutOfMemory_ = false;  ///< the first since the last report
 };
 
 /// Owns its Embree scene; the parts must outlive it. Adding is for one thread at a time; the rest is
