@@ -12,6 +12,7 @@
 #include "core/random.h"
 #include "host/base/log.h"
 #include "host/base/parallel.h"
+#include "host/base/session_context.h"
 #include "host/session/session_error.h"
 
 namespace {

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "host/raster/ovh.h"
 #include "host/raster/ovh_layout.h"
+#include "host/raster/ovh_reader.h"
 
 namespace {
 
