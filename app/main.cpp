@@ -13,6 +13,7 @@
 #include "host/base/log.h"
 #include "host/base/memory.h"
 #include "host/base/parallel.h"
+#include "host/base/session_context.h"
 #include "host/session/session_error.h"
 
 namespace {

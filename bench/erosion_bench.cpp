@@ -15,6 +15,7 @@
 #include "core/heightfield.h"
 #include "core/project.h"
 #include "host/base/log.h"
+#include "host/base/session_context.h"
 #include "host/node/class_pool.h"
 #include "host/node/node_data.h"
 #include "tests/erosion_reference.h"

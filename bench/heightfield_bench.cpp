@@ -11,6 +11,7 @@
 #include "core/project.h"
 #include "heightfield/filter_operators.h"
 #include "host/base/log.h"
+#include "host/base/session_context.h"
 #include "host/node/class_pool.h"
 #include "host/node/node_data.h"
 

@@ -5,7 +5,7 @@
 #include <random>
 
 #include "core/reflection.h"
-#include "host/render/shade/microfacet.h"
+#include "host/render/shade/specular_lobe.h"
 
 using ovhost::SpecularLobe;
 

@@ -8,6 +8,7 @@
 #include "core/object_writer.h"
 #include "core/shading_state.h"
 #include "host/base/log.h"
+#include "host/base/session_context.h"
 #include "host/image/picture.h"
 #include "host/node/shader_start.h"
 #include "host/project/project_file.h"

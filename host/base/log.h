@@ -63,7 +63,4 @@ class OV_API ScopedPlace {
   const ScopedPlace* const outer_;
 };
 
-/// Number of threads for renders and long jobs: `count`, or all cores for 0. Main thread only.
-OV_API void SetNumThreads(int count);
-
 }  // namespace ovhost

@@ -38,12 +38,6 @@ bool StopScope::IsAsked() { return stopHere && stopHere->load(std::memory_order_
 
 void SetNumThreads(int count) { SessionContext::Current().threads = std::clamp(count, 0, kMaxThreads); }
 
-void SetProgressSink(ProgressSink sink, void* context) {
-  SessionContext& session = SessionContext::Current();
-  session.progressSink = sink;
-  session.progressContext = context;
-}
-
 }  // namespace ovhost
 
 trThreadSession::trThreadSession() : context_(current), threads_(threadsHere), stop_(stopHere) {}

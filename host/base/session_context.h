@@ -46,6 +46,9 @@ struct OV_API SessionContext {
   std::atomic<int> trips{0};
 };
 
+/// Number of threads for renders and long jobs: `count`, or all cores for 0. Main thread only.
+OV_API void SetNumThreads(int count);
+
 /// While it lives, its thread works for the session. Per-thread state.
 class OV_API SessionScope {
  public:

@@ -1,4 +1,6 @@
 // Keys and curves of animated parameters.
+#include "host/node/animation.h"
+
 #include <algorithm>
 #include <cmath>
 

@@ -13,6 +13,7 @@
 #include "host/base/library_folder.h"
 #include "host/base/plain_file.h"
 #include "host/node/module_loader.h"
+#include "host/node/module_trial.h"
 #include "host/node/node_data.h"
 
 namespace ovhost {

@@ -6,6 +6,8 @@
 
 #include "core/plugin.h"
 
+struct trPluginStartupInfo;
+
 namespace ovhost {
 
 struct CatalogueEntry {
@@ -32,6 +34,9 @@ OV_API const std::vector<PlannedRow>& PlannedRows();
 
 /// The rows of such a text, lines of `category | registered name | implementing class`. Thread-safe.
 OV_API std::vector<PlannedRow> ParseCatalogue(const std::string& text);
+
+/// Enters what a module has registered into the pool. False with the reason where a name is taken.
+bool EnterIntoPool(const trPluginStartupInfo& info, std::string& problem);
 
 /// Loads every `.ovp` of the folder of this library, then of those in OV_PLUGIN_PATH. Another's module is
 /// tried out in a child process first: one that crashes, ends the process, hangs, throws, tells another SDK

@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "core/project.h"
+#include "host/node/links.h"
 #include "host/node/node_data.h"
 
 namespace ovhost {

@@ -24,12 +24,4 @@ namespace ovhost {
 /// pool has nothing of it. Main thread only.
 bool LoadModule(const std::string& path, trPluginStartupInfo& info, std::string& problem);
 
-/// Does the same in a child process, makes and destroys a node of every class there and unloads the module
-/// again. False with the reason where the module doesn't live through that within `seconds`. Main thread
-/// only.
-OV_API bool SurvivesTrial(const std::string& path, int seconds, std::string& problem);
-
-/// Enters what a module has registered into the pool. False with the reason where a name is taken.
-bool EnterIntoPool(const trPluginStartupInfo& info, std::string& problem);
-
 }  // namespace ovhost

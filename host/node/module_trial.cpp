@@ -1,4 +1,6 @@
 // The trial of a foreign module, in a child process that may crash, end or hang.
+#include "host/node/module_trial.h"
+
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -23,16 +25,16 @@ namespace {
 
 /// What the child tells: what it is about to do, then how it ended. Short enough to go through a pipe at
 /// once.
-struct Note {
+struct Message {
   enum Kind : int { kStage, kAccepted, kRefused } kind;
   char text[1000];
 };
 
-Note MakeNote(Note::Kind kind, const std::string& text) {
-  Note note{};
-  note.kind = kind;
-  text.copy(note.text, sizeof note.text - 1);
-  return note;
+Message MakeMessage(Message::Kind kind, const std::string& text) {
+  Message message{};
+  message.kind = kind;
+  text.copy(message.text, sizeof message.text - 1);
+  return message;
 }
 
 class Child {
@@ -61,29 +63,29 @@ class Child {
     } catch (...) {
       problem = "one of the module's classes threw an exception";
     }
-    Send(isAccepted ? Note::kAccepted : Note::kRefused, problem);
+    Send(isAccepted ? Message::kAccepted : Message::kRefused, problem);
   }
 
  private:
   bool Try(std::string& problem) const {
-    Send(Note::kStage, "while it was loaded");
+    Send(Message::kStage, "while it was loaded");
     trPluginStartupInfo info;
     if (!LoadModule(path_, info, problem) || !EnterIntoPool(info, problem)) return false;
     for (const CatalogueEntry& entry : info.entries) {
-      Send(Note::kStage, "while it made a node of its class " + entry.className);
+      Send(Message::kStage, "while it made a node of its class " + entry.className);
       trBase* const node = entry.create();
       if (!node) return problem = "the module makes no node of its class " + entry.className, false;
       for (long i = 0; i < node->NumParams(); ++i) static_cast<void>(node->ParamName(i));
       entry.destroy(node);
     }
-    Send(Note::kStage, "while it was unloaded");
+    Send(Message::kStage, "while it was unloaded");
     dlclose(info.library);
     return true;
   }
 
-  void Send(Note::Kind kind, const std::string& text) const {
-    const Note note = MakeNote(kind, text);
-    while (write(pipe_, &note, sizeof note) < 0 && errno == EINTR) {
+  void Send(Message::Kind kind, const std::string& text) const {
+    const Message message = MakeMessage(kind, text);
+    while (write(pipe_, &message, sizeof message) < 0 && errno == EINTR) {
     }
   }
 
@@ -120,31 +122,31 @@ bool WaitForEnd(pid_t process, Time deadline) {
 
 /// What the child told until it was done, ended or the time was up.
 struct Course {
-  Note last = MakeNote(Note::kStage, "while it was loaded");
+  Message last = MakeMessage(Message::kStage, "while it was loaded");
   bool isLate = false;
 };
 
 Course Follow(pid_t child, int pipe, int seconds) {
   const Time deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
   Course course;
-  while (course.last.kind == Note::kStage) {
+  while (course.last.kind == Message::kStage) {
     if (!WaitFor(pipe, deadline)) return course.isLate = true, course;
-    Note note;
-    const ssize_t got = read(pipe, &note, sizeof note);
+    Message message;
+    const ssize_t got = read(pipe, &message, sizeof message);
     if (got < 0 && errno == EINTR) continue;
-    if (got != static_cast<ssize_t>(sizeof note)) {
+    if (got != static_cast<ssize_t>(sizeof message)) {
       // It tells no more: it has ended, or closed its end.
       course.isLate = !WaitForEnd(child, deadline);
       return course;
     }
-    note.text[sizeof note.text - 1] = 0;
-    course.last = note;
+    message.text[sizeof message.text - 1] = 0;
+    course.last = message;
   }
   return course;
 }
 
 std::string ProblemOf(const Course& course, int status, int seconds) {
-  if (course.last.kind == Note::kRefused) return course.last.text;
+  if (course.last.kind == Message::kRefused) return course.last.text;
   const std::string stage = std::string(" ") + course.last.text;
   if (course.isLate)
     return "the module didn't come to an end within " + std::to_string(seconds) + " s" + stage;
@@ -181,7 +183,7 @@ bool SurvivesTrial(const std::string& path, int seconds, std::string& problem) {
   int status = 0;
   while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
   }
-  if (course.last.kind == Note::kAccepted) return true;
+  if (course.last.kind == Message::kAccepted) return true;
   problem = ProblemOf(course, status, seconds);
   return false;
 }

@@ -11,7 +11,12 @@
 
 #include "core/node.h"
 #include "host/base/progress.h"
+#include "host/node/animation.h"
 #include "host/node/link_index.h"
+#include "host/node/links.h"
+#include "host/node/param_text.h"
+#include "host/node/params.h"
+#include "host/node/tree.h"
 
 /// One key of one component.
 struct trAnimationKey {
@@ -109,58 +114,3 @@ struct trNodeData {
   std::vector<trUnknownAttribute> unknownAttributes;
   std::vector<trUnknownBlock> unknownBlocks;
 };
-
-namespace ovhost {
-
-/// Counts up whenever any tree or link changes. Thread-safe.
-std::uint32_t GraphGeneration();
-void BumpGraphGeneration();
-
-/// Text of a parameter's value in the project file's spelling: shortest numbers that read back the same,
-/// vectors and colours with blanks between, links as stored.
-OV_API std::string ValueToText(const trParamValue& value);
-/// The value of type `type` that `text` spells; false where it is no such value or not finite.
-OV_API bool TextToValue(const std::string& text, trParamType type, trParamValue& value);
-OV_API std::string DefaultText(const trParamInfo& param);
-/// The type's name as users see it: "int", "double", "shader_link" and so on.
-OV_API const char* TypeName(trParamType type);
-/// The label of a parameter: its display name, or its name with the underscores opened and a capital.
-OV_API std::string DisplayName(const trParamInfo& param);
-/// Number of animatable components: 1 for numbers, 2 or 3 for vectors and colours, 0 for the rest.
-OV_API int NumComponents(trParamType type);
-
-/// Creates a node of a registered class (redirects followed) below `parent`, without OnCreate: the project
-/// reader sets values first. `asChild` lists it among the children; `name` empty makes one. Null for an
-/// unknown class.
-OV_API trBase* CreateNode(const std::string& className, trBase* parent, const std::string& name,
-                          bool asChild = true);
-/// Adds a node made elsewhere (a project root's child) to the tree.
-OV_API void AttachChild(trBase* parent, trBase* child, const std::string& name);
-/// Takes a node out of its parent's lists; it keeps its name and parent.
-void Detach(trBase* node);
-/// Removes from the tree and destroys, children first.
-OV_API void DestroyNode(trBase* node);
-/// Every node of the tree below and including `root`, parents first; `owned` nodes after the children of
-/// their owner.
-OV_API std::vector<trBase*> AllNodes(trBase* root);
-/// Looks every link of the tree up now, so that render threads only read.
-OV_API void ResolveAllLinks(trBase* root);
-/// Where a project's attribute stands in the order of the node's declarations: an old name just before the
-/// parameter that it sets, a name that isn't known behind all others.
-OV_API long AttributeRank(const trBase& node, const std::string& name);
-/// The parameter of a name, old ones included; -1 where there is none.
-OV_API long FindParamByAnyName(const trBase& node, const std::string& name);
-/// Runs `set`, which sets values of the node; what derives from them is computed once, after the last.
-OV_API void SetTogether(trBase& node, const std::function<void()>& set);
-/// Updates every animated parameter of the tree to `frame`.
-OV_API void UpdateAnimation(trBase* root, double frame);
-
-/// While one lives, changes made on this thread aren't told to the nodes that link to the changed one: a
-/// project being loaded is told as a whole, by OnCreate.
-class OV_API QuietDependents {
- public:
-  QuietDependents();
-  ~QuietDependents();
-};
-
-}  // namespace ovhost

@@ -1,4 +1,6 @@
 // Parameter values as text: the project file's spelling, the same in every locale.
+#include "host/node/param_text.h"
+
 #include <charconv>
 #include <cmath>
 

@@ -1,4 +1,6 @@
 // Reading and writing parameters, and who is told of a change.
+#include "host/node/params.h"
+
 #include <algorithm>
 #include <cmath>
 #include <limits>

@@ -1,4 +1,6 @@
 // The tree of nodes: names, paths, children, renaming, destruction.
+#include "host/node/tree.h"
+
 #include <algorithm>
 
 #include "host/node/class_pool.h"

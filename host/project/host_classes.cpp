@@ -1,11 +1,12 @@
 // Registration of the host's own node classes.
+#include "host/project/host_classes.h"
+
 #include "core/plugin.h"
 #include "core/project.h"
 #include "host/node/class_pool.h"
 #include "host/project/camera.h"
 #include "host/project/enviro_light.h"
 #include "host/project/function_nodes.h"
-#include "host/project/project_file.h"
 #include "host/project/render_node.h"
 #include "host/project/sunlight.h"
 #include "host/raster/heightfield_load.h"

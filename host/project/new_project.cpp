@@ -1,6 +1,8 @@
 // The project that `ov new` starts with.
+#include "host/project/new_project.h"
+
 #include "host/node/node_data.h"
-#include "host/project/project_file.h"
+#include "host/project/host_classes.h"
 
 namespace ovhost {
 namespace {

@@ -1,31 +1,7 @@
-// Project files: reading and writing .ovd, and clips of nodes.
+// Project files: reading and writing .ovd, clips of nodes, and what they need.
 #pragma once
 
-#include <memory>
-#include <string>
-
-#include "core/project.h"
-
-namespace ovhost {
-
-/// Reads a project. Null where the file can't be read, isn't a project, or holds a value of the wrong type,
-/// or where a StopScope asks to end; every problem is reported with file and line, or node. Unknown classes
-/// and attributes are kept, with a warning each. Main thread only.
-OV_API std::unique_ptr<juProject> LoadProject(const std::string& path);
-/// The same from text; `source` is what messages call it, `folder` where its files lie.
-OV_API std::unique_ptr<juProject> ProjectFromText(const std::string& text, const std::string& source,
-                                                  const std::string& folder = {});
-
-/// The project as its file's bytes.
-OV_API std::string ProjectToText(juProject& project);
-/// Writes beside `path`, flushes and renames. Empty, or why it failed.
-OV_API std::string SaveProject(juProject& project, const std::string& path);
-
-/// Registers the host's own node classes, once.
-OV_API void RegisterHostClasses();
-
-/// A new project: camera, sun, sky light, planet with its default network, compute terrain, render node. Null
-/// with an error where the planet's module isn't loaded.
-OV_API std::unique_ptr<juProject> NewDefaultProject();
-
-}  // namespace ovhost
+#include "host/project/host_classes.h"
+#include "host/project/new_project.h"
+#include "host/project/project_reader.h"
+#include "host/project/project_writer.h"

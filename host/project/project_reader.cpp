@@ -1,4 +1,6 @@
 // Reading: an event parser over the whole text, so that what isn't understood can be kept to the byte.
+#include "host/project/project_reader.h"
+
 #include <expat.h>
 
 #include <algorithm>
@@ -13,7 +15,7 @@
 #include "host/base/session_context.h"
 #include "host/node/class_pool.h"
 #include "host/node/node_data.h"
-#include "host/project/project_file.h"
+#include "host/project/host_classes.h"
 
 namespace ovhost {
 namespace {
@@ -302,6 +304,7 @@ class Reader {
   }
 
   void ReadCurve(trBase* node, const std::string& element, const char** attributes, size_t at) {
+    // The attributes.
     if (element != "curve") return Fail("an animation holds curves only");
     std::string component = "0", mode = "smooth", keys;
     PendingCurve read{node, "", "", 0, {}, Line()};
@@ -318,6 +321,7 @@ class Reader {
     }
     const auto wrong = [&](const std::string& why) { Refuse(Line(), node, read.param, why); };
 
+    // What of the parameter it moves, and how.
     const char* const componentEnd = component.data() + component.size();
     const auto [parsed, error] = std::from_chars(component.data(), componentEnd, read.component);
     if (error != std::errc() || parsed != componentEnd || read.component < 0 || read.component > 2)
@@ -329,6 +333,7 @@ class Reader {
     else if (mode != "smooth")
       return wrong("'" + Shortened(mode) + "' is no interpolation mode");
 
+    // The keys.
     const char* key = keys.data();
     const char* const end = key + keys.size();
     while (key < end && IsBlank(*key)) ++key;
@@ -340,6 +345,8 @@ class Reader {
         return wrong("the keys of a curve are not in rising order of frames");
       read.curve.keys.push_back(next);
     }
+
+    // Its text, in case the parameter isn't known.
     size_t stop = at;
     for (char quote = 0; stop < text_.size(); ++stop) {
       const char c = text_[stop];

@@ -8,7 +8,6 @@
 #include "core/xml.h"
 #include "host/base/atomic_file.h"
 #include "host/node/node_data.h"
-#include "host/project/project_file.h"
 
 namespace ovhost {
 namespace {

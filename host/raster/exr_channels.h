@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "host/raster/ovh.h"
+#include "host/raster/ovh_reader.h"
 
 namespace ovhost {
 

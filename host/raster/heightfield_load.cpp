@@ -152,6 +152,7 @@ void trHeightfieldLoad::CheckFile() const {
 }
 
 std::string trHeightfieldLoad::ReadFile(const std::string& path) {
+  // The file, and what of it is read.
   map_.reset();
   ovhost::RasterPlan plan;
   std::string problem;
@@ -159,6 +160,7 @@ std::string trHeightfieldLoad::ReadFile(const std::string& path) {
   if (!source) return problem;
   const ovhost::RasterRequest request = Request();
 
+  // A raster of that size, and where it lies.
   problem = ovhost::MemoryProblem(plan, ovhost::FreeMemory());
   if (!problem.empty()) return problem;
   if (!Init(0, 0, static_cast<int>(plan.width), static_cast<int>(plan.height)))
@@ -173,6 +175,7 @@ std::string trHeightfieldLoad::ReadFile(const std::string& path) {
     if (!plan.map.reference.empty()) map_ = std::make_shared<ovhost::MapPlacement>(plan.map);
   }
 
+  // Its heights.
   struct Report {
     trBase* node;
     unsigned long token = 0;
@@ -193,6 +196,8 @@ std::string trHeightfieldLoad::ReadFile(const std::string& path) {
   if (!problem.empty()) return problem;
   if (job.lowest <= job.highest && (std::isinf(job.lowest) || std::isinf(job.highest)))
     return "its heights are too great at that vertical scale";
+
+  // Gaps, and the range.
   const bool hasGaps = job.hasMissing && !request.fillsWithValue;
   if (hasGaps && ovhost::FillMissing(HfScanlineRaw(0), plan.width, plan.height) == plan.width * plan.height)
     return "none of its points has a height";

@@ -1,4 +1,6 @@
 // Reads .ovh files. Every number of theirs is checked before it is used.
+#include "host/raster/ovh_reader.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,7 +11,6 @@
 #include <cmath>
 #include <cstring>
 
-#include "host/raster/ovh.h"
 #include "host/raster/ovh_layout.h"
 #include "host/raster/ovh_tile.h"
 

@@ -1,11 +1,12 @@
 // Writes .ovh files.
+#include "host/raster/ovh_writer.h"
+
 #include <zlib.h>
 
 #include <algorithm>
 #include <cstddef>
 
 #include "host/base/atomic_file.h"
-#include "host/raster/ovh.h"
 #include "host/raster/ovh_layout.h"
 #include "host/raster/ovh_tile.h"
 #include "host/raster/workers.h"

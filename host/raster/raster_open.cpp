@@ -1,36 +1,14 @@
 // Finds the reader of an elevation file.
-#include <dlfcn.h>
+#include "host/raster/raster_open.h"
 
 #include <cstring>
 
-#include "host/base/library_folder.h"
 #include "host/raster/codec_library.h"
 #include "host/raster/exr_channels.h"
-#include "host/raster/ovh.h"
+#include "host/raster/ovh_reader.h"
 #include "host/raster/picture_source.h"
-#include "host/raster/raster_read.h"
 
 namespace ovhost {
-namespace {
-
-RasterCodec Load() {
-  RasterCodec codec;
-  void* library = dlopen((LibraryFolder() / "libovraster.so").c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (library) {
-    codec.open = reinterpret_cast<RasterOpener*>(dlsym(library, "ovOpenRaster"));
-    codec.writeGeoTiff = reinterpret_cast<GeoTiffWriter*>(dlsym(library, "ovWriteGeoTiff"));
-  }
-  if (!codec.open || !codec.writeGeoTiff)
-    codec = {nullptr, nullptr, std::string("the raster formats can't be loaded: ") + dlerror()};
-  return codec;
-}
-
-}  // namespace
-
-const RasterCodec& LoadRasterCodec() {
-  static const RasterCodec codec = Load();
-  return codec;
-}
 
 std::unique_ptr<RasterSource> OpenRaster(const std::string& path, int band, std::string& problem) {
   // Opened here first, so that only names of files get any further.

@@ -1,4 +1,6 @@
 // Works out which pixels of a file are read, and what they mean.
+#include "host/raster/raster_plan.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>

@@ -11,7 +11,7 @@
 #include "host/raster/float_exr.h"
 #include "host/raster/grey_png.h"
 #include "host/raster/heightfield_load.h"
-#include "host/raster/ovh.h"
+#include "host/raster/ovh_writer.h"
 
 namespace ovhost {
 namespace {
@@ -81,7 +81,7 @@ struct ShortHeights {
     return static_cast<std::uint16_t>(
         std::clamp(std::floor((metres - offset) / scale + 0.5), first, kGreatestShort));
   }
-  std::string Note(const HeightGrid& grid) const {
+  std::string ScaleText(const HeightGrid& grid) const {
     return "heights from " + Text(static_cast<float>(MetresOf(grid, grid.lowest))) + " to " +
            Text(static_cast<float>(MetresOf(grid, grid.highest))) + " m are " +
            Text(static_cast<int>(first)) + " to 65535" + (first > 0 ? ", missing ones 0" : "");
@@ -117,7 +117,7 @@ std::string WriteGeoTiff(const std::string& path, const HeightGrid& grid, const 
   job.progress = options.progress.report;
   job.context = options.progress.context;
   if (!codec.writeGeoTiff(job)) return path + ": can't be written: " + job.problem;
-  if (job.bits == 16) note = heights.Note(grid);
+  if (job.bits == 16) note = heights.ScaleText(grid);
   file.Adopt();
   return file.Commit();
 }
@@ -138,7 +138,7 @@ std::string WritePng(const std::string& path, const HeightGrid& grid, const Rast
     const float* values = grid.Row(grid.height - 1 - y);
     for (std::int64_t x = 0; x < grid.width; ++x) row[x] = heights.Value(MetresOf(grid, values[x]));
   };
-  note = heights.Note(grid);
+  note = heights.ScaleText(grid);
   return WriteGreyPng(path, picture, options.threads, options.progress);
 }
 
@@ -194,21 +194,6 @@ std::string WriteAscii(const std::string& path, const HeightGrid& grid, const Ra
 }
 
 }  // namespace
-
-HeightGrid GridOf(const trHeightfield& heightfield) {
-  HeightGrid grid;
-  grid.width = heightfield.HfXPnts();
-  grid.height = heightfield.HfYPnts();
-  grid.values = grid.width > 0 ? heightfield.HfScanlineRaw(0) : nullptr;
-  grid.xScale = heightfield.HfXScale();
-  grid.yScale = heightfield.HfYScale();
-  grid.zScale = heightfield.HfZScale();
-  grid.hasCorners = heightfield.HfLatLongCorners(&grid.corners) != 0;
-  grid.map = MapOf(heightfield);
-  grid.lowest = heightfield.HfMinZ();
-  grid.highest = heightfield.HfMaxZ();
-  return grid;
-}
 
 bool IsHeightfieldPath(const std::string& path) {
   const std::string e = Extension(path);

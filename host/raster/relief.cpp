@@ -165,6 +165,7 @@ HeightStatistics MeasureHeights(const HeightGrid& grid, int threads) {
     return true;
   });
 
+  // The sums, and what they come to.
   HeightStatistics result;
   Row all;
   for (const Row& part : parts) {

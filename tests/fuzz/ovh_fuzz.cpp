@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/raster/ovh_layout.h"
+#include "host/raster/ovh_reader.h"
 #include "tests/fuzz/fuzz_input.h"
 #include "tests/memory_source.h"
 

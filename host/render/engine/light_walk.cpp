@@ -235,12 +235,15 @@ bool LightWalk::GoOn(const trVector& direction) {
 
 bool LightWalk::Travel() {
   for (;;) {
+    // To what is met.
     SurfaceHit hit;
     ++counters_.bounceRays;
     const bool isHit =
         scene_.Rays().Intersect(path_.origin, path_.direction, path_.nearest, scene_.FarDistance(), hit,
                                 IsDirect() ? kCameraRays : kIndirectRays);
     const double distance = isHit ? hit.distance : scene_.FarDistance();
+
+    // Through what lies between: a solid's inside, or the air.
     if (path_.isInside) {
       trFCol weight;
       const double reached =
@@ -257,6 +260,8 @@ bool LightWalk::Travel() {
     } else if (!Air(distance)) {
       return false;
     }
+
+    // The end of the path, or a surface.
     if (!isHit) {
       AddBackground();
       return false;
@@ -362,6 +367,7 @@ void LightWalk::ShadeHit(const SurfaceHit& hit) {
 // --- Inside a surface
 
 bool LightWalk::ScatterInside(double distance) {
+  // A point beneath the border by which the path came in.
   if (++path_.eventsInside > kMostEventsInside) return false;
   const trVector at = path_.origin + path_.direction * distance;
   const trVector outward = path_.entry.face;
@@ -370,6 +376,8 @@ bool LightWalk::ScatterInside(double distance) {
   path_.point.world = at + scene_.View().eye;
   path_.point.footprint = path_.footprint + distance * path_.spread * kFootprintOfSpread;
   path_.point.rayOffset = RayOffset(at);
+
+  // Methods for which a surface stands there.
   const trFCol albedo = path_.medium.Albedo(ColourInside());
   switch (path_.medium.Method()) {
     case MediumMethod::kHardSurface:
@@ -391,6 +399,8 @@ bool LightWalk::ScatterInside(double distance) {
     case MediumMethod::kAllDirections:
       break;
   }
+
+  // Suns at the point, and on in any direction.
   path_.throughput *= albedo;
   path_.spread = kDiffuseSpread;
   path_.discPdf = -1;

@@ -201,11 +201,15 @@ RenderOutcome RenderJob::State::Build() {
   if (redo_ < Redo::kSamples) return RenderOutcome::kDone;
   slots_.clear();
   lightCache_.reset();
+
+  // What memory is left beside the film, and the threads' shared light.
   const std::uint64_t filmBytes = Film::BytesFor(plan_.area, plan_.layers) * 3;
   std::uint64_t memory = Budget();
   memory -= std::min(memory, filmBytes);
   const double pixels = static_cast<double>(plan_.area.x1 - plan_.area.x0) * (plan_.area.y1 - plan_.area.y0);
   if (plan_.engine == Engine::kStandard) lightCache_ = MakeLightCache(pixels, memory);
+
+  // The world, as much of it as has to be made.
   if (redo_ == Redo::kShading && world_ && !world_->Relight(plan_.engines.cloudSteps)) return failed();
   if (redo_ == Redo::kGeometry || !world_) {
     WorldSettings settings;
@@ -224,6 +228,8 @@ RenderOutcome RenderJob::State::Build() {
       world_.reset();
       return failed();
     }
+
+    // What is odd about it, and its figures.
     if (world_->Parts().IsEmpty()) trWarning("The project has no object to render; only the sky will show.");
     if (const trBase* object = plan_.hasCamera ? world_->ObjectAroundEye() : nullptr)
       trError("The camera is inside " + object->NameAndPath() + ", below its surface.");

@@ -22,6 +22,7 @@ T* FindNode(juProject& project, const std::string& wanted) {
 }
 
 bool TakeRenderNode(juProject& project, const RenderJobSettings& settings, RenderPlan& plan) {
+  // The node, or one that has the defaults.
   const auto* render = FindNode<trRenderNode>(project, settings.renderNode);
   if (!render && !settings.renderNode.empty()) {
     trError("There is no render node '" + settings.renderNode + "'.");
@@ -35,6 +36,7 @@ bool TakeRenderNode(juProject& project, const RenderJobSettings& settings, Rende
   }
   plan.context = render;
 
+  // The picture: how large, which part of it, how many samples.
   const trScopedErrorsWarningsContext context(render);
   const long width = settings.width ? *settings.width : render->Width();
   const long height = settings.height ? *settings.height : render->Height();
@@ -54,6 +56,8 @@ bool TakeRenderNode(juProject& project, const RenderJobSettings& settings, Rende
     trError("The crop leaves no pixel of the picture.");
     return false;
   }
+
+  // How it is rendered, and shown.
   plan.engines = SettingsOf(*render, static_cast<double>(width * height));
   const bool isStandard = render->UsedEngine() == trRenderNode::kStandard;
   plan.engine = settings.engine.value_or(isStandard ? Engine::kStandard : Engine::kPath);

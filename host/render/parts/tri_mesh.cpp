@@ -132,7 +132,7 @@ void TriMesh::FillState(const SurfaceHit& hit, const PartPlacement& placement, c
   trVector normal = point.normal;
   if (moved != point.world) {
     trVector across, along;
-    MakeFrame(point.normal, across, along);
+    MakeTangents(point.normal, along, across);
     const double step = std::fmax(kBumpStep * point.footprint, 1e-10 * LargestComponent(point.world));
     const trTransform<double>& toWorld = *placement.objectToWorld;
     const trVector edge1 = toWorld.Direction(triangle.points[1] - triangle.points[0]),

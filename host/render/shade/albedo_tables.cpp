@@ -8,7 +8,7 @@
 #include <mutex>
 
 #include "host/render/shade/masking_tables.h"
-#include "host/render/shade/microfacet.h"
+#include "host/render/shade/specular_lobe.h"
 
 namespace ovhost {
 namespace {

@@ -51,7 +51,7 @@ void HitShading::FillState(const SurfaceHit& hit, const trVector& origin, const 
   trRenderState::Ray& ray = si.RenderState().CurrentRay();
   ray.groupCastsShadows = point.part->scene->CastsShadows();
   trVector across, along;
-  MakeFrame(point.face, across, along);
+  MakeTangents(point.face, along, across);
   ray.corners[0] = point.world;
   ray.corners[1] = point.world + across * point.footprint;
   ray.corners[2] = point.world + along * point.footprint;

@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "host/render/shade/light_layers.h"
-#include "host/render/shade/microfacet.h"
+#include "host/render/shade/specular_lobe.h"
 
 namespace ovhost {
 

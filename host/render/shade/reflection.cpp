@@ -5,7 +5,7 @@
 #include <cmath>
 
 #include "core/guarded.h"
-#include "host/render/shade/microfacet.h"
+#include "host/render/shade/specular_lobe.h"
 
 using ovhost::Microfacet;
 

@@ -1,4 +1,6 @@
 // Specular lobes as one viewer sees them.
+#include "host/render/shade/specular_lobe.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -6,7 +8,6 @@
 #include "core/reflection.h"
 #include "host/base/tangents.h"
 #include "host/render/shade/lobes.h"
-#include "host/render/shade/microfacet.h"
 
 namespace ovhost {
 namespace {

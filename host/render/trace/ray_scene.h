@@ -55,8 +55,8 @@ class RayDevice {
   const std::atomic<bool>* const stop_;
   RTCDevice handle_;
   mutable std::mutex mutex_;
-  mutable std::string error_;
-  mutable bool isOutOfMemory_ = false;  ///< the first since the last report
+  mutable std::string error_;  ///< the first since the last report
+  mutable bool isOutOfMemory_ = false;
 };
 
 /// Owns its Embree scene; the parts must outlive it. Adding is for one thread at a time; the rest is

@@ -1,11 +1,10 @@
-// The system's own heightfield files, .ovh: docs/heightfield_format.md tells their bytes.
+// Reading the system's own heightfield files, .ovh: docs/heightfield_format.md tells their bytes.
 #pragma once
 
 #include <memory>
 #include <string>
-#include <vector>
 
-#include "host/raster/height_grid.h"
+#include "core/api.h"
 #include "host/raster/raster_source.h"
 
 namespace ovhost {
@@ -27,9 +26,5 @@ OV_API bool IsOvh(const ByteSource& bytes);
 /// `info.scale` is the z scale. Null with the problem told. Nothing is believed: a raster is no larger than
 /// the file's tiles can hold.
 OV_API std::unique_ptr<RasterSource> OpenOvh(std::unique_ptr<ByteSource> bytes, std::string& problem);
-
-/// Writes a grid to an .ovh, atomically. Empty, or why it isn't there.
-OV_API std::string WriteOvh(const std::string& path, const HeightGrid& grid, int threads,
-                            const WorkProgress& progress);
 
 }  // namespace ovhost
