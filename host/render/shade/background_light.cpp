@@ -95,7 +95,9 @@ trFCol BackgroundLight::OfSurface(trRenderState& state, const SurfaceHit& hit, c
     if (sun->DoShadowsFromSurfaces() &&
         scene_.Rays().Occluded(above, sun->Dir(), surface.rayOffset, scene_.FarDistance()))
       continue;
-    light += sun->Radiance() * static_cast<float>(cosine) * sun->ThroughVolumes(state, surface.world);
+    // Volumes that hide themselves from who asks here cast their shadows all the same.
+    light +=
+        sun->Radiance() * static_cast<float>(cosine) * sun->ThroughVolumes(shading.state, surface.world);
   }
   light += scene_.IndirectDiffuse(state, surface.world, surface.normal);
   return emission + diffuse * light;
