@@ -4,9 +4,9 @@
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
-#include <nlohmann/json.hpp>
 
 #include "app/app.h"
+#include "app/json.h"
 #include "app/progress.h"
 #include "app/project_options.h"
 #include "app/signals.h"
@@ -20,7 +20,6 @@
 namespace ovapp {
 namespace {
 
-using Json = nlohmann::ordered_json;
 using ovhost::HeightfieldRun;
 using ovhost::HeightGrid;
 
