@@ -2,10 +2,13 @@
 // at a point.
 #pragma once
 
+#include <memory>
 #include <vector>
 
 #include "core/shader.h"
 #include "core/sky_paint.h"
+
+class SkyPaintCalibration;
 
 /// A cloud that paint is calibrated against.
 class SkyPaintable {
@@ -29,7 +32,7 @@ class SkyPaintSolve final : public trColourShader {
   SkyPaintSolve();
   ~SkyPaintSolve() override;
 
-  /// Null unbinds. Main thread only.
+  /// Bind it anew ahead of every render: the paint may be gone. Null unbinds. Main thread only.
   void Bind(SkyPaintBase* paint);
   SkyPaintBase* Paint() const { return paint_; }
 
@@ -45,13 +48,14 @@ class SkyPaintSolve final : public trColourShader {
   unsigned char HasShade() override { return 1; }
 
  private:
-  /// What a viewpoint's directions take, face by face.
-  struct Calibration;
-
+  struct Viewpoint {
+    bool isInUse = false, needsCalibration = true;
+    unsigned long changeCounter = 0;  ///< of the cloud as it was measured
+    trVector position;
+    std::unique_ptr<SkyPaintCalibration> calibration;
+  };
   float PaintValue(const trShadingInterface& si) const;
-  bool CalibrateViewpoint(Calibration& calibration, SkyPaintable& cloud, int threads, const trView* view,
-                          const trString& text);
 
   SkyPaintBase* paint_ = nullptr;
-  std::vector<Calibration> calibrations_;
+  std::vector<Viewpoint> viewpoints_;
 };
