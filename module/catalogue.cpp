@@ -5,6 +5,8 @@
 #include "atmosphere/cloud_layer_v2.h"
 #include "atmosphere/cloud_layer_v3.h"
 #include "atmosphere/planet_atmosphere.h"
+#include "atmosphere/sky_paint.h"
+#include "atmosphere/sky_paint_solve.h"
 #include "fractal/fractal_warp_shader.h"
 #include "fractal/power_fractal_shader.h"
 #include "fractal/transform_shaders.h"
@@ -68,6 +70,9 @@ const Row kRows[] = {
     {"shader/displacement", "power_fractal_shader_v3", trCreateNode<PowerFractalShaderV3>},
     {"shader/colour", "power_fractal_shader_v3", trCreateNode<PowerFractalShaderV3>},
     {"shader/surface", "reflective_shader", trCreateNode<ReflectiveShader>},
+    {"hidden/sky_paint", "sky_paint", trCreateNode<SkyPaint>},
+    {"sky_paint", "sky_paint_merge", trCreateNode<SkyPaintMerge>},
+    {"hidden", "sky_paint_solve", trCreateNode<SkyPaintSolve>},
     {"shader/transform", "transform_input_shader", trCreateNode<TransformInputShader>},
     {"shader/transform", "transform_merge_shader", trCreateNode<TransformMergeShader>},
     {"hidden", "transform_shader", trCreateNode<TransformMergeShader>},
