@@ -1,6 +1,8 @@
 // Paint on the sky, kept in the project.
 #pragma once
 
+#include <array>
+#include <cstdint>
 #include <memory>
 
 #include "core/sky_paint.h"
@@ -25,8 +27,19 @@ class SkyPaint final : public SkyPaintBase {
 
  private:
   class XmlReader;
+  /// The text of a face, and what it is the text of: making it takes half a second for a million pixels, and
+  /// projects are turned to text more often than they are painted.
+  struct EncodedFace {
+    trString text;
+    std::uint64_t hash = 0;
+  };
+  using EncodedFaces = std::array<std::array<EncodedFace, kSkyPaintFaces>, trSkyPaintStore::kViewpoints>;
+
+  /// Empty for an empty face.
+  const trString& TextOf(std::size_t viewpoint, std::size_t face);
 
   trSkyPaintStore store_;
+  EncodedFaces encoded_;
   std::unique_ptr<XmlReader> reader_;  ///< while the project's data is read
 };
 

@@ -61,16 +61,35 @@ int SideOf(std::size_t pixels) {
   return static_cast<std::size_t>(side) * static_cast<std::size_t>(side) == pixels ? side : 0;
 }
 
-/// Fills a face from its blob; it stays empty, with an error, where that is no square of pixels.
-void ReadFace(const trString& text, const trString& what, trImage& face) {
-  if (text.find_first_not_of(" \t\r\n") == trString::npos) return;
+/// Of a face's size and pixels: FNV-1a (Fowler, Noll and Vo 1991) by words, with its high bits folded down.
+std::uint64_t HashOf(const trImage& face) {
+  std::uint64_t hash = 0xcbf29ce484222325ull ^ static_cast<std::uint64_t>(face.width);
+  for (std::int64_t at = 0; at + 8 <= face.MemoryBytes(); at += 8) {
+    std::uint64_t word;
+    std::memcpy(&word, face.pixels + at, sizeof word);
+    hash = (hash ^ word) * 0x100000001b3ull;
+    hash ^= hash >> 29;
+  }
+  return hash;
+}
+
+/// Fills a face from its blob. False, and it stays empty, where that is nothing, or with an error no square
+/// of pixels.
+bool ReadFace(const trString& text, const trString& what, trImage& face) {
+  if (text.find_first_not_of(" \t\r\n") == trString::npos) return false;
   std::vector<unsigned char> bytes;
-  if (!trXML::DecodeBlobForXML(text, bytes, std::size_t{kMaxSide} * kMaxSide * kPixelBytes))
-    return trError("SkyPaint: the pixels of " + what + " can't be decoded; the face is empty");
+  if (!trXML::DecodeBlobForXML(text, bytes, std::size_t{kMaxSide} * kMaxSide * kPixelBytes)) {
+    trError("SkyPaint: the pixels of " + what + " can't be decoded; the face is empty");
+    return false;
+  }
   const int side = bytes.size() % kPixelBytes == 0 ? SideOf(bytes.size() / kPixelBytes) : 0;
-  if (side == 0)
-    return trError("SkyPaint: Cannot make sense of the image resolution while loading from a file or buffer");
-  if (face.Init(0, 0, side, side)) std::memcpy(face.pixels, bytes.data(), bytes.size());
+  if (side == 0) {
+    trError("SkyPaint: Cannot make sense of the image resolution while loading from a file or buffer");
+    return false;
+  }
+  if (!face.Init(0, 0, side, side)) return false;
+  std::memcpy(face.pixels, bytes.data(), bytes.size());
+  return true;
 }
 
 }  // namespace
@@ -79,7 +98,7 @@ void ReadFace(const trString& text, const trString& what, trImage& face) {
 /// out, with all that is in them.
 class SkyPaint::XmlReader {
  public:
-  explicit XmlReader(trSkyPaintStore& store) : store_(store) {}
+  XmlReader(trSkyPaintStore& store, EncodedFaces& encoded) : store_(store), encoded_(encoded) {}
 
   void Open(const trString& name, const char** attributes) {
     ++depth_;
@@ -94,7 +113,7 @@ class SkyPaint::XmlReader {
 
   void Close() {
     if (depth_ == known_) {
-      if (known_ == kLevels) ReadFace(text_, What(), Record().face[face_]);
+      if (known_ == kLevels) TakeFace();
       --known_;
     }
     if (depth_ > 0) --depth_;
@@ -147,7 +166,16 @@ class SkyPaint::XmlReader {
     return true;
   }
 
+  void TakeFace() {
+    trImage& face = Record().face[face_];
+    if (!ReadFace(text_, What(), face)) return;
+    encoded_[static_cast<std::size_t>(viewpoint_)][static_cast<std::size_t>(face_)] = {std::move(text_),
+                                                                                       HashOf(face)};
+    text_.clear();
+  }
+
   trSkyPaintStore& store_;
+  EncodedFaces& encoded_;
   std::size_t depth_ = 0, known_ = 0;  ///< open elements, and those of them, from the outermost, that count
   int viewpoint_ = 0, face_ = 0, told_ = 0;
   bool hasCubeMap_ = false, hasFace_[kSkyPaintFaces] = {};
@@ -156,6 +184,20 @@ class SkyPaint::XmlReader {
 
 SkyPaint::SkyPaint() = default;
 SkyPaint::~SkyPaint() = default;
+
+const trString& SkyPaint::TextOf(std::size_t viewpoint, std::size_t face) {
+  const trImage& image = store_.records[viewpoint].face[face];
+  EncodedFace& encoded = encoded_[viewpoint][face];
+  if (image.MemoryBytes() == 0) {
+    encoded = {};
+  } else if (const std::uint64_t hash = HashOf(image); encoded.text.empty() || encoded.hash != hash) {
+    if (!trXML::EncodeBlobForXML(static_cast<std::size_t>(image.MemoryBytes()), image.pixels, encoded.text,
+                                 9))
+      trError("SkyPaint: there is no memory to write the paint with");
+    encoded.hash = hash;
+  }
+  return encoded.text;
+}
 
 void SkyPaint::WriteXMLCustomData(trString indent, trString& out) {
   trString projections;
@@ -170,13 +212,8 @@ void SkyPaint::WriteXMLCustomData(trString indent, trString& out) {
     projections +=
         indent + "\t\t<cubemap" + Attribute("name", "cubemap_" + number) + Attribute("version", "1") + ">\n";
     for (int face = 0; face < kSkyPaintFaces; ++face) {
-      const trImage& image = record.face[face];
-      trString blob;
-      if (image.MemoryBytes() > 0 &&
-          !trXML::EncodeBlobForXML(static_cast<std::size_t>(image.MemoryBytes()), image.pixels, blob, 9))
-        trError("SkyPaint: there is no memory to write the paint with");
       projections += indent + "\t\t\t<vec4f_array" + Attribute("name", kSkyPaintFaceNames[face]) + ">" +
-                     blob + "</vec4f_array>\n";
+                     TextOf(k, static_cast<std::size_t>(face)) + "</vec4f_array>\n";
     }
     projections += indent + "\t\t</cubemap>\n" + indent + "\t</projection>\n";
   }
@@ -185,7 +222,7 @@ void SkyPaint::WriteXMLCustomData(trString indent, trString& out) {
          "</package_of_ovv_nodes>\n";
 }
 
-void SkyPaint::EnteredXMLCustomData() { reader_ = std::make_unique<XmlReader>(store_); }
+void SkyPaint::EnteredXMLCustomData() { reader_ = std::make_unique<XmlReader>(store_, encoded_); }
 
 void SkyPaint::HandleXMLCustomElement(const trString& name, const char** attributes) {
   const trScopedErrorsWarningsContext context(this);

@@ -200,6 +200,10 @@ TEST(SkyPaintXml, ProjectsComeBackToTheByte) {
   ASSERT_EQ(is.face[2].width, 3);
   EXPECT_EQ(std::memcmp(is.face[2].pixels, was.face[2].pixels, 9 * 16), 0);
   EXPECT_EQ(is.face[4].width, 0);
+  // What is painted after loading is what is saved.
+  Paint(*again->Child(0), 9, {}, {0, 0, 0.5f}, 1);
+  const auto third = Parsed(ovhost::ProjectToText(*again));
+  ExpectColour(ColourAt(static_cast<SkyPaintBase&>(*third->Child(0)), {1, 0, 0}, 9), {0, 0, 0.5f});
   EXPECT_TRUE(errors.list.empty());
 }
 
