@@ -3,6 +3,7 @@
 #include <numbers>
 
 #include "host/node/node_data.h"
+#include "host/project/project_file.h"
 #include "host/render/frame/render_job.h"
 #include "host/session/sky_paint_edit.h"
 
@@ -52,6 +53,7 @@ class PassingCamera {
 RenderOutcome RenderSky(juProject& project, const trVector& position, RenderJobSettings settings, int side,
                         RenderControl& control, SkyView& sky) {
   constexpr double kDegrees = 180 / std::numbers::pi;
+  RegisterHostClasses();
   PassingCamera camera(project);
   camera.Node().SetParam("position", position, trWhoSystem);
   camera.Node().SetParam("field_of_view", 2 * std::atan(0.5 / kSkyPaintHalfSide) * kDegrees, trWhoSystem);
