@@ -36,7 +36,7 @@ expect 0 "$OV" paint third.ovd --add 1 2 3 -o fourth.ovd
 cmp -s again.ovd fourth.ovd || fail "other bytes"
 
 # Paint that can't be read isn't written over.
-sed 's|\(<vec4f_array name = "face_w">.....\)[^<]*|\1|' again.ovd >damaged.ovd
+sed 's|\(<vec4f_array name = "face_w">[A-Za-z0-9]\{5\}\)[^<]*|\1|' again.ovd >damaged.ovd
 cp damaged.ovd before.ovd
 expect 1 "$OV" paint damaged.ovd --remove 3
 shows "can't be decoded"
