@@ -71,7 +71,7 @@ void CloudLayerV2::Couple(long index, trBase* who) {
   }
   CoupleQuality(index, who);
   const bool isMoved = CoupleAltitudes(index, who);
-  CoupleVoxels(index);
+  CoupleVoxels(index, who);
   MarkDirt(index);
   trSwitchFollowsLink(this, index, who, settings_.exportBounds, settings_.setExportBounds,
                       "set_export_bounds");
@@ -145,12 +145,13 @@ trVector CloudLayerV2::IdealVoxelResolution() const {
   return trVector(nx, ny, nz);
 }
 
-void CloudLayerV2::CoupleVoxels(long index) {
+void CloudLayerV2::CoupleVoxels(long index, trBase* who) {
   const trVector& resolution = settings_.voxelBufferResolution;
   if (IsParam(index, &resolution)) {
     const double cells = std::floor(resolution.x) * std::floor(resolution.y) * std::floor(resolution.z);
-    // A grid that is what the number asks for leaves the number as the user gave it.
-    if (resolution != IdealVoxelResolution()) SetParam("millions_of_voxels", cells / 1e6, this);
+    // A project has both as they were. A grid that is what the number asks for leaves it as the user gave it.
+    if (who != trWhoSystem && resolution != IdealVoxelResolution())
+      SetParam("millions_of_voxels", cells / 1e6, this);
   } else if (IsParam(index, &settings_.millionsOfVoxels) || IsParam(index, &settings_.localSphereRadius) ||
              IsParam(index, &settings_.localSphereCentre) || IsParam(index, &settings_.depth)) {
     const trVector ideal = IdealVoxelResolution();

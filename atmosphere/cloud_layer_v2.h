@@ -70,6 +70,10 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler {
   trVolumeMatter MatterAt(trRenderState& state, const trVector& point) override;
   float PhaseFunction(double cosAngle) const override;
 
+  /// Bakes the block of voxels that begins at a cell, 24 cells along each edge; false when it was stopped.
+  /// Thread-safe, after PrepareAtmosphere.
+  bool BakeBlock(trRenderState& state, int x, int y, int z);
+
   // The preview is in world space.
   trBoundingBox BoundingBoxL() override { return CloudBoundingBox(); }
   trVector HandlePositionL() override { return settings_.localSphereCentre; }
@@ -214,7 +218,6 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler {
   int LookupLevel(const trRenderState& state, const trVector& point, double scale) const;
   void LayLimbProjector();
   bool PrepareVoxelBuffer(bool isNamed);
-  bool BakeBlock(trRenderState& state, int x, int y, int z);
   void AddBakeTasks(trRenderingInterface& rendering);
   bool NeedsVoxels() const;
   void PrepareScatter(trRenderingInterface& rendering);
@@ -239,7 +242,7 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler {
   bool CoupleAltitudes(long index, trBase* who);
   void PlaceLocalSphere();
   trVector PlacedLocalSphereCentre() const;
-  void CoupleVoxels(long index);
+  void CoupleVoxels(long index, trBase* who);
   trVector IdealVoxelResolution() const;
   void MarkDirt(long index);
   void RefreshColourInfo();

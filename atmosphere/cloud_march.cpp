@@ -30,6 +30,15 @@ int Doubled(int skip, double limit) {
   return std::min(2 * skip, static_cast<int>(most));
 }
 
+/// What a stretch lets through. Most clouds are grey, and one exponential does.
+trFCol Transmission(const trFCol& extinction, double length) {
+  const auto through = [length](float a) {
+    return static_cast<float>(std::exp(-std::max(0.0, length * static_cast<double>(a))));
+  };
+  if (extinction.r == extinction.g && extinction.g == extinction.b) return trFCol(through(extinction.r));
+  return {through(extinction.r), through(extinction.g), through(extinction.b)};
+}
+
 }  // namespace
 
 bool CloudLayerV2::IsPassed(const trRenderState::Ray& ray, const CloudThread& thread) const {
@@ -268,9 +277,7 @@ trFCol CloudLayerV2::March(trRenderState& state, const Plan& plan, trAtomicInteg
       length *= plan.isEven ? 1.0 : 2.0 * u * skip;
     else if (skip > 1)
       length *= std::sqrt(static_cast<double>(skip));
-    trFCol through;
-    for (int c = 0; c < 3; ++c)
-      through[c] = static_cast<float>(std::exp(-std::max(0.0, length * static_cast<double>(a[c]))));
+    const trFCol through = Transmission(a, length);
     if (through == trFCol(1.0f)) continue;
     if (integrator) {
       CloudStep& step = data->steps[static_cast<size_t>(i)];
