@@ -9,6 +9,7 @@
 #include "atmosphere/cloud_scatter.h"
 #include "atmosphere/cloud_span.h"
 #include "atmosphere/cloud_voxels.h"
+#include "atmosphere/sky_paint_solve.h"
 #include "core/image.h"
 #include "core/preview.h"
 #include "core/voxel.h"
@@ -37,7 +38,7 @@ class ResetExportBoundsButton : public trGuiPushButton {
 
 /// `cloud_layer_v2`. OnCreate declares the parameters, through the Declare slots, so that subclasses have a
 /// say.
-class CloudLayerV2 : public trAtmosShader, public juPreviewHandler {
+class CloudLayerV2 : public trAtmosShader, public juPreviewHandler, public SkyPaintable {
  public:
   CloudLayerV2();
   ~CloudLayerV2() override;
@@ -73,6 +74,10 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler {
   /// Bakes the block of voxels that begins at a cell, 24 cells along each edge; false when it was stopped.
   /// Thread-safe, after PrepareAtmosphere.
   bool BakeBlock(trRenderState& state, int x, int y, int z);
+
+  trString PaintedName() const override { return Name(); }
+  float OpacityAtPaintValue(trRenderState& state, const trVector& eye, const trVector& direction,
+                            float paintValue) override;
 
   // The preview is in world space.
   trBoundingBox BoundingBoxL() override { return CloudBoundingBox(); }
@@ -229,6 +234,10 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler {
                  const trVector& spot, float extra) const;
   trFCol ProgressiveEnviro(trRenderState& state, trVoxelLightingSystem& lighting, const trVector& point);
 
+  // Paint (cloud_paint.cpp)
+  void FindLegacyPaint();
+  void PreparePaint(trRenderingInterface& rendering);
+
   // Shadow map (cloud_shadow_map.cpp)
   void PrepareShadowMap(trRenderState& state);
   void GenerateShadowMap(trRenderState& state);
@@ -262,7 +271,8 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler {
   std::unique_ptr<CloudVoxels> voxels_;
   std::unique_ptr<CloudMedium> medium_;
   std::unique_ptr<CloudLayerV2_VoxelServer> server_;
-  trShader* paintSolver_ = nullptr;
-  trString legacyPaint_;  ///< the paint of older projects, by name, until a render looks it up
+  trBase* ownPaintSolver_ = nullptr;
+  trShader* paintSolver_ = nullptr;  ///< ownPaintSolver_ where it is bound and calibrated
+  trString legacyPaint_;             ///< the paint of older projects, by name, until a render looks it up
   trCloudSteps cloudSteps_ = trCloudSteps::kTrueLengths;
 };
