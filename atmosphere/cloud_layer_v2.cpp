@@ -17,7 +17,7 @@ CloudLayerV2::CloudLayerV2(const CloudLayout& layout)
   DeclareTrue("has_voxel_server");
 }
 
-CloudLayerV2::~CloudLayerV2() { trDestroyObject(paintSolver_); }
+CloudLayerV2::~CloudLayerV2() { trDestroyObject(ownPaintSolver_); }
 
 long CloudLayerV2::OnCreate() {
   if (!trAtmosShader::OnCreate()) return 0;

@@ -234,16 +234,16 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler, public SkyPa
                  const trVector& spot, float extra) const;
   trFCol ProgressiveEnviro(trRenderState& state, trVoxelLightingSystem& lighting, const trVector& point);
 
+  // Paint (cloud_paint.cpp)
+  void FindLegacyPaint();
+  void PreparePaint(trRenderingInterface& rendering);
+
   // Shadow map (cloud_shadow_map.cpp)
   void PrepareShadowMap(trRenderState& state);
   void GenerateShadowMap(trRenderState& state);
   bool FillShadowMap(trRenderState& state, int width, int height);
   void BlurShadowMap(double radiusX, double radiusY);
   trFCol ShadowMapOpacity(const trVector& point) const;
-
-  // Paint (cloud_paint.cpp)
-  void LinkLegacyPaint();
-  void PreparePaint(trRenderingInterface& rendering);
 
   // Couplings (cloud_layer_couplings.cpp)
   void Couple(long index, trBase* who);
@@ -271,7 +271,8 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler, public SkyPa
   std::unique_ptr<CloudVoxels> voxels_;
   std::unique_ptr<CloudMedium> medium_;
   std::unique_ptr<CloudLayerV2_VoxelServer> server_;
-  SkyPaintSolve* paintSolver_ = nullptr;  ///< owned, made when paint is first enabled
-  trString legacyPaint_;  ///< the paint of older projects, by name, until a render looks it up
+  trBase* ownPaintSolver_ = nullptr;
+  trShader* paintSolver_ = nullptr;  ///< ownPaintSolver_ where it is bound and calibrated
+  trString legacyPaint_;             ///< the paint of older projects, by name, until a render looks it up
   trCloudSteps cloudSteps_ = trCloudSteps::kTrueLengths;
 };

@@ -119,7 +119,7 @@ bool CloudLayerV2::PlanMarch(const trRenderState::Ray& ray, const CloudThread& t
 
 void CloudLayerV2::PlanVoxels(const trRenderState::Ray& ray, const CloudThread& thread, Plan& plan) const {
   const trVoxelBuffer& cells = voxels_->density;
-  if (!settings_.useVoxelBuffer || cells.IsEmpty() || thread.voxelSolving) return;
+  if (!settings_.useVoxelBuffer || cells.IsEmpty() || thread.voxelSolving || thread.paintGiven) return;
   plan.skipsByVoxels = settings_.accelerateEmptySpace && !isProgressive_;
   const trVector edges = cells.EstimatedVoxelSize_WrongIfRotated(plan.span.entry);
   if (settings_.visualiseVoxels && !plan.isShadowRay)

@@ -83,7 +83,8 @@ float CloudProbe::Paint() {
   if (thread_.paintGiven) return thread_.paintValue;
   if (!paintSolver_) return 1.0f;
   SetUp();
-  return Luminance(ColourOf(*paintSolver_));
+  si_.P() = point_.position;  // paint lies in the sky, wherever textures go
+  return Tamed(paintSolver_->FloatValueTS(si_));
 }
 
 trFCol CloudProbe::Coverage(float localEnvelope, float paint) {

@@ -209,6 +209,7 @@ bool CloudLayerV2::NeedsVoxels() const {
 void CloudLayerV2::PrepareCloudForRender(trRenderingInterface& rendering) {
   lightingDirty_ = true;
   isProgressive_ = rendering.RenderContext() == trRenderContext::kProgressive;
+  PreparePaint(rendering);
   // A progressive render keeps what no change made out of date.
   if (!isProgressive_ || voxelsDirty_) {
     voxels_->density.Cleanup();

@@ -92,6 +92,35 @@ TEST_F(CloudVoxelWaves, ExportedGridsHoldTheDensity) {
   EXPECT_EQ(cloud_.RequestMember("no such member"), nullptr);
 }
 
+/// Paint of one colour all over the sky of one viewpoint.
+struct PlainPaint final : SkyPaintBase {
+  void Sample(trFCol& result, const trShadingInterface&, long) const override { result = colour; }
+  std::vector<trSkyPaintViewpoint> Viewpoints() override { return {{true, {0, 100, 0}}}; }
+  trFCol colour;
+};
+
+TEST_F(CloudVoxelWaves, PaintTakesCloudAwayAndAddsSome) {
+  Set("use_voxel_buffer", 0);
+  Set("local_sphere_value_at_radius", -0.1);
+  Set("number_of_samples", 12);
+  PlainPaint& paint = graph_.Add<PlainPaint>("Paint");
+  const auto left = [&](const trFCol& colour) {
+    paint.colour = colour;
+    Set("cloud_colour", trManRgb(0.25f, 0.25f, 0.25f));  // any change, so that paint is measured anew
+    Prepare();
+    float sum = 0;
+    for (int i = -6; i < 6; ++i) sum += Upwards({i * 100.0 + 30, 0, 50}).g / 12;
+    return sum;
+  };
+  const float plain = left({});
+  EXPECT_LT(plain, 0.95f);
+  Set("paint", "Paint", trWhoUser);
+  EXPECT_EQ(Number("enable_paint"), 1);
+  EXPECT_NEAR(left({}), plain, 1e-3);
+  EXPECT_NEAR(left({1, 0, 0}), 1.0f, 1e-5);
+  EXPECT_LT(left({0, 1, 0}), plain - 0.1f);
+}
+
 struct BoxNode : trSurfaceShader {
   BoxNode() {
     DeclareTrue("is_object");
