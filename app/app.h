@@ -64,6 +64,7 @@ void AddDescribe(Program& program);
 void AddEval(Program& program);
 void AddPress(Program& program);
 void AddHeightfield(Program& program);
+void AddExport(Program& program);
 void AddInfo(Program& program);
 void AddVersion(Program& program);
 void AddTest(Program& program);

@@ -139,6 +139,7 @@ int main(int argc, char** argv) {
   AddEval(program);
   AddPress(program);
   AddHeightfield(program);
+  AddExport(program);
   AddInfo(program);
   AddVersion(program);
   AddTest(program);
