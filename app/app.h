@@ -65,6 +65,7 @@ void AddEval(Program& program);
 void AddPress(Program& program);
 void AddHeightfield(Program& program);
 void AddPaint(Program& program);
+void AddExport(Program& program);
 void AddInfo(Program& program);
 void AddVersion(Program& program);
 void AddTest(Program& program);

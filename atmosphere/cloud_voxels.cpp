@@ -213,7 +213,6 @@ void CloudLayerV2::PrepareCloudForRender(trRenderingInterface& rendering) {
   // A progressive render keeps what no change made out of date.
   if (!isProgressive_ || voxelsDirty_) {
     voxels_->density.Cleanup();
-    PreparePaint(rendering);  // which asks for densities that don't come from voxels
     if (NeedsVoxels()) PrepareVoxelBuffer(true);
     voxelsDirty_ = false;
   }

@@ -71,6 +71,108 @@ TEST(VoxelBuffer, IdealSizeKeepsProportions) {
   for (int size : n) EXPECT_EQ(size, 1);
 }
 
+/// World points of a limb grid: exactly reversible in whatever direction from the planet's centre it lies,
+/// heights and compass directions as told, and wide enough for the ball about its middle.
+TEST(VoxelProjector, BentGridsAreReversibleEverywhere) {
+  constexpr double kRadius = 6.4e6, kAltitude = 2000;
+  const trVector centre(7e5, -kRadius, 3e5);
+  for (const trVector& towards :
+       {trVector(0, 1, 0), trVector(1, 0, 0), trVector(0, -1, 0), trVector(-0.3, 0.2, -0.9),
+        trVector(0.5, -0.8, 0.3), trVector(1e-9, -1, 1e-9)}) {
+    const trVector up = Normalised(towards), local = centre + up * (kRadius + kAltitude);
+    for (const double width : {1e3, 5e4, 3e6}) {
+      trVoxelPlanetLimbProjector projector;
+      projector.Init({local - trVector(width, 250, width), local + trVector(width, 250, width)}, local,
+                     centre, kRadius, kRadius + kAltitude - 250);
+      double worst = 0;
+      for (int i = 0; i < 200; ++i) {
+        const trVector cell(std::fmod(0.618 * i, 1.0), std::fmod(0.755 * i, 1.0), std::fmod(0.57 * i, 1.0));
+        trVector world, back, again;
+        projector.MapLocalToWorld(cell, world);
+        EXPECT_NEAR((world - centre).Length(), kRadius + kAltitude + 500 * (cell.y - 0.5), 1e-5);
+        projector.MapWorldToLocal(world, back);
+        projector.MapLocalToWorld(back, again);
+        worst = std::max(worst, (world - again).Length());
+        EXPECT_NEAR((back - cell).Length(), 0, 1e-9);
+        // A chord's length is kept: the ball about the middle lies inside.
+        if (cell.y == 0.5) continue;
+        const trVector flat((cell.x - 0.5) * 2 * width, 0, (cell.z - 0.5) * 2 * width);
+        const trVector onSphere = centre + Normalised(world - centre) * (kRadius + kAltitude);
+        EXPECT_NEAR((onSphere - local).Length(), flat.Length(), 1e-6 * width);
+      }
+      EXPECT_LT(worst, 1e-6) << "metres";
+      trVector middle;
+      projector.MapLocalToWorld({0.5, 0.5, 0.5}, middle);
+      EXPECT_NEAR((projector.GetTransformLocalToWorld().Point({0.5, 0.5, 0.5}) - middle).Length(), 0, 1e-6);
+      const trVector along = projector.GetTransformLocalToWorld().Direction({0, 1, 0});
+      EXPECT_NEAR(Dot(along, up), 500, 1e-6);
+    }
+  }
+}
+
+TEST(VoxelProjector, TurnedBoxes) {
+  const trTransform<double> turn = trTranslate({5, 6, 7}) * trRotateY(0.7) * trScale(2, 3, 4);
+  const trVoxelProjector_TransformedBox projector({{-1, -1, -1}, {1, 1, 1}}, turn.forward, turn.inverse);
+  trVector world, local;
+  projector.MapLocalToWorld({1, 0.5, 0.5}, world);
+  EXPECT_NEAR((world - turn.Point({1, 0, 0})).Length(), 0, 1e-12);
+  projector.MapWorldToLocal(world, local);
+  EXPECT_NEAR((local - trVector(1, 0.5, 0.5)).Length(), 0, 1e-12);
+  EXPECT_NEAR((projector.ScalingIfAffine() - trVector(4, 6, 8)).Length(), 0, 1e-12);
+}
+
+bool FillBall(void*, trRenderState&, const trVoxelBuffer& buffer, const trVector& world, unsigned seed,
+              trF4Col& value) {
+  trVector voxel;
+  buffer.MapWorldToVoxel(world, voxel);
+  const double distance = (voxel - trVector(10, 10, 10)).Length();
+  const float density = distance < 6 ? 0.3f + static_cast<float>(seed % 97) : 0.0f;
+  value = {density, density * 0.5f, density * 0.25f, density > 0 ? 1.0f : 0.0f};
+  return true;
+}
+
+bool FarFromBall(void* owner, trRenderState&, const trVoxelBuffer&, const int first[3], const int[3]) {
+  ++static_cast<Counted*>(owner)->fills;
+  return first[0] >= 16 || first[1] >= 16 || first[2] >= 16;
+}
+
+TEST(VoxelBricks, BlocksHoldWhatLookupsFindAndEmptySpaceCostsNothing) {
+  trVoxelBoxProjector projector;
+  projector.Init({{0, 0, 0}, {100, 100, 100}});
+  FakeRender render;
+  Counted asked;
+  trVoxelCache<trF4Col> baked, lazy;
+  for (auto* cache : {&baked, &lazy})
+    ASSERT_TRUE(cache->InitVoxelBuffer(&projector, 100, 100, 100, 1, "density"));
+  const std::uint64_t table = baked.MemoryInUse();
+  // Blocks that don't end at bricks, the whole in two orders.
+  for (int start : {24, 0, 48, 72, 96})
+    for (int y = 0; y < 100; y += 20)
+      ASSERT_TRUE(
+          baked.FillBlock(start, y, 0, start + 24, y + 20, 100, FillBall, &asked, render.state, FarFromBall));
+  for (int i = 0; i < 3000; ++i) {
+    const trVector voxel(std::fmod(0.618 * i * 20, 20.0), std::fmod(0.755 * i * 20, 20.0),
+                         std::fmod(0.57 * i * 20, 20.0));
+    trF4Col a, b;
+    ASSERT_TRUE(baked.CanUseFinalLookupLinear(voxel, a, 1));
+    ASSERT_TRUE(lazy.LookupLinear(b, voxel, 1, FillBall, &asked, render.state));
+    EXPECT_EQ(a.r, b.r);
+    EXPECT_EQ(a.a, b.a);
+    trVector world;
+    baked.MapVoxelToWorld({std::floor(voxel.x) + 0.5, std::floor(voxel.y) + 0.5, std::floor(voxel.z) + 0.5},
+                          world);
+    const unsigned number = static_cast<unsigned>((int(voxel.z) * 100 + int(voxel.y)) * 100 + int(voxel.x));
+    trF4Col direct, kept;
+    FillBall(nullptr, render.state, baked, world, number, direct);
+    ASSERT_TRUE(baked.CellValue(int(voxel.x), int(voxel.y), int(voxel.z), kept));
+    EXPECT_NEAR(kept.r, direct.r, direct.r / 2048);
+    EXPECT_EQ(kept.a, direct.a);
+  }
+  // Eight bricks have cloud in them, of 13 by 13 by 13.
+  EXPECT_LT(baked.MemoryInUse() - table, 8u * 512 * 9 + 2200u * 100);
+  EXPECT_GT(asked.fills, 0);
+}
+
 class VoxelCache : public testing::Test {
  protected:
   VoxelCache() {

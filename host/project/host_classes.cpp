@@ -10,6 +10,7 @@
 #include "host/project/render_node.h"
 #include "host/project/sunlight.h"
 #include "host/raster/heightfield_load.h"
+#include "host/voxel/vdb_density.h"
 
 namespace ovhost {
 namespace {
@@ -40,6 +41,7 @@ void RegisterHostClasses() {
       {"function/get", "get_slope", trCreateNode<GetSlope>},
       {"function/get", "get_normal", trCreateNode<GetNormal>},
       {"function/get", "get_camera_distance", trCreateNode<GetCameraDistance>},
+      {"function/get", "vdb_density", trCreateNode<trVdbDensity>},
       {"function/math", "add", trCreateNode<AddFunction>},
       {"function/math", "multiply", trCreateNode<MultiplyFunction>},
       {"function/math", "mix", trCreateNode<MixFunction>},

@@ -43,10 +43,15 @@ inline std::uint16_t ToHalf(float value) {
   return static_cast<std::uint16_t>(sign | (bits + 0xfffu + (bits >> 13 & 1u)) >> 13);
 }
 
-inline float FromHalf(std::uint32_t half) {
-  const std::uint32_t bits = (half & 0x7fffu) << 13;
-  const float magnitude = std::bit_cast<float>(bits + (112u << 23)) * (1.0f / kHalfScale);
-  return bits == 0 ? 0.0f : half & 0x8000u ? -magnitude : magnitude;
+/// Four at a time: shifting puts a half's exponent and fraction into a float's, 112 too low.
+using FourFloats = float __attribute__((vector_size(16)));
+using FourWords = std::uint32_t __attribute__((vector_size(16)));
+inline FourFloats FromHalves(std::uint64_t word) {
+  const FourWords half = {
+      static_cast<std::uint32_t>(word) & 0xffffu, static_cast<std::uint32_t>(word >> 16) & 0xffffu,
+      static_cast<std::uint32_t>(word >> 32) & 0xffffu, static_cast<std::uint32_t>(word >> 48)};
+  const FourWords bits = (half & 0x7fffu) << 13 | (half & 0x8000u) << 16;
+  return std::bit_cast<FourFloats>(bits) * (0x1p112f / kHalfScale);
 }
 
 /// How a brick of one sample a cell keeps its values: four channels as half floats in a word, others as
@@ -73,9 +78,8 @@ struct PackedValues<4> {
     value[cell].store(word, std::memory_order_relaxed);
   }
   void Add(int cell, float weight, float* sum) const {
-    const std::uint64_t word = value[cell].load(std::memory_order_relaxed);
-    for (int c = 0; c < 4; ++c)
-      sum[c] += weight * FromHalf(static_cast<std::uint32_t>(word >> 16 * c) & 0xffffu);
+    const FourFloats values = FromHalves(value[cell].load(std::memory_order_relaxed)) * weight;
+    for (int c = 0; c < 4; ++c) sum[c] += values[c];
   }
 };
 
@@ -201,8 +205,18 @@ bool trVoxelCache<T>::LinearTaps(const trVector& voxel, int level, Taps& taps) c
   const int size[3] = {SizeX(), SizeY(), SizeZ()};
   taps.count = 2;
   for (int axis = 0; axis < 3; ++axis) {
+    if (stride == 1) {
+      // Beyond the grid both are the cell at its end.
+      const double c = std::clamp(voxel[axis] - 0.5, -1.0, double(size[axis]));
+      const int low = static_cast<int>(c + 1.0) - 1;
+      taps.weight[axis][1] = c - low;
+      taps.weight[axis][0] = 1.0 - taps.weight[axis][1];
+      taps.cell[axis][0] = std::clamp(low, 0, size[axis] - 1);
+      taps.cell[axis][1] = std::min(low + 1, size[axis] - 1);
+      continue;
+    }
     // A coarse cell is stood for by the fine one at its middle.
-    const double c = (stride == 1 ? voxel[axis] : voxel[axis] / stride) - 0.5, low = std::floor(c);
+    const double c = voxel[axis] / stride - 0.5, low = std::floor(c);
     taps.weight[axis][1] = c - low;
     taps.weight[axis][0] = 1.0 - taps.weight[axis][1];
     for (int i = 0; i < 2; ++i) taps.cell[axis][i] = Clamped((low + i) * stride + stride / 2, size[axis]);
@@ -232,16 +246,20 @@ bool trVoxelCache<T>::Gather(const Taps& taps, T& out, int samples) const {
   float sum[kChannels] = {};
   std::int64_t at = -1;
   const Brick* brick = nullptr;
+  const typename Brick::Values* values = nullptr;
   for (int z = 0; z < taps.count; ++z)
-    for (int y = 0; y < taps.count; ++y)
+    for (int y = 0; y < taps.count; ++y) {
+      const int row = taps.cell[2][z] >> kBrickBits, column = taps.cell[1][y] >> kBrickBits;
+      const std::int64_t first = (std::int64_t(row) * numBricks_[1] + column) * numBricks_[0];
+      const int inRow = CellInBrick(0, taps.cell[1][y], taps.cell[2][z]);
       for (int x = 0; x < taps.count; ++x) {
-        const int index[3] = {taps.cell[0][x], taps.cell[1][y], taps.cell[2][z]};
-        if (const std::int64_t wanted = BrickOf(index); wanted != at) {
+        const std::int64_t wanted = first + (taps.cell[0][x] >> kBrickBits);
+        if (wanted != at) {
           at = wanted;
           brick = bricks_[wanted].load(std::memory_order_acquire);
           if (!brick) return false;
         }
-        const int inBrick = CellInBrick(index[0], index[1], index[2]);
+        const int inBrick = inRow | (taps.cell[0][x] & (kBrickEdge - 1));
         const float weight = static_cast<float>(taps.weight[0][x] * taps.weight[1][y] * taps.weight[2][z]);
         if (brick->cells) {
           const Cell& cell = brick->cells[inBrick];
@@ -250,9 +268,10 @@ bool trVoxelCache<T>::Gather(const Taps& taps, T& out, int samples) const {
           continue;
         }
         if (!brick->IsFilled(inBrick)) return false;
-        if (const auto* values = brick->values.load(std::memory_order_acquire))
-          values->Add(inBrick, weight, sum);
+        values = brick->values.load(std::memory_order_acquire);
+        if (values) values->Add(inBrick, weight, sum);
       }
+    }
   std::copy(sum, sum + kChannels, reinterpret_cast<float*>(&out));
   return true;
 }

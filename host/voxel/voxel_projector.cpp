@@ -39,13 +39,11 @@ void trVoxelPlanetLimbProjector::Init(const trBoundingBox& box, const trVector& 
     radius_ = std::isfinite(altitude) && altitude > 1e-6 ? altitude : std::max(radius, 1e-6);
   // The shortest rotation from +y to up_; opposite to it any will do.
   const double turn = 1.0 + up_.y;
-  if (turn > 1e-9) {
-    right_ = Normalised({1.0 - up_.x * up_.x / turn, -up_.x, -up_.x * up_.z / turn});
-    forward_ = Cross(right_, up_);
-  } else {
-    right_ = {1, 0, 0};
-    forward_ = {0, 0, -1};
-  }
+  right_ = {1, 0, 0};
+  if (turn > 1e-6) right_ = {1.0 - up_.x * up_.x / turn, -up_.x, -up_.x * up_.z / turn};
+  // A planet's radius shows the least slant.
+  for (int i = 0; i < 2; ++i) right_ = Normalised(right_ - up_ * Dot(right_, up_));
+  forward_ = Cross(right_, up_);
 }
 
 void trVoxelPlanetLimbProjector::MapWorldToLocal(const trVector& world, trVector& local) const {
