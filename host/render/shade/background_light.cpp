@@ -96,8 +96,7 @@ trFCol BackgroundLight::OfSurface(trRenderState& state, const SurfaceHit& hit, c
         scene_.Rays().Occluded(above, sun->Dir(), surface.rayOffset, scene_.FarDistance()))
       continue;
     // Volumes that hide themselves from who asks here cast their shadows all the same.
-    light +=
-        sun->Radiance() * static_cast<float>(cosine) * sun->ThroughVolumes(shading.state, surface.world);
+    light += sun->Radiance() * static_cast<float>(cosine) * sun->ThroughVolumes(shading.state, surface.world);
   }
   light += scene_.IndirectDiffuse(state, surface.world, surface.normal);
   return emission + diffuse * light;
