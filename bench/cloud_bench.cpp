@@ -29,7 +29,7 @@ namespace {
 constexpr double kPi = 3.14159265358979;
 constexpr double kElevations[] = {5, 30, 90}, kDepths[] = {1, 3, 10, 30, 100};
 /// Rays at a time, at most, and the standard error that is good enough, as a share of the mean.
-constexpr int kBatch = 2048, kMostRays = 16 * kBatch;
+constexpr int kBatch = 2048, kMostRays = 16 * kBatch, kMostOwnRays = 2 * kBatch;
 constexpr double kGoodError = 0.01;
 
 double Seconds() {
@@ -68,7 +68,8 @@ class TruthScene {
     Set("density_shader", "");
     Set("taper_top_and_base", 0);
     Set("local_sphere_falloff", 0.0);
-    Set("local_sphere_radius", 12000.0);
+    Set("local_sphere_radius", 5000.0);
+    Set("millions_of_voxels", 0.5);
     Set("cloud_depth", 500.0);
     Set("cloud_altitude", 2000.0);
     Attach(planet);
@@ -191,16 +192,16 @@ Compared Compare(ovhost::World& world, const Look& look) {
     if (!matter.Collide(state, origin, direction, 1e6, throughput, collision)) return trFCol();
     return matter.Light(state, collision, direction, throughput);
   };
-  const auto run = [&](const auto& radiance, Mean& mean) {
+  const auto run = [&](const auto& radiance, int mostRays, Mean& mean) {
     const double start = Seconds();
-    for (int first = 0; first < kMostRays; first += kBatch) {
+    for (int first = 0; first < mostRays; first += kBatch) {
       AddBatch(world, first, radiance, mean);
       if (mean.Value() > 0 && mean.Error() < kGoodError * mean.Value()) break;
     }
     return Seconds() - start;
   };
-  result.ownSeconds = run(own, result.own);
-  result.pathSeconds = run(paths, result.paths);
+  result.ownSeconds = run(own, kMostOwnRays, result.own);
+  result.pathSeconds = run(paths, kMostRays, result.paths);
   return result;
 }
 
