@@ -131,6 +131,8 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler, public SkyPa
     return {settings_, derived_, hooks_, paintSolver_, ThreadOfRay(state), state};
   }
   CloudVoxels& Voxels() const { return *voxels_; }
+  /// What the voxels' scattered light is found for; null without.
+  const CloudMedium* Medium() const { return medium_.get(); }
   /// What the layer's functions make of light at a point.
   struct Modulators {
     trFCol shadow{1.0f}, direct{1.0f}, enviro{1.0f}, ambient{1.0f};

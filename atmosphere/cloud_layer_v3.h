@@ -23,7 +23,9 @@ class CloudLayerV3 : public CloudLayerV2 {
  private:
   trFCol LightOf(trRenderState& state, CloudThread& thread, const CloudLight& light,
                  const trAtmosSample& sample, const CloudStep& step) const;
-  void AddScattered(trRenderState& state, const trAtmosSample& sample, const CloudStep& step, float fade,
+  /// Light that lights' softened share brings in excess of what their straight light would.
+  trFCol LightOfSoftening(trRenderState& state, const CloudState& data, const trVector& point) const;
+  void AddScattered(trRenderState& state, const trAtmosSample& sample, const CloudState& data, float fade,
                     const Modulators& modulators, trFCol& direct, trFCol& enviro);
 
   trHeading lowScatterHeading_, highScatterHeading_, enviroHeading_;

@@ -21,6 +21,11 @@ class CloudMedium final : public trVoxelScatterMedium {
   bool BackgroundOutside(trRenderState& state, const trVector& point, const trVector& direction,
                          trFCol& radiance) override;
 
+  /// The light whose paths the model follows; null for none.
+  const trLightState* MainLight(const trRenderState& state) const {
+    return mainLight_ >= 0 && mainLight_ < state.NumLights() ? state.Light(mainLight_) : nullptr;
+  }
+
  private:
   trFCol LightAt(trRenderState& state, const trLightState& light, const trVector& point,
                  float densityScale) const;

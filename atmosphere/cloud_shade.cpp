@@ -8,6 +8,8 @@
 namespace {
 
 constexpr float kLeastTint = 1e-6f;
+/// Of clouds that take no light: evenly scattered, a quarter of it comes back from each direction.
+constexpr float kWhite = 0.25f;
 
 /// How far light from around goes on its way before it is asked for again, in steps, and in steps of
 /// progressive renders.
@@ -33,7 +35,10 @@ long CloudLayerV2::EvaluateRaySample(trRenderState& state, trAtmosSample& sample
   const CloudThread& thread = ThreadOfRay(state);
   trRenderState::Ray& ray = state.CurrentRay();
   if (!ray.wantsColour || thread.voxelSolving) return 1;
-  const trFCol tint = thread.usesScatterColour ? derived_.scatterColour : derived_.cloudColour;
+  trFCol tint = thread.usesScatterColour ? derived_.scatterColour : derived_.cloudColour;
+  // Where all scatterings are counted, more than all of the light can't be sent on.
+  if (layout_.usesVoxelScatter)
+    for (int c = 0; c < 3; ++c) tint[c] = std::min(tint[c], kWhite);
   if (!(LargestMagnitude(tint) > kLeastTint)) return 1;
 
   const trRayGuard guard(state);

@@ -5,6 +5,7 @@
 
 #include "atmosphere/cloud_bake.h"
 #include "atmosphere/cloud_layer_v3.h"
+#include "atmosphere/cloud_scatter.h"
 
 namespace {
 
@@ -61,13 +62,27 @@ void CloudLayerV3::ShadeStep(trRenderState& state, const trAtmosSample& sample, 
     }
   }
   direct *= modulators.direct * fade;
-  if (hasScatter && !isGathering) AddScattered(state, sample, step, fade, modulators, direct, enviro);
+  if (hasScatter && !isGathering) AddScattered(state, sample, data, fade, modulators, direct, enviro);
   if (!layout_.usesVoxelScatter) AddEnviro(state, sample, data, DepthsOf(step), modulators.enviro, enviro);
   enviro += settings_.ambient.ToRender() * modulators.ambient;
 }
 
-void CloudLayerV3::AddScattered(trRenderState& state, const trAtmosSample& sample, const CloudStep& step,
+trFCol CloudLayerV3::LightOfSoftening(trRenderState& state, const CloudState& data,
+                                      const trVector& point) const {
+  trFCol taken;
+  trFCol light, left;
+  const trLightState* const main = Medium()->MainLight(state);
+  for (const CloudLight& seen : data.lights) {
+    if (seen.light != main || !Voxels().scatter.MainLight(state, point, light, left)) continue;
+    const float soft = SoftShare(seen.phase), thinned = std::sqrt(derived_.propagationDecay);
+    for (int c = 0; c < 3; ++c) taken[c] = soft * light[c] * (std::pow(left[c], thinned) - left[c]);
+  }
+  return taken;
+}
+
+void CloudLayerV3::AddScattered(trRenderState& state, const trAtmosSample& sample, const CloudState& data,
                                 float fade, const Modulators& modulators, trFCol& direct, trFCol& enviro) {
+  const CloudStep& step = data.steps[static_cast<size_t>(sample.index)];
   const trRenderState::Ray& ray = state.CurrentRay();
   const auto weight = static_cast<float>(ray.quality) * fade * kScatterPrecision;
   trFCol precision;
@@ -81,9 +96,12 @@ void CloudLayerV3::AddScattered(trRenderState& state, const trAtmosSample& sampl
   thread.inVoxelLighting = true;
   trFCol ofLights, ofBackground;
   const bool isFound = Voxels().scatter.Lookup(state, sample.position, precision, ofLights, ofBackground);
+  // What the softened glow lets through thinned clouds was scattered on its way: it is counted here.
+  const trFCol counted = isFound ? LightOfSoftening(state, data, sample.position) : trFCol();
   thread.inVoxelLighting = saved;
   if (!isFound) return;
   // Mean radiance, in the units of a light that is scattered evenly.
-  direct += ofLights * modulators.direct * (4.0f * fade);
+  for (int c = 0; c < 3; ++c) ofLights[c] = std::max(0.0f, 4.0f * ofLights[c] - counted[c]);
+  direct += ofLights * modulators.direct * fade;
   enviro += ofBackground * derived_.enviro * modulators.enviro * (4.0f * fade);
 }

@@ -303,6 +303,9 @@ class OV_API trVoxelScatterModelC : public trVoxelScatterModel {
             trVoxelCache<trFCol>& lighting, trAnisoVoxelCache<trFCol>& aniso);
   bool Lookup(trRenderState& state, const trVector& point, const trFCol& precision, trFCol& direct,
               trFCol& enviro) override;
+  /// The main light as it is outside of the medium, and what the medium lets through of it on its way to
+  /// `point`. False where a fill stopped. Thread-safe.
+  bool MainLight(trRenderState& state, const trVector& point, trFCol& light, trFCol& transmittance);
 
  private:
   struct Impl;

@@ -20,6 +20,8 @@ namespace {
 constexpr int kPathsPerNode = 32;
 /// Scatterings that a path follows.
 constexpr int kScatterings = 4;
+/// Quality below which a secondary ray is blurred.
+constexpr double kBlurred = 0.01;
 constexpr double kDeepest = 14;  ///< optical depth past which a light counts for nothing
 constexpr double kPi = 3.14159265358979323846;
 
@@ -124,6 +126,7 @@ struct trVoxelScatterModelC::Impl {
   trFCol MeanBackground(trRenderState& state, const trVector& point);
   trFCol SideAt(trRenderState& state, const trVector& point, int side);
   bool SolveDeep(trRenderState& state);
+  bool FromField(trRenderState& state, const trVector& point, trFCol& direct, trFCol& enviro);
   void AddBeam(const trVector& world, Light& light, float sign) const;
   trFCol TowardsEye(const Light& light, const trVector& view) const;
   trFCol Sunlight(trRenderState& state, const trVector& point, bool isEven, trFCol* transmittance = nullptr);
@@ -405,11 +408,39 @@ bool trVoxelScatterModelC::Lookup(trRenderState& state, const trVector& point, c
   trVector voxel;
   if (!impl.nodes.MapWorldToVoxel(point, voxel)) return true;
   impl.Ask(state, point);
+  // What a blurred ray sees of it, the coarse field knows well enough.
+  const trRenderState::Ray& ray = state.CurrentRay();
+  if (ray.depth >= 2 && ray.quality < kBlurred) return impl.FromField(state, point, direct, enviro);
   NodeLight light;
   if (!impl.nodes.LookupLinear(light, voxel, 1, Impl::FillNode, &impl, state)) return false;
   impl.AddBeam(point, light.direct, -1);
-  const trRenderState::Ray& ray = state.CurrentRay();
   direct = impl.TowardsEye(light.direct, ray.end - ray.origin);
   enviro = impl.TowardsEye(light.enviro, ray.end - ray.origin);
+  return true;
+}
+
+bool trVoxelScatterModelC::Impl::FromField(trRenderState& state, const trVector& point, trFCol& direct,
+                                           trFCol& enviro) {
+  if (!SolveDeep(state)) return false;
+  trVector local;
+  projector.Inner().MapWorldToLocal(point, local);
+  const DiffuseField::Beam beam = deep.BeamAt(local);
+  const float scale = (evenScale.r + evenScale.g + evenScale.b) / 3;
+  const float even = std::exp(-beam.depth), straight = std::exp(-beam.depth / std::max(scale, 0.01f));
+  deep.Lookup(local, trFCol(even), direct, enviro);
+  // The medium that scatters evenly takes what is scattered forwards for unscattered.
+  direct += beam.light * (even - straight);
+  for (int c = 0; c < 3; ++c) direct[c] = std::max(direct[c], 0.0f);
+  return true;
+}
+
+bool trVoxelScatterModelC::MainLight(trRenderState& state, const trVector& point, trFCol& light,
+                                     trFCol& transmittance) {
+  light = transmittance = trFCol();
+  if (!impl_ || impl_->nodes.IsEmpty()) return false;
+  impl_->Ask(state, point);
+  if (!impl_->tellsLight) return false;
+  light = impl_->LightAt(state, point);
+  if (!light.IsBlack()) impl_->Sunlight(state, point, false, &transmittance);
   return true;
 }
