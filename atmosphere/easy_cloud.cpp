@@ -24,7 +24,7 @@ constexpr double Between(double low, double high, double share) { return low + (
 
 const Kind& KindOf(long type) {
   static const Kind kKinds[] = {
-      {-0.55, 0.75, 0.6, 1.4, 0.9, 2.2, 8.0, 0.35, 2.5, 1.0, {1, 1, 1}},      // cumulus
+      {-0.35, 0.95, 0.6, 1.4, 0.9, 2.2, 8.0, 0.35, 2.5, 1.0, {1, 1, 1}},      // cumulus
       {-0.45, 0.55, 0.3, 1.0, 0.8, 2.0, 5.0, 0.45, 2.2, 0.9, {1, 0.8, 1}},    // altocumulus castellanus
       {-0.35, 0.85, 0.2, 0.8, 0.7, 1.8, 6.0, 0.40, 2.0, 0.95, {1.4, 0.7, 1}}  // stratocumulus
   };

@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-#include "host/raster/ovh.h"
+#include "host/raster/ovh_reader.h"
 
 class MemorySource : public ovhost::ByteSource {
  public:

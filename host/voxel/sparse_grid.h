@@ -37,7 +37,7 @@ class SparseGrid {
 };
 
 /// A grid at its place in the world, with coarser ones for wider footprints.
-struct PlacedGrid {
+struct OV_API PlacedGrid {
   std::vector<SparseGrid> levels;
   trTransform<double> toWorld;  ///< from coordinates of voxels, metres
   double edge = 1;              ///< of a voxel, metres

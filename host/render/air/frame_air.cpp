@@ -8,6 +8,8 @@ namespace {
 
 /// Past everything, metres.
 constexpr double kFar = 1e9;
+/// What a diffuse bounce stands for of the sky, radians: glows of volumes round a sun aren't sharper.
+constexpr double kBounceAngle = 0.3;
 /// Air that reaches further isn't tabulated, metres.
 constexpr double kFarthest = 1e12;
 
