@@ -10,11 +10,10 @@ namespace {
 
 constexpr double kDegree = 0.017453292519943295;
 
-/// The fractals of a kind of cloud: what of them isn't the cloud fractal's own. Coverage and variation of 0
-/// and of 1 give the ends of the ranges.
+/// The fractals of a kind of cloud: what of them isn't the cloud fractal's own. Variations of 0 and of 1 give
+/// the ends of the range.
 struct Kind {
-  double least, most;  ///< coverage_adjust of the depth
-  double calm, wild;   ///< noise_variation of the depth
+  double calm, wild;  ///< noise_variation of the wisps
   double microContrast, microRoughness, microScale;
   double wispsContrast, wispsRoughness, wispsMean;
   trVector stretch;  ///< of wisps
@@ -24,11 +23,21 @@ constexpr double Between(double low, double high, double share) { return low + (
 
 const Kind& KindOf(long type) {
   static const Kind kKinds[] = {
-      {-0.35, 0.95, 0.6, 1.4, 0.9, 2.2, 8.0, 0.35, 2.5, 1.0, {1, 1, 1}},      // cumulus
-      {-0.45, 0.55, 0.3, 1.0, 0.8, 2.0, 5.0, 0.45, 2.2, 0.9, {1, 0.8, 1}},    // altocumulus castellanus
-      {-0.35, 0.85, 0.2, 0.8, 0.7, 1.8, 6.0, 0.40, 2.0, 0.95, {1.4, 0.7, 1}}  // stratocumulus
+      {0.6, 1.4, 0.9, 2.2, 8.0, 0.35, 2.5, 0.7, {1, 1, 1}},      // cumulus
+      {0.3, 1.0, 0.8, 2.0, 5.0, 0.45, 2.2, 0.6, {1, 0.8, 1}},    // altocumulus castellanus
+      {0.2, 0.8, 0.7, 1.8, 6.0, 0.40, 2.0, 0.65, {1.4, 0.7, 1}}  // stratocumulus
   };
   return kKinds[std::clamp(type, long{kCumulus}, long{kStratocumulus}) - 1];
+}
+
+/// The depth fractal's coverage_adjust at which about that share of the sky has cloud: where its height is
+/// above kStands. The fractal's values, without the offset, are spread like exp(0.66 z) - 0.5 for a normal z,
+/// or by the feedback method like 0.29 + 0.42 z; z is taken from the logistic curve that comes nearest to it.
+double AdjustFor(double coverage, bool isFeedback) {
+  constexpr double kStands = 0.35;
+  const double share = std::clamp(coverage, 0.005, 0.995), odds = (1 - share) / share;
+  const double z = std::log(odds) / 1.702;
+  return kStands - (isFeedback ? 0.29 + 0.42 * z : std::exp(0.66 * z) - 0.5);
 }
 
 }  // namespace
@@ -162,13 +171,12 @@ void CloudShader::ApplyModel() {
 }
 
 void CloudShader::SetUpDepth() {
-  const Kind& kind = KindOf(easy_.type);
   trBase& fractal = *depthFractal_;
   trMersenneTwister draws(static_cast<unsigned long>(settings_.seed));
   fractal.SetParam("seed", static_cast<long>(draws.genrand() & 0xff), this);
   fractal.SetParam("smallest_scale", easy_.smallestScale, this);
   fractal.SetParam("noise_flavour", 1, this);
-  const double coverage = Between(kind.least, kind.most, easy_.coverage);
+  const double coverage = AdjustFor(easy_.coverage, HasGrowth());
   if (!HasGrowth()) {
     fractal.SetParam("contrast", 0.5, this);
     fractal.SetParam("roughness", 1.5, this);
