@@ -30,14 +30,14 @@ const Kind& KindOf(long type) {
   return kKinds[std::clamp(type, long{kCumulus}, long{kStratocumulus}) - 1];
 }
 
-/// The depth fractal's coverage_adjust at which about that share of the sky has cloud: where its height is
-/// above kStands. The fractal's values, without the offset, are spread like exp(0.66 z) - 0.5 for a normal z,
-/// or by the feedback method like 0.29 + 0.42 z; z is taken from the logistic curve that comes nearest to it.
+/// The depth fractal's coverage_adjust at which about that share of the sky has cloud at some height. The
+/// fractal's values, without the offset, are spread like 1.25 exp(0.62 z) for a normal z, or by the feedback
+/// method like 0.29 + 0.42 z; z is taken from the logistic curve that comes nearest to it. A cloud that
+/// stands anywhere counts, so less than its height at the base will do.
 double AdjustFor(double coverage, bool isFeedback) {
-  constexpr double kStands = 0.35;
-  const double share = std::clamp(coverage, 0.005, 0.995), odds = (1 - share) / share;
-  const double z = std::log(odds) / 1.702;
-  return kStands - (isFeedback ? 0.29 + 0.42 * z : std::exp(0.66 * z) - 0.5);
+  const double share = std::clamp(coverage, 0.005, 0.995);
+  const double z = std::log((1 - share) / share) / 1.702;
+  return isFeedback ? -0.38 - 0.42 * z : 0.2 - 1.25 * std::exp(0.62 * z);
 }
 
 }  // namespace
