@@ -126,6 +126,7 @@ bool FrameAir::OpenSky(trRenderState& state, const trVector& origin, const trVec
   ray.distance = kFar;
   ray.depth = 2;
   ray.isSharp = false;
+  ray.pixelAngle = kBounceAngle;
   if (sight == Sight::kBackground) {
     ray.depth = kDepthOfBackground;
     ray.filtersSky = ray.limitsEnviro = false;
