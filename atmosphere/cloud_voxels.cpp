@@ -108,7 +108,6 @@ bool CloudLayerV2::IsEmptyRange(void* owner, trRenderState&, const trVoxelBuffer
                                 const int last[3]) {
   // Beyond the local sphere or the shell there is nothing.
   const CloudLayerV2& cloud = static_cast<CellBake*>(owner)->cloud;
-  trVector low, high;
   const trVector middle((first[0] + last[0]) * 0.5, (first[1] + last[1]) * 0.5, (first[2] + last[2]) * 0.5);
   trVector centre;
   buffer.MapVoxelToWorld(middle, centre);
