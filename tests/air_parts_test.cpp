@@ -12,9 +12,13 @@ namespace {
 thread_local bool isCounting = false;
 thread_local long allocations = 0;
 
-void* Allocate(size_t size) {
+void* AllocateOrNot(size_t size) noexcept {
   if (isCounting) ++allocations;
-  if (void* memory = std::malloc(size ? size : 1)) return memory;
+  return std::malloc(size ? size : 1);
+}
+
+void* Allocate(size_t size) {
+  if (void* memory = AllocateOrNot(size)) return memory;
   throw std::bad_alloc();
 }
 
@@ -22,6 +26,8 @@ void* Allocate(size_t size) {
 
 void* operator new(size_t size) { return Allocate(size); }
 void* operator new[](size_t size) { return Allocate(size); }
+void* operator new(size_t size, const std::nothrow_t&) noexcept { return AllocateOrNot(size); }
+void* operator new[](size_t size, const std::nothrow_t&) noexcept { return AllocateOrNot(size); }
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete[](void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, size_t) noexcept { std::free(memory); }
