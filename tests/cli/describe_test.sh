@@ -24,7 +24,7 @@ for field in class implementation categories facts shader params name type defau
 done
 
 # Every default can be given back to --set: a project with all of them spelled out is the same project.
-expect 0 "$OV" new scene.ovd --seed 3
+expect 0 "$OV" new scene.ovd --like plain --seed 3
 expect 0 "$OV" describe camera
 sed -n 's/^  \([a-z_]*\) : [a-z0-9]* = \([^|"]*\) |.*/Camera.\1=\2/p' out >assignments
 grep -q 'Camera.film_aperture=36' assignments || fail "the camera's defaults aren't listed"

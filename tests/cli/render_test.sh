@@ -1,5 +1,5 @@
 # `ov render` from project to file: formats, frames, threads, stopping and going on.
-expect 0 "$OV" new scene.ovd --seed 1
+expect 0 "$OV" new scene.ovd --like plain --seed 1
 size="--width 64 --height 36"
 
 for kind in png jpg tif exr; do

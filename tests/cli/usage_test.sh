@@ -1,6 +1,11 @@
 # Exit codes and messages of the program: usage, projects, outputs.
 expect 0 "$OV" version
 prints "ov "
+cp out version
+expect 0 "$OV" --version
+cmp -s out version || fail "--version says something else"
+expect 0 "$OV" help render
+prints "Example:"
 expect 0 "$OV" version --json
 prints '"sdk_version":40530'
 for command in render check new nodes describe eval press heightfield info version test; do
@@ -13,8 +18,8 @@ expect 2 "$OV" render
 expect 2 "$OV" nodes --no-such-option
 
 # Projects
-expect 0 "$OV" new scene.ovd --seed 1
-expect 0 "$OV" new - --seed 1
+expect 0 "$OV" new scene.ovd --like plain --seed 1
+expect 0 "$OV" new - --like plain --seed 1
 cmp -s out scene.ovd || fail "two projects of one seed differ"
 cp scene.ovd before.ovd
 expect 4 "$OV" new scene.ovd
@@ -33,6 +38,43 @@ expect 3 "$OV" render foreign.ovd -o foreign.png --dry-run
 shows of_no_module
 expect 0 "$OV" render foreign.ovd -o foreign.png --dry-run --allow-missing
 
+# Landscapes: of every kind, sound, another for another seed.
+expect 0 "$OV" new --list
+for kind in mountains lake desert planet plain; do
+  grep -q "^$kind " out || fail "$kind isn't listed"
+  expect 0 "$OV" new $kind.ovd --like $kind --seed 5
+  expect 0 "$OV" check $kind.ovd
+  prints "0 errors, 0 warnings: sound"
+  expect 0 "$OV" new $kind.again.ovd --like $kind --seed 5
+  cmp -s $kind.ovd $kind.again.ovd || fail "one seed gives two landscapes"
+  expect 0 "$OV" new $kind.ovd --like $kind --seed 6 --overwrite
+  ! cmp -s $kind.ovd $kind.again.ovd || fail "two seeds give one landscape"
+done
+expect 2 "$OV" new elevation.ovd --like elevation
+expect 3 "$OV" new elevation.ovd --like elevation no_such.tif
+[ ! -e elevation.ovd ] || fail "a landscape from nothing"
+expect 3 "$OV" check scene.ovd missing.ovd
+prints "scene.ovd: 13 nodes"
+shows missing.ovd
+
+# Wrong words get the right ones.
+nearly() {
+  expect "$1" "$OV" $2
+  shows "did you mean \"$3\"?"
+}
+nearly 2 "rendr scene.ovd" render
+nearly 2 "render scene.ovd -o x.png --widht 20" --width
+nearly 2 "help rendre" render
+nearly 2 "new x.ovd --like dessert" desert
+nearly 1 "describe lambert_shadr" lambert_shader
+nearly 1 "info scene.ovd --set Camra.near_clip=1" Camera
+nearly 1 "info scene.ovd --set Camera.naer_clip=1" near_clip
+nearly 1 "info scene.ovd --set Render.engine=Standrad" Standard
+echo '<ombrivex_project><cmaera name="C" naer_clip="1"/><camera name="D" naer_clip="1"/></ombrivex_project>' >words.ovd
+expect 3 "$OV" check words.ovd
+shows 'did you mean "camera"?'
+shows 'did you mean "near_clip"?'
+
 # Options of a render
 render="$OV render scene.ovd --dry-run"
 expect 0 $render -o "picture_####.png" -f 1-5x2,9
@@ -42,6 +84,11 @@ expect 0 $render -o "picture_%03d.png" -f 7
 prints "picture_007.png"
 expect 0 $render -o p#.png -f 3-1
 prints "frame 3 -> p3.png"
+expect 0 $render -o p#.png -f " 1..3, 5 "
+[ "$(grep -c '^frame ' out)" = 4 ] || fail "not four frames"
+expect 0 $render -o p#.png -f all
+[ "$(grep -c '^frame ' out)" = 100 ] || fail "not the project's frames"
+expect 0 "$OV" render --layers depth --crop 0 0 5 5 --set Camera.near_clip=1 scene.ovd --dry-run -o order.exr
 expect 0 $render -o p.png --tile 2/3 --width 60 --height 100
 prints "rows 33 to 66"
 expect 0 $render -o p.png --crop 10 20 30 40 --tile 1/2
@@ -81,6 +128,10 @@ expect 0 "$OV" info scene.ovd --values --vars vars.json
 prints "position = 1 -2.5 3"
 prints "samples = 4"
 prints "soft_clip = 0"
+expect 0 "$OV" info scene.ovd --values --set "Camera.position=1, -2.5,3" --set Render.engine=path --set /.end_frame=7
+prints "position = 1 -2.5 3"
+prints "engine = 1"
+prints "end_frame = 7"
 echo '[1, 2]' >vars.json
 expect 3 "$OV" info scene.ovd --vars vars.json
 expect 0 "$OV" info scene.ovd --json
@@ -102,6 +153,9 @@ echo "0 0 0" >points
 expect 0 "$OV" check scene.ovd
 expect 3 "$OV" check scene.ovd --set "Render.camera=Nobody"
 shows "leads to no node"
+expect 3 $render -o p.png --set "Render.camera=Nobody"
+shows "leads to no node"
+expect 0 $render -o p.png --set "Render.camera=Nobody" --allow-missing
 expect 3 "$OV" check scene.ovd --set "Render.camera=Sun"
 shows "wrong kind"
 expect 3 "$OV" check scene.ovd --set "Power fractal shader v3 01.input_node=Compute terrain 01"
