@@ -71,26 +71,23 @@ bool StrataAndOutcropsShaderV2::Mask(trShadingInterface& si, double& mask) const
 }
 
 double StrataAndOutcropsShaderV2::Folded(double height, double base, double depth, double mask) const {
-  const double buildup = std::min(plateauBuildup_, (spacing_ - depth) / depth);
-  const double steepness = mask * steepness_ + 1;
-  double x = height, spacing = spacing_;
+  const double end = std::min(plateauBuildup_, (spacing_ - depth) / depth) + 1;
+  // In depths above a layer's foot: it is `steepness` times as steep up to the height of 1, and the rest, up
+  // to `end`, is the plateau.
+  const double steepness = mask * steepness_ + 1, full = 1 / steepness, perRest = 1 / (end - full);
+  double x = height, spacing = spacing_, perSpacing = 1 / spacing, perDepth = 1 / depth;
   for (long n = std::min(numOctaves_, kMostOctaves);; --n) {
-    // The top of the layer, and where the height lies on it: 0 at its foot, 1 at its top, plateau above.
-    const double top = std::ceil((x - (depth * buildup + base)) / spacing) * spacing + base;
-    const double y = (x - top) / depth + 1;
-    double u = y;
-    if (u > 0 && u < buildup + 1) {
-      u *= steepness;
-      if (u > 1) {
-        const double full = 1 / steepness, v = (y - full) / (buildup + 1 - full);
-        u = (buildup + 1) * v + (1 - v);
-      }
-    }
+    const double top = std::ceil((x - (depth * (end - 1) + base)) * perSpacing) * spacing + base;
+    const double y = (x - top) * perDepth + 1;
+    // Without branches, which nobody could foretell: all three are worked out and one is taken.
+    const double steep = y * steepness, v = (y - full) * perRest, plateau = end * v + (1 - v);
+    const double folded = steep > 1 ? plateau : steep;
+    const double u = (y > 0) & (y < end) ? folded : y;
     x = (u - 1) * depth + top;
     if (n < 2) return x;
     base += spacing * 0.25;
-    depth *= 0.5;
-    spacing *= 0.5;
+    depth *= 0.5, perDepth *= 2;
+    spacing *= 0.5, perSpacing *= 2;
   }
 }
 
