@@ -44,6 +44,9 @@
 #include "surface/surface_layer.h"
 #include "surface/visualise.h"
 #include "surface/water_shader.h"
+#include "tools/live_value_display.h"
+#include "tools/notifier.h"
+#include "tools/timed_trigger.h"
 
 namespace {
 
@@ -119,6 +122,9 @@ const Row kRows[] = {
     {"hidden", "heightfield_erode_experiment", trCreateNode<HeightfieldErosionExperiment>},
     {"object/displaceable", "planet", trCreateNode<Planet>},
     {"hidden", "object_writer_lwo", trCreateNode<ObjectWriterLWO>},
+    {"function/debug", "notifier", trCreateNode<Notifier>},
+    {"function/debug", "live_value_display", trCreateNode<LiveValueDisplay>},
+    {"function/debug", "timed_trigger", trCreateNode<TimedTrigger>},
 };
 
 }  // namespace
