@@ -8,8 +8,12 @@
 #include "atmosphere/planet_atmosphere.h"
 #include "atmosphere/sky_paint.h"
 #include "atmosphere/sky_paint_solve.h"
+#include "fractal/crater_shader.h"
+#include "fractal/fake_stones_shader.h"
 #include "fractal/fractal_warp_shader.h"
 #include "fractal/power_fractal_shader.h"
+#include "fractal/small_effects.h"
+#include "fractal/strata_shader.h"
 #include "fractal/transform_shaders.h"
 #include "fractal/vortex_warp_shader.h"
 #include "fractal/warp_shaders.h"
@@ -40,6 +44,9 @@
 #include "surface/surface_layer.h"
 #include "surface/visualise.h"
 #include "surface/water_shader.h"
+#include "tools/live_value_display.h"
+#include "tools/notifier.h"
+#include "tools/timed_trigger.h"
 
 namespace {
 
@@ -58,28 +65,35 @@ const Row kRows[] = {
     {"shader/atmosphere", "cloud_layer_v2", trCreateNode<CloudLayerV2>},
     {"shader/atmosphere", "cloud_layer_v3", trCreateNode<CloudLayerV3>},
     {"shader/colour", "cloud_fractal_shader_v3", trCreateNode<CloudFractalShaderV3>},
+    {"shader/displacement", "crater_shader", trCreateNode<CraterShader>},
     {"shader/colour", "colour_adjust_shader", trCreateNode<ColourAdjustShader>},
     {"shader/colour", "distance_shader", trCreateNode<DistanceShader>},
     {"shader/atmosphere", "easy_cloud", trCreateNode<EasyCloud::CloudShader>},
+    {"shader/displacement", "fake_stones_shader", trCreateNode<FakeStonesShader>},
     {"shader/surface", "glass_shader", trCreateNode<GlassShader>},
     {"hidden", "heightfield_displacement_shader", trCreateNode<HeightfieldDisplacementShader>},
     {"shader/displacement/heightfield", "heightfield_shader", trCreateNode<HeightfieldShader>},
     {"shader/colour", "image_map_shader", trCreateNode<ImageMapShader>},
     {"shader/displacement", "image_map_shader", trCreateNode<ImageMapShader>},
     {"shader/surface", "lambert_shader", trCreateNode<LambertShader>},
+    {"hidden", "magnet_shader", trCreateNode<MagnetShader>},
     {"shader/mix", "merge_shader", trCreateNode<MergeShader>},
     {"shader/atmosphere", "planet_atmosphere", trCreateNode<PlanetAtmosphere>},
     {"hidden", "planet_surface_shader", trCreateNode<PlanetSurfaceShader>},
     {"shader/displacement", "power_fractal_shader_v3", trCreateNode<PowerFractalShaderV3>},
     {"shader/colour", "power_fractal_shader_v3", trCreateNode<PowerFractalShaderV3>},
+    {"shader/displacement", "redirect_shader", trCreateNode<RedirectShader>},
     {"shader/surface", "reflective_shader", trCreateNode<ReflectiveShader>},
+    {"shader/displacement", "strata_and_outcrops_shader_v2", trCreateNode<StrataAndOutcropsShaderV2>},
     {"hidden/sky_paint", "sky_paint", trCreateNode<SkyPaint>},
     {"sky_paint", "sky_paint_merge", trCreateNode<SkyPaintMerge>},
     {"hidden", "sky_paint_solve", trCreateNode<SkyPaintSolve>},
+    {"shader/filter", "smoothing_filter_shader", trCreateNode<SmoothingFilterShader>},
     {"shader/transform", "transform_input_shader", trCreateNode<TransformInputShader>},
     {"shader/transform", "transform_merge_shader", trCreateNode<TransformMergeShader>},
     {"hidden", "transform_shader", trCreateNode<TransformMergeShader>},
     {"shader/transform", "fractal_warp_shader", trCreateNode<FractalWarpShader>},
+    {"shader/displacement", "twist_and_shear_shader", trCreateNode<TwistAndShearShader>},
     {"shader/colour", "visualise_normal", trCreateNode<VisualiseNormal>},
     {"shader/colour", "visualise_tex_coords", trCreateNode<VisualiseTexCoords>},
     {"shader/transform", "vortex_warp_shader", trCreateNode<VortexWarpShader>},
@@ -108,6 +122,9 @@ const Row kRows[] = {
     {"hidden", "heightfield_erode_experiment", trCreateNode<HeightfieldErosionExperiment>},
     {"object/displaceable", "planet", trCreateNode<Planet>},
     {"hidden", "object_writer_lwo", trCreateNode<ObjectWriterLWO>},
+    {"function/debug", "notifier", trCreateNode<Notifier>},
+    {"function/debug", "live_value_display", trCreateNode<LiveValueDisplay>},
+    {"function/debug", "timed_trigger", trCreateNode<TimedTrigger>},
 };
 
 }  // namespace
