@@ -8,6 +8,7 @@
 #include "atmosphere/planet_atmosphere.h"
 #include "atmosphere/sky_paint.h"
 #include "atmosphere/sky_paint_solve.h"
+#include "fractal/alpine_fractal_shader.h"
 #include "fractal/fractal_warp_shader.h"
 #include "fractal/power_fractal_shader.h"
 #include "fractal/transform_shaders.h"
@@ -52,6 +53,8 @@ struct Row {
 const Row kRows[] = {
     {"shader/surface", "default_shader", trCreateNode<DefaultShader>},
     {"shader/surface", "surface_layer", trCreateNode<SurfaceLayer>},
+    {"hidden", "alpine_fractal_shader", trCreateNode<AlpineFractalShader>},
+    {"shader/displacement", "alpine_fractal_shader_v2", trCreateNode<AlpineFractalShaderV2>},
     {"hidden", "distribution_shader_v2", trCreateNode<DistributionShaderV2>},
     {"hidden", "distribution_shader_v3", trCreateNode<DistributionShaderV3>},
     {"shader/colour", "distribution_shader_v4", trCreateNode<DistributionShaderV4>},
@@ -70,6 +73,7 @@ const Row kRows[] = {
     {"shader/mix", "merge_shader", trCreateNode<MergeShader>},
     {"shader/atmosphere", "planet_atmosphere", trCreateNode<PlanetAtmosphere>},
     {"hidden", "planet_surface_shader", trCreateNode<PlanetSurfaceShader>},
+    {"hidden", "power_fractal_shader_v2", trCreateNode<PowerFractalShaderV2>},
     {"shader/displacement", "power_fractal_shader_v3", trCreateNode<PowerFractalShaderV3>},
     {"shader/colour", "power_fractal_shader_v3", trCreateNode<PowerFractalShaderV3>},
     {"shader/surface", "reflective_shader", trCreateNode<ReflectiveShader>},
@@ -92,6 +96,7 @@ const Row kRows[] = {
     {"shader/utility", "tex_coords_from_XYZ", trCreateNode<TexCoordsFromXYZ>},
     {"shader/utility", "compute_normal", trCreateNode<ComputeNormal>},
     {"shader/utility", "compute_terrain", trCreateNode<ComputeTerrain>},
+    {"hidden", "experiment_TEST", trCreateNode<AlpineFractalShader>},
     {"heightfield_operator", "heightfield_generate", trCreateNode<HeightfieldGenerate>},
     {"heightfield_operator", "heightfield_adjust_vertical", trCreateNode<HeightfieldAdjustVertical>},
     {"heightfield_operator", "heightfield_clip_vertical", trCreateNode<HeightfieldClipVertical>},
