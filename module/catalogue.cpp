@@ -41,6 +41,9 @@
 #include "surface/surface_layer.h"
 #include "surface/visualise.h"
 #include "surface/water_shader.h"
+#include "tools/demo_controls.h"
+#include "tools/get_object_vector.h"
+#include "tools/note.h"
 
 namespace {
 
@@ -113,6 +116,10 @@ const Row kRows[] = {
     {"hidden", "heightfield_erode_experiment", trCreateNode<HeightfieldErosionExperiment>},
     {"object/displaceable", "planet", trCreateNode<Planet>},
     {"hidden", "object_writer_lwo", trCreateNode<ObjectWriterLWO>},
+    {"function/get", "get_object_vector", trCreateNode<GetInstanceVector>},
+    {"function/rotate", "vortex_vector", trCreateNode<VortexVector>},
+    {"hidden", "demo_controls", trCreateNode<DemoControls>},
+    {"", "note", trCreateNode<Note>},
 };
 
 }  // namespace
