@@ -1,4 +1,5 @@
 // `ov info`: prints what a project holds.
+#include <algorithm>
 #include <cstdio>
 
 #include "app/app.h"
@@ -23,11 +24,26 @@ Json Values(trBase& node) {
   return values;
 }
 
+/// The words of a note, a line of theirs a line, behind bars.
+std::string NoteLines(const std::string& words, size_t indent) {
+  std::string text;
+  for (size_t at = 0; at < words.size();) {
+    const size_t end = std::min(words.find('\n', at), words.size());
+    text += std::string(indent, ' ') + "| " + ovhost::PrintableText(words.substr(at, end - at)) + "\n";
+    at = end + 1;
+  }
+  return text;
+}
+
 /// Lists `node` and its children. Nodes that nodes keep to themselves aren't the project's.
 void List(trBase& node, const Options& options, size_t depth, Json& list, std::string& text) {
   Json entry = {{"path", node.NameAndPath()}, {"class", node.ClassName()}};
   text += std::string(2 * depth, ' ') + ovhost::PrintableText(node.Name()) + "  (" +
           ovhost::PrintableText(node.ClassName()) + ")\n";
+  if (trString words; node.IsTrue("is_note") && node.GetParam("text", words)) {
+    entry["note"] = words;
+    text += NoteLines(words, 2 * depth + 4);
+  }
   if (options.values) {
     entry["params"] = Values(node);
     for (const auto& [name, value] : entry["params"].items())

@@ -15,7 +15,6 @@ HWY_BEFORE_NAMESPACE();
 namespace ovfractal {
 namespace HWY_NAMESPACE {
 
-inline constexpr double kLogLacunarity = 0.6523251860396901;
 /// 2e-6 in single precision: footprints up to it smooth nothing.
 inline constexpr double kSmallestFootprint = 1.9999999949504854e-06;
 
@@ -27,21 +26,6 @@ inline trVector LeadInWarp(const FractalSettings& s, trShadingInterface& si, con
   trVector warp = trVector(noise[0], noise[1], noise[2]) * s.leadInWarpAmount;
   if (!s.allowVerticalWarp) warp -= Dot(warp, si.Ng()) * si.Ng();
   return warp;
-}
-
-/// The number of the octave, as a real number, at which the evaluation ends: where double precision leaves
-/// the point too few fraction bits, or where the footprint swallows the octaves.
-inline double OctaveLimit(const FractalSettings& s, const FractalDerived& d, const trVector& q,
-                          double footprint, bool colour) {
-  double reach = 1.0;
-  if (s.noiseFlavour < 5) reach = colour && s.noiseFlavour > 0 ? 0.5 : 0.75;
-  const double resolved = d.leadInWavelength * reach;
-  // Most points are clear of an end by more octaves than the fade takes, which a product tells.
-  const double clear = d.octaves + 2;
-  const bool isNear = q.LengthSquared() < d.clearRadiusSquared;
-  if (isNear && footprint <= resolved * d.clearFootprint) return clear;
-  const double limit = isNear ? clear : std::min(29.0 - Log1(q.Length()) * 1.44269504088896, 31.0);
-  return footprint > 0.0 ? std::min(limit, Log1(resolved / footprint) / kLogLacunarity) : limit;
 }
 
 /// Positions where a warp that is active fades out of the small octaves, a tenth an octave, towards the
@@ -74,14 +58,9 @@ inline bool PlanOctaves(const FractalSettings& s, const FractalDerived& d, trSha
                  (better ? 1000 : 0);
   run.filter = footprint * (s.noiseFlavour < 5 ? 0.4 : 0.5);
 
-  const double limit = OctaveLimit(s, d, q, footprint, colour);
-  if (d.octaves == 0 || !(limit > -1.0)) return false;
-  const int last = std::min(d.octaves - 1, static_cast<int>(std::ceil(limit)));
-  run.count = last + 1;
-  const double t = (1.0 - (last - limit)) / 3.0;
-  run.fade[0] = SmoothStep(t);
-  run.fade[1] = SmoothStep(t + 1.0 / 3.0);
-  run.fade[2] = SmoothStep(t + 2.0 / 3.0);
+  double reach = 1.0;
+  if (s.noiseFlavour < 5) reach = colour && s.noiseFlavour > 0 ? 0.5 : 0.75;
+  if (!run.EndAt(d.octaves, OctaveLimit(d, q, footprint, reach))) return false;
 
   double time = 0.0;
   run.fourD = s.fourDNoise != 0;

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 
+#include "core/guarded.h"
 #include "core/voronoi_batch.h"
 #include "fractal/noise_kernels.h"
 #include "fractal/octave_math-inl.h"
@@ -20,6 +21,21 @@ namespace HWY_NAMESPACE {
 // Tables of kMaxOctaves entries hold whole vectors of up to eight.
 using Lanes = hn::CappedTag<double, 8>;
 using V = hn::Vec<Lanes>;
+
+inline constexpr double kLogLacunarity = 0.6523251860396901;
+
+/// The number of the octave, as a real number, at which an evaluation at `q` (in lead-in wavelengths) ends:
+/// where double precision leaves the point too few fraction bits, or where the footprint (metres) swallows
+/// the octaves, which it does at `reach` of their wavelength.
+inline double OctaveLimit(const FractalDerived& d, const trVector& q, double footprint, double reach) {
+  const double resolved = d.leadInWavelength * reach;
+  // Most points are clear of an end by more octaves than the fade takes, which a product tells.
+  const double clear = d.octaves + 2;
+  const bool isNear = q.LengthSquared() < d.clearRadiusSquared;
+  if (isNear && footprint <= resolved * d.clearFootprint) return clear;
+  const double limit = isNear ? clear : std::min(29.0 - Log1(q.Length()) * 1.44269504088896, 31.0);
+  return footprint > 0.0 ? std::min(limit, Log1(resolved / footprint) / kLogLacunarity) : limit;
+}
 
 /// 1.92^i and 1.92^(i/2): how space and time of octave i are stretched against those of the lead-in octave.
 struct OctavePowers {
@@ -45,6 +61,18 @@ struct OctaveRun {
   double fade[3];  ///< weights of the last octave and the two before it
   bool fourD;
   double x[kMaxOctaves], y[kMaxOctaves], z[kMaxOctaves], w[kMaxOctaves];
+
+  /// Counts the octaves that end at `limit`, and fades the last of them; false when there is none.
+  HWY_INLINE bool EndAt(int octaves, double limit) {
+    if (octaves == 0 || !(limit > -1.0)) return false;
+    const int last = std::min(octaves - 1, static_cast<int>(std::ceil(limit)));
+    count = last + 1;
+    const double t = (1.0 - (last - limit)) / 3.0;
+    fade[0] = SmoothStep(t);
+    fade[1] = SmoothStep(t + 1.0 / 3.0);
+    fade[2] = SmoothStep(t + 2.0 / 3.0);
+    return true;
+  }
 
   /// The count rounded up to whole vectors.
   HWY_INLINE int Padded() const {

@@ -10,11 +10,11 @@ struct PowerFractalShaderV3Base::Defaults {
   unsigned char lessWarp, verticalWarp;
 };
 
-void PowerFractalShaderV3Base::DeclareParams(bool isCloud) {
+void PowerFractalShaderV3Base::DeclareParams(Form form) {
   static constexpr Defaults kLandscape = {1.0, 1000.0, 0.01, 19, 1, 0.25, 0, 0};
   static constexpr Defaults kCloud = {500.0, 20000.0, 10.0, 13, 0, 0.5, 1, 1};
-  const Defaults& defaults = isCloud ? kCloud : kLandscape;
-  isCloud_ = isCloud;
+  const Defaults& defaults = form == Form::kCloud ? kCloud : kLandscape;
+  form_ = form;
   SetRanges();
   SetMenus();
 
@@ -29,8 +29,10 @@ void PowerFractalShaderV3Base::DeclareParams(bool isCloud) {
   DeclareColour();
   DeclareDisplacement(defaults);
   DeclareNoise(defaults);
-  DeclareWarping(defaults);
-  DeclareAnimation();
+  if (!IsElder()) {
+    DeclareWarping(defaults);
+    DeclareAnimation();
+  }
   mask_.Declare(this, 0);
 
   UpdateDerived();
@@ -45,11 +47,17 @@ void PowerFractalShaderV3Base::DeclareScale(const Defaults& defaults) {
   Param(settings_.smallestScale, "smallest_scale", defaults.smallestScale, &smallestHint_);
   Param(settings_.noiseOctaves, "noise_octaves", defaults.noiseOctaves);
   Gui(trGuiBlockClose);
+  if (IsElder()) {
+    settings_.globalVarDamper = 1.0;
+    settings_.obeySmoothingFilter = 1;
+    Param(settings_.noiseStretch, "noise_stretch_XYZ", trVector(1, 1, 1));
+    return;
+  }
   Gui(trGuiHiddenOpen);
   Param(settings_.dampLeadIn, "damp_lead-in", 0).NotSaved();
   Param(settings_.dampLeadInDryMix, "damp_lead-in_dry_mix", 0.5).NotSaved();
   // Landscapes have these two a second time, on the same members: indices of later parameters count on it.
-  if (!isCloud_) {
+  if (!IsCloud()) {
     Param(settings_.dampLeadIn, "damp_lead-in", 0).NotSaved();
     Param(settings_.dampLeadInDryMix, "damp_lead-in_dry_mix", 0.5).NotSaved();
   }
@@ -64,8 +72,8 @@ void PowerFractalShaderV3Base::DeclareScale(const Defaults& defaults) {
 
 void PowerFractalShaderV3Base::DeclareColour() {
   Gui(trGuiRule);
-  GuiTab(isCloud_ ? "Density" : "Colour", "colour_tab");
-  if (isCloud_) Gui(trGuiHiddenOpen);
+  GuiTab(IsCloud() ? "Density" : "Colour", "colour_tab");
+  if (IsCloud()) Gui(trGuiHiddenOpen);
   Param(applyHighColour_, "apply_high_colour", 1).Alias("apply_high_color").ColourOnly();
   Gui(trGuiRowOpen);
   Gui(trGuiRowClose);
@@ -74,8 +82,8 @@ void PowerFractalShaderV3Base::DeclareColour() {
   Gui(trGuiRowOpen);
   Gui(trGuiRowClose);
   Param(lowColour_, "low_colour", trRgbLinear709(0.0f)).Alias("low_color").ColourOnly();
-  if (isCloud_) Gui(trGuiHiddenClose);
-  if (isCloud_) return DeclareDensity();
+  if (IsCloud()) Gui(trGuiHiddenClose);
+  if (IsCloud()) return DeclareDensity();
   Gui(trGuiBlockOpen);
   Param(settings_.colourContrast, "colour_contrast", 0.5).Alias("color_contrast").ColourOnly();
   Param(settings_.colourOffset, "colour_offset", 0.0, &offsetHint_).Alias("color_offset").ColourOnly();
@@ -98,7 +106,7 @@ void PowerFractalShaderV3Base::DeclareDensity() {
 }
 
 void PowerFractalShaderV3Base::DeclareDisplacement(const Defaults& defaults) {
-  if (isCloud_) {
+  if (IsCloud()) {
     Gui(trGuiHiddenOpen);
   } else {
     Gui(trGuiRule);
@@ -113,7 +121,7 @@ void PowerFractalShaderV3Base::DeclareDisplacement(const Defaults& defaults) {
   Param(settings_.displacementRoughness, "displacement_roughness", 1.0);
   Param(settings_.displacementSpikeLimit, "displacement_spike_limit", 1.0);
   Gui(trGuiBlockClose);
-  Param(settings_.continueSpikeLimit, "continue_spike_limit", 0);
+  if (!IsElder()) Param(settings_.continueSpikeLimit, "continue_spike_limit", 0);
   Gui(trGuiGap);
   Param(settings_.adjustCoastline, "adjust_coastline", 0);
   Gui(trGuiIndentOpen);
@@ -121,7 +129,7 @@ void PowerFractalShaderV3Base::DeclareDisplacement(const Defaults& defaults) {
   Param(settings_.coastlineSmoothing, "coastline_smoothing", 30.0, &coastlineSmoothingHint_);
   Gui(trGuiIndentClose);
   Gui(trGuiIndentClose);
-  if (isCloud_) Gui(trGuiHiddenClose);
+  if (IsCloud()) Gui(trGuiHiddenClose);
 }
 
 void PowerFractalShaderV3Base::DeclareNoise(const Defaults& defaults) {
@@ -130,14 +138,17 @@ void PowerFractalShaderV3Base::DeclareNoise(const Defaults& defaults) {
   Gui(trGuiBlockOpen);
   Param(settings_.noiseFlavour, "noise_flavour", kPerlin, &flavourHint_);
   // New nodes get softer folds; a project from before these parameters keeps its hard ones.
-  Param(settings_.ridgeSmoothing, "ridge_smoothing", 0.0);
-  Param(settings_.gullySmoothing, "gully_smoothing", 0.0);
+  if (!IsElder()) {
+    Param(settings_.ridgeSmoothing, "ridge_smoothing", 0.0);
+    Param(settings_.gullySmoothing, "gully_smoothing", 0.0);
+  }
   Gui(trGuiGap);
   Param(settings_.noiseVariation, "noise_variation", 1.0, &variationHint_);
   Param(settings_.variationMethod, "variation_method", kMultiScaleModulator, &methodHint_);
   Param(settings_.buoyancyFromVariation, "buoyancy_from_variation", defaults.buoyancy, &buoyancyHint_);
-  Param(settings_.clumpingOfVariation, "clumping_of_variation", 0.0);
+  if (!IsElder()) Param(settings_.clumpingOfVariation, "clumping_of_variation", 0.0);
   Gui(trGuiBlockClose);
+  if (IsElder()) return;
   Gui(trGuiRareGap);
   Param(settings_.betterColourContinuity, "better_colour_continuity", 0).ColourOnly();
   Param(settings_.betterDisplacementContinuity, "better_displacement_continuity", 0);
@@ -146,12 +157,12 @@ void PowerFractalShaderV3Base::DeclareNoise(const Defaults& defaults) {
 void PowerFractalShaderV3Base::DeclareWarping(const Defaults& defaults) {
   Gui(trGuiRule);
   GuiTab("Warping", "warping_tab");
-  if (isCloud_) Gui(trGuiHiddenOpen);
+  if (IsCloud()) Gui(trGuiHiddenOpen);
   Param(settings_.distortByNormal, "distort_by_normal", 0).ColourOnly();
   Gui(trGuiRowOpen);
   Gui(trGuiRowClose);
   Param(settings_.distortionByNormal, "distortion_by_normal", 5.0, &distortionHint_).ColourOnly();
-  if (isCloud_) Gui(trGuiHiddenClose);
+  if (IsCloud()) Gui(trGuiHiddenClose);
   Gui(trGuiGap);
   Gui(trGuiBlockOpen);
   Param(settings_.leadInWarpEffect, "lead-in_warp_effect", 0, &warpEffectHint_);

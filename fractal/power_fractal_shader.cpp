@@ -13,15 +13,17 @@ void PowerFractalShaderV3Base::OnParamChanged(long index, trBase* who) {
 void PowerFractalShaderV3Base::UpdateDerived() {
   trShader::UpdateDerived();
   UpdateEnabling();
-  if (isCloud_) settings_.colourOffset = coverageAdjust_ - 0.5;
+  if (IsCloud()) settings_.colourOffset = coverageAdjust_ - 0.5;
   derived_ = DeriveFractal(settings_);
 }
 
 void PowerFractalShaderV3Base::UpdateEnabling() {
   const long flavour = settings_.noiseFlavour;
   const bool mixed = flavour == kPerlinMix1 || flavour == kPerlinMix2;
-  SetParamGuiEnabled("ridge_smoothing", mixed || flavour == kPerlinRidges);
-  SetParamGuiEnabled("gully_smoothing", mixed || flavour == kPerlinBillows);
+  if (!IsElder()) {
+    SetParamGuiEnabled("ridge_smoothing", mixed || flavour == kPerlinRidges);
+    SetParamGuiEnabled("gully_smoothing", mixed || flavour == kPerlinBillows);
+  }
   SetParamGuiEnabled("buoyancy_from_variation", settings_.variationMethod == kMultiScaleModulator);
 }
 

@@ -43,8 +43,11 @@ class PowerFractalShaderV3Base : public trSurfaceShader {
 
  protected:
   PowerFractalShaderV3Base();
-  /// Declares everything. With `isCloud` the colour becomes a density, and defaults are those of clouds.
-  void DeclareParams(bool isCloud);
+  /// Which parameters there are, and their defaults. A cloud's colour is a density. The elder form lacks what
+  /// later versions added: softened folds, clumping, continuity switches, warping, animation and the filter's
+  /// switch, all fixed at what they do in a project that doesn't name them.
+  enum class Form { kLandscape, kCloud, kElder };
+  void DeclareParams(Form form);
 
  private:
   struct Defaults;
@@ -61,8 +64,10 @@ class PowerFractalShaderV3Base : public trSurfaceShader {
   /// The couplings of octaves and scales: they follow each other both ways.
   void FollowScales(long index, trBase* who);
   void UpdateEnabling();
+  bool IsCloud() const { return form_ == Form::kCloud; }
+  bool IsElder() const { return form_ == Form::kElder; }
 
-  bool isCloud_ = false;
+  Form form_ = Form::kLandscape;
   FractalSettings settings_;
   FractalDerived derived_;
 
@@ -86,7 +91,7 @@ class PowerFractalShaderV3Base : public trSurfaceShader {
 /// `power_fractal_shader_v3`.
 class PowerFractalShaderV3 : public PowerFractalShaderV3Base {
  public:
-  PowerFractalShaderV3() { DeclareParams(false); }
+  PowerFractalShaderV3() { DeclareParams(Form::kLandscape); }
   long OnFirstCreate() override;
   long OnUserCreate() override;
 };
@@ -95,6 +100,12 @@ class PowerFractalShaderV3 : public PowerFractalShaderV3Base {
 /// the distance above their surface.
 class CloudFractalShaderV3 : public PowerFractalShaderV3Base {
  public:
-  CloudFractalShaderV3() { DeclareParams(true); }
+  CloudFractalShaderV3() { DeclareParams(Form::kCloud); }
   long OnFirstCreate() override;
+};
+
+/// `power_fractal_shader_v2`: the elder form, for old projects.
+class PowerFractalShaderV2 : public PowerFractalShaderV3Base {
+ public:
+  PowerFractalShaderV2() { DeclareParams(Form::kElder); }
 };

@@ -1,25 +1,25 @@
-// vortex_warp_shader.
+// vortex_warp_shader and vortex_vector.
 #include "fractal/vortex_warp_shader.h"
 
 #include "core/guarded.h"
 
-VortexWarpShader::VortexWarpShader() {
-  Param(centre_, "centre", trVector());
-  Param(radius_, "radius", 1000.0);
-  Param(vorticity_, "vorticity", 1.0);
-  Param(reverseDirection_, "reverse_direction", 0);
-  Gui(trGuiGapLarge);
-  Gui(trGuiRadioOpen);
-  Param(xAxis_, "x_axis", 0);
-  Param(yAxis_, "y_axis", 1);
-  Param(zAxis_, "z_axis", 0);
-  Gui(trGuiRadioClose);
-  AddGuiAction({"x_axis"}, {"y_axis", "z_axis"}, 1);
-  AddGuiAction({"y_axis"}, {"z_axis", "x_axis"}, 1);
-  AddGuiAction({"z_axis"}, {"x_axis", "y_axis"}, 1);
+void Vortex::Declare(trBase* node) {
+  node->Param(centre_, "centre", trVector());
+  node->Param(radius_, "radius", 1000.0);
+  node->Param(vorticity_, "vorticity", 1.0);
+  node->Param(reverseDirection_, "reverse_direction", 0);
+  node->Gui(trGuiGapLarge);
+  node->Gui(trGuiRadioOpen);
+  node->Param(xAxis_, "x_axis", 0);
+  node->Param(yAxis_, "y_axis", 1);
+  node->Param(zAxis_, "z_axis", 0);
+  node->Gui(trGuiRadioClose);
+  node->AddGuiAction({"x_axis"}, {"y_axis", "z_axis"}, 1);
+  node->AddGuiAction({"y_axis"}, {"z_axis", "x_axis"}, 1);
+  node->AddGuiAction({"z_axis"}, {"x_axis", "y_axis"}, 1);
 }
 
-trVector VortexWarpShader::Swirled(const trVector& pt) const {
+trVector Vortex::Turned(const trVector& pt) const {
   // The plane of the swirl, by the numbers of its axes.
   const int a = xAxis_ ? 1 : yAxis_ ? 2 : 0, b = xAxis_ ? 2 : yAxis_ ? 0 : 1;
   const trVector d = pt - centre_;
@@ -32,11 +32,13 @@ trVector VortexWarpShader::Swirled(const trVector& pt) const {
   return swirled;
 }
 
+VortexWarpShader::VortexWarpShader() { vortex_.Declare(this); }
+
 long VortexWarpShader::Displace(trShadingInterface& si) {
   trShader* const input = InputShader();
   if (!input) return 1;
   const trVector pt = si.Pt();
-  if (IsEnabled()) si.Pt() = Swirled(pt);
+  if (IsEnabled()) si.Pt() = vortex_.Turned(pt);
   input->DisplaceTS(si);
   if (IsEnabled()) si.Pt() = pt;
   return 1;
@@ -46,17 +48,29 @@ long VortexWarpShader::Shade(trShadingInterface& si) {
   trShader* const input = InputShader();
   if (!input) return 1;
   const trVector pt = si.Pt();
-  if (IsEnabled()) si.Pt() = Swirled(pt);
+  if (IsEnabled()) si.Pt() = vortex_.Turned(pt);
   input->ShadeTS(si);
   if (IsEnabled()) si.Pt() = pt;
   return 1;
 }
 
 trBoundingBox VortexWarpShader::BoundingBoxL() {
-  const double size = 2 * std::fabs(radius_);
-  return trBoundingBox::FromCentre(centre_, {size, size, size});
+  const double size = 2 * std::fabs(vortex_.Radius());
+  return trBoundingBox::FromCentre(vortex_.Centre(), {size, size, size});
 }
 
 void VortexWarpShader::MoveHandlePositionT(const trVector& delta) {
-  SetParam("centre", centre_ + delta, trWhoUserIndirect);
+  SetParam("centre", vortex_.Centre() + delta, trWhoUserIndirect);
+}
+
+VortexVector::VortexVector() {
+  Param(input_, "input", "");
+  Param(constant_, "constant", trVector());
+  vortex_.Declare(this);
+}
+
+trVector VortexVector::VectorValue(trShadingInterface& si) {
+  trShader* const input = LinkedShader(input_);
+  const trVector v = input ? input->VectorValueTS(si) : constant_;
+  return IsEnabled() ? vortex_.Turned(v) : v;
 }

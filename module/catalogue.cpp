@@ -10,6 +10,7 @@
 #include "atmosphere/sky_paint_solve.h"
 #include "fractal/crater_shader.h"
 #include "fractal/fake_stones_shader.h"
+#include "fractal/alpine_fractal_shader.h"
 #include "fractal/fractal_warp_shader.h"
 #include "fractal/power_fractal_shader.h"
 #include "fractal/small_effects.h"
@@ -47,6 +48,9 @@
 #include "tools/live_value_display.h"
 #include "tools/notifier.h"
 #include "tools/timed_trigger.h"
+#include "tools/demo_controls.h"
+#include "tools/get_object_vector.h"
+#include "tools/note.h"
 
 namespace {
 
@@ -59,6 +63,8 @@ struct Row {
 const Row kRows[] = {
     {"shader/surface", "default_shader", trCreateNode<DefaultShader>},
     {"shader/surface", "surface_layer", trCreateNode<SurfaceLayer>},
+    {"hidden", "alpine_fractal_shader", trCreateNode<AlpineFractalShader>},
+    {"shader/displacement", "alpine_fractal_shader_v2", trCreateNode<AlpineFractalShaderV2>},
     {"hidden", "distribution_shader_v2", trCreateNode<DistributionShaderV2>},
     {"hidden", "distribution_shader_v3", trCreateNode<DistributionShaderV3>},
     {"shader/colour", "distribution_shader_v4", trCreateNode<DistributionShaderV4>},
@@ -80,6 +86,7 @@ const Row kRows[] = {
     {"shader/mix", "merge_shader", trCreateNode<MergeShader>},
     {"shader/atmosphere", "planet_atmosphere", trCreateNode<PlanetAtmosphere>},
     {"hidden", "planet_surface_shader", trCreateNode<PlanetSurfaceShader>},
+    {"hidden", "power_fractal_shader_v2", trCreateNode<PowerFractalShaderV2>},
     {"shader/displacement", "power_fractal_shader_v3", trCreateNode<PowerFractalShaderV3>},
     {"shader/colour", "power_fractal_shader_v3", trCreateNode<PowerFractalShaderV3>},
     {"shader/displacement", "redirect_shader", trCreateNode<RedirectShader>},
@@ -106,6 +113,7 @@ const Row kRows[] = {
     {"shader/utility", "tex_coords_from_XYZ", trCreateNode<TexCoordsFromXYZ>},
     {"shader/utility", "compute_normal", trCreateNode<ComputeNormal>},
     {"shader/utility", "compute_terrain", trCreateNode<ComputeTerrain>},
+    {"hidden", "experiment_TEST", trCreateNode<AlpineFractalShader>},
     {"heightfield_operator", "heightfield_generate", trCreateNode<HeightfieldGenerate>},
     {"heightfield_operator", "heightfield_adjust_vertical", trCreateNode<HeightfieldAdjustVertical>},
     {"heightfield_operator", "heightfield_clip_vertical", trCreateNode<HeightfieldClipVertical>},
@@ -125,6 +133,10 @@ const Row kRows[] = {
     {"function/debug", "notifier", trCreateNode<Notifier>},
     {"function/debug", "live_value_display", trCreateNode<LiveValueDisplay>},
     {"function/debug", "timed_trigger", trCreateNode<TimedTrigger>},
+    {"function/get", "get_object_vector", trCreateNode<GetInstanceVector>},
+    {"function/rotate", "vortex_vector", trCreateNode<VortexVector>},
+    {"hidden", "demo_controls", trCreateNode<DemoControls>},
+    {"", "note", trCreateNode<Note>},
 };
 
 }  // namespace

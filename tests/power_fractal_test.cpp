@@ -379,7 +379,7 @@ TEST_F(PowerFractal, OutOfRangeSettingsNeverGiveInfinityOrNaN) {
 
 class CloudFlavour : public PowerFractalShaderV3Base {
  public:
-  CloudFlavour() { DeclareParams(true); }
+  CloudFlavour() { DeclareParams(Form::kCloud); }
 };
 
 TEST_F(PowerFractal, OctavesAndSmallestScaleFollowEachOther) {

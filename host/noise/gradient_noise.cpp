@@ -8,6 +8,7 @@
 #include <hwy/highway.h>
 // The lattice needs Highway ahead of it.
 #include "core/noise.h"
+#include "core/noise_slope.h"
 #include "host/noise/lattice-inl.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -73,6 +74,95 @@ HWY_INLINE V Noise3(D d, V px, V py, V pz, const SeedState<D>& seed) {
                       Lerp(u, Corner3(d, hn::Add(h01, hz1), x0, y1, z1, bias2),
                            Corner3(d, hn::Add(h11, hz1), x1, y1, z1, bias3)));
   return hn::Mul(Lerp(w, low, high), hn::Set(d, kScale3));
+}
+
+/// Entries that trNoise3SlopeBatch's counts are multiples of.
+inline constexpr int kSlopeLanes = 8;
+
+/// A value and its slopes along the lattice's axes.
+template <class D>
+struct Jet {
+  hn::Vec<D> value, slope[3];
+};
+
+/// Corner3 with its slopes, which are the corner's gradient plus 1.5.
+template <class D, class V = hn::Vec<D>>
+HWY_INLINE Jet<D> CornerJet(D d, hn::Vec<Bits<D>> sum, V x, V y, V z, V bias) {
+  const auto hash = MixCorner(sum);
+  Jet<D> jet;
+  jet.slope[0] = OneToTwo(d, hash);
+  jet.slope[1] = OneToTwo(d, hn::ShiftLeft<17>(hash));
+  jet.slope[2] = OneToTwo(d, hn::ShiftLeft<34>(hash));
+  const V xy = hn::Add(hn::Mul(jet.slope[0], x), hn::Mul(jet.slope[1], y));
+  jet.value = hn::Sub(hn::Add(xy, hn::Mul(jet.slope[2], z)), bias);
+  return jet;
+}
+
+/// From `a` to `b` by the faded fraction `t` along `axis`, where that grows by `dt`.
+template <int kAxis, class D, class V = hn::Vec<D>>
+HWY_INLINE Jet<D> LerpJet(D, V t, V dt, const Jet<D>& a, const Jet<D>& b) {
+  Jet<D> jet;
+  const V rise = hn::Sub(b.value, a.value);
+  jet.value = hn::Add(a.value, hn::Mul(t, rise));
+  for (int i = 0; i < 3; ++i) jet.slope[i] = Lerp(t, a.slope[i], b.slope[i]);
+  jet.slope[kAxis] = hn::Add(jet.slope[kAxis], hn::Mul(dt, rise));
+  return jet;
+}
+
+/// Derivative of Fade.
+template <class D, class V = hn::Vec<D>>
+HWY_INLINE V FadeSlope(D d, V t) {
+  const V square = hn::Mul(t, hn::Sub(t, hn::Set(d, 1.0)));
+  return hn::Mul(hn::Set(d, 30.0), hn::Mul(square, square));
+}
+
+/// Noise3 to the bit, and its slopes along the axes of the point.
+template <class D, class V = hn::Vec<D>>
+HWY_INLINE Jet<D> Noise3Jet(D d, V px, V py, V pz, const SeedState<D>& seed) {
+  const V sx = Sanitise(d, px), sy = Sanitise(d, py), sz = Sanitise(d, pz);
+  const V one = hn::Set(d, 1.0), step = hn::Set(d, 1.5);
+  V way[3][2], fade[3], fadeSlope[3];
+  hn::Vec<Bits<D>> hash[3][2];
+  for (int i = 0; i < 3; ++i) {
+    const V rotated =
+        hn::Add(hn::Add(hn::Mul(sx, hn::Set(d, kRotation3[i][0])), hn::Mul(sy, hn::Set(d, kRotation3[i][1]))),
+                hn::Mul(sz, hn::Set(d, kRotation3[i][2])));
+    const Axis<D> axis = LocateCell(d, hn::Add(rotated, seed.offset[i]), kAxisOffset[i]);
+    way[i][0] = axis.fraction;
+    way[i][1] = hn::Sub(axis.fraction, one);
+    fade[i] = Fade(d, axis.fraction);
+    fadeSlope[i] = FadeSlope(d, axis.fraction);
+    hash[i][0] = axis.hash0;
+    hash[i][1] = axis.hash1;
+  }
+  hash[2][0] = hn::Add(hash[2][0], seed.hash);
+  hash[2][1] = hn::Add(hash[2][1], seed.hash);
+  V bias[4];
+  bias[0] = hn::Mul(hn::Add(hn::Add(way[0][0], way[1][0]), way[2][0]), step);
+  for (int i = 1; i < 4; ++i) bias[i] = hn::Sub(bias[i - 1], step);
+  Jet<D> face[2];
+  for (int k = 0; k < 2; ++k) {
+    Jet<D> edge[2];
+    for (int j = 0; j < 2; ++j) {
+      const auto corner = [&](int i) HWY_ATTR {
+        const auto sum = hn::Add(hn::Add(hash[0][i], hash[1][j]), hash[2][k]);
+        return CornerJet(d, sum, way[0][i], way[1][j], way[2][k], bias[i + j + k]);
+      };
+      edge[j] = LerpJet<0>(d, fade[0], fadeSlope[0], corner(0), corner(1));
+    }
+    face[k] = LerpJet<1>(d, fade[1], fadeSlope[1], edge[0], edge[1]);
+  }
+  const Jet<D> lattice = LerpJet<2>(d, fade[2], fadeSlope[2], face[0], face[1]);
+  const V scale = hn::Set(d, kScale3);
+  V slope[3];
+  for (int i = 0; i < 3; ++i) slope[i] = hn::Mul(hn::Sub(lattice.slope[i], step), scale);
+  Jet<D> jet;
+  jet.value = hn::Mul(lattice.value, scale);
+  for (int i = 0; i < 3; ++i)
+    jet.slope[i] = hn::Add(hn::Add(hn::Mul(slope[0], hn::Set(d, kRotation3[0][i])),
+                                   hn::Mul(slope[1], hn::Set(d, kRotation3[1][i]))),
+                           hn::Mul(slope[2], hn::Set(d, kRotation3[2][i])));
+  return jet;
 }
 
 /// The four-dimensional form of Corner3.
@@ -177,6 +267,23 @@ void Batch4(const trNoiseBatch& b, double* out) {
   Run<4>(hn::ScalableTag<double>(), b, out);
 }
 
+/// Noise and slopes of whole vectors of entries.
+void Slope3(const trNoiseBatch& b, const trNoiseSlopes& out) {
+  const hn::CappedTag<double, kSlopeLanes> d;
+  const Bits<decltype(d)> du;
+  const int lanes = static_cast<int>(hn::Lanes(d));
+  const auto stepOfLane = MulLow32(hn::Iota(du, 0), hn::Set(du, uint64_t{b.seedStep}));
+  for (int i = 0; i < b.count; i += lanes) {
+    const uint32_t first = b.firstSeed + b.seedStep * static_cast<uint32_t>(i);
+    const auto seed = MakeSeedState(d, hn::Add(hn::Set(du, uint64_t{first}), stepOfLane));
+    const auto jet = Noise3Jet(d, hn::LoadU(d, b.x + i), hn::LoadU(d, b.y + i), hn::LoadU(d, b.z + i), seed);
+    hn::StoreU(jet.value, d, out.value + i);
+    hn::StoreU(jet.slope[0], d, out.x + i);
+    hn::StoreU(jet.slope[1], d, out.y + i);
+    hn::StoreU(jet.slope[2], d, out.z + i);
+  }
+}
+
 }  // namespace HWY_NAMESPACE
 }  // namespace ovnoise
 HWY_AFTER_NAMESPACE();
@@ -185,6 +292,7 @@ HWY_AFTER_NAMESPACE();
 namespace ovnoise {
 HWY_EXPORT(Batch3);
 HWY_EXPORT(Batch4);
+HWY_EXPORT(Slope3);
 }  // namespace ovnoise
 
 void trNoise3Batch(const trNoiseBatch& batch, double* out) {
@@ -192,6 +300,10 @@ void trNoise3Batch(const trNoiseBatch& batch, double* out) {
 }
 void trNoise4Batch(const trNoiseBatch& batch, double* out) {
   HWY_DYNAMIC_DISPATCH(ovnoise::Batch4)(batch, out);
+}
+
+void trNoise3SlopeBatch(const trNoiseBatch& batch, const trNoiseSlopes& out) {
+  HWY_DYNAMIC_DISPATCH(ovnoise::Slope3)(batch, out);
 }
 
 void trNoiseInst3::Init(bool seeded, int seed) { seed_ = seeded ? static_cast<std::uint32_t>(seed) : 0; }
