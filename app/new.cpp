@@ -13,6 +13,7 @@ namespace {
 struct Options {
   ProjectOptions changes;
   std::string path;
+  std::vector<std::string> with;
   bool overwrite = false;
 };
 
@@ -23,6 +24,8 @@ int Run(Program&, const Options& options) {
     throw Failure{kOutputFailed, options.path + ": exists already; --overwrite replaces it"};
   std::unique_ptr<juProject> project = ovhost::NewDefaultProject();
   if (!project) return kFailed;
+  for (const std::string& what : options.with)
+    if (!ovhost::AddToProject(*project, what)) return kFailed;
   Session session(std::move(project));
   ApplyChanges(session, options.changes);
   if (options.path == "-") {
@@ -43,6 +46,10 @@ void AddNew(Program& program) {
   CLI::App* command = program.Add("new", "Write a new project: camera, sun, sky light, planet, terrain",
                                   "ov new scene.ovd --seed 7", options, Run);
   command->add_option("project", options->path, "File to write; - is standard output")->required();
+  command
+      ->add_option("--with", options->with,
+                   "Add to it, set up to be seen: populator, ten thousand objects on the ground")
+      ->check(CLI::IsMember({"populator"}));
   command->add_flag("--overwrite", options->overwrite, "Replace a file that exists");
   AddChangeOptions(*command, options->changes);
 }
