@@ -29,6 +29,7 @@
 #include "objects/planet.h"
 #include "objects/planet_surface_shader.h"
 #include "objects/populator.h"
+#include "objects/rock.h"
 #include "objects/sphere_geometry_shader.h"
 #include "surface/colour_utilities.h"
 #include "surface/compute_terrain.h"
@@ -108,6 +109,8 @@ const Row kRows[] = {
     {"heightfield_operator", "heightfield_smooth_erode", trCreateNode<HeightfieldSmoothErode>},
     {"hidden", "heightfield_erode_experiment", trCreateNode<HeightfieldErosionExperiment>},
     {"object/displaceable", "planet", trCreateNode<Planet>},
+    {"hidden", "poly_cube", trCreateNode<PolyCube>},
+    {"object/populatable", "rock", trCreateNode<Rock>},
     {"hidden", "populator_v3", trCreateNode<Populator3>},
     {"hidden", "object_writer_lwo", trCreateNode<ObjectWriterLWO>},
 };

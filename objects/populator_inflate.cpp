@@ -33,7 +33,7 @@ trRenderTri TriangleOf(const trSortedElement& element) {
   if (scene.GetTexVecs(tri.texVert, made.texture, 3) < 3) std::copy(made.point, made.point + 3, made.texture);
   const bool hasNormals =
       made.material && made.material->useNormals && scene.GetNormals(tri.normal, made.normal, 3) == 3;
-  const trVector face = Normalised(Cross(made.point[1] - made.point[0], made.point[2] - made.point[0]));
+  const trVector face = Normalised(Cross(made.point[2] - made.point[0], made.point[1] - made.point[0]));
   for (trVector& n : made.normal) n = hasNormals ? placed.Normal(n) : face;
   return made;
 }

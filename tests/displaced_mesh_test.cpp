@@ -78,7 +78,7 @@ struct Solid {
               static_cast<std::int32_t>(scene.AddTexVert({{k == 1 || k == 2 ? 1.0 : 0.0, k / 2 * 1.0, 3}}));
         }
         ++sides;
-        for (const auto& [x, y, z] : {std::array{0, 1, 2}, {0, 2, 3}}) {
+        for (const auto& [x, y, z] : {std::array{0, 2, 1}, {0, 3, 2}}) {
           trTri tri;
           const int k[3] = {x, y, z};
           for (int i = 0; i < 3; ++i) {
@@ -170,7 +170,7 @@ TEST(DisplacedMesh, TexturePointsKeepToTheirSide) {
     const trTri& root = *solid.scene.GetPTri(solid.mesh.sceneTris[i]);
     trVector p[3];
     solid.scene.GetPointVecs(root.point, p, 3);
-    const trVector normal = solid.scene.GetTransform().Normal(Cross(p[1] - p[0], p[2] - p[0]));
+    const trVector normal = solid.scene.GetTransform().Normal(Cross(p[2] - p[0], p[1] - p[0]));
     for (const std::uint32_t k : solid.mesh.triangles[i]) {
       const auto& vertex = solid.mesh.vertices[k];
       EXPECT_GT(Dot(vertex.baseNormal.Unpack(), normal), 0.9999);

@@ -24,7 +24,7 @@ class Scatterer : public trParticleInflator {
     for (trVector& p : made.point) p = place.Point(element->scene->GetTransform().Point(p));
     for (int i = 0; i < 3; ++i) {
       made.texture[i] = made.point[i];
-      made.normal[i] = Cross(made.point[1] - made.point[0], made.point[2] - made.point[0]);
+      made.normal[i] = Cross(made.point[2] - made.point[0], made.point[1] - made.point[0]);
     }
     ++cursor;
     return state.PushRenderTri(made);

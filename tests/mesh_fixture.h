@@ -92,11 +92,11 @@ struct MeshStage : Graph {
   std::atomic<bool> stop{false};
 };
 
-/// Appends a triangle with points of its own.
+/// Appends a triangle with points of its own; its front is where (b - a) x (c - a) points.
 inline trTri AddTriangle(trScene& scene, const trVector& a, const trVector& b, const trVector& c,
                          long material) {
   trTri tri;
-  const trVector corners[3] = {a, b, c};
+  const trVector corners[3] = {a, c, b};
   for (int i = 0; i < 3; ++i) tri.point[i] = static_cast<std::int32_t>(scene.AddPoint({corners[i]}));
   tri.material = static_cast<std::int32_t>(material);
   EXPECT_TRUE(scene.AddTri(tri));

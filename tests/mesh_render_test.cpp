@@ -237,7 +237,7 @@ TEST(MeshRender, WholeTrianglesShowDisplacementAsBumps) {
       scene.SetAllowsTriSubdivision(false);
       const long material = scene.AddMaterial(trMaterial(nullptr, &waves, nullptr, 1));
       trTri tri;
-      const trVector corners[3] = {{-50, -50, 0}, {50, -50, 0}, {0, 60, 0}};
+      const trVector corners[3] = {{-50, -50, 0}, {0, 60, 0}, {50, -50, 0}};
       for (int i = 0; i < 3; ++i) {
         tri.point[i] = static_cast<std::int32_t>(scene.AddPoint({corners[i]}));
         if (mapped) tri.texVert[i] = static_cast<std::int32_t>(scene.AddTexVert({corners[i] * scale}));

@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "core/memory.h"
+
 namespace ovhost {
 namespace {
 
@@ -143,3 +145,5 @@ bool IsForWantOfMemory(const std::exception& problem) {
 }
 
 }  // namespace ovhost
+
+std::uint64_t trMemoryLeft() { return ovhost::FreeMemory() / 4 * 3; }

@@ -1,61 +1,10 @@
 // Bases of objects made by code or read from files.
 #include "core/scene_maker.h"
-#include "core/shading_state.h"
-
-namespace {
-
-/// Normals of the points: those of the triangles about each, weighted by area. Unit, or zero.
-std::vector<trVector> PointNormals(const trScene& scene) {
-  std::vector<trVector> normals(scene.NumPts());
-  for (long i = 1; i <= scene.NumTris(); ++i) {
-    const trTri& tri = *scene.GetPTri(i);
-    trVector p[3];
-    if (scene.GetPointVecs(tri.point, p, 3) != 3) continue;
-    const trVector weighted = Cross(p[1] - p[0], p[2] - p[0]);
-    for (const std::int32_t point : tri.point) normals[point - 1] += weighted;
-  }
-  for (trVector& normal : normals) normal = Normalised(normal);
-  return normals;
-}
-
-void ReplaceNormals(trScene& scene) {
-  const std::vector<trVector> normals = PointNormals(scene);
-  const long first = scene.NumNormals() + 1;
-  for (const trVector& normal : normals)
-    if (!scene.AddNormal({normal})) return;
-  for (long i = 1; i <= scene.NumTris(); ++i) {
-    trTri& tri = *scene.GetPTri(i);
-    for (int corner = 0; corner < 3; ++corner)
-      tri.normal[corner] = static_cast<std::int32_t>(first + tri.point[corner] - 1);
-  }
-}
-
-}  // namespace
 
 long juObjectGeneratorOrReader::Make(trScene& scene, Context context) {
   if (context == kNothing) return 1;
   ApplyVisibilityParams(scene);
   return GenerateOrRead(scene, context);
-}
-
-void juObjectGeneratorOrReader::MovePointsWithMeshDisplacer(trScene& scene, bool recalculateNormals,
-                                                            trShader& shader) {
-  trSamplingState state(shader);
-  trShadingInterface& si = state.ShadingInterface();
-  si.Object().objectToWorld = &scene.GetTransformForShaders();
-  si.Object().scene = &scene;
-  const trTransform<double>& transform = scene.GetTransform();
-  const std::vector<trVector> normals = PointNormals(scene);
-  for (long i = 1; i <= scene.NumPts(); ++i) {
-    trVector& position = scene.GetPPoint(i)->position;
-    si.SetSample(transform.Point(position), transform.Normal(normals[i - 1]));
-    shader.DisplaceTS(si);
-    const trVector moved = transform.inverse.Point(si.P());
-    if (std::isfinite(moved.LengthSquared())) position = moved;
-  }
-  if (recalculateNormals) ReplaceNormals(scene);
-  for (long i = 1; i <= scene.NumGroups(); ++i)
-    MovePointsWithMeshDisplacer(*scene.GetPGroup(i)->Subscene(), recalculateNormals, shader);
 }
 
 void juObjectGenerator::DeclareObjectGeneratorTabbedParams() {

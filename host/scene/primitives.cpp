@@ -1,5 +1,5 @@
-// Primitives as triangles. Every quad is two consecutive triangles (a, b, c) and (a, c, d), counter-clockwise
-// seen from outside.
+// Primitives as triangles. Corners are told so that (b - a) x (c - a) points outward, and stored the other way
+// round, as scenes have them. Every quad is two consecutive triangles.
 #include "core/scene.h"
 #include "host/base/tangents.h"
 
@@ -10,7 +10,7 @@ constexpr double kPi = 3.14159265358979323846;
 
 long AddTriangle(trScene& scene, long a, long b, long c, long material) {
   trTri tri;
-  const long corners[3] = {a, b, c};
+  const long corners[3] = {a, c, b};
   for (int i = 0; i < 3; ++i) {
     tri.point[i] = static_cast<std::int32_t>(corners[i]);
   }
@@ -19,7 +19,7 @@ long AddTriangle(trScene& scene, long a, long b, long c, long material) {
 }
 
 bool AddQuad(trScene& scene, long a, long b, long c, long d, long material) {
-  return AddTriangle(scene, a, b, c, material) && AddTriangle(scene, a, c, d, material);
+  return AddTriangle(scene, a, c, d, material) && AddTriangle(scene, a, b, c, material);
 }
 
 /// The points of a cube's surface, `n` quads an edge, as table indices from 0: the bottom layer, the rings
@@ -151,7 +151,7 @@ long trScene::AddPolySphere(const trVector& centre, const trVector& scale, long,
 
   const auto addTri = [&](long a, long b, long c) {
     trTri tri;
-    const long corners[3] = {a, b, c};
+    const long corners[3] = {a, c, b};
     for (int i = 0; i < 3; ++i) {
       tri.point[i] = static_cast<std::int32_t>(firstPoint + corners[i]);
       tri.normal[i] = static_cast<std::int32_t>(firstNormal + corners[i]);
@@ -173,7 +173,7 @@ long trScene::AddPolySphere(const trVector& centre, const trVector& scale, long,
             return lattice.Index(ijk[0], ijk[1], ijk[2]);
           };
           const long a = at(0, 0), b = at(1, 0), c = at(1, 1), d = at(0, 1);
-          if (!addTri(a, b, c) || !addTri(a, c, d)) return 0;
+          if (!addTri(a, c, d) || !addTri(a, b, c)) return 0;
         }
   return firstTri;
 }

@@ -11,6 +11,7 @@
 #include "host/render/dice/displacement_sampler.h"
 #include "host/render/dice/view_metric.h"
 #include "host/render/dice/wedge_mesh.h"
+#include "host/render/parts/traced_corners.h"
 
 namespace ovhost {
 namespace {
@@ -211,7 +212,8 @@ void MeshDisplacer::Finish() {
     const trVector normal = Cross(p[1] - p[0], p[2] - p[0]) * mirror_;
     // Flat triangles that stand for a round surface are told from it by their normals: the displaced normal
     // turns by as much.
-    const trVector flat = toWorld_.Normal(trVector(surface_.FlatNormal(*scene_.GetPTri(mesh_.sceneTris[i]))));
+    const trTri root = TracedCorners(*scene_.GetPTri(mesh_.sceneTris[i]));
+    const trVector flat = toWorld_.Normal(trVector(surface_.FlatNormal(root)));
     const double area = normal.Length();
     for (const std::uint32_t wedge : face.wedges) {
       const trVector round = toWorld_.Normal(trVector(surface_.wedges[wedge].normal));

@@ -62,15 +62,18 @@ class Gatherer {
   }
 
  private:
-  /// Pairs of triangles (a, b, c), (a, c, d) are quads; a single one has its last corner twice. 1 where the
-  /// next triangle was taken as well.
+  /// Pairs of triangles (a, b, c), (a, c, d) are quads; a single one has a corner twice. Quads run round the
+  /// other way than the scene's triangles. 1 where the next triangle was taken as well.
   long AddQuad(long material, long index) {
     const trTri& tri = *scene_.GetPTri(index);
     const trTri* next = scene_.GetPTri(index + 1);
-    std::int32_t corners[4] = {tri.point[0], tri.point[1], tri.point[2], tri.point[2]};
+    std::int32_t corners[4] = {tri.point[0], tri.point[2], tri.point[1], tri.point[1]};
     const bool isQuad = next && next->material == tri.material && next->point[0] == tri.point[0] &&
                         next->point[1] == tri.point[2];
-    if (isQuad) corners[3] = next->point[2];
+    if (isQuad) {
+      corners[1] = next->point[2];
+      corners[2] = tri.point[2];
+    }
     std::unique_ptr<GridMesh>& grid = grids_[material];
     if (!grid) {
       grid = std::make_unique<GridMesh>(source_);

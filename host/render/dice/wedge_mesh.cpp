@@ -7,6 +7,7 @@
 #include "host/base/parallel.h"
 #include "host/render/dice/patch_edges.h"
 #include "host/render/parts/surface_part.h"
+#include "host/render/parts/traced_corners.h"
 
 namespace ovhost {
 namespace {
@@ -72,7 +73,7 @@ WedgeMesh::WedgeMesh(const trScene& scene, const std::vector<std::int32_t>& root
   for (const std::int32_t root : roots) isMapped_ |= scene_.GetPTri(root)->texVert[0] != 0;
   RootFiller filler(*this);
   for (size_t i = 0; i < roots.size(); ++i) {
-    const trTri& tri = *scene_.GetPTri(roots[i]);
+    const trTri tri = TracedCorners(*scene_.GetPTri(roots[i]));
     const trMaterial* material = MaterialOf(scene_, tri);
     trVector points[3], normals[3], textures[3];
     if (scene_.GetPointVecs(tri.point, points, 3) != 3) continue;

@@ -6,6 +6,7 @@
 
 #include "host/base/tangents.h"
 #include "host/render/parts/surface_hit.h"
+#include "host/render/parts/traced_corners.h"
 
 namespace ovhost {
 namespace {
@@ -23,13 +24,13 @@ double LargestComponent(const trVector& v) {
   return std::max({std::fabs(v.x), std::fabs(v.y), std::fabs(v.z)});
 }
 
-/// A triangle as its scene's tables tell it, in the scene's object space.
+/// A triangle as its scene's tables tell it, in the scene's object space, with the tracer's order of corners.
 struct SceneTriangle {
-  const trTri& tri;
+  const trTri tri;
   trVector points[3];
 
   SceneTriangle(const TriMesh& mesh, const SurfaceHit& hit)
-      : tri(*mesh.scene->GetPTri(mesh.SceneTri(hit.primitive))) {
+      : tri(TracedCorners(*mesh.scene->GetPTri(mesh.SceneTri(hit.primitive)))) {
     mesh.scene->GetPointVecs(tri.point, points, 3);
   }
   trVector Normal() const { return Cross(points[1] - points[0], points[2] - points[0]); }
@@ -63,9 +64,9 @@ void FillTriMesh(TriMesh& mesh, const std::vector<std::int32_t>& sceneTris, cons
   mesh.triangles.reserve(sceneTris.size());
   bool isWhole = true;
   for (const std::int32_t index : sceneTris) {
-    const std::int32_t* corners = scene.GetPTri(index)->point;
+    const trTri tri = TracedCorners(*scene.GetPTri(index));
     std::array<std::uint32_t, 3> triangle;
-    for (int k = 0; k < 3; ++k) triangle[k] = static_cast<std::uint32_t>(corners[k] - 1);
+    for (int k = 0; k < 3; ++k) triangle[k] = static_cast<std::uint32_t>(tri.point[k] - 1);
     if (!std::all_of(triangle.begin(), triangle.end(),
                      [&](std::uint32_t k) { return k < numPoints && IsTraceable(mesh.vertices[k]); }))
       continue;

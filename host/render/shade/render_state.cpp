@@ -41,7 +41,7 @@ long trRenderState::PushTri(const trScene& scene, long tri) {
   const bool isSmooth =
       (!made.material || made.material->useNormals) && scene.GetNormals(entry->normal, made.normal, 3) == 3;
   if (!isSmooth) {
-    const trVector flat = Cross(made.point[1] - made.point[0], made.point[2] - made.point[0]);
+    const trVector flat = Cross(made.point[2] - made.point[0], made.point[1] - made.point[0]);
     std::fill(made.normal, made.normal + 3, flat);
   }
   const trTransform<double>& transform = scene.GetTransform();
