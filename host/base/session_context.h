@@ -33,11 +33,6 @@ struct OV_API SessionContext {
   std::atomic<long> errors{0}, fileErrors{0}, warnings{0};
   long shownWarnings = 0, shownErrors = 0;  ///< since TellLeftOut
 
-  /// Of the render in hand, bytes; 0 outside of renders.
-  std::atomic<std::uint64_t> memoryBudget{0};
-  /// Work that was ended because it can't fit.
-  std::atomic<long> memoryRefusals{0};
-
   ProgressSink progressSink = nullptr;
   void* progressContext = nullptr;
 
@@ -50,6 +45,11 @@ struct OV_API SessionContext {
   /// Networks that feed themselves are told of once a shader, and a few times at most.
   std::atomic<const void*> lastTripped{nullptr};
   std::atomic<int> trips{0};
+
+  /// Of the render in hand, bytes; 0 outside of renders.
+  std::atomic<std::uint64_t> memoryBudget{0};
+  /// Work that was ended because it can't fit.
+  std::atomic<long> memoryRefusals{0};
 };
 
 /// Number of threads for renders and long jobs: `count`, or all cores for 0. Main thread only.
