@@ -129,8 +129,21 @@ class OV_API juObjectGeneratorOrReader : public juSceneMaker, public juPreviewHa
 /// Objects made by code: GenerateOrRead opens a group and calls GenerateMesh.
 class OV_API juObjectGenerator : public juObjectGeneratorOrReader {
  public:
+  void OnParamChanged(long index, trBase* who) override;
+  void OnDependencyParamChanged(trBase* changed, long index, trBase* link, trBase* who) override;
+  trPreviewHandler* PreviewHandler() override { return this; }
   long GenerateOrRead(trScene& scene, Context context) override;
   virtual long GenerateMesh(trScene& scene, long materialIndex) = 0;
+
+  /// That of the mesh, which is made for it when it is first asked for after a change.
+  trBoundingBox BoundingBoxL() override;
+  trVector HandlePositionL() override { return {}; }
+  trTransform<double> Transform() override;
+  void MoveHandlePositionT(const trVector& delta) override;
+  void MoveHandleRotationT(const trVector& deltaDegrees) override;
+  void MoveHandleScaleT(const trVector& factor) override;
+  trVector HandleRotation() override { return rotate_; }
+  trVector HandleScale() override { return scale_; }
 
  protected:
   /// The standard tabs of a generator: `translate`, `rotate`, `scale`; `surface_shader`,
@@ -145,6 +158,8 @@ class OV_API juObjectGenerator : public juObjectGeneratorOrReader {
   unsigned char doubleSided_ = 1, useSmoothNormals_ = 1, smoothsTerminator_ = 1, populationMode_ = 0;
   trShaderLink surfaceShader_;
   trVector translate_, rotate_, scale_{1, 1, 1};
+  trBoundingBox box_;
+  bool hasBox_ = false;
 };
 
 /// Objects read from a file.

@@ -26,9 +26,15 @@
 #include "heightfield/vertical_operators.h"
 #include "imagemap/image_map_shader.h"
 #include "objectio/lwo_writer.h"
+#include "objects/grass_clump.h"
+#include "objects/lake.h"
+#include "objects/markers.h"
 #include "objects/planet.h"
 #include "objects/planet_surface_shader.h"
+#include "objects/poly_sphere.h"
 #include "objects/populator.h"
+#include "objects/primitive_geometry.h"
+#include "objects/primitive_objects.h"
 #include "objects/rock.h"
 #include "objects/sphere_geometry_shader.h"
 #include "surface/colour_utilities.h"
@@ -90,6 +96,8 @@ const Row kRows[] = {
     {"hidden", "warp_shader", trCreateNode<WarpShader>},
     {"shader/surface", "water_shader", trCreateNode<WaterShader>},
     {"shader/colour", "contour_shader", trCreateNode<ContourShader>},
+    {"hidden", "cube_geometry_shader", trCreateNode<CubeGeometryShader>},
+    {"hidden", "octahedron_geometry_shader", trCreateNode<OctahedronGeometryShader>},
     {"hidden", "sphere_geometry_shader", trCreateNode<SphereGeometryShader>},
     {"shader/utility", "tex_coords_from_XYZ", trCreateNode<TexCoordsFromXYZ>},
     {"shader/utility", "compute_normal", trCreateNode<ComputeNormal>},
@@ -108,9 +116,16 @@ const Row kRows[] = {
     {"heightfield_operator", "heightfield_smooth", trCreateNode<HeightfieldSmooth>},
     {"heightfield_operator", "heightfield_smooth_erode", trCreateNode<HeightfieldSmoothErode>},
     {"hidden", "heightfield_erode_experiment", trCreateNode<HeightfieldErosionExperiment>},
+    {"object", "bounding_box", trCreateNode<BoundingBox>},
+    {"object", "landmark", trCreateNode<Landmark>},
+    {"object/displaceable", "cube", trCreateNode<Cube>},
+    {"object/displaceable", "octahedron", trCreateNode<Octahedron>},
     {"object/displaceable", "planet", trCreateNode<Planet>},
+    {"object/populatable", "grass_clump", trCreateNode<GrassClump>},
     {"hidden", "poly_cube", trCreateNode<PolyCube>},
+    {"object/populatable", "poly_sphere", trCreateNode<PolySphere>},
     {"object/populatable", "rock", trCreateNode<Rock>},
+    {"water", "lake", trCreateNode<Lake>},
     {"hidden", "populator_v3", trCreateNode<Populator3>},
     {"hidden", "object_writer_lwo", trCreateNode<ObjectWriterLWO>},
 };

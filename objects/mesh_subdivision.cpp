@@ -2,10 +2,9 @@
 #include "objects/mesh_subdivision.h"
 
 #include <cmath>
-#include <limits>
 #include <string>
 
-#include "core/memory.h"
+#include "objects/mesh_budget.h"
 
 namespace {
 
@@ -13,28 +12,6 @@ constexpr long kTrianglesBetweenReports = 100000;
 /// A triangle, and nearly a point, a texture vertex and a normal with it.
 constexpr std::uint64_t kBytesPerTriangle =
     sizeof(trTri) + sizeof(trPoint) + sizeof(trTexVert) + sizeof(trNormal);
-
-/// Of `start` triangles after so many levels; more than fits is the largest number.
-std::uint64_t TrianglesAfter(std::uint64_t start, long levels) {
-  constexpr std::uint64_t kMost = std::numeric_limits<std::uint64_t>::max();
-  for (long i = 0; i < levels && start && start < kMost; ++i) start = start > kMost / 4 ? kMost : start * 4;
-  return start;
-}
-
-/// Whether the mesh will fit; an error where it won't.
-bool FitsMemory(const trScene& scene, long levels, const trBase& node) {
-  const std::uint64_t triangles = TrianglesAfter(static_cast<std::uint64_t>(scene.NumTris()), levels);
-  const std::uint64_t budget = trMemoryLeft();
-  if (triangles <= std::numeric_limits<std::int32_t>::max() && triangles * kBytesPerTriangle <= budget)
-    return true;
-  const trScopedErrorsWarningsContext context(&node);
-  const trString count = triangles == std::numeric_limits<std::uint64_t>::max() ? trString("more than 10^19")
-                                                                                : std::to_string(triangles);
-  trError(std::to_string(levels) + " levels of subdivision make " + count + " triangles of " +
-          std::to_string(kBytesPerTriangle) + " bytes; the budget is " + std::to_string(budget / 1000000) +
-          " MB and at most 2147483647 triangles.");
-  return false;
-}
 
 struct Midpoints {
   std::int32_t point[3], texVert[3], normal[3];
@@ -88,7 +65,9 @@ bool SplitInFour(trScene& scene, long index) {
 long SubdivideMesh(trScene& scene, long levels, trBase& node) {
   const long start = scene.NumTris();
   if (levels < 1 || !start) return 1;
-  if (!FitsMemory(scene, levels, node)) return 0;
+  if (!FitsMeshBudget(node, static_cast<double>(start) * std::pow(4.0, static_cast<double>(levels)),
+                      "triangles of subdivision", kBytesPerTriangle, 1))
+    return 0;
 
   // Each level splits what stands at its start: 1 + 4 + 16 + ... times the first triangles in all.
   const double all = static_cast<double>(start) * (std::pow(4.0, static_cast<double>(levels)) - 1) / 3;

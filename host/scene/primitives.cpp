@@ -1,5 +1,5 @@
-// Primitives as triangles. Corners are told so that (b - a) x (c - a) points outward, and stored the other way
-// round, as scenes have them. Every quad is two consecutive triangles.
+// Primitives as triangles. Corners are told so that (b - a) x (c - a) points outward, and stored the other
+// way round, as scenes have them. Every quad is two consecutive triangles.
 #include "core/scene.h"
 #include "host/base/tangents.h"
 
@@ -88,7 +88,9 @@ long AddRing(trScene& scene, const trVector& centre, const trVector& axisA, cons
 bool AddFan(trScene& scene, const trVector& centre, long ring, long sides, bool reversed, long material) {
   const long hub = scene.AddPoint({centre});
   if (!hub) return false;
-  for (long i = 0; i < sides; ++i) {
+  for (long k = 0; k < sides; ++k) {
+    // In the order that makes quads of pairs.
+    const long i = reversed ? k : sides - 1 - k;
     const long a = ring + i, b = ring + (i + 1) % sides;
     if (!AddTriangle(scene, hub, reversed ? b : a, reversed ? a : b, material)) return false;
   }

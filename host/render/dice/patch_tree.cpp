@@ -23,10 +23,26 @@ constexpr int kMaxBalancings = 40;
 /// What the surface hides from the eye shows in mirrors at most: as many levels coarser.
 constexpr int kCoarserHidden = 2;
 
+/// Whether the quads of a base mesh lie all round a ball of radius 1, which then hides what is behind it.
+bool IsMadeOfABall(const GridMesh& mesh) {
+  constexpr double kLeastHeight = 0.9;
+  for (size_t i = 0; i + 3 < mesh.quadCorners.size(); i += 4) {
+    trVector middle;
+    for (size_t k = 0; k < 4; ++k) middle += mesh.quadCorners[i + k] * 0.25;
+    const double height = middle.Length();
+    if (!(height > kLeastHeight && height <= 1)) return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 PatchTree::PatchTree(const GridMesh& mesh, const DiceSettings& settings, trRenderServices& services)
-    : mesh_(mesh), settings_(settings), services_(services), metric_(settings.view) {}
+    : mesh_(mesh),
+      isBall_(mesh.material->geometryShader && IsMadeOfABall(mesh)),
+      settings_(settings),
+      services_(services),
+      metric_(settings.view) {}
 
 bool PatchTree::FindLeaves(std::uint64_t maxLeaves, std::vector<PatchNode>& leaves,
                            std::uint64_t& displacements) const {
@@ -166,7 +182,7 @@ double PatchTree::EdgeSize(const PatchNode& node) const {
 }
 
 bool PatchTree::IsBehindHorizon(const trVector& point, double radius) const {
-  if (!mesh_.material->geometryShader) return false;
+  if (!isBall_) return false;
   const auto& transform = mesh_.scene->GetTransform();
   const trVector centre = transform.forward.Translation();
   const double ball = transform.Direction({0, 1, 0}).Length() * 0.998;

@@ -64,6 +64,7 @@ class PatchTree {
   /// along the edge.
   void Balance(std::vector<PatchNode>& leaves, std::uint64_t& displacements) const;
   const GridMesh& mesh_;
+  const bool isBall_;  ///< made of a ball of radius 1
   const DiceSettings& settings_;
   trRenderServices& services_;
   ViewMetric metric_;
