@@ -17,6 +17,7 @@ struct Options {
   ProjectOptions changes;
   std::string path, elevation;
   std::string like = ovhost::LandscapeKinds().front().name;
+  std::vector<std::string> with;
   bool overwrite = false, list = false;
 };
 
@@ -36,6 +37,8 @@ int Run(Program& program, const Options& options) {
   if (!program.common.seed) trFixGlobalSeed(std::random_device{}());
   const std::unique_ptr<Session> made = ovhost::NewLandscape(options.like, options.elevation);
   Session& session = *made;
+  for (const std::string& what : options.with)
+    if (!ovhost::AddToProject(session.Project(), what)) return kFailed;
   ApplyChanges(session, options.changes);
   if (options.path == "-") {
     const std::string text = ovhost::ProjectToText(session.Project());
@@ -61,6 +64,10 @@ void AddNew(Program& program) {
   command->add_option("--like", options->like, "What kind of landscape; --list tells them")
       ->capture_default_str();
   command->add_flag("--list", options->list, "List the kinds of landscapes");
+  command
+      ->add_option("--with", options->with,
+                   "Add to it, set up to be seen: populator, ten thousand objects on the ground")
+      ->check(CLI::IsMember({"populator"}));
   command->add_flag("--overwrite", options->overwrite, "Replace a file that exists");
   AddChangeOptions(*command, options->changes);
 }

@@ -9,18 +9,21 @@
 #include <filesystem>
 
 #include "app/app.h"
+#include "app/json.h"
 #include "app/progress.h"
 #include "app/project_options.h"
 #include "app/signals.h"
 #include "app/units.h"
 #include "core/messages.h"
 #include "host/base/log.h"
+#include "host/base/memory.h"
 #include "host/image/picture.h"
 #include "host/node/graph_check.h"
 #include "host/node/node_data.h"
 #include "host/project/project_file.h"
 #include "host/raster/heightfield_run.h"
 #include "host/render/frame/film.h"
+#include "host/render/frame/population_claims.h"
 #include "host/session/frames.h"
 #include "host/session/render_frame.h"
 
@@ -38,7 +41,7 @@ struct Options {
   std::optional<double> noise;
   std::vector<std::string> layers;
   std::optional<bool> denoise;
-  bool overwrite = false, skipExisting = false, dryRun = false, allowMissing = false;
+  bool overwrite = false, skipExisting = false, dryRun = false, json = false, allowMissing = false;
 };
 
 /// One picture to make.
@@ -252,17 +255,67 @@ void Report(const Job& job, ovhost::RenderOutcome outcome, const ovhost::RenderS
                       rate(statistics.volumeSamples));
 }
 
-void PrintPlan(const std::vector<Job>& jobs, const Options& options, const trBase* renderNode,
+/// What would be rendered, and what its populations take, which is found out by populating.
+struct DryRun {
+  std::vector<ovhost::PopulationClaim> claims;
+  std::uint64_t budget = 0;
+  bool fits = true;
+  int code = kDone;
+};
+
+DryRun FindOut(Program& program, const std::vector<Job>& jobs, juProject& project,
                const ovhost::RenderSettings& settings) {
+  DryRun found;
+  ovhost::RenderControl control;
+  const RenderSignals signals(control);
+  const Progress progress(program.common, &control.stop);
+  if (!jobs.empty()) {
+    project.SetParam("current_frame", jobs[0].frame, trWhoSystem);
+    ovhost::UpdateAnimation(&project, static_cast<double>(jobs[0].frame));
+  }
+  found.budget = settings.memoryBytes ? settings.memoryBytes : ovhost::FreeMemory() / 4 * 3;
+  bool isRefused = false;
+  if (!ovhost::FindClaims(project, found.budget, found.claims, isRefused))
+    found.code = isRefused ? kLimitReached : kFailed;
+  found.fits = !isRefused;
+  if (control.stop) found.code = 128 + StopSignal();
+  return found;
+}
+
+void PrintPlan(const std::vector<Job>& jobs, const Options& options, const trBase* renderNode,
+               const ovhost::RenderSettings& settings, const DryRun& found) {
   int width = 0, height = 0;
   PictureSize(renderNode, options, width, height);
   const ovhost::PixelRect rect = settings.crop.value_or(ovhost::PixelRect{0, 0, width, height});
+  Json frames = Json::array(), populations = Json::array();
   for (const Job& job : jobs) {
     const bool isSkipped = options.skipExisting && ovhost::IsFinishedPicture(job.path);
-    std::printf("frame %ld -> %s, %d x %d pixels, rows %d to %d, columns %d to %d%s\n", job.frame,
-                job.path.c_str(), width, height, rect.y0, rect.y1, rect.x0, rect.x1,
-                isSkipped ? ", skipped" : "");
+    if (!options.json)
+      std::printf("frame %ld -> %s, %d x %d pixels, rows %d to %d, columns %d to %d%s\n", job.frame,
+                  job.path.c_str(), width, height, rect.y0, rect.y1, rect.x0, rect.x1,
+                  isSkipped ? ", skipped" : "");
+    frames.push_back({{"frame", job.frame},
+                      {"path", job.path},
+                      {"width", width},
+                      {"height", height},
+                      {"rows", {rect.y0, rect.y1}},
+                      {"columns", {rect.x0, rect.x1}},
+                      {"skipped", isSkipped}});
   }
+  for (const ovhost::PopulationClaim& claim : found.claims) {
+    if (!options.json)
+      std::printf("%s: %s\n", claim.node->Name().c_str(),
+                  ovhost::CopiesText(claim.copies, claim.bytes, found.budget).c_str());
+    populations.push_back(
+        {{"node", claim.node->NameAndPath()}, {"copies", claim.copies}, {"bytes", claim.bytes}});
+  }
+  if (options.json)
+    std::fputs(JsonText({{"frames", frames},
+                         {"populations", populations},
+                         {"budget", found.budget},
+                         {"fits", found.fits}})
+                   .c_str(),
+               stdout);
 }
 
 int Run(Program& program, const Options& options) {
@@ -278,8 +331,9 @@ int Run(Program& program, const Options& options) {
   CheckLinks(project, options);
   CheckRings(project);
   if (options.dryRun) {
-    PrintPlan(jobs, options, RenderNode(options, session), settings);
-    return kDone;
+    const DryRun found = FindOut(program, jobs, project, settings);
+    PrintPlan(jobs, options, RenderNode(options, session), settings, found);
+    return found.code;
   }
   settings.sceneKey = session.SceneKey();
 
@@ -338,9 +392,8 @@ void AddRender(Program& program) {
   command
       ->add_option("-o,--output", options->output, "Picture file; #### or %04d stands for the frame number")
       ->required();
-  command->add_option(
-      "-f,--frames", options->frames,
-      "Frames, such as 1-10,20-40x5, or all; the project's current one by default");
+  command->add_option("-f,--frames", options->frames,
+                      "Frames, such as 1-10,20-40x5, or all; the project's current one by default");
   command->add_option("--render-node", options->renderNode,
                       "Name or path of the render node; the first by default");
   command->add_option("--camera", options->camera,
@@ -383,7 +436,10 @@ void AddRender(Program& program) {
       ->capture_default_str();
   command->add_flag("--allow-missing", options->allowMissing,
                     "Render without the nodes whose classes no module has, and links that lead nowhere");
-  command->add_flag("--dry-run", options->dryRun, "Check everything and list the pictures without rendering");
+  auto* dryRun =
+      command->add_flag("--dry-run", options->dryRun,
+                        "Check everything, list the pictures, and tell what populations will take");
+  command->add_flag("--json", options->json, "With --dry-run: answer in JSON")->needs(dryRun);
 }
 
 }  // namespace ovapp

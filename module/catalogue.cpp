@@ -37,6 +37,7 @@
 #include "objects/planet.h"
 #include "objects/planet_surface_shader.h"
 #include "objects/poly_sphere.h"
+#include "objects/populator.h"
 #include "objects/primitive_geometry.h"
 #include "objects/primitive_objects.h"
 #include "objects/rock.h"
@@ -147,6 +148,7 @@ const Row kRows[] = {
     {"object/populatable", "poly_sphere", trCreateNode<PolySphere>},
     {"object/populatable", "rock", trCreateNode<Rock>},
     {"water", "lake", trCreateNode<Lake>},
+    {"hidden", "populator_v3", trCreateNode<Populator3>},
     {"hidden", "object_writer_lwo", trCreateNode<ObjectWriterLWO>},
     {"function/debug", "notifier", trCreateNode<Notifier>},
     {"function/debug", "live_value_display", trCreateNode<LiveValueDisplay>},

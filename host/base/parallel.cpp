@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "core/messages.h"
+#include "core/parallel.h"
 #include "host/base/session_context.h"
 
 #ifdef OV_THREAD_SANITIZER
@@ -179,3 +180,15 @@ unsigned ThreadSlot() {
 unsigned NumThreadSlots() { return static_cast<unsigned>(tbb::this_task_arena::max_concurrency()); }
 
 }  // namespace ovhost
+
+void trParallelFor(long count, const std::function<void(long, unsigned)>& work) {
+  const auto run = [&] {
+    ovhost::ParallelFor(static_cast<size_t>(std::max(count, 0L)),
+                        [&work](size_t i) { work(static_cast<long>(i), ovhost::ThreadSlot()); });
+  };
+  // Inside of a render its threads do the work.
+  if (tbb::this_task_arena::current_thread_index() != tbb::task_arena::not_initialized)
+    run();
+  else
+    ovhost::WithThreads(trNumCoresToUse(), run);
+}

@@ -36,6 +36,13 @@ StopScope::StopScope(const std::atomic<bool>& stop) : outer_(stopHere) { stopHer
 StopScope::~StopScope() { stopHere = outer_; }
 bool StopScope::IsAsked() { return stopHere && stopHere->load(std::memory_order_relaxed); }
 
+MemoryScope::MemoryScope(std::uint64_t bytes)
+    : session_(SessionContext::Current()),
+      outer_(session_.memoryBudget.exchange(bytes)),
+      refusals_(session_.memoryRefusals) {}
+MemoryScope::~MemoryScope() { session_.memoryBudget = outer_; }
+bool MemoryScope::HasRefused() const { return session_.memoryRefusals > refusals_; }
+
 void SetNumThreads(int count) { SessionContext::Current().threads = std::clamp(count, 0, kMaxThreads); }
 
 }  // namespace ovhost

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <mutex>
 
 #include "core/ocio.h"
@@ -44,6 +45,11 @@ struct OV_API SessionContext {
   /// Networks that feed themselves are told of once a shader, and a few times at most.
   std::atomic<const void*> lastTripped{nullptr};
   std::atomic<int> trips{0};
+
+  /// Of the render in hand, bytes; 0 outside of renders.
+  std::atomic<std::uint64_t> memoryBudget{0};
+  /// Work that was ended because it can't fit.
+  std::atomic<long> memoryRefusals{0};
 };
 
 /// Number of threads for renders and long jobs: `count`, or all cores for 0. Main thread only.
@@ -59,6 +65,23 @@ class OV_API SessionScope {
 
  private:
   SessionContext* const outer_;
+};
+
+/// While it lives, what is made for the session has so many bytes to fit in; 0 for no limit. One at a time in
+/// a session.
+class OV_API MemoryScope {
+ public:
+  explicit MemoryScope(std::uint64_t bytes);
+  ~MemoryScope();
+  MemoryScope(const MemoryScope&) = delete;
+  MemoryScope& operator=(const MemoryScope&) = delete;
+  /// Whether something was refused since.
+  bool HasRefused() const;
+
+ private:
+  SessionContext& session_;
+  const std::uint64_t outer_;
+  const long refusals_;
 };
 
 /// While it lives, long jobs of its thread, and of those that its loops take, end soon once `stop` is set:

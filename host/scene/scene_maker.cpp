@@ -5,7 +5,10 @@
 #include "host/project/camera.h"
 #include "host/scene/scene_tables.h"
 
-trSceneMaker::trSceneMaker() { DeclareTrue("is_object"); }
+trSceneMaker::trSceneMaker() {
+  DeclareTrue("is_object");
+  DeclareTrue("is_scene_maker");
+}
 
 long trSceneMaker::Make(trScene&, Context) { return 1; }
 

@@ -50,6 +50,7 @@ std::unordered_set<trHeightfield*> ValidHeightfields(juProject& project) {
 }  // namespace
 
 RenderOutcome ReportFailure(const std::exception& problem) {
+  if (dynamic_cast<const ToldMemoryLimit*>(&problem)) return RenderOutcome::kMemoryLimit;
   const bool isMemory = IsForWantOfMemory(problem);
   trError(isMemory ? "The render ran out of memory." : std::string("The render failed: ") + problem.what());
   return isMemory ? RenderOutcome::kMemoryLimit : RenderOutcome::kFailed;

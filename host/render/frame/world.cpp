@@ -6,7 +6,9 @@
 #include <thread>
 
 #include "host/base/log.h"
+#include "host/base/memory.h"
 #include "host/base/parallel.h"
+#include "host/base/session_context.h"
 #include "host/node/graph_check.h"
 #include "host/node/node_data.h"
 #include "host/node/shader_start.h"
@@ -15,6 +17,7 @@
 #include "host/render/dice/dice_parts.h"
 #include "host/render/dice/prototype_edges.h"
 #include "host/render/frame/part_classes.h"
+#include "host/render/frame/population_claims.h"
 #include "host/render/shade/shading_context.h"
 
 namespace ovhost {
@@ -151,6 +154,7 @@ bool World::DiceParts() {
 }
 
 bool World::MakeScenes() {
+  const MemoryScope memory(settings_.memoryBytes);
   for (trBase* node : AllNodes(&project_)) {
     auto* maker = dynamic_cast<trSceneMaker*>(node);
     if (!maker) continue;
@@ -159,6 +163,7 @@ bool World::MakeScenes() {
     const trScopedErrorsWarningsContext context(node);
     const ToldErrors told;
     if (!maker->Make(*scene, trSceneMaker::kRender)) {
+      if (memory.HasRefused()) throw ToldMemoryLimit();
       // Makers mostly tell what stopped them.
       if (!told.Any()) trError("The object could not be made.");
       return false;
@@ -166,6 +171,10 @@ bool World::MakeScenes() {
     scene->PrepForRender();
     scenes_.push_back({std::move(scene), {node, static_cast<int>(scenes_.size()) + 1}});
   }
+  std::vector<PopulationClaim> claims;
+  for (const auto& made : scenes_) claims.push_back(ClaimOf(*made.source.node, *made.scene));
+  TellClaims(claims, settings_.memoryBytes);
+  if (!ClaimsFit(claims, settings_.memoryBytes)) throw ToldMemoryLimit();
   return true;
 }
 

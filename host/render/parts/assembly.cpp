@@ -4,8 +4,8 @@
 namespace ovhost {
 namespace {
 
-/// Shares of the ray tracer's hierarchies, bytes.
-constexpr std::uint64_t kBytesPerTriangle = 80, kBytesPerInstance = 100;
+/// A triangle's share of the ray tracer's hierarchy, bytes.
+constexpr std::uint64_t kBytesPerTriangle = 80;
 
 }  // namespace
 
@@ -15,7 +15,7 @@ std::uint64_t Assembly::Bytes() const {
     bytes += part.Bytes() + part.Shape().numTriangles * kBytesPerTriangle;
   });
   for (const auto& population : populations)
-    bytes += population->instances.size() * (sizeof(Instance) + kBytesPerInstance);
+    bytes += population->instances.size() * (sizeof(Instance) + kHierarchyBytesPerCopy);
   return bytes;
 }
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "core/memory_budget.h"
 #include "host/base/parallel.h"
 #include "host/render/parts/assembly.h"
 
@@ -60,3 +61,7 @@ void PlaceInstances(Population& population, const trVector& origin) {
 }
 
 }  // namespace ovhost
+
+std::uint64_t trBytesOfCopies(std::uint64_t copies) {
+  return copies * (sizeof(trParticle) + sizeof(ovhost::Instance) + ovhost::kHierarchyBytesPerCopy);
+}

@@ -33,6 +33,9 @@ struct Population {
   std::vector<Instance> instances;
 };
 
+/// What the ray tracer's hierarchy takes for a copy, bytes.
+constexpr std::uint64_t kHierarchyBytesPerCopy = 100;
+
 /// From a copy's local space to that of what holds its population.
 trTransform<double> OuterFromInstance(const Population& population, const Instance& instance);
 /// Makes the instances of a population, whose prototypes must be set, relative to `origin`. Those that stand
