@@ -25,7 +25,12 @@
 #include "heightfield/size_operators.h"
 #include "heightfield/vertical_operators.h"
 #include "imagemap/image_map_shader.h"
+#include "objectio/error_writer.h"
+#include "objectio/fbx_writer.h"
 #include "objectio/lwo_writer.h"
+#include "objectio/obj_writer.h"
+#include "objectio/ovo_reader.h"
+#include "objectio/ovo_writer.h"
 #include "objects/planet.h"
 #include "objects/planet_surface_shader.h"
 #include "objects/sphere_geometry_shader.h"
@@ -107,7 +112,12 @@ const Row kRows[] = {
     {"heightfield_operator", "heightfield_smooth_erode", trCreateNode<HeightfieldSmoothErode>},
     {"hidden", "heightfield_erode_experiment", trCreateNode<HeightfieldErosionExperiment>},
     {"object/displaceable", "planet", trCreateNode<Planet>},
+    {"object/populatable", "ovo_reader", trCreateNode<OVOReader>},
+    {"hidden", "object_writer_err", trCreateNode<ObjectWriterErr>},
     {"hidden", "object_writer_lwo", trCreateNode<ObjectWriterLWO>},
+    {"hidden", "object_writer_obj", trCreateNode<ObjectWriterOBJ>},
+    {"hidden", "object_writer_ovo", trCreateNode<ObjectWriterOVO>},
+    {"hidden", "object_writer_fbx", trCreateNode<ObjectWriterFBX>},
 };
 
 }  // namespace
