@@ -28,6 +28,7 @@
 #include "objectio/error_writer.h"
 #include "objectio/fbx_writer.h"
 #include "objectio/lwo_writer.h"
+#include "objectio/micro_exporter.h"
 #include "objectio/obj_writer.h"
 #include "objectio/ovo_reader.h"
 #include "objectio/ovo_writer.h"
@@ -111,6 +112,8 @@ const Row kRows[] = {
     {"heightfield_operator", "heightfield_smooth", trCreateNode<HeightfieldSmooth>},
     {"heightfield_operator", "heightfield_smooth_erode", trCreateNode<HeightfieldSmoothErode>},
     {"hidden", "heightfield_erode_experiment", trCreateNode<HeightfieldErosionExperiment>},
+    {"micro_handler", "micro_exporter", trCreateNode<MicroExporter>},
+    {"micro_handler", "lwo_micro_exporter", trCreateNode<LWOMicroExporter>},
     {"object/displaceable", "planet", trCreateNode<Planet>},
     {"object/populatable", "ovo_reader", trCreateNode<OVOReader>},
     {"hidden", "object_writer_err", trCreateNode<ObjectWriterErr>},
