@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "app/app.h"
+#include "app/export_object.h"
 #include "app/project_options.h"
 #include "core/messages.h"
 #include "host/base/log.h"
@@ -44,6 +45,37 @@ int ConvertProject(const Options& options) {
   return CodeOf(errors);
 }
 
+/// A node below `project` for an object of our own, with the shaders that it brings along.
+trBase& OpenObject(juProject& project, const std::string& path) {
+  static std::string chosen;
+  chosen = fs::absolute(path).lexically_normal().string();
+  juSetFileChooser(
+      [](const std::vector<juFileFilterItem>&, trString& answer) { return answer = chosen, true; });
+  const ovhost::ErrorWatch errors;
+  trBase* const node = project.CreateChild("ovo_reader");
+  juSetFileChooser(nullptr);
+  if (!node || errors.HasErrors()) throw Failure{kInvalidProject, path + ": can't be read"};
+  return *node;
+}
+
+int ConvertObject(const Options& options) {
+  if (Extension(options.output) == ".ovd") {
+    const std::unique_ptr<juProject> project = ovhost::NewDefaultProject();
+    if (!project) return kFailed;
+    OpenObject(*project, options.input);
+    const std::string problem = ovhost::SaveProject(*project, options.output);
+    if (!problem.empty()) throw Failure{kOutputFailed, problem};
+    trPrintMessage(options.output + ": written");
+    return kDone;
+  }
+  juProject project;
+  ObjectExport object;
+  object.output = options.output;
+  object.ascii = options.ascii;
+  object.json = options.json;
+  return ExportObject(OpenObject(project, options.input), object);
+}
+
 ovhost::MeshReadOptions ReadOptions(const Options& options) {
   ovhost::MeshReadOptions read;
   read.scale = options.scale;
@@ -75,8 +107,6 @@ void Print(const Options& options, const ovhost::ForeignMesh& mesh, long materia
 }
 
 int ConvertMesh(const Options& options) {
-  if (!ovhost::IsObjectPath(options.output))
-    throw Failure{kBadUsage, options.output + ": objects are ovo, obj, fbx, lwo or ply"};
   const auto start = std::chrono::steady_clock::now();
   const ovhost::ErrorWatch errors;
   ovhost::ForeignMesh mesh;
@@ -86,7 +116,6 @@ int ConvertMesh(const Options& options) {
     trWarning(options.input + ": " + std::to_string(mesh.leftOut) +
               " points and lines are no surface and are left out");
   juProject project;
-  // Images are named by whole paths: the project that the object will be in may lie anywhere.
   trScene scene;
   trSceneMaker* const maker = ovhost::MakeMeshObject(project, options.input, mesh, scene);
   if (!maker) return kFailed;
@@ -107,22 +136,31 @@ int Run(Program&, const Options& options) {
     throw Failure{kOutputFailed,
                   options.output + ": can't be written: there is no folder " + folder.string()};
   if (ovhost::LoadModules() > 0) return kFailed;
-  return Extension(options.input) == ".ovd" ? ConvertProject(options) : ConvertMesh(options);
+  const std::string extension = Extension(options.input);
+  if (extension == ".ovd") return ConvertProject(options);
+  const bool toProject = extension == ".ovo" && Extension(options.output) == ".ovd";
+  if (!toProject && !ovhost::IsObjectPath(options.output))
+    throw Failure{kBadUsage, options.output + ": objects are ovo, obj, fbx, lwo or ply"};
+  return extension == ".ovo" ? ConvertObject(options) : ConvertMesh(options);
 }
 
 }  // namespace
 
 void AddConvert(Program& program) {
   auto options = std::make_shared<Options>();
-  CLI::App* command =
-      program.Add("convert", "Make an object of another program's mesh, or a project today's",
-                  "ov convert tree.obj -o tree.ovo\n  ov convert old.ovd -o new.ovd", options, Run);
+  CLI::App* command = program.Add(
+      "convert", "Make an object of another program's mesh, or a project today's",
+      "ov convert tree.obj -o tree.ovo\n  ov convert tree.ovo -o scene.ovd\n  ov convert old.ovd -o new.ovd",
+      options, Run);
   command
-      ->add_option("input", options->input,
-                   "A mesh (OBJ, FBX, glTF, PLY, STL, LWO and what else Assimp reads), or a project")
+      ->add_option(
+          "input", options->input,
+          "A mesh (OBJ, FBX, glTF, PLY, STL, LWO and what else Assimp reads), an object (.ovo), or a project")
       ->required();
   command
-      ->add_option("-o,--output", options->output, "Object (.ovo, .obj, .fbx, .lwo, .ply), or project (.ovd)")
+      ->add_option("-o,--output", options->output,
+                   "Object (.ovo, .obj, .fbx, .lwo, .ply); a project (.ovd) of a project, or a new one round "
+                   "an object")
       ->required();
   command
       ->add_option("--scale", options->scale,

@@ -52,6 +52,11 @@ expect 0 "$OV" export scene.ovd Wedge -o back.obj --quiet
 grep -q '^v 4 2 -*0$' back.obj || fail "a point is lost: $(grep '^v ' back.obj)"
 [ "$(grep -c '^f ' back.obj)" = 8 ] || fail "not eight triangles"
 
+# A new project round it has its shaders, and renders.
+expect 0 "$OV" convert wedge.ovo -o round.ovd
+grep -q '<default_shader' round.ovd || fail "the object's shaders aren't in the project"
+expect 0 "$OV" render round.ovd -o round.png --width 32 --height 18 -s 1
+
 # Scale, axes and welding.
 expect 0 "$OV" convert wedge.obj -o z.obj --up z --scale 0.5
 # (4, 2, 0) with z up is 4 east and 2 north, which is -2 along the file's z.

@@ -8,6 +8,7 @@
 #include <assimp/Importer.hpp>
 #include <cerrno>
 #include <cstring>
+#include <future>
 #include <new>
 #include <string>
 
@@ -106,23 +107,26 @@ void AddMesh(const aiMesh& mesh, const aiMatrix4x4& toRoot, const Space& space, 
   const aiMatrix3x3 directions = aiMatrix3x3(toRoot).Inverse().Transpose();
   const bool isMirrored = aiMatrix3x3(toRoot).Determinant() < 0;
   const std::size_t count = mesh.mNumVertices;
-  std::vector<std::int32_t> points(count), texVerts, normals;
-  for (std::size_t i = 0; i < count; ++i)
-    points[i] = tables.points.Enter(space.Turned(toRoot * mesh.mVertices[i], space.metresPerUnit));
-  if (mesh.HasTextureCoords(0)) {
-    texVerts.resize(count);
-    for (std::size_t i = 0; i < count; ++i) {
+  std::vector<std::int32_t> points(count), texVerts(mesh.HasTextureCoords(0) ? count : 0),
+      normals(mesh.HasNormals() ? count : 0);
+  // Each table on a thread of its own, where it takes that long.
+  const auto launch = count < 20000 ? std::launch::deferred : std::launch::async;
+  std::future<void> texVertsEntered = std::async(launch, [&] {
+    for (std::size_t i = 0; i < texVerts.size(); ++i) {
       const aiVector3D& uv = mesh.mTextureCoords[0][i];
       texVerts[i] = tables.texVerts.Enter({uv.x, uv.y, uv.z});
     }
-  }
-  if (mesh.HasNormals()) {
-    normals.resize(count);
-    for (std::size_t i = 0; i < count; ++i) {
+  });
+  std::future<void> normalsEntered = std::async(launch, [&] {
+    for (std::size_t i = 0; i < normals.size(); ++i) {
       aiVector3D normal = directions * mesh.mNormals[i];
       normals[i] = tables.normals.Enter(space.Turned(normal.NormalizeSafe(), 1));
     }
-  }
+  });
+  for (std::size_t i = 0; i < count; ++i)
+    points[i] = tables.points.Enter(space.Turned(toRoot * mesh.mVertices[i], space.metresPerUnit));
+  texVertsEntered.get();
+  normalsEntered.get();
   if (tables.triangles.size() + mesh.mNumFaces > kMostEntries ||
       tables.points.Points().size() > kMostEntries / 2)
     throw std::bad_alloc();
