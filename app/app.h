@@ -69,6 +69,7 @@ void AddPress(Program& program);
 void AddHeightfield(Program& program);
 void AddPaint(Program& program);
 void AddExport(Program& program);
+void AddConvert(Program& program);
 void AddInfo(Program& program);
 void AddVersion(Program& program);
 void AddTest(Program& program);

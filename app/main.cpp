@@ -194,6 +194,7 @@ int main(int argc, char** argv) {
   AddHeightfield(program);
   AddPaint(program);
   AddExport(program);
+  AddConvert(program);
   AddInfo(program);
   AddVersion(program);
   AddTest(program);

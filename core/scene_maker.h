@@ -123,7 +123,27 @@ class OV_API juObjectGeneratorOrReader : public juSceneMaker, public juPreviewHa
  protected:
   /// Passes every point of the scene, sub-groups included, through the shader's displacement.
   void MovePointsWithMeshDisplacer(trScene& scene, bool recalculateNormals, trShader& shader);
+  /// The standard tabs: `translate`, `rotate`, `scale`; `surface_shader`, `double-sided_surface`,
+  /// `use_smooth_normals`, `smooth_polygons_at_terminator`, and `mesh_displacer` where the class hasn't
+  /// declared it; the visibility parameters, where `allow_subdivision` on lets the renderer divide a mesh
+  /// that its maker would rather keep whole; and `population_mode`, which a populator sets: the object is
+  /// then made for it alone.
+  void DeclareObjectTabs();
+  /// Whether the object isn't to be made now, for a populator shows it.
+  bool IsLeftToPopulator(Context context) const { return populationMode_ && context == kRender; }
+  /// Begins the group of the mesh, under the object's transform; null where it can't.
+  trScene* BeginMesh(trScene& scene);
+  /// Ends it.
+  void EndMesh(trScene& scene);
+  /// What covers the mesh, by the parameters.
+  trMaterial SurfaceMaterial() const;
   trShaderLink meshDisplacer_;
+  // Objects that don't declare the tabs have the defaults all the same.
+  trVector translate_, rotate_, scale_{1, 1, 1};
+
+ private:
+  unsigned char doubleSided_ = 1, useSmoothNormals_ = 1, smoothsTerminator_ = 1, populationMode_ = 0;
+  trShaderLink surfaceShader_;
 };
 
 /// Objects made by code: GenerateOrRead opens a group and calls GenerateMesh.
@@ -146,30 +166,36 @@ class OV_API juObjectGenerator : public juObjectGeneratorOrReader {
   trVector HandleScale() override { return scale_; }
 
  protected:
-  /// The standard tabs of a generator: `translate`, `rotate`, `scale`; `surface_shader`,
-  /// `double-sided_surface`, `use_smooth_normals`, `smooth_polygons_at_terminator`, and `mesh_displacer`
-  /// where the class hasn't declared it; the visibility parameters, where `allow_subdivision` on lets the
-  /// renderer divide a mesh that its generator would rather keep whole; and `population_mode`, which a
-  /// populator sets: the object is then made for it alone.
-  void DeclareObjectGeneratorTabbedParams();
+  /// The standard tabs of a generator.
+  void DeclareObjectGeneratorTabbedParams() { DeclareObjectTabs(); }
 
  private:
-  // Generators that don't declare the tabs have the defaults all the same.
-  unsigned char doubleSided_ = 1, useSmoothNormals_ = 1, smoothsTerminator_ = 1, populationMode_ = 0;
-  trShaderLink surfaceShader_;
-  trVector translate_, rotate_, scale_{1, 1, 1};
   trBoundingBox box_;
   bool hasBox_ = false;
 };
 
-/// Objects read from a file.
+/// Objects read from a file. A material of the file is shaded by the reader's child of the material's name,
+/// where there is one, and else by `surface_shader`.
 class OV_API juObjectReader : public juObjectGeneratorOrReader {
  public:
+  /// Opens a group and reads the file into it. A file that can't be read is an error; a render goes on
+  /// without the object, whoever else asks gets 0.
   long GenerateOrRead(trScene& scene, Context context) override;
-  virtual long ReadObjectFile(trScene& scene, const char* path) = 0;
+  /// Reads the file; materials are copies of `material` with the file's ids and names, and `reverse` turns
+  /// the triangles round. 0 with an error where it can't, and without a word for an empty path.
+  virtual long ReadObjectFile(trScene& scene, const char* path, const trMaterial& material, bool reverse) = 0;
   /// Reads the file at once; 0 where it can't be read.
   long LoadNow();
 
  protected:
+  /// Declares `filename` and `reverse_triangles`, then the standard tabs.
+  void DeclareObjectReaderTabbedParams();
+
   trFile sourceFile_;
+  trLinkHint filenameHint_;
+
+ private:
+  void BindShadersByName(trScene& mesh) const;
+
+  unsigned char reverse_ = 0;
 };

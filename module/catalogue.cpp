@@ -30,10 +30,16 @@
 #include "heightfield/size_operators.h"
 #include "heightfield/vertical_operators.h"
 #include "imagemap/image_map_shader.h"
+#include "objectio/error_writer.h"
+#include "objectio/fbx_writer.h"
 #include "objectio/lwo_writer.h"
 #include "objects/grass_clump.h"
 #include "objects/lake.h"
 #include "objects/markers.h"
+#include "objectio/micro_exporter.h"
+#include "objectio/obj_writer.h"
+#include "objectio/ovo_reader.h"
+#include "objectio/ovo_writer.h"
 #include "objects/planet.h"
 #include "objects/planet_surface_shader.h"
 #include "objects/poly_sphere.h"
@@ -157,6 +163,15 @@ const Row kRows[] = {
     {"function/rotate", "vortex_vector", trCreateNode<VortexVector>},
     {"hidden", "demo_controls", trCreateNode<DemoControls>},
     {"", "note", trCreateNode<Note>},
+    {"micro_handler", "micro_exporter", trCreateNode<MicroExporter>},
+    {"micro_handler", "lwo_micro_exporter", trCreateNode<LWOMicroExporter>},
+    {"object/displaceable", "planet", trCreateNode<Planet>},
+    {"object/populatable", "ovo_reader", trCreateNode<OVOReader>},
+    {"hidden", "object_writer_err", trCreateNode<ObjectWriterErr>},
+    {"hidden", "object_writer_lwo", trCreateNode<ObjectWriterLWO>},
+    {"hidden", "object_writer_obj", trCreateNode<ObjectWriterOBJ>},
+    {"hidden", "object_writer_ovo", trCreateNode<ObjectWriterOVO>},
+    {"hidden", "object_writer_fbx", trCreateNode<ObjectWriterFBX>},
 };
 
 }  // namespace

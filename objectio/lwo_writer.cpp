@@ -6,8 +6,8 @@
 #include <new>
 #include <vector>
 
-#include "core/output_file.h"
 #include "core/scene.h"
+#include "objectio/object_output.h"
 
 namespace {
 
@@ -131,31 +131,18 @@ long WriteLwo(const LwoMesh& mesh, const trString& path) {
   try {
     LwoBuffer buffer(mesh);
     Fill(buffer, mesh);
-    switch (trWriteWholeFile(path, buffer.Bytes().data(), buffer.Bytes().size())) {
-      case trFileResult::kNotOpened:
-        trError("ObjectWriterLWO: Unable to open file: " + path);
-        return 0;
-      case trFileResult::kNotWritten:
-        trError("ObjectWriterLWO: Unable to write file: " + path);
-        return 0;
-      case trFileResult::kWritten:
-        break;
-    }
+    return PutObjectFile("ObjectWriterLWO", "ObjectWriterLWO: Unable to open file: " + path, path,
+                         buffer.Bytes().data(), buffer.Bytes().size());
   } catch (const std::bad_alloc&) {
     trError("ObjectWriterLWO: Unable to allocate temporary buffer");
     return 0;
   }
-  trLibraryAddObject(path, 1);
-  return 1;
 }
 
 long ObjectWriterLWO::WriteObject(trScene& scene, trBase*, const trString& path) {
-  const trGeomGroup* const group = scene.GetPGroup(1);
-  if (!group || !group->Subscene()) {
-    trError("ObjectWriterLWO: There are no geometry groups in the object to be saved.");
-    return 0;
-  }
-  const trScene& object = *group->Subscene();
+  const trScene* const group = FirstGroup(scene, "ObjectWriterLWO");
+  if (!group) return 0;
+  const trScene& object = *group;
   LwoMesh mesh;
   mesh.numPoints = object.NumPts();
   mesh.numTriangles = object.NumTris();

@@ -64,6 +64,9 @@ trRenderNode::trRenderNode() {
   Param(exposure_, "exposure", 0.0, &exposureHint_).Display("Exposure in stops");
   Param(softClip_, "soft_clip", 1).Display("Roll off highlights");
   Param(denoise_, "denoise", 0).Display("Smooth what noise is left");
+  GuiTab("Surface", "surface_tab");
+  // Gets the diced surface of each frame, as detailed as the camera sees it.
+  Param(microExporter_, "micro_exporter", "").Display("Micro exporter");
 }
 
 long trRenderNode::OnFirstCreate() {

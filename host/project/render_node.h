@@ -53,6 +53,8 @@ class OV_API trRenderNode : public trBase {
   bool Denoise() const { return denoise_ != 0; }
   /// The camera to render from; null for the project's first.
   trBase* Camera() const { return camera_.LinkedNode(); }
+  /// Who gets the diced surface of each frame; null for nobody.
+  trBase* MicroExporter() const { return microExporter_.LinkedNode(); }
 
  private:
   trIntHint sizeHint_, samplesHint_, bouncesHint_, deepBouncesHint_, engineHint_, filterHint_, indirectHint_,
@@ -60,6 +62,7 @@ class OV_API trRenderNode : public trBase {
   trDoubleHint spacingHint_, importanceHint_, detailHint_, dicingLimitHint_, exposureHint_, noiseHint_,
       chanceHint_, brightnessHint_, filterWidthHint_;
   trCameraLink camera_;
+  trNodeLink microExporter_;
   long imageWidth_, imageHeight_, engine_, samples_, leastSamples_, maxBounces_, maxSpecularBounces_,
       rouletteStart_, indirectSamples_, filter_, cloudSteps_;
   double indirectSpacing_, leastImportance_, noiseTarget_, detail_, dicingLimit_, clampIndirect_,

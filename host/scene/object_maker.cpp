@@ -1,4 +1,6 @@
 // Bases of objects made by code or read from files.
+#include <unordered_map>
+
 #include "core/scene_maker.h"
 
 long juObjectGeneratorOrReader::Make(trScene& scene, Context context) {
@@ -7,7 +9,7 @@ long juObjectGeneratorOrReader::Make(trScene& scene, Context context) {
   return GenerateOrRead(scene, context);
 }
 
-void juObjectGenerator::DeclareObjectGeneratorTabbedParams() {
+void juObjectGeneratorOrReader::DeclareObjectTabs() {
   GuiTab("Transform", "transform_tab");
   Param(translate_, "translate", trVector());
   Param(rotate_, "rotate", trVector());
@@ -25,29 +27,70 @@ void juObjectGenerator::DeclareObjectGeneratorTabbedParams() {
   Param(populationMode_, "population_mode", populationMode_);
 }
 
-long juObjectGenerator::GenerateOrRead(trScene& scene, Context context) {
-  if (populationMode_ && context == kRender) return 1;
+trScene* juObjectGeneratorOrReader::BeginMesh(trScene& scene) {
   trTransform<double> transform;
   SetTransformFromParams(transform, &scene, nullptr, translate_, rotate_, scale_);
   const long group = scene.BeginGroup(Name());
-  if (!group) return 0;
-  trScene& mesh = *scene.GetPGroup(group)->Subscene();
+  return group ? scene.GetPGroup(group)->Subscene().get() : nullptr;
+}
+
+void juObjectGeneratorOrReader::EndMesh(trScene& scene) {
+  scene.EndGroup();
+  if (AllowsSubdivision()) scene.SetAllowsTriSubdivision(true);
+}
+
+trMaterial juObjectGeneratorOrReader::SurfaceMaterial() const {
   trMaterial material(nullptr, LinkedShader(surfaceShader_), nullptr, 1.0f);
   material.isDoubleSided = doubleSided_ != 0;
   material.useNormals = useSmoothNormals_ != 0;
   material.smoothsTerminator = smoothsTerminator_ != 0;
-  const long materialIndex = mesh.AddMaterial(material);
-  const long made = materialIndex ? GenerateMesh(mesh, materialIndex) : 0;
-  scene.EndGroup();
-  if (AllowsSubdivision()) scene.SetAllowsTriSubdivision(true);
+  return material;
+}
+
+long juObjectGenerator::GenerateOrRead(trScene& scene, Context context) {
+  if (IsLeftToPopulator(context)) return 1;
+  trScene* const mesh = BeginMesh(scene);
+  if (!mesh) return 0;
+  const long materialIndex = mesh->AddMaterial(SurfaceMaterial());
+  const long made = materialIndex ? GenerateMesh(*mesh, materialIndex) : 0;
+  EndMesh(scene);
   return made;
 }
 
-long juObjectReader::GenerateOrRead(trScene& scene, Context) {
-  return ReadObjectFile(scene, sourceFile_.FullPath().c_str());
+void juObjectReader::DeclareObjectReaderTabbedParams() {
+  GuiTab("Object", "object_tab");
+  Param(sourceFile_, "filename", "", &filenameHint_).Display("Object file");
+  Param(reverse_, "reverse_triangles", reverse_).Display("Turn triangles round");
+  DeclareObjectTabs();
+}
+
+void juObjectReader::BindShadersByName(trScene& mesh) const {
+  std::unordered_map<trString, trShader*> shaders;
+  for (long child = 0; child < NumChildren(); ++child)
+    if (auto* const shader = dynamic_cast<trShader*>(Child(child))) shaders.emplace(shader->Name(), shader);
+  for (long i = 1; i <= mesh.NumMaterials(); ++i) {
+    trMaterial& material = *mesh.GetPMaterial(i);
+    if (const auto found = shaders.find(material.name); found != shaders.end())
+      material.surfaceShader = found->second;
+  }
+}
+
+long juObjectReader::GenerateOrRead(trScene& scene, Context context) {
+  const trString path = sourceFile_.FullPath();
+  if (path.empty() || IsLeftToPopulator(context)) return 1;
+  trScene* const mesh = BeginMesh(scene);
+  if (!mesh) return 0;
+  const long isRead = ReadObjectFile(*mesh, path.c_str(), SurfaceMaterial(), reverse_ != 0);
+  BindShadersByName(*mesh);
+  if (auto* const shader = LinkedShader(meshDisplacer_); shader && isRead)
+    MovePointsWithMeshDisplacer(*mesh, true, *shader);
+  EndMesh(scene);
+  return isRead || context == kRender;
 }
 
 long juObjectReader::LoadNow() {
   trScene scene;
-  return scene.Init() ? ReadObjectFile(scene, sourceFile_.FullPath().c_str()) : 0;
+  return scene.Init()
+             ? ReadObjectFile(scene, sourceFile_.FullPath().c_str(), SurfaceMaterial(), reverse_ != 0)
+             : 0;
 }

@@ -1,12 +1,6 @@
 #include "host/voxel/vdb_file.h"
 
-#include <fcntl.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -17,75 +11,14 @@
 #include <tuple>
 
 #include "host/base/atomic_file.h"
-#include "host/base/library_folder.h"
+#include "host/base/child_process.h"
 #include "host/base/memory.h"
 #include "host/voxel/codec/vdb_protocol.h"
-
-extern char** environ;
 
 namespace ovhost {
 namespace {
 
 constexpr int kMostLevels = 16;
-
-/// A running child, which ends with this.
-class Child {
- public:
-  ~Child() {
-    if (socket_ >= 0) close(socket_);
-    if (process_ <= 0) return;
-    kill(process_, SIGKILL);
-    while (waitpid(process_, nullptr, 0) < 0 && errno == EINTR) {
-    }
-  }
-
-  std::string Start() {
-    int ends[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
-      return std::string("the reader of VDB files can't be reached: ") + std::strerror(errno);
-    const std::string program = (LibraryFolder() / "ovvdb").string();
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, ends[1], 0);
-    posix_spawn_file_actions_adddup2(&actions, ends[1], 1);
-    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-    char* arguments[] = {const_cast<char*>(program.c_str()), nullptr};
-    const int failed = posix_spawn(&process_, program.c_str(), &actions, nullptr, arguments, environ);
-    posix_spawn_file_actions_destroy(&actions);
-    close(ends[1]);
-    socket_ = ends[0];
-    if (failed == 0) return {};
-    process_ = -1;
-    return program + ": can't be started: " + std::strerror(failed);
-  }
-
-  bool Send(const void* data, size_t size) {
-    const auto* at = static_cast<const char*>(data);
-    while (size > 0) {
-      const ssize_t put = send(socket_, at, size, MSG_NOSIGNAL);
-      if (put < 0 && errno == EINTR) continue;
-      if (put <= 0) return false;
-      at += put;
-      size -= static_cast<size_t>(put);
-    }
-    return true;
-  }
-  bool Receive(void* data, size_t size) {
-    auto* at = static_cast<char*>(data);
-    while (size > 0) {
-      const ssize_t got = recv(socket_, at, size, 0);
-      if (got < 0 && errno == EINTR) continue;
-      if (got <= 0) return false;
-      at += got;
-      size -= static_cast<size_t>(got);
-    }
-    return true;
-  }
-
- private:
-  pid_t process_ = -1;
-  int socket_ = -1;
-};
 
 std::string FillRequest(VdbRequest& request, const std::string& path, const std::string& grid) {
   if (path.size() >= sizeof request.path) return "the path is too long";
@@ -113,7 +46,7 @@ trTransform<double> TransformOf(const double rows[16]) {
 }
 
 /// The bricks that follow an answer.
-bool ReceiveBricks(Child& child, const VdbAnswer& answer, SparseGrid& grid) {
+bool ReceiveBricks(ChildProcess& child, const VdbAnswer& answer, SparseGrid& grid) {
   struct Kept {
     VdbBrick head;
     size_t values;
@@ -153,7 +86,7 @@ bool ReceiveBricks(Child& child, const VdbAnswer& answer, SparseGrid& grid) {
 std::shared_ptr<const PlacedGrid> ReadAnew(const std::string& path, const std::string& name,
                                            std::string& problem) {
   VdbRequest request;
-  Child child;
+  ChildProcess child("ovvdb");
   problem = FillRequest(request, path, name);
   if (problem.empty()) problem = child.Start();
   if (!problem.empty()) return nullptr;
@@ -210,7 +143,7 @@ std::string WriteVdb(const std::string& path, const std::string& grid, const trM
   AtomicFile file(path);
   if (!file.Problem().empty()) return file.Problem();
   VdbRequest request;
-  Child child;
+  ChildProcess child("ovvdb");
   std::string problem = FillRequest(request, file.TemporaryPath(), grid);
   if (problem.empty()) problem = child.Start();
   if (!problem.empty()) return path + ": " + problem;

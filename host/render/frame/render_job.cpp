@@ -16,11 +16,13 @@
 #include "host/node/node_data.h"
 #include "host/project/camera.h"
 #include "host/project/enviro_light.h"
+#include "host/project/render_node.h"
 #include "host/project/sunlight.h"
 #include "host/render/engine/standard.h"
 #include "host/render/frame/denoise.h"
 #include "host/render/frame/film_state.h"
 #include "host/render/frame/geometry_nodes.h"
+#include "host/render/frame/micro_surface.h"
 #include "host/render/frame/world.h"
 
 namespace ovhost {
@@ -68,6 +70,8 @@ struct RenderJob::State {
   bool MakeFilm();
   RenderOutcome Prepare();
   RenderOutcome Build();
+  /// To whom the render node says; false where they report a failure.
+  bool HandOutSurface() const;
   RenderOutcome RunPass();
   void RenderTile(int tile, Pass pass);
   std::unique_ptr<PixelEngine> MakeEngine() const;
@@ -238,10 +242,24 @@ RenderOutcome RenderJob::State::Build() {
     statistics_.displacements = world_->Dicing().displacements;
     statistics_.diceSeconds = world_->DiceSeconds();
     statistics_.gridBytes = world_->Dicing().vertices * sizeof(GridVertex);
+    if (!HandOutSurface()) return RenderOutcome::kOutputFailed;
   }
   if (redo_ >= Redo::kShading && world_->Suns().empty()) trWarning("The project has no light.");
   slots_.resize(NumThreadSlots());
   return RenderOutcome::kDone;
+}
+
+bool RenderJob::State::HandOutSurface() const {
+  const auto* const render = dynamic_cast<const trRenderNode*>(plan_.context);
+  trBase* const node = render ? render->MicroExporter() : nullptr;
+  if (!node) return true;
+  const trScopedErrorsWarningsContext context(node);
+  auto* const handler = dynamic_cast<trMicroHandler*>(node);
+  if (!handler) {
+    trWarning("The node is no exporter of micropolygons; it is left out.");
+    return true;
+  }
+  return handler->HandleMicroSurface(CollectMicroSurface(world_->Parts())) != 0;
 }
 
 std::unique_ptr<PixelEngine> RenderJob::State::MakeEngine() const {
@@ -440,6 +458,10 @@ bool RenderJob::IsDone() {
 }
 
 double RenderJob::FractionDone() { return state_->film_ && state_->Plan() ? state_->FractionDone() : 0; }
+
+trMicroSurface RenderJob::DicedSurface() const {
+  return state_->world_ ? CollectMicroSurface(state_->world_->Parts()) : trMicroSurface();
+}
 
 Picture RenderJob::Image() {
   const SessionScope scope(state_->session_);

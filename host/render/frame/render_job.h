@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "core/micro_handler.h"
 #include "core/project.h"
 #include "host/image/picture.h"
 #include "host/render/frame/render_plan.h"
@@ -42,6 +43,9 @@ class OV_API RenderJob {
   /// 0 to 1, of the samples.
   double FractionDone();
   const RenderStatistics& Statistics() const { return statistics_; }
+
+  /// The diced surface of what was prepared, and empty before that.
+  trMicroSurface DicedSurface() const;
 
   /// The picture so far, linear: colour, alpha, and the settings' layers. Denoised where that is asked for.
   /// Empty before Prepare.
