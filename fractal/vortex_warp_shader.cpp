@@ -1,18 +1,20 @@
 // vortex_warp_shader.
 #include "fractal/vortex_warp_shader.h"
 
-#include "core/guarded.h"
+#include "core/idioms.h"
 
 VortexWarpShader::VortexWarpShader() {
-  Param(centre_, "centre", trVector());
-  Param(radius_, "radius", 1000.0);
-  Param(vorticity_, "vorticity", 1.0);
-  Param(reverseDirection_, "reverse_direction", 0);
+  SetAbout(this, "input_node", "Network that is looked up in the swirled space.");
+  Param(centre_, "centre", trVector()).About("Middle of the swirl, metres.");
+  Param(radius_, "radius", 1000.0)
+      .About("Distance from the middle at which half of the turns are left, metres.");
+  Param(vorticity_, "vorticity", 1.0).About("Turns at the middle. There are fewer further out.");
+  Param(reverseDirection_, "reverse_direction", 0).About("Turns the other way.");
   Gui(trGuiGapLarge);
   Gui(trGuiRadioOpen);
-  Param(xAxis_, "x_axis", 0);
-  Param(yAxis_, "y_axis", 1);
-  Param(zAxis_, "z_axis", 0);
+  Param(xAxis_, "x_axis", 0).About("The swirl goes round the x axis.");
+  Param(yAxis_, "y_axis", 1).About("The swirl goes round the y axis, flat on the ground.");
+  Param(zAxis_, "z_axis", 0).About("The swirl goes round the z axis.");
   Gui(trGuiRadioClose);
   AddGuiAction({"x_axis"}, {"y_axis", "z_axis"}, 1);
   AddGuiAction({"y_axis"}, {"z_axis", "x_axis"}, 1);
