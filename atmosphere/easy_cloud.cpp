@@ -80,33 +80,62 @@ CloudShader::~CloudShader() {
 
 void CloudShader::DeclareMainParams() {
   OpenTab("Main", "basic_tab");
-  Param(easy_.type, "easycloud_type", kCumulus, &typeHint_).Display("Cloud type");
-  Param(easy_.model, "easycloud_model", kSecond, &modelHint_).Display("Model");
-  Param(easy_.coverage, "easycloud_coverage", 0.5, &shareHint_).Display("Coverage");
-  Param(easy_.variation, "easycloud_variation", 0.5, &shareHint_).Display("Variation");
-  Param(easy_.growth, "easycloud_growth", 0.5, &shareHint_).Display("Growth");
-  Param(easy_.smallestScale, "smallest_scale", 0.1, &smallestHint_);
-  Param(easy_.addMicroWisps, "add_micro_wisps", 0);
-  Param(easy_.enableMask, "easycloud_enable_mask", 0).Display("Mask by shader (BETA)");
-  Param(easy_.maskShader, "easycloud_mask_shader", "").Display("Mask shader (BETA)");
+  Param(easy_.type, "easycloud_type", kCumulus, &typeHint_)
+      .Display("Cloud type")
+      .About("Kind of cloud: heaped cumulus, turreted altocumulus, or flat banks of stratocumulus.");
+  Param(easy_.model, "easycloud_model", kSecond, &modelHint_)
+      .Display("Model")
+      .About("Version of the shapes. The first keeps older projects' look; the second has growth.");
+  Param(easy_.coverage, "easycloud_coverage", 0.5, &shareHint_)
+      .Display("Coverage")
+      .About("Share of the sky that has clouds, 0 to 1.");
+  Param(easy_.variation, "easycloud_variation", 0.5, &shareHint_)
+      .Display("Variation")
+      .About("How much wisps differ from place to place, 0 to 1.");
+  Param(easy_.growth, "easycloud_growth", 0.5, &shareHint_)
+      .Display("Growth")
+      .About(
+          "How far clouds have grown, 0 to 1. Counts for the second model's altocumulus and stratocumulus.");
+  Param(easy_.smallestScale, "smallest_scale", 0.1, &smallestHint_)
+      .About("Size of the finest forms, metres. Lower it where the camera comes close.");
+  Param(easy_.addMicroWisps, "add_micro_wisps", 0)
+      .About("Gives the edges fine wisps. Off, a linked density shader stands for them.");
+  Param(easy_.enableMask, "easycloud_enable_mask", 0)
+      .Display("Mask by shader (BETA)")
+      .About("Lets a shader say where there are clouds. Linking or cutting the mask switches it.");
+  Param(easy_.maskShader, "easycloud_mask_shader", "")
+      .Display("Mask shader (BETA)")
+      .About("Its brightness is how much cloud there is: 0 none, 1 all.");
   AddGuiAction({"easycloud_enable_mask"}, {"easycloud_mask_shader"}, 3);
   CloudLayerV3::DeclareMainParams();
 }
 
 void CloudShader::DeclareExtraParams() {
+  for (const char* own : {"depth_modulator", "final_density_modulator"})
+    SetAbout(this, own, "Without effect in this class, which has a fractal of its own for it.");
   OpenTab("Anim", "anim_tab");
-  Param(easy_.enableDrift, "enable_drift", 0);
-  Param(easy_.driftSpeed, "drift_speed", 50.0, &driftHint_).Display("Drift speed (m/s)");
-  Param(easy_.driftHeading, "drift_heading", 90.0, &headingHint_).Display("Drift heading (degrees)");
-  Param(easy_.enableEvolution, "enable_evolution", 0);
+  Param(easy_.enableDrift, "enable_drift", 0).About("Moves the clouds with the wind.");
+  Param(easy_.driftSpeed, "drift_speed", 50.0, &driftHint_)
+      .Display("Drift speed (m/s)")
+      .About("Speed of the wind.");
+  Param(easy_.driftHeading, "drift_heading", 90.0, &headingHint_)
+      .Display("Drift heading (degrees)")
+      .About("Compass direction that the clouds drift to, clockwise from north: 90 is east.");
+  Param(easy_.enableEvolution, "enable_evolution", 0).About("Lets clouds change their shape in time.");
   Param(easy_.evolutionSpeed, "easycloud_evolution_speed", 10.0, &evolutionSpeedHint_)
-      .Display("Evolution speed (m/s)");
+      .Display("Evolution speed (m/s)")
+      .About("How fast their textures move up or down.");
   Param(easy_.evolutionMethod, "easycloud_evolution_method", kHeightUpwards, &evolutionHint_)
-      .Display("Evolution method");
-  Param(easy_.framesPerSecond, "frames_per_second", 24.0);
-  Param(easy_.referenceFrameNumber, "reference_frame_number", 0);
-  Param(easy_.timeWarp, "time_warp", 0).Display("Time warp (control frame number using Animation Panel)");
-  Param(easy_.warpedFrameNumber, "warped_frame_number", 0.0);
+      .Display("Evolution method")
+      .About("What moves for that: the texture of the heights alone, or all of them, up or down.");
+  Param(easy_.framesPerSecond, "frames_per_second", 24.0)
+      .About("Frames that make a second of drift and evolution.");
+  Param(easy_.referenceFrameNumber, "reference_frame_number", 0).About("Frame at which nothing has moved.");
+  Param(easy_.timeWarp, "time_warp", 0)
+      .Display("Time warp (control frame number using Animation Panel)")
+      .About("Takes the frame number below in place of the rendered one, for time that is keyed.");
+  Param(easy_.warpedFrameNumber, "warped_frame_number", 0.0)
+      .About("That frame number. Key it to slow time down or turn it back.");
   SetParamGuiEnabled("warped_frame_number", false);
 }
 

@@ -31,17 +31,21 @@ PlanetAtmosphere::PlanetAtmosphere() : resetTweaksButton_(this) {
   SetRange(darkSharpnessHint_, this, {.max = 32});
   SetRange(samplesHint_, this, {.min = 0, .max = 64});
 
-  Param(enablePrimary_, "enable_primary", 1);
-  Param(enableSecondary_, "enable_secondary", 1);
-  Param(centre_, "centre", trVector()).Alias("center");
-  Param(radius_, "radius", 6378000.0);
-  Param(seed_, "seed", 0L);
+  Param(enablePrimary_, "enable_primary", 1).About("Shows the air in what the camera sees directly.");
+  Param(enableSecondary_, "enable_secondary", 1)
+      .About("Lets the air count for all other rays: light of suns, reflections, and light from around.");
+  Param(centre_, "centre", trVector())
+      .Alias("center")
+      .About("Centre of the planet, metres. Follows the planet.");
+  Param(radius_, "radius", 6378000.0).About("Radius of the planet's ground, metres. Follows the planet.");
+  Param(seed_, "seed", 0L).About("Kept with the project; without effect.");
   DeclareMain();
   DeclareHeights();
   DeclareLighting();
   Gui(trGuiRule);
   GuiTab("Functions", "functions_tab");
-  Param(shadowFunction_, "shadow_function", "");
+  Param(shadowFunction_, "shadow_function", "")
+      .About("Shader that keeps sunlight off the air above it: white is full shade.");
   DeclareTweaks();
   DeclareQuality();
   Retired("sample_jitter", "1");
@@ -55,54 +59,96 @@ PlanetAtmosphere::PlanetAtmosphere() : resetTweaksButton_(this) {
 void PlanetAtmosphere::DeclareMain() {
   Gui(trGuiRule);
   GuiTab("Main", "basic_tab");
-  Param(hazeDensity_, "haze_density", 1.0, &densityHint_);
-  Param(hazeHorizonColour_, "haze_horizon_colour", trManRgb(0.25f, 0.25f, 0.25f)).Alias("haze_horizon_color");
-  Param(blueskyDensity_, "bluesky_density", 2.5, &densityHint_);
+  Param(hazeDensity_, "haze_density", 1.0, &densityHint_)
+      .About("Amount of haze near the ground. 0 is crystal air, more hides far hills.");
+  Param(hazeHorizonColour_, "haze_horizon_colour", trManRgb(0.25f, 0.25f, 0.25f))
+      .Alias("haze_horizon_color")
+      .About("Colour that deep haze takes on, in white light.");
+  Param(blueskyDensity_, "bluesky_density", 2.5, &densityHint_)
+      .About(
+          "Amount of blue air. More gives a brighter, deeper sky and redder sunsets; moves the red sky's "
+          "decay along.");
   Param(blueskyHorizonColour_, "bluesky_horizon_colour", trManRgb(0.2f, 0.25f, 0.3f))
-      .Alias("bluesky_horizon_color");
-  Param(blueskyAdditive_, "bluesky_additive", 0.75, &densityHint_);
-  Param(blueskyAdditiveColour_, "bluesky_additive_colour",
-        trManRgb(0.1438666731f, 0.3779166639f, 1.0f, true));
-  Param(redskyDecay_, "redsky_decay", 2.5, &densityHint_);
+      .Alias("bluesky_horizon_color")
+      .About("Colour that very deep blue air takes on, as at the horizon. Sets the additive colour.");
+  Param(blueskyAdditive_, "bluesky_additive", 0.75, &densityHint_)
+      .About(
+          "Brightness of thin blue air, as overhead. Follows density and horizon colour, and sets the "
+          "latter.");
+  Param(blueskyAdditiveColour_, "bluesky_additive_colour", trManRgb(0.1438666731f, 0.3779166639f, 1.0f, true))
+      .About("Colour of thin blue air, as overhead. Follows the horizon colour, and sets it.");
+  Param(redskyDecay_, "redsky_decay", 2.5, &densityHint_)
+      .About(
+          "How strongly air reddens light on its way: the same number as the blue sky's density, which "
+          "follows it.");
 }
 
 void PlanetAtmosphere::DeclareHeights() {
   Gui(trGuiRule);
   GuiTab("Height control", "height_tab");
   // Older projects knew one height for both media.
-  Param(hazeExpHeight_, "haze_exp_height", 1200.0, &heightHint_).Alias("exp_height");
-  Param(blueskyExpHeight_, "bluesky_exp_height", 8000.0, &heightHint_).Alias("exp_height");
-  Param(ceilingAdjust_, "ceiling_adjust", 7.0, &ceilingAdjustHint_);
-  Param(ceiling_, "ceiling", 56000.0, &limitHint_);
-  Param(floor_, "floor", -16000.0, &limitHint_);
+  Param(hazeExpHeight_, "haze_exp_height", 1200.0, &heightHint_)
+      .Alias("exp_height")
+      .About("Height over which haze thins to 37 %, metres. Low makes ground mist.");
+  Param(blueskyExpHeight_, "bluesky_exp_height", 8000.0, &heightHint_)
+      .Alias("exp_height")
+      .About("Height over which blue air thins to 37 %, metres; the Earth's has 8000.");
+  Param(ceilingAdjust_, "ceiling_adjust", 7.0, &ceilingAdjustHint_)
+      .About("Ceiling as a multiple of the greater of the two heights. Higher keeps more of the thin air.");
+  Param(ceiling_, "ceiling", 56000.0, &limitHint_)
+      .About("Height at which the air ends, metres. Follows the heights above, and sets the multiple.");
+  Param(floor_, "floor", -16000.0, &limitHint_)
+      .About(
+          "Height below which air no longer thickens and lets no light through, metres. Keep it below the "
+          "deepest ground.");
 }
 
 void PlanetAtmosphere::DeclareLighting() {
   Gui(trGuiRule);
   GuiTab("Lighting", "lighting_tab");
-  Param(hazeGlowAmount_, "haze_glow_amount", 1.5, &glowAmountHint_).Display("Haze sun glow amount");
-  Param(hazeGlowPower_, "haze_glow_power", 1.0, &glowPowerHint_).Display("Haze sun glow power");
-  Param(blueskyGlowAmount_, "bluesky_glow_amount", 0.0, &glowAmountHint_);
-  Param(blueskyGlowPower_, "bluesky_glow_power", 0.75, &glowPowerHint_);
+  Param(hazeGlowAmount_, "haze_glow_amount", 1.5, &glowAmountHint_)
+      .Display("Haze sun glow amount")
+      .About("Strength of the haze's glow round the sun. 0 is an even haze.");
+  Param(hazeGlowPower_, "haze_glow_power", 1.0, &glowPowerHint_)
+      .Display("Haze sun glow power")
+      .About("How closely that glow gathers round the sun: low is a wide shine, high a small one.");
+  Param(blueskyGlowAmount_, "bluesky_glow_amount", 0.0, &glowAmountHint_)
+      .About("Strength of the blue air's glow round the sun. Not with the Rayleigh phase function.");
+  Param(blueskyGlowPower_, "bluesky_glow_power", 0.75, &glowPowerHint_)
+      .About("How closely that glow gathers round the sun. Not with the Rayleigh phase function.");
   Param(rayleighPhaseFunction_, "rayleigh_phase_function", 0)
-      .Display("Rayleigh phase function for bluesky component");
-  Param(enviroLight_, "enviro_light", 0.5);
-  Param(enviroLightTint_, "enviro_light_tint", trManRgb(1, 1, 1));
-  Param(anisotropicEnviroLight_, "anisotropic_enviro_light", 1);
-  Param(betterCacheRadius_, "better_cache_radius", 1);
+      .Display("Rayleigh phase function for bluesky component")
+      .About(
+          "Scatters in blue air as molecules do, in place of a glow: the sky is darkest square to the sun.");
+  Param(enviroLight_, "enviro_light", 0.5)
+      .About("Factor of the light that air gets from sky and ground; 1 is what is really there.");
+  Param(enviroLightTint_, "enviro_light_tint", trManRgb(1, 1, 1)).About("Tint of that light.");
+  Param(anisotropicEnviroLight_, "anisotropic_enviro_light", 1)
+      .About("Lets the glow decide how much light from above and below goes on. Off, both count alike.");
+  Param(betterCacheRadius_, "better_cache_radius", 1)
+      .About("Averages that light over smaller neighbourhoods: finer and a little slower.");
 }
 
 void PlanetAtmosphere::DeclareTweaks() {
   Gui(trGuiRule);
   GuiTab("Tweaks", "tweak_tab");
-  Param(ambient_, "ambient", trManRgb());
-  Param(fakeDarkPower_, "fake_dark_power", 0.0, &darkPowerHint_).Display("Fake terminator darkness");
-  Param(fakeDarkSharpness_, "fake_dark_sharpness", 10.0, &darkSharpnessHint_);
+  Param(ambient_, "ambient", trManRgb()).About("Light that the air has everywhere, by night too.");
+  Param(fakeDarkPower_, "fake_dark_power", 0.0, &darkPowerHint_)
+      .Display("Fake terminator darkness")
+      .About("Darkens the air towards the night side. 0 is off; for planets seen from space.");
+  Param(fakeDarkSharpness_, "fake_dark_sharpness", 10.0, &darkSharpnessHint_)
+      .About("How sharp the border of that darkness is.");
   Param(blueskyDensityColour_, "bluesky_density_colour", kBlueskyDensityColour)
-      .Alias("bluesky_density_color");
-  Param(redskyDecayColour_, "redsky_decay_colour", Decay(kBlueskyDensityColour));
-  Param(ozoneFactor_, "ozone_factor", 0.0);
-  Param(improvedGlowModel_, "improved_glow_model", 0);
+      .Alias("bluesky_density_color")
+      .About(
+          "How strongly blue air takes out each colour: blue the most. Change it for other planets' skies.");
+  Param(redskyDecayColour_, "redsky_decay_colour", Decay(kBlueskyDensityColour))
+      .About(
+          "What blue air leaves of white light: the same told the other way round; each follows the other.");
+  Param(ozoneFactor_, "ozone_factor", 0.0)
+      .About("Amount of ozone, which keeps dusk blue. 0.5 in new atmospheres, 0 is none.");
+  Param(improvedGlowModel_, "improved_glow_model", 0)
+      .About("The later model of glow. Off, older projects look as they did.");
   Gui(trGuiButtonRowOpen);
   Gui(trGuiRowOpen);
   PushButton(resetTweaksButton_, "reset_tweaks_button");
@@ -112,9 +158,13 @@ void PlanetAtmosphere::DeclareTweaks() {
 void PlanetAtmosphere::DeclareQuality() {
   Gui(trGuiRule);
   GuiTab("Quality", "quality_tab");
-  Param(numberOfSamples_, "number_of_samples", 16L, &samplesHint_);
-  Param(adjustToDistance_, "adjust_to_distance", 1);
-  Param(enableRayTracedShadows_, "enable_ray_traced_shadows", 0).Display("Receive shadows from surfaces");
+  Param(numberOfSamples_, "number_of_samples", 16L, &samplesHint_)
+      .About("Samples along a ray. Raise it where the air is grainy or banded.");
+  Param(adjustToDistance_, "adjust_to_distance", 1)
+      .About("Takes more samples on long ways and fewer on short ones.");
+  Param(enableRayTracedShadows_, "enable_ray_traced_shadows", 0)
+      .Display("Receive shadows from surfaces")
+      .About("Lets surfaces cast shadows into the air, for shafts of light and suns behind hills. Slower.");
   constexpr const char* kWarning[3][2] = {
       {"ray_traced_shadows_warning_0",
        "Enable shadows from surfaces only if you need terrain or other surfaces to"},
@@ -123,7 +173,9 @@ void PlanetAtmosphere::DeclareQuality() {
       {"ray_traced_shadows_warning_2",
        "surfaces (e.g. to hide the sun behind a mountain). May be slow to calculate."}};
   for (int line = 0; line < 3; ++line) {
-    Param(shadowsWarning_[line], kWarning[line][0], kWarning[line][1]).NotSaved();
+    Param(shadowsWarning_[line], kWarning[line][0], kWarning[line][1])
+        .NotSaved()
+        .About("A note of the sheet, without effect.");
     SetParamGuiEnabled(kWarning[line][0], false);
   }
 }

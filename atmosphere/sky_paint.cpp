@@ -47,7 +47,9 @@ void* SkyPaint::RequestMember(const char* name) {
 
 SkyPaintMerge::SkyPaintMerge() {
   constexpr const char* kNames[kInputs] = {"paint_1", "paint_2", "paint_3", "paint_4"};
-  for (int i = 0; i < kInputs; ++i) Param(input_[i], kNames[i], "");
+  for (int i = 0; i < kInputs; ++i)
+    Param(input_[i], kNames[i], "")
+        .About("A sky paint to merge: where any of them has paint, the merge has.");
 }
 
 std::vector<trSkyPaintViewpoint> SkyPaintMerge::Viewpoints() {

@@ -17,6 +17,12 @@ inline void SetRange(trHint& hint, trBase* owner, const trRange& range) {
   if (range.focusPower) hint.SetParam("focus_power", *range.focusPower, owner, 1);
 }
 
+/// Says anew what a parameter does that a base class declared, where this class uses it in its own way.
+inline void SetAbout(trBase* node, const char* name, const char* about) {
+  long index;
+  if (node->FindParam(index, name)) trParamDecl(node, index).About(about);
+}
+
 /// Fills a menu whose stored values are the given ones.
 inline void SetMenu(trIntHint& hint, trBase* owner, std::initializer_list<trIntHint::MenuItem> items) {
   hint.SetParam("do_menu", 1, owner, 1);
@@ -29,7 +35,7 @@ class trHeading {
  public:
   void Declare(trBase* node, const char* name, const char* text) {
     hint_.SetStyleFlags(trStringHint::kMultiLine);
-    node->Param(text_, name, text, &hint_).Display(text);
+    node->Param(text_, name, text, &hint_).Display(text).About("A heading of the sheet, without effect.");
   }
 
  private:
@@ -47,7 +53,10 @@ class trDisplacementDirection {
              {"Vertical only (requires computed normal)", 2},
              {"Lateral only (requires computed normal)", 3},
              {"Lateral normalized (requires computed normal)", 4}});
-    node->Param(mode_, "displacement_direction", 1, &hint_);
+    node->Param(mode_, "displacement_direction", 1, &hint_)
+        .About(
+            "Which way points are moved: up from the ground, along the surface's normal, or along a part of "
+            "it.");
   }
   trVector Of(trShadingInterface& si) const {
     const trVector &n = si.N(), &ng = si.Ng();
@@ -113,14 +122,23 @@ class trMask {
  public:
   /// Declares the four parameters on `node`.
   void Declare(trBase* node, unsigned char fitDefault) {
-    node->Param(use_, "blend_by_shader", 0).Display("Mask by shader");
+    node->Param(use_, "blend_by_shader", 0)
+        .Display("Mask by shader")
+        .About("Lets another shader say where this one counts. Linking or cutting the mask switches it.");
     node->Gui(trGuiRowOpen);
     node->Gui(trGuiRowClose);
-    node->Param(shader_, "blending_shader", "").Display("Mask shader");
+    node->Param(shader_, "blending_shader", "")
+        .Display("Mask shader")
+        .About("Its brightness is how much this shader counts at a place: 0 none, 1 all.");
     node->Gui(trGuiIndentOpen);
-    node->Param(fit_, "fit_blendshader_to_this", fitDefault).Display("Fit mask to this");
+    node->Param(fit_, "fit_blendshader_to_this", fitDefault)
+        .Display("Fit mask to this")
+        .About(
+            "Measures the mask by this node's own extent or feature scale as 1, not in metres of the world.");
     node->Gui(trGuiGapSmall);
-    node->Param(invert_, "invert_blendshader", 0).Display("Invert mask");
+    node->Param(invert_, "invert_blendshader", 0)
+        .Display("Invert mask")
+        .About("Turns the mask round: the shader counts where the mask is dark.");
     node->Gui(trGuiIndentClose);
     node->AddGuiAction({"blend_by_shader"}, {"blending_shader"}, 3);
     node->AddGuiAction({"blend_by_shader"}, {"fit_blendshader_to_this", "invert_blendshader"}, 2);

@@ -149,6 +149,7 @@ struct trVolumeMatter {
 /// asks for each to be evaluated in that order.
 class OV_API trAtmosShader : public trShader {
  public:
+  trAtmosShader();
   long Displace(trShadingInterface& si) final;
   long Shade(trShadingInterface& si) final;
   unsigned char HasDisplacement() final { return 0; }
@@ -195,6 +196,7 @@ class OV_API trAtmosShader : public trShader {
 /// A value node: no displacement, no shading.
 class OV_API trFunction : public trShader {
  public:
+  trFunction();
   long Displace(trShadingInterface& si) final;
   long Shade(trShadingInterface& si) final;
   unsigned char HasDisplacement() final { return 0; }

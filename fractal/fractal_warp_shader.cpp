@@ -18,14 +18,23 @@ double StepWeight(double step, double rate) { return (1 - std::exp(-step * rate)
 FractalWarpShader::FractalWarpShader() {
   SetRange(scaleHint_, this, {.min = 0, .max = 1e6, .focusPower = 4});
   SetRange(upToTwoHint_, this, {.max = 2});
-  Param(scale_, "scale", 1000.0, &scaleHint_);
-  Param(warpAmount_, "warp_amount", 1.0, &upToTwoHint_);
-  Param(variation_, "variation", 1.5, &upToTwoHint_);
-  Param(roughness_, "roughness", 1.0, &upToTwoHint_);
-  Param(seed_, "seed", 0);
+  SetAbout(this, "input_node", "Network that is looked up at the warped points.");
+  Param(scale_, "scale", 1000.0, &scaleHint_).About("Size of the largest bends, metres.");
+  Param(warpAmount_, "warp_amount", 1.0, &upToTwoHint_)
+      .About("How far points are shifted, against the scale. More twists, up to torn forms.");
+  Param(variation_, "variation", 1.5, &upToTwoHint_)
+      .About("How much fine bends stir the larger ones. 0 leaves them even, more makes them swirl.");
+  Param(roughness_, "roughness", 1.0, &upToTwoHint_).About("How slowly finer bends weaken. Low is smooth.");
+  Param(seed_, "seed", 0).About("Where the random numbers begin: another one gives other bends.");
   PushButton(randomiseButton_, "randomise_button");
-  Param(scaleFilter_, "scale_filter", "").Display("Scale modulator (exponential)");
-  Param(obeySmoothingFilter_, "obey_smoothing_filter", 1).Display("Obey downstream smoothing filters");
+  Param(scaleFilter_, "scale_filter", "")
+      .Display("Scale modulator (exponential)")
+      .About(
+          "Shader that coarsens the warp: where it is white all bends count, and the darker it is the finer "
+          "ones alone.");
+  Param(obeySmoothingFilter_, "obey_smoothing_filter", 1)
+      .Display("Obey downstream smoothing filters")
+      .About("Leaves out bends finer than a pixel, or than what a node downstream smooths.");
   mask_.Declare(this, 0);
 }
 

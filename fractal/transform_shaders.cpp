@@ -104,7 +104,9 @@ class SavedTexture {
 }  // namespace
 
 TransformShaderBase::TransformShaderBase(bool isMergeForm) {
-  if (isMergeForm) Param(shader_, "shader", "");
+  if (!isMergeForm) SetAbout(this, "input_node", "Network that is moved, turned or scaled.");
+  if (isMergeForm)
+    Param(shader_, "shader", "").About("Network that is moved, turned or scaled. The input stays as it is.");
   DeclareSpaces();
   DeclareTransform(isMergeForm);
   UpdateDerived();
@@ -123,22 +125,37 @@ void TransformShaderBase::DeclareSpaces() {
            {"Instance/object position", kTexInstancePosition},
            {"Instance/object centre of b-box", kTexInstanceCentre}});
   Gui(trGuiRadioOpen);
-  Param(useCurrentTextureSpace_, "use_current_texture_space", 1).NotSaved();
-  Param(useResetSpace_, "use_reset_space", 0).Display("Reset space").NotSaved();
+  Param(useCurrentTextureSpace_, "use_current_texture_space", 1)
+      .NotSaved()
+      .About("Starts from the texture point that comes from the nodes downstream.");
+  Param(useResetSpace_, "use_reset_space", 0)
+      .Display("Reset space")
+      .NotSaved()
+      .About("Starts from the space chosen below in place of the current texture point.");
   Gui(trGuiRadioClose);
-  Param(resetSpace_, "reset_space", kTexWorld, &spaceHint_).NotSaved();
+  Param(resetSpace_, "reset_space", kTexWorld, &spaceHint_)
+      .NotSaved()
+      .About(
+          "Where texture points are taken from: world or object, before or after displacement, or an "
+          "instance's place.");
   Gui(trGuiHiddenOpen);
-  for (const LegacySwitch& legacy : legacy_) Param(*legacy.member, legacy.name, 0).NotSaved();
+  for (const LegacySwitch& legacy : legacy_)
+    Param(*legacy.member, legacy.name, 0)
+        .NotSaved()
+        .About(
+            "Older way to say the space, kept in step with it: projects of earlier versions are read and "
+            "written so.");
   Gui(trGuiHiddenClose);
 }
 
 void TransformShaderBase::DeclareTransform(bool isMergeForm) {
-  Param(translate_, isMergeForm ? "translate_shader" : "translate", 0);
-  Param(translateBy_, "translate_by", trVector());
-  Param(rotate_, isMergeForm ? "rotate_shader" : "rotate", 0);
-  Param(rotateBy_, "rotate_by", trVector());
-  Param(scale_, isMergeForm ? "scale_shader" : "scale", 0);
-  Param(scaleBy_, "scale_by", trVector(1, 1, 1));
+  Param(translate_, isMergeForm ? "translate_shader" : "translate", 0).About("Moves the texture.");
+  Param(translateBy_, "translate_by", trVector())
+      .About("How far the texture moves along x, y and z, metres.");
+  Param(rotate_, isMergeForm ? "rotate_shader" : "rotate", 0).About("Turns the texture.");
+  Param(rotateBy_, "rotate_by", trVector()).About("Angles about x, y and z, degrees.");
+  Param(scale_, isMergeForm ? "scale_shader" : "scale", 0).About("Makes the texture larger or smaller.");
+  Param(scaleBy_, "scale_by", trVector(1, 1, 1)).About("Size along x, y and z; 2 is twice as large.");
 }
 
 void TransformShaderBase::UpdateDerived() {

@@ -1,18 +1,19 @@
 // vortex_warp_shader and vortex_vector.
 #include "fractal/vortex_warp_shader.h"
 
-#include "core/guarded.h"
+#include "core/idioms.h"
 
 void Vortex::Declare(trBase* node) {
-  node->Param(centre_, "centre", trVector());
-  node->Param(radius_, "radius", 1000.0);
-  node->Param(vorticity_, "vorticity", 1.0);
-  node->Param(reverseDirection_, "reverse_direction", 0);
+  node->Param(centre_, "centre", trVector()).About("Middle of the swirl, metres.");
+  node->Param(radius_, "radius", 1000.0)
+      .About("Distance from the middle at which half of the turns are left, metres.");
+  node->Param(vorticity_, "vorticity", 1.0).About("Turns at the middle. There are fewer further out.");
+  node->Param(reverseDirection_, "reverse_direction", 0).About("Turns the other way.");
   node->Gui(trGuiGapLarge);
   node->Gui(trGuiRadioOpen);
-  node->Param(xAxis_, "x_axis", 0);
-  node->Param(yAxis_, "y_axis", 1);
-  node->Param(zAxis_, "z_axis", 0);
+  node->Param(xAxis_, "x_axis", 0).About("The swirl goes round the x axis.");
+  node->Param(yAxis_, "y_axis", 1).About("The swirl goes round the y axis, flat on the ground.");
+  node->Param(zAxis_, "z_axis", 0).About("The swirl goes round the z axis.");
   node->Gui(trGuiRadioClose);
   node->AddGuiAction({"x_axis"}, {"y_axis", "z_axis"}, 1);
   node->AddGuiAction({"y_axis"}, {"z_axis", "x_axis"}, 1);
@@ -32,7 +33,10 @@ trVector Vortex::Turned(const trVector& pt) const {
   return swirled;
 }
 
-VortexWarpShader::VortexWarpShader() { vortex_.Declare(this); }
+VortexWarpShader::VortexWarpShader() {
+  SetAbout(this, "input_node", "Network that is looked up in the swirled space.");
+  vortex_.Declare(this);
+}
 
 long VortexWarpShader::Displace(trShadingInterface& si) {
   trShader* const input = InputShader();

@@ -1,6 +1,8 @@
 // warp_input_shader and warp_merge_shader.
 #include "fractal/warp_shaders.h"
 
+#include "core/idioms.h"
+
 namespace {
 
 /// While it lives the texture point is where the warper displaces it to, as if it were a surface point.
@@ -25,7 +27,11 @@ class WarpedTexture {
 
 }  // namespace
 
-WarpInputShader::WarpInputShader() { Param(warper_, "warper", ""); }
+WarpInputShader::WarpInputShader() {
+  SetAbout(this, "input_node", "Network that is looked up at the shifted points.");
+  Param(warper_, "warper", "")
+      .About("Shader whose displacement shifts the texture points: a fractal, for instance.");
+}
 
 long WarpInputShader::Displace(trShadingInterface& si) {
   trShader* const input = InputShader();
@@ -46,8 +52,10 @@ long WarpInputShader::Shade(trShadingInterface& si) {
 }
 
 WarpShader::WarpShader() {
-  Param(warper_, "warper", "");
-  Param(shader_, "shader", "");
+  Param(warper_, "warper", "")
+      .About("Shader whose displacement shifts the texture points: a fractal, for instance.");
+  Param(shader_, "shader", "")
+      .About("Network that is looked up at the shifted points. The input stays as it is.");
 }
 
 long WarpShader::Displace(trShadingInterface& si) {

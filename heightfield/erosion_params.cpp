@@ -5,39 +5,51 @@
 
 #include "heightfield/operator.h"
 
-void ErosionParams::DeclareErode(trBase* node) { node->Param(erode, "erode", 1); }
+void ErosionParams::DeclareErode(trBase* node) {
+  node->Param(erode, "erode", 1).About("Kept for older projects; without effect.");
+}
 
 void ErosionParams::DeclareResultMode(trBase* node) {
   SetMenu(resultModeHint_, node, {{"Eroded Heightfield", 0}, {"Difference (Erosion Field)", 1}});
-  node->Param(resultMode, "result_mode", 0, &resultModeHint_).Display("Result mode (output)");
+  node->Param(resultMode, "result_mode", 0, &resultModeHint_)
+      .Display("Result mode (output)")
+      .About("Gives the eroded ground, or what erosion changed: above 0 was laid down, below 0 worn away.");
 }
 
 void ErosionParams::DeclareFlow(trBase* node) {
   SetRange(flowDistanceHint_, node, {.min = 0.0, .max = 1000.0});
-  node->Param(flowDistance, "flow_distance", 100.0, &flowDistanceHint_);
+  node->Param(flowDistance, "flow_distance", 100.0, &flowDistanceHint_)
+      .About("How far drops run, in points of the field. Longer carries valleys on to the plains.");
   SetRange(durationHint_, node, {.min = 0.0, .max = 10.0, .focusPower = 2.0});
-  node->Param(duration, "duration", 1.0, &durationHint_);
+  node->Param(duration, "duration", 1.0, &durationHint_)
+      .About("Drops for each point of the field. More erodes longer and takes as much longer.");
   SetRange(erosionPowerHint_, node, {.focusPower = 2.0});
-  node->Param(erosionPower, "erosion_power", 0.25, &erosionPowerHint_);
+  node->Param(erosionPower, "erosion_power", 0.25, &erosionPowerHint_)
+      .About("Share of each fall's height that a drop takes off, up to 0.5. High cuts deep gullies.");
 }
 
 void ErosionParams::DeclareDepositionRate(trBase* node, double maximum) {
   SetRange(depositionRateHint_, node, {.min = 0.0, .max = maximum, .focusPower = 2.0});
-  node->Param(depositionRate, "deposition_rate", 0.0, &depositionRateHint_);
+  node->Param(depositionRate, "deposition_rate", 0.0, &depositionRateHint_)
+      .About("How soon drops lay down what they carry: 0 is evenly all the way, more at the foot of slopes.");
 }
 
 void ErosionParams::DeclareDiffusion(trBase* node, double dflt, unsigned char adaptsDefault,
                                      const trRange& range) {
   SetRange(diffusionHint_, node, range);
-  node->Param(diffusion, "diffusion", dflt, &diffusionHint_);
-  node->Param(adapts, "diffusion_adapts_to_slope", adaptsDefault);
+  node->Param(diffusion, "diffusion", dflt, &diffusionHint_)
+      .About("How much drops stray from the line of fall. Low cuts sharp gullies, high wears broad slopes.");
+  node->Param(adapts, "diffusion_adapts_to_slope", adaptsDefault)
+      .About("Lets drops stray the more the steeper the ground is.");
 }
 
 void ErosionParams::DeclareSlip(trBase* node, unsigned char slipsDefault, double angle,
                                 const trRange& range) {
-  node->Param(slips, "slip_at_angle", slipsDefault);
+  node->Param(slips, "slip_at_angle", slipsDefault)
+      .About("Throws drops about where it is steep, so that walls wear down to scree.");
   SetRange(slipAngleHint_, node, range);
-  node->Param(slipAngle, "slip_angle", angle, &slipAngleHint_);
+  node->Param(slipAngle, "slip_angle", angle, &slipAngleHint_)
+      .About("Slope from which on drops are thrown about, degrees from level ground.");
 }
 
 DropField ErosionParams::Field(trHeightfield& node) const {

@@ -113,8 +113,9 @@ void MedianRowOfAnyRadius(const trHeightfield& input, long radius, long row, flo
 
 HeightfieldSmooth::HeightfieldSmooth() {
   SetRange(radiusHint_, this, {.min = 0.0, .max = 1000.0, .focusPower = 2.0});
-  Param(smooth_, "smooth", 1);
-  Param(radius_, "smooth_radius", 10.0, &radiusHint_);
+  Param(smooth_, "smooth", 1).About("Kept for older projects; without effect.");
+  Param(radius_, "smooth_radius", 10.0, &radiusHint_)
+      .About("Distance over which heights are averaged, the nearer the more, metres.");
 }
 
 long HeightfieldSmooth::Compute(trHeightfield* input) {
@@ -134,7 +135,11 @@ long HeightfieldSmooth::Compute(trHeightfield* input) {
   return isDone;
 }
 
-HeightfieldMedian::HeightfieldMedian() { Param(radius_, "kernel_radius", 2); }
+HeightfieldMedian::HeightfieldMedian() {
+  Param(radius_, "kernel_radius", 2)
+      .About(
+          "Points to each side whose middle height is taken, 2 at least. Takes spikes out and keeps edges.");
+}
 
 void HeightfieldMedian::OnParamChanged(long index, trBase* who) {
   if (IsParam(index, &radius_) && radius_ < 2) SetParam("kernel_radius", 2, this);

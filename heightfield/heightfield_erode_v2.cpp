@@ -7,11 +7,13 @@ HeightfieldErodeV2::HeightfieldErodeV2() {
   params_.DeclareErode(this);
   params_.DeclareResultMode(this);
   params_.DeclareFlow(this);
-  Param(params_.deposition, "deposition", 0.5);
+  Param(params_.deposition, "deposition", 0.5)
+      .About("How much of what drops lay down raises the ground: 1 is all of it, 0 makes it vanish.");
   params_.DeclareDepositionRate(this, 100);
   params_.DeclareDiffusion(this, 5, 1, {.min = 0.0, .max = 10.0, .focusPower = 2.0});
   params_.DeclareSlip(this, 1, 45, {.min = 0.0, .max = 90.0});
-  Param(autoFlag_, "auto_calculate", 0);
+  Param(autoFlag_, "auto_calculate", 0)
+      .About("Erodes whenever something changes, and when the project is loaded. Off, only the button does.");
   PushButton(calculateButton_, "calculate_button");
 }
 
@@ -47,7 +49,8 @@ HeightfieldErosionExperiment::HeightfieldErosionExperiment() {
   KeepWhatAFailureLeaves();
   params_.DeclareErode(this);
   params_.DeclareFlow(this);
-  Param(params_.deposition, "deposition", 0.5);
+  Param(params_.deposition, "deposition", 0.5)
+      .About("How much of what drops lay down raises the ground: 1 is all of it, 0 makes it vanish.");
   params_.DeclareDiffusion(this, 0.1, 0, {});
   params_.DeclareSlip(this, 0, 30, {});
 }

@@ -16,7 +16,8 @@ long HeightfieldExportLWO_Button::OnPressed() {
 
 HeightfieldExportLWO::HeightfieldExportLWO() {
   fileHint_.AddFileFilter("LWO object", "lwo");
-  Param(filename_, "filename", "", &fileHint_);
+  Param(filename_, "filename", "", &fileHint_)
+      .About("LWO file that the button writes the heightfield to, two triangles for each cell.");
   Gui(trGuiButtonRowOpen);
   Gui(trGuiRowOpen);
   PushButton(exportButton_, "export_button");

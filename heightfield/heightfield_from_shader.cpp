@@ -6,8 +6,12 @@
 #include "heightfield/operator.h"
 
 HeightfieldFromShader::HeightfieldFromShader() {
-  Param(shader_, "shader", "");
-  Param(autoFlag_, "auto_generate", 0);
+  Param(shader_, "shader", "")
+      .About("Shader whose displacement becomes the heights, looked up at each point of the input.");
+  Param(autoFlag_, "auto_generate", 0)
+      .About(
+          "Looks the shader up whenever something changes, and when the project is loaded. Off, only the "
+          "button does.");
   Gui(trGuiRadioOpen);
   position_.Declare(this);
   Gui(trGuiRadioClose);

@@ -18,16 +18,24 @@ long HeightfieldGenerate_RandomiseButton::OnPressed() {
 }
 
 HeightfieldGenerate::HeightfieldGenerate() {
-  Param(newHeightfield_, "new_heightfield", 1);
+  Param(newHeightfield_, "new_heightfield", 1)
+      .About("Makes a field of the size below. Off, it has the points and the extent of its input.");
   Gui(trGuiIndentOpen);
-  Param(sizeInPixels_, "size_in_pixels", tr2Vector(1000, 1000)).Display("Number of points");
-  Param(sizeInMetres_, "size_in_metres", tr2Vector(10000, 10000));
+  Param(sizeInPixels_, "size_in_pixels", tr2Vector(1000, 1000))
+      .Display("Number of points")
+      .About("Points from west to east and from south to north. More shows finer ground and takes memory.");
+  Param(sizeInMetres_, "size_in_metres", tr2Vector(10000, 10000))
+      .About("Extent from west to east and from south to north, metres.");
   Gui(trGuiIndentClose);
   DeclareFractal();
   DeclareShader();
   GuiTab("", "");  // below the tabs
   Gui(trGuiRule);
-  Param(autoFlag_, "auto_generate", 0).Display("Generate at load time");
+  Param(autoFlag_, "auto_generate", 0)
+      .Display("Generate at load time")
+      .About(
+          "Makes the heights when the project is loaded. Off, the field stays flat until the button is "
+          "pressed.");
   Gui(trGuiButtonRowOpen);
   Gui(trGuiRowOpen);
   PushButton(generateButton_, "generate_button");
@@ -47,9 +55,11 @@ void HeightfieldGenerate::DeclareFractal() {
   Gui(trGuiRule);
   GuiTab("Fractal", "fractal_tab");
   Gui(trGuiBlockOpen);
-  Param(featureScale_, "feature_scale", 2000.0, &featureHint_);
-  Param(featureSteepness_, "feature_steepness", 0.25);
-  Param(roughness_, "roughness", 0.875);
+  Param(featureScale_, "feature_scale", 2000.0, &featureHint_).About("Size of the largest forms, metres.");
+  Param(featureSteepness_, "feature_steepness", 0.25)
+      .About("Height of the forms as a share of their size: 0.1 is hills, 0.25 mountains.");
+  Param(roughness_, "roughness", 0.875)
+      .About("How slowly finer forms weaken: above 1 is jagged, below 1 smooth.");
   Gui(trGuiBlockClose);
   Seed(seed_);
   Gui(trGuiButtonRowOpen);
@@ -60,16 +70,20 @@ void HeightfieldGenerate::DeclareFractal() {
   Gui(trGuiRule);
   GuiTab("Tweak fractal", "tweak_tab");
   Gui(trGuiBlockOpen);
-  Param(variation_, "variation", 1.5, &variationHint_);
-  Param(variationMethod_, "variation_method", kMultiScaleModulator, &methodHint_);
-  Param(buoyancy_, "buoyancy_from_variation", 0.5, &buoyancyHint_);
+  Param(variation_, "variation", 1.5, &variationHint_)
+      .About("How much places differ: 0 is equally rough everywhere, more puts calm ground beside rugged.");
+  Param(variationMethod_, "variation_method", kMultiScaleModulator, &methodHint_)
+      .About("What makes a place rough: its height, as in multifractals, or a second noise, the modulator.");
+  Param(buoyancy_, "buoyancy_from_variation", 0.5, &buoyancyHint_)
+      .About("Lifts rough places over calm ones; below 0 sinks them. Counts with the multi-scale modulator.");
   Gui(trGuiBlockClose);
 }
 
 void HeightfieldGenerate::DeclareShader() {
   Gui(trGuiRule);
   GuiTab("Use shader", "shader_tab");
-  Param(shader_, "shader", "");
+  Param(shader_, "shader", "")
+      .About("Shader whose displacement becomes the heights, in place of the fractal.");
   Gui(trGuiRadioOpen);
   position_.Declare(this);
   Gui(trGuiRadioClose);

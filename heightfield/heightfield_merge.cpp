@@ -16,9 +16,12 @@ HeightfieldMerge::HeightfieldMerge() {
            {"Lowest (cut away)", kLowest},
            {"Multiply", kMultiply},
            {"Screen", kScreen}});
-  Param(other_, "heightfield_A", "");
-  Param(mixAmount_, "mix_amount", 1.0);
-  Param(mode_, "merge_mode", kAdd, &modeHint_);
+  Param(other_, "heightfield_A", "")
+      .About("Heightfield that is merged with the input, point by point: of as many points.");
+  Param(mixAmount_, "mix_amount", 1.0)
+      .About("How much of the merge there is: 0 is the input alone, 1 the mode in full.");
+  Param(mode_, "merge_mode", kAdd, &modeHint_)
+      .About("How heights come together: mixed, added, subtracted, the higher or lower of both, and so on.");
 }
 
 trHeightfield* HeightfieldMerge::Other() const {

@@ -67,8 +67,12 @@ trHeightfield* HeightfieldShaderBase::MaskField() const {
 }
 
 void HeightfieldShaderBase::DeclareMasks() {
-  Param(blendByHeightfield_, "blend_by_heightfield", 0).Display("Mask by heightfield");
-  Param(blendingHeightfield_, "blending_heightfield", "").Display("Mask heightfield");
+  Param(blendByHeightfield_, "blend_by_heightfield", 0)
+      .Display("Mask by heightfield")
+      .About("Lets another heightfield say where this one counts. Linking or cutting the mask switches it.");
+  Param(blendingHeightfield_, "blending_heightfield", "")
+      .Display("Mask heightfield")
+      .About("Mask: its lowest point is 0, its highest 1.");
   AddGuiAction({"blend_by_heightfield"}, {"blending_heightfield"}, 3);
   mask_.Declare(this, 1);
 }
@@ -116,8 +120,8 @@ long HeightfieldShaderBase::StartRender(trRenderingInterface& rendering) {
 // --- heightfield_shader
 
 HeightfieldShader::HeightfieldShader() {
-  Param(showBox_, "show_b-box_in_preview", 1);
-  Param(heightfield_, "heightfield", "");
+  Param(showBox_, "show_b-box_in_preview", 1).About("Shows the field's extent in the preview.");
+  Param(heightfield_, "heightfield", "").About("The heightfield that is laid on the surface.");
   PushButton(viewButton_, "view_button");
   DeclareLocation();
   DeclareColour();
@@ -133,27 +137,48 @@ void HeightfieldShader::DeclareLocation() {
            {"Undisplaced space", kUndisplaced},
            {"World space", kWorld}});
   GuiTab("Location", "location_tab");
-  Param(flipX_, "flip_x", 0);
-  Param(flipY_, "flip_y", 0);
-  Param(positionCentre_, "position_centre", 1);
-  Param(positionLowerLeft_, "position_lower_left", 0);
-  Param(positionUpperLeft_, "position_upper_left", 0);
+  Param(flipX_, "flip_x", 0).About("Mirrors the field from west to east.");
+  Param(flipY_, "flip_y", 0).About("Mirrors the field from south to north.");
+  Param(positionCentre_, "position_centre", 1).About("The position is that of the field's middle.");
+  Param(positionLowerLeft_, "position_lower_left", 0)
+      .About("The position is that of the field's south-western corner.");
+  Param(positionUpperLeft_, "position_upper_left", 0)
+      .About("The position is that of the field's north-western corner.");
   const std::vector<trString> anchors = {"position_centre", "position_lower_left", "position_upper_left"};
   AddGuiAction(anchors, anchors, 1);
-  Param(position_, "position", tr2Vector());
-  Param(rotation_, "rotation", 0.0, &rotationHint_);
-  Param(space_, "locate_in", kWorld, &spaceHint_);
-  Param(borderBlending_, "border_blending", 0.1);
-  Param(stitchable_, "stitchable_border", 0);
+  Param(position_, "position", tr2Vector())
+      .About(
+          "Where the field lies: x and z, metres. One with latitudes and longitudes is moved so from its own "
+          "place.");
+  Param(rotation_, "rotation", 0.0, &rotationHint_)
+      .About("Turns the field clockwise, degrees. One with latitudes and longitudes isn't turned.");
+  Param(space_, "locate_in", kWorld, &spaceHint_)
+      .About(
+          "Points that the field is laid by: of the texture, which warps move, undisplaced ones, or the "
+          "surface's.");
+  Param(borderBlending_, "border_blending", 0.1)
+      .About("Share of the field, 0 to 1, over which its border fades into what lies beneath.");
+  Param(stitchable_, "stitchable_border", 0)
+      .About("Lets the border fade half outside, so that neighbouring fields join without a seam.");
 }
 
 void HeightfieldShader::DeclareColour() {
   GuiTab("Colour", "colour_tab");
-  Param(applyColour_, "apply_colour_and_shade", 0).ColourOnly();
-  Param(diffuseColour_, "diffuse_colour", trRgbLinear709(1.0f)).ColourOnly();
-  Param(ambientColour_, "ambient_light_colour", trRgbLinear709(0.0f)).ColourOnly();
-  Param(shadeByLight_, "shade_by_light", 1).ColourOnly();
-  Param(shadeByHeight_, "shade_by_height", 0).ColourOnly();
+  Param(applyColour_, "apply_colour_and_shade", 0)
+      .ColourOnly()
+      .About("Colours the surface where the field lies.");
+  Param(diffuseColour_, "diffuse_colour", trRgbLinear709(1.0f))
+      .ColourOnly()
+      .About("Colour where the field lies.");
+  Param(ambientColour_, "ambient_light_colour", trRgbLinear709(0.0f))
+      .ColourOnly()
+      .About("Kept for older projects; without effect.");
+  Param(shadeByLight_, "shade_by_light", 1)
+      .ColourOnly()
+      .About("Lets the scene's light fall on that colour. Off, it shines by itself.");
+  Param(shadeByHeight_, "shade_by_height", 0)
+      .ColourOnly()
+      .About("Darkens the colour towards the lowest point.");
 }
 
 void HeightfieldShader::DeclareDisplacement() {
@@ -170,23 +195,35 @@ void HeightfieldShader::DeclareDisplacement() {
            {"Catmull-Rom *", kCatmullRom},
            {"Over Smooth", kOverSmooth}});
   GuiTab("Displacement", "displacement_tab");
-  Param(direction_, "displacement_direction", kYAxis, &directionHint_);
-  Param(heightMultiplier_, "height_multiplier", 1.0);
-  Param(flattenFirst_, "flatten_surface_first", 1);
-  Param(flattenTo_, "flatten_surface_to", kToZero, &flattenHint_);
-  Param(interpolation_, "interpolation_method", kCatmullRom, &interpolationHint_);
+  Param(direction_, "displacement_direction", kYAxis, &directionHint_)
+      .About("Which way points are moved: up from the ground, along the surface's normal, or along y.");
+  Param(heightMultiplier_, "height_multiplier", 1.0)
+      .About("Factor of the heights: above 1 exaggerates the relief.");
+  Param(flattenFirst_, "flatten_surface_first", 1)
+      .About("Levels the ground beneath, so that heights are the field's own. Off, they are added to it.");
+  Param(flattenTo_, "flatten_surface_to", kToZero, &flattenHint_)
+      .About("What the ground is levelled to: the undisplaced surface, the computed terrain, or y = 0.");
+  Param(interpolation_, "interpolation_method", kCatmullRom, &interpolationHint_)
+      .About(
+          "How heights between points are found. Catmull-Rom keeps the points sharp; linear shows facets.");
 }
 
 void HeightfieldShader::DeclareDetail() {
   SetRange(tenHint_, this, {.max = 10.0});
   SetRange(detailScaleHint_, this, {.max = 4.0});
   GuiTab("Fractal Detail", "fractal_tab");
-  Param(addDetail_, "add_fractal_detail", 1);
-  Param(detail_.amount, "fractal_amount", 0.5, &tenHint_);
-  Param(detailScale_, "fractal_scale_adjust", 4.0, &detailScaleHint_);
-  Param(detail_.variation, "fractal_variation", 1.5, &tenHint_);
-  Param(detail_.roughness, "fractal_roughness", 1.0);
-  Param(flowFactor_, "fractal_flow_factor", 0.0, &tenHint_);
+  Param(addDetail_, "add_fractal_detail", 1)
+      .About("Roughens the ground between the points, so that the grid doesn't show up close.");
+  Param(detail_.amount, "fractal_amount", 0.5, &tenHint_)
+      .About("How far lookups are shifted for that. More is rougher.");
+  Param(detailScale_, "fractal_scale_adjust", 4.0, &detailScaleHint_)
+      .About("Size of the largest detail, in distances of the field's points.");
+  Param(detail_.variation, "fractal_variation", 1.5, &tenHint_)
+      .About("How much fine detail stirs the coarse.");
+  Param(detail_.roughness, "fractal_roughness", 1.0).About("How slowly finer detail weakens.");
+  Param(flowFactor_, "fractal_flow_factor", 0.0, &tenHint_)
+      .About(
+          "Draws detail out along the fall of the ground, like runnels. Not with stepped or linear lookups.");
 }
 
 long HeightfieldShader::OnFirstCreate() {
@@ -209,12 +246,13 @@ HeightfieldDisplacementShader::HeightfieldDisplacementShader() {
       "instead.");
   direction_ = kNormal;
   positionCentre_ = 0;
-  Param(heightfield_, "heightfield", "");
+  Param(heightfield_, "heightfield", "").About("The heightfield that is laid on the surface.");
   PushButton(viewButton_, "view_button");
-  Param(flipX_, "flip_x", 0);
-  Param(flipY_, "flip_y", 0);
-  Param(positionCentre_, "position_center", 1);
-  Param(positionLowerLeft_, "position_lower_left", 0);
+  Param(flipX_, "flip_x", 0).About("Mirrors the field from west to east.");
+  Param(flipY_, "flip_y", 0).About("Mirrors the field from south to north.");
+  Param(positionCentre_, "position_center", 1).About("The position is that of the field's middle.");
+  Param(positionLowerLeft_, "position_lower_left", 0)
+      .About("The position is that of the field's south-western corner.");
   AddGuiAction({"position_center", "position_lower_left"}, {"position_center", "position_lower_left"}, 1);
   DeclareMasks();
 }

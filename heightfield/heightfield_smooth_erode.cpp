@@ -202,9 +202,10 @@ class SmoothErodeRow {
 
 HeightfieldSmoothErode::HeightfieldSmoothErode() {
   KeepWhatAFailureLeaves();
-  Param(smooth_, "smooth", 1);
+  Param(smooth_, "smooth", 1).About("Kept for older projects; without effect.");
   SetRange(radiusHint_, this, {.min = 0.0, .max = 1000.0});
-  Param(radius_, "smooth_radius", 10.0, &radiusHint_);
+  Param(radius_, "smooth_radius", 10.0, &radiusHint_)
+      .About("How far downhill ground is worn towards lower points, metres.");
 }
 
 long HeightfieldSmoothErode::Compute(trHeightfield* input) {

@@ -53,9 +53,11 @@ double DisplacementAlong(trShader& shader, trShadingInterface& si, const trVecto
 }
 
 void FieldPosition::Declare(trBase* node) {
-  node->Param(center, "position_center", 0);
-  node->Param(lowerLeft, "position_lower_left", 1);
-  node->Param(position, "position", tr2Vector(0, 0));
+  node->Param(center, "position_center", 0).About("The position is that of the field's middle.");
+  node->Param(lowerLeft, "position_lower_left", 1)
+      .About("The position is that of the field's south-western corner.");
+  node->Param(position, "position", tr2Vector(0, 0))
+      .About("Where in the world the shader is looked up: x and z, metres.");
 }
 
 tr2Vector FieldPosition::Origin(const trHeightfield& field) const {

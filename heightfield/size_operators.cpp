@@ -9,11 +9,14 @@
 #include "heightfield/resampling.h"
 
 HeightfieldCrop::HeightfieldCrop() {
-  Param(crop_, "crop", 1);
-  Param(bottomLeft_, "bottom_left", tr2Vector(0, 0));
-  Param(topRight_, "top_right", tr2Vector(99, 99));
-  Param(includeTopRight_, "include_top_right", 1);
-  Param(pad_, "pad_outside_original", 0);
+  Param(crop_, "crop", 1).About("Kept for older projects; without effect.");
+  Param(bottomLeft_, "bottom_left", tr2Vector(0, 0))
+      .About("South-western point of the part, counted from the field's own at 0, 0.");
+  Param(topRight_, "top_right", tr2Vector(99, 99)).About("North-eastern point of the part.");
+  Param(includeTopRight_, "include_top_right", 1)
+      .About("Counts that last row and column in. Off, the part ends before them.");
+  Param(pad_, "pad_outside_original", 0)
+      .About("Lets the part reach beyond the field, with ground of height 0 there.");
 }
 
 HeightfieldCrop::Span HeightfieldCrop::Wanted(double a, double b, int count) const {
@@ -74,15 +77,19 @@ long HeightfieldCrop::Compute(trHeightfield* input) {
 }
 
 HeightfieldResize::HeightfieldResize() {
-  Param(resample_, "re-sample_pixels", 0);
+  Param(resample_, "re-sample_pixels", 0)
+      .About("Gives the field another number of points over the same ground.");
   Gui(trGuiIndentOpen);
-  Param(sizeInPixels_, "size_in_pixels", tr2Vector(1000, 1000));
+  Param(sizeInPixels_, "size_in_pixels", tr2Vector(1000, 1000))
+      .About("Points from west to east and from south to north.");
   Gui(trGuiIndentClose);
-  Param(resize_, "re-size_in_metres", 1);
+  Param(resize_, "re-size_in_metres", 1).About("Gives the field another extent.");
   Gui(trGuiIndentOpen);
-  Param(sizeInMetres_, "size_in_metres", tr2Vector(10000, 10000));
+  Param(sizeInMetres_, "size_in_metres", tr2Vector(10000, 10000))
+      .About("Extent from west to east and from south to north, metres.");
   // A project from before this parameter scales heights along; new nodes leave them.
-  Param(rescaleVertical_, "re-scale_vertical", 1);
+  Param(rescaleVertical_, "re-scale_vertical", 1)
+      .About("Makes heights larger or smaller along with the extent. Off, they stay.");
   Gui(trGuiIndentClose);
 }
 

@@ -19,19 +19,20 @@ float Raster(double metres, double zScale) { return static_cast<float>(GuardedDi
 HeightfieldAdjustVertical::HeightfieldAdjustVertical() {
   SetRange(heightHint_, this, kHeights);
   SetRange(multiplierHint_, this, kFactors);
-  Param(setRange_, "set_height_range", 0);
+  Param(setRange_, "set_height_range", 0).About("Brings the whole range of heights to the two below.");
   Gui(trGuiIndentOpen);
-  Param(highest_, "highest", 100.0, &heightHint_);
-  Param(lowest_, "lowest", 0.0, &heightHint_);
+  Param(highest_, "highest", 100.0, &heightHint_).About("Height that the highest point gets, metres.");
+  Param(lowest_, "lowest", 0.0, &heightHint_).About("Height that the lowest point gets, metres.");
   Gui(trGuiIndentClose);
-  Param(multiply_, "multiply_height_by", 1);
+  Param(multiply_, "multiply_height_by", 1).About("Multiplies heights, after the range is set.");
   Gui(trGuiRowOpen);
   Gui(trGuiRowClose);
-  Param(multiplier_, "height_multiplier", 1.0, &multiplierHint_);
-  Param(add_, "add_height", 1);
+  Param(multiplier_, "height_multiplier", 1.0, &multiplierHint_)
+      .About("Factor of the heights. 0 is flat, below 0 turns them over.");
+  Param(add_, "add_height", 1).About("Raises or sinks all heights, at the end.");
   Gui(trGuiRowOpen);
   Gui(trGuiRowClose);
-  Param(addend_, "add_height_value", 0.0, &heightHint_);
+  Param(addend_, "add_height_value", 0.0, &heightHint_).About("How far heights are raised, metres.");
 }
 
 long HeightfieldAdjustVertical::Compute(trHeightfield* input) {
@@ -54,14 +55,14 @@ long HeightfieldAdjustVertical::Compute(trHeightfield* input) {
 
 HeightfieldClipVertical::HeightfieldClipVertical() {
   SetRange(heightHint_, this, kHeights);
-  Param(clipPeaks_, "clip_peaks", 1);
+  Param(clipPeaks_, "clip_peaks", 1).About("Cuts off what is higher than a height.");
   Gui(trGuiRowOpen);
   Gui(trGuiRowClose);
-  Param(peaks_, "clip_peaks_value", 100.0, &heightHint_);
-  Param(clipValleys_, "clip_valleys", 1);
+  Param(peaks_, "clip_peaks_value", 100.0, &heightHint_).About("That height, metres.");
+  Param(clipValleys_, "clip_valleys", 1).About("Fills up what is lower than a height.");
   Gui(trGuiRowOpen);
   Gui(trGuiRowClose);
-  Param(valleys_, "clip_valleys_value", 0.0, &heightHint_);
+  Param(valleys_, "clip_valleys_value", 0.0, &heightHint_).About("That height, metres.");
 }
 
 long HeightfieldClipVertical::Compute(trHeightfield* input) {
@@ -77,17 +78,21 @@ long HeightfieldClipVertical::Compute(trHeightfield* input) {
 HeightfieldCurveVertical::HeightfieldCurveVertical() {
   SetRange(heightHint_, this, kHeights);
   SetRange(curveHint_, this, kFactors);
-  Param(glaciation_, "glaciation", 0.0, &curveHint_);
-  Param(alternative_, "alternative_curve", 0);
-  Param(stretch_, "stretch", 0.0, &curveHint_);
-  Param(useTop_, "top_of_curve", 0);
+  Param(glaciation_, "glaciation", 0.0, &curveHint_)
+      .About("Above 0 widens valley floors and steepens peaks; below 0 makes plateaus over steep valleys.");
+  Param(alternative_, "alternative_curve", 0)
+      .About("Bends the upper end of the curve in place of the lower one.");
+  Param(stretch_, "stretch", 0.0, &curveHint_)
+      .About("Above 0 draws middle heights towards top and bottom; below 0 gathers them in the middle.");
+  Param(useTop_, "top_of_curve", 0).About("Leaves heights above an altitude as they are.");
   Gui(trGuiRowOpen);
   Gui(trGuiRowClose);
-  Param(top_, "top_of_curve_alt", 1000.0, &heightHint_);
-  Param(useBottom_, "bottom_of_curve", 0);
+  Param(top_, "top_of_curve_alt", 1000.0, &heightHint_).About("That altitude, metres: where the curve ends.");
+  Param(useBottom_, "bottom_of_curve", 0).About("Leaves heights below an altitude as they are.");
   Gui(trGuiRowOpen);
   Gui(trGuiRowClose);
-  Param(bottom_, "bottom_of_curve_alt", 0.0, &heightHint_);
+  Param(bottom_, "bottom_of_curve_alt", 0.0, &heightHint_)
+      .About("That altitude, metres: where the curve begins.");
 }
 
 long HeightfieldCurveVertical::Compute(trHeightfield* input) {

@@ -6,13 +6,17 @@
 
 ImageMapShader::ImageMapShader() {
   fileHint_.SetIsImageFile(true);
-  Param(filename_, "image_filename", "", &fileHint_);
+  Param(filename_, "image_filename", "", &fileHint_)
+      .About("The image file. #### in its name is the frame's number, for sequences.");
   DeclareProjection();
   DeclareColour();
   DeclareDisplacement();
   DeclareEffects();
   mask_.Declare(this, 1);
-  Param(useOcio_, "use_ocio", 0);
+  Param(useOcio_, "use_ocio", 0)
+      .About(
+          "Says that the colour configuration converts the image; without effect but that sheets grey the "
+          "gamma out.");
   UpdateGammaEnabling();
 }
 
@@ -26,66 +30,109 @@ void ImageMapShader::DeclareProjection() {
            {"Cylindrical", kCylindrical},
            {"Spherical", kSpherical}});
   GuiTab("Projection, Location", "projection_tab");
-  Param(projection_, "projection_type", kPlanY, &projectionHint_);
-  Param(camera_, "projection_camera", "");
-  Param(positionCentre_, "position_center", 0);
-  Param(positionLowerLeft_, "position_lower_left", 1);
-  Param(position_, "position", trVector());
-  Param(size_, "size", tr2Vector(1, 1));
-  Param(lockAspect_, "lock_size_to_image_aspect_ratio", 1);
-  Param(sizeInfo_, "image_size_info", "0 x 0", &sizeInfoHint_).Display("Image size (pixels):");
+  Param(projection_, "projection_type", kPlanY, &projectionHint_)
+      .About(
+          "From where the image is laid on: above, a side, a camera, the object's own UVs, or round about an "
+          "axis.");
+  Param(camera_, "projection_camera", "")
+      .About("Camera that the image is projected through. Left empty, it is the one that renders.");
+  Param(positionCentre_, "position_center", 0).About("The position is that of the image's middle.");
+  Param(positionLowerLeft_, "position_lower_left", 1)
+      .About("The position is that of the image's lower left corner.");
+  Param(position_, "position", trVector())
+      .About("Where the image lies, metres; through cameras and on UVs from 0 to 1.");
+  Param(size_, "size", tr2Vector(1, 1))
+      .About(
+          "Width and height: metres, or shares of the picture, the UVs or the turn about the axis, where 1 "
+          "is all.");
+  Param(lockAspect_, "lock_size_to_image_aspect_ratio", 1).About("Kept with the project; without effect.");
+  Param(sizeInfo_, "image_size_info", "0 x 0", &sizeInfoHint_)
+      .Display("Image size (pixels):")
+      .About("Pixels of the loaded image. Told, not set.");
   SetParamGuiEnabled("image_size_info", false);
   GuiTab("Flip, Repeat", "tiling_tab");
-  Param(flipX_, "flip_x", 0);
-  Param(flipY_, "flip_y", 0);
-  Param(repeatX_, "repeat_x", 0);
-  Param(repeatY_, "repeat_y", 0);
+  Param(flipX_, "flip_x", 0).About("Mirrors the image from left to right.");
+  Param(flipY_, "flip_y", 0).About("Mirrors the image from bottom to top.");
+  Param(repeatX_, "repeat_x", 0).About("Repeats the image sideways. Off, there is nothing beyond its edges.");
+  Param(repeatY_, "repeat_y", 0).About("Repeats the image upwards. Off, there is nothing beyond its edges.");
 }
 
 void ImageMapShader::DeclareColour() {
   SetRange(gammaHint_, this, {.min = 1.0, .max = 3.4});
   GuiTab("Colour", "colour_tab");
-  Param(applyColour_, "apply_colour", 1).ColourOnly();
-  Param(smooth_, "smooth_interpolation", 1);
-  Param(unpremultiply_, "unpremultiply", 0).ColourOnly();
-  Param(toLinear_, "convert_to_linear", 1);
-  Param(isLinear_, "data_is_linear", 0);
-  Param(gamma_, "conversion_gamma", 2.2, &gammaHint_);
-  Param(multiply_, "multiply_RGB", 0);
-  Param(multiplier_, "RGB_multiplier", trVector(1, 1, 1)).Display("RGB mult.");
-  Param(offset_, "offset_RGB", 0);
-  Param(offsetValue_, "RGB_offset_value", trVector()).Display("RGB offset");
+  Param(applyColour_, "apply_colour", 1).ColourOnly().About("Colours the surface by the image.");
+  Param(smooth_, "smooth_interpolation", 1).About("Blends neighbouring pixels. Off, each shows as a square.");
+  Param(unpremultiply_, "unpremultiply", 0)
+      .ColourOnly()
+      .About("Divides colours by alpha, where they were stored multiplied: no dark rims.");
+  Param(toLinear_, "convert_to_linear", 1)
+      .About("Turns the file's values into light, as photographs need. Off for masks and data.");
+  Param(isLinear_, "data_is_linear", 0)
+      .About("Says that the file's values are light or data already. Turns the conversion off.");
+  Param(gamma_, "conversion_gamma", 2.2, &gammaHint_)
+      .About("Gamma of that conversion: 2.2 suits most pictures. Not with a colour configuration.");
+  Param(multiply_, "multiply_RGB", 0).About("Multiplies the colour by the factors beside it.");
+  Param(multiplier_, "RGB_multiplier", trVector(1, 1, 1))
+      .Display("RGB mult.")
+      .About("Factors of red, green and blue.");
+  Param(offset_, "offset_RGB", 0).About("Adds the values beside it to the colour.");
+  Param(offsetValue_, "RGB_offset_value", trVector())
+      .Display("RGB offset")
+      .About("What is added to red, green and blue.");
 }
 
 void ImageMapShader::DeclareDisplacement() {
   GuiTab("Displacement", "displacement_tab");
-  Param(applyDisplacement_, "apply_displacement", 0);
-  Param(amplitude_, "displacement_amplitude", 1.0);
-  Param(displacementOffset_, "displacement_offset", 0.0);
-  Param(smoothDisp_, "smooth_disp_interpolation", 1);
-  Param(dispToLinear_, "convert_disp_to_linear", 0);
-  Param(dispIsLinear_, "disp_data_is_linear", 1);
-  Param(dispGamma_, "disp_conversion_gamma", 2.2, &gammaHint_);
+  Param(applyDisplacement_, "apply_displacement", 0)
+      .About("Moves the surface along its normal by the image's brightness.");
+  Param(amplitude_, "displacement_amplitude", 1.0).About("Height of white, metres.");
+  Param(displacementOffset_, "displacement_offset", 0.0).About("Added where the image lies, metres.");
+  Param(smoothDisp_, "smooth_disp_interpolation", 1)
+      .About("Blends neighbouring pixels of the displacement. Off, it has steps.");
+  Param(dispToLinear_, "convert_disp_to_linear", 0)
+      .About("Turns the displacement's values into light first. Seldom right for heights.");
+  Param(dispIsLinear_, "disp_data_is_linear", 1)
+      .About("Says that the values are heights as they are. Turns the conversion off.");
+  Param(dispGamma_, "disp_conversion_gamma", 2.2, &gammaHint_).About("Gamma of that conversion.");
   Param(hasDispParamBug_, "has_disp_param_bug", 1)
-      .Display("Use settings from Colour tab (compatible with old versions)");
+      .Display("Use settings from Colour tab (compatible with old versions)")
+      .About(
+          "Takes gamma and interpolation from the colour tab for displacement too, as older projects did.");
 }
 
 void ImageMapShader::DeclareEffects() {
   SetRange(keyHint_, this, {.min = 0.0, .max = 1.0, .focusPower = 2.0});
   GuiTab("Effects", "effects_tab");
-  Param(alphaAsOpacity_, "alpha_as_opacity", 0).ColourOnly();
-  Param(alphaAsColour_, "alpha_as_colour", 0).ColourOnly();
-  Param(createTransparency_, "create_transparency", 0).ColourOnly();
-  Param(key_, "transparency_key", trRgbLinear709(0.0f)).ColourOnly();
-  Param(keyTolerance_, "key_tolerance", 0.1, &keyHint_).ColourOnly();
-  Param(invertAlpha_, "invert_alpha", 0).Display("Invert alpha/transparency").ColourOnly();
+  Param(alphaAsOpacity_, "alpha_as_opacity", 0)
+      .ColourOnly()
+      .About("Opens the surface where the image's alpha is low.");
+  Param(alphaAsColour_, "alpha_as_colour", 0)
+      .ColourOnly()
+      .About("Shows the alpha as a grey in place of the colour: for masks.");
+  Param(createTransparency_, "create_transparency", 0)
+      .ColourOnly()
+      .About("Opens the surface where the image has one colour.");
+  Param(key_, "transparency_key", trRgbLinear709(0.0f)).ColourOnly().About("The colour that is opened.");
+  Param(keyTolerance_, "key_tolerance", 0.1, &keyHint_)
+      .ColourOnly()
+      .About("How far, 0 to 1, each channel may be off that colour and still be opened.");
+  Param(invertAlpha_, "invert_alpha", 0)
+      .Display("Invert alpha/transparency")
+      .ColourOnly()
+      .About("Turns alpha and transparency round.");
   Param(useAlphaDirectly_, "use_alpha_directly", 0)
       .Display("Use alpha/transparency for direct blending")
-      .ColourOnly();
-  Param(translucent_, "translucent", 0).ColourOnly();
-  Param(translucencyAmount_, "translucency_amount", 1.0).ColourOnly();
-  Param(translucencyTint_, "translucency_tint", trRgbLinear709(1.0f)).ColourOnly();
-  Param(borderBlending_, "border_blending", 0.0);
+      .ColourOnly()
+      .About("Lets what lies beneath show through by alpha, in place of opening the surface.");
+  Param(translucent_, "translucent", 0).ColourOnly().About("Kept with the project; without effect.");
+  Param(translucencyAmount_, "translucency_amount", 1.0)
+      .ColourOnly()
+      .About("Kept with the project; without effect.");
+  Param(translucencyTint_, "translucency_tint", trRgbLinear709(1.0f))
+      .ColourOnly()
+      .About("Kept with the project; without effect.");
+  Param(borderBlending_, "border_blending", 0.0)
+      .About("Share of the image, 0 to 1, over which its edges fade out where it doesn't repeat.");
 }
 
 long ImageMapShader::OnCreate() { return trSurfaceShader::OnCreate(); }

@@ -17,26 +17,42 @@ Planet::Planet() : juSubSceneMaker("radius", "rotation", "centre") {
   SetRange(radiusHint_, this, {.min = 100.0, .max = 7.1492e7, .focusPower = 4.0});
   SetRange(toleranceHint_, this, {.max = 2.0});
 
-  Param(showBox_, "show_b-box_in_preview", 1);
+  Param(showBox_, "show_b-box_in_preview", 1).About("Shows the planet's extent in the preview.");
   GuiTab("Planet", "main_tab");
-  Param(renderSurface_, "render_surface", 1);
+  Param(renderSurface_, "render_surface", 1)
+      .About("Whether there is a ground. Off, the planet is its atmosphere alone.");
   Gui(trGuiRowOpen);
   Gui(trGuiRowClose);
-  Param(translateTextures_, "translate_textures_with_planet", 0);
-  Param(renderAtmosphere_, "render_atmosphere", 1);
+  Param(translateTextures_, "translate_textures_with_planet", 0)
+      .About("Moves textures along with the planet's centre. Off, the ground slides through them.");
+  Param(renderAtmosphere_, "render_atmosphere", 1).About("Whether there is air, with its clouds.");
   Gui(trGuiRowOpen);
   Gui(trGuiRowClose);
-  Param(rotateTextures_, "rotate_textures_with_planet", 0);
-  Param(latLongAtApex_, "lat_long_at_apex", tr2Vector());
-  Param(centre_, "centre", trVector(0, -6378000, 0)).Alias("center");
-  Param(rotation_, "rotation", trVector()).Alias("rotate");
-  Param(radius_, "radius", 6.378e6, &radiusHint_);
+  Param(rotateTextures_, "rotate_textures_with_planet", 0)
+      .About("Turns textures along with the planet. Off, the ground turns through them.");
+  Param(latLongAtApex_, "lat_long_at_apex", tr2Vector())
+      .About(
+          "Latitude and longitude of the point that lies at the top of the planet, degrees: places maps on "
+          "it.");
+  Param(centre_, "centre", trVector(0, -6378000, 0))
+      .Alias("center")
+      .About("Centre of the planet, metres. By default the world's origin lies on the ground.");
+  Param(rotation_, "rotation", trVector())
+      .Alias("rotate")
+      .About("Rotation of the planet about its centre, degrees.");
+  Param(radius_, "radius", 6.378e6, &radiusHint_)
+      .About(
+          "Radius of the undisplaced ground, metres; the Earth has 6,378,000. Atmosphere and clouds follow "
+          "it.");
   GuiTab("Angular Position", "angular_position_tab");
   DeclareAngularPositionParams();
   GuiTab("Surface Shaders", "shaders_tab");
-  Param(surfaceShader_, "surface_shader", "");
-  Param(atmosphereShader_, "atmosphere_shader", "");
-  Param(displacementTolerance_, "displacement_tolerance", 1.0, &toleranceHint_);
+  Param(surfaceShader_, "surface_shader", "")
+      .About("Last node of the network that colours and displaces the ground.");
+  Param(atmosphereShader_, "atmosphere_shader", "").About("Last volume of the chain of air and clouds.");
+  Param(displacementTolerance_, "displacement_tolerance", 1.0, &toleranceHint_)
+      .About(
+          "Kept with the project; without effect, as the renderer finds the reach of displacement itself.");
   GuiTab("Import", "import_tab");
   DeclareImportMotionFileParams(true);
 

@@ -2,9 +2,10 @@
 #include "objects/sphere_geometry_shader.h"
 
 SphereGeometryShader::SphereGeometryShader() {
-  Param(centre_, "centre", trVector());
-  Param(radius_, "radius", 1.0);
-  Param(normalScale_, "normal_scale", trVector(1, 1, 1));
+  Param(centre_, "centre", trVector()).About("Middle of the sphere, metres.");
+  Param(radius_, "radius", 1.0).About("Radius of the sphere, metres.");
+  Param(normalScale_, "normal_scale", trVector(1, 1, 1))
+      .About("Factors of the normal along each axis; 1, 1, 1 leaves it the sphere's.");
 }
 
 long SphereGeometryShader::Displace(trShadingInterface& si) {

@@ -30,21 +30,25 @@ void ColourAdjustShader::Level::ColourFollows(trBase* node) {
     node->SetParam(colourName, trManRgb(colour.r + moved, colour.g + moved, colour.b + moved), node);
 }
 
-void ColourAdjustShader::Declare(Level& level, float value, const trRange& range) {
+void ColourAdjustShader::Declare(Level& level, float value, const trRange& range, const char* about) {
   SetRange(level.hint, this, range);
-  Param(level.colour, level.colourName, trRgbLinear709(value));
+  Param(level.colour, level.colourName, trRgbLinear709(value)).About(about);
   Gui(trGuiRowClose);
-  Param(level.adjust, level.adjustName, value, &level.hint);
+  Param(level.adjust, level.adjustName, value, &level.hint)
+      .About("Moves the three channels together; stands at the middle one of them.");
 }
 
 ColourAdjustShader::ColourAdjustShader() {
   GuiTab("Input levels", "input_levels_tab");
-  Declare(black_, 0, {.min = -0.5, .max = 1.5});
-  Declare(white_, 1, {.min = -0.5, .max = 1.5});
+  Declare(black_, 0, {.min = -0.5, .max = 1.5},
+          "Value of the input that becomes 0, channel by channel. Raise it to darken.");
+  Declare(white_, 1, {.min = -0.5, .max = 1.5},
+          "Value of the input that becomes 1, channel by channel. Lower it to brighten.");
   GuiTab("Gamma", "gamma_tab");
-  Declare(gamma_, 1, {.min = 0.0, .max = 4.0, .focusPower = 2.0});
-  Param(clampBelowBlack_, "clamp_below_black", 1);
-  Param(clampAboveWhite_, "clamp_above_white", 1);
+  Declare(gamma_, 1, {.min = 0.0, .max = 4.0, .focusPower = 2.0},
+          "Brightens the middle tones above 1 and darkens them below, channel by channel.");
+  Param(clampBelowBlack_, "clamp_below_black", 1).About("Raises channels below 0 to 0 at the end.");
+  Param(clampAboveWhite_, "clamp_above_white", 1).About("Lowers channels above 1 to 1 at the end.");
   UpdateDerived();
 }
 
@@ -105,20 +109,33 @@ long ColourAdjustShader::Shade(trShadingInterface& si) {
 
 ContourShader::ContourShader() {
   mainHeading_.Declare(this, "main_separator", "Main Contour");
-  Param(main_.interval, "main_interval", 100.0).Display("Spacing");
-  Param(main_.thickness, "main_thickness", 2.0).Display("Thickness");
-  Param(main_.colour, "main_colour", trManRgb(1, 0, 0)).Display("Colour");
+  Param(main_.interval, "main_interval", 100.0)
+      .Display("Spacing")
+      .About("Height between two main lines, metres.");
+  Param(main_.thickness, "main_thickness", 2.0)
+      .Display("Thickness")
+      .About("Height that a line takes, metres: wide on gentle ground, thin on walls.");
+  Param(main_.colour, "main_colour", trManRgb(1, 0, 0)).Display("Colour").About("Colour of the main lines.");
   intermediateHeading_.Declare(this, "intermediate_separator", "Intermediate Contours");
-  Param(numberOfIntermediates_, "number_of_intermediates", 5.0);
-  Param(intermediate_.interval, "intermediate_interval", 20.0).Display("Spacing");
-  Param(intermediate_.thickness, "intermediate_thickness", 2.0).Display("Thickness");
-  Param(intermediate_.colour, "intermediate_colour", trManRgb(1, 1, 0)).Display("Colour");
-  Param(smoothEdges_, "smooth_edges", 1);
+  Param(numberOfIntermediates_, "number_of_intermediates", 5.0)
+      .About("Intervals of lesser lines within one of the main ones. 0 draws none. Follows their spacing.");
+  Param(intermediate_.interval, "intermediate_interval", 20.0)
+      .Display("Spacing")
+      .About("Height between two lesser lines, metres. Follows their number, and sets it.");
+  Param(intermediate_.thickness, "intermediate_thickness", 2.0)
+      .Display("Thickness")
+      .About("Height that a lesser line takes, metres.");
+  Param(intermediate_.colour, "intermediate_colour", trManRgb(1, 1, 0))
+      .Display("Colour")
+      .About("Colour of the lesser lines.");
+  Param(smoothEdges_, "smooth_edges", 1).About("Fades lines out at their edges.");
   Gui(trGuiIndentOpen);
-  Param(smoothingDistance_, "smoothing_distance", 0.25);
+  Param(smoothingDistance_, "smoothing_distance", 0.25).About("Height over which an edge fades, metres.");
   Gui(trGuiIndentClose);
-  Param(baseAltitude_, "base_altitude", 0.0);
-  Param(useY_, "use_Y_for_altitude", 0);
+  Param(baseAltitude_, "base_altitude", 0.0)
+      .About("Added to altitudes along y, metres, to shift the lines. Counts with \"use Y\" alone.");
+  Param(useY_, "use_Y_for_altitude", 0)
+      .About("Measures along the world's y axis in place of height over the planet or object.");
 }
 
 void ContourShader::OnParamChanged(long index, trBase* who) {
@@ -187,17 +204,24 @@ DistanceShader::DistanceShader() {
            {"Sticky world space", 3},
            {"Undisplaced space", 2},
            {"Terrain or Texture space (warpable and transformable)", 1}});
-  Param(applyFar_, "apply_far_colour", 1);
-  Param(farColour_, "far_colour", trRgbLinear709(1.0f));
-  Param(applyNear_, "apply_near_colour", 1);
-  Param(nearColour_, "near_colour", trRgbLinear709(0.0f));
-  Param(farDistance_, "far_distance", 10000.0, &distanceHint_);
-  Param(nearDistance_, "near_distance", 0.0, &distanceHint_);
-  Param(mode_, "distance_mode", 0, &modeHint_);
-  Param(camera_, "camera", "");
-  Param(space_, "coord_space", 0, &spaceHint_);
-  Param(clampFar_, "clamp_far_colour", 1);
-  Param(clampNear_, "clamp_near_colour", 1);
+  Param(applyFar_, "apply_far_colour", 1).About("Gives what is far a colour.");
+  Param(farColour_, "far_colour", trRgbLinear709(1.0f)).About("Colour at the far distance.");
+  Param(applyNear_, "apply_near_colour", 1).About("Gives what is near a colour.");
+  Param(nearColour_, "near_colour", trRgbLinear709(0.0f)).About("Colour at the near distance.");
+  Param(farDistance_, "far_distance", 10000.0, &distanceHint_)
+      .About("Distance at which the far colour is reached, metres.");
+  Param(nearDistance_, "near_distance", 0.0, &distanceHint_)
+      .About("Distance up to which the near colour reigns, metres.");
+  Param(mode_, "distance_mode", 0, &modeHint_)
+      .About("Distance from the camera in a sphere about it, or depth along its view.");
+  Param(camera_, "camera", "")
+      .About("Camera that distances are measured from. Left empty, it is the one that renders.");
+  Param(space_, "coord_space", 0, &spaceHint_)
+      .About("Which point is measured: the displaced, the sticky or the undisplaced one, or the texture's.");
+  Param(clampFar_, "clamp_far_colour", 1)
+      .About("Stays at the far colour beyond its distance. Off, values go on rising.");
+  Param(clampNear_, "clamp_near_colour", 1)
+      .About("Stays at the near colour before its distance. Off, values go on falling.");
 }
 
 long DistanceShader::StartRender(trRenderingInterface& rendering) {

@@ -32,7 +32,7 @@ class ColourAdjustShader : public ColourUtility {
     void SliderFollows(trBase* node);
     void ColourFollows(trBase* node);
   };
-  void Declare(Level& level, float value, const trRange& range);
+  void Declare(Level& level, float value, const trRange& range, const char* about);
 
   Level black_{{}, 0, "black_point", "black_point_adjust", {}};
   Level white_{{}, 1, "white_point", "white_point_adjust", {}};

@@ -82,14 +82,22 @@ long ComputeNormalBase::Shade(trShadingInterface& si) {
 
 ComputeNormal::ComputeNormal() : ComputeNormalBase(false) {
   Gui(trGuiGap);
-  Param(patchSize_, "patch_size", 1.0);
-  Param(smoothSurface_, "smooth_surface", 0);
+  Param(patchSize_, "patch_size", 1.0)
+      .About(
+          "Side of the triangle that the normal is taken over, metres. Larger follows large forms and "
+          "ignores stones.");
+  Param(smoothSurface_, "smooth_surface", 0)
+      .About("Moves the surface to the mean of the triangle, which takes off finer relief.");
 }
 
 ComputeTerrain::ComputeTerrain() : ComputeNormalBase(true) {
   SetRange(patchHint_, this, {.max = 1000, .focusPower = 2});
   Gui(trGuiBlockOpen);
-  Param(patchSize_, "gradient_patch_size", 20.0, &patchHint_);
-  Param(smoothSurface_, "smooth_surface", 0);
+  Param(patchSize_, "gradient_patch_size", 20.0, &patchHint_)
+      .About(
+          "Side of the triangle that the terrain's normal is taken over, metres. Larger follows large forms "
+          "alone.");
+  Param(smoothSurface_, "smooth_surface", 0)
+      .About("Moves the surface to the mean of the triangle, which takes off finer relief.");
   Gui(trGuiBlockClose);
 }

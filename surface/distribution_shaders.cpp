@@ -64,8 +64,13 @@ long DistributionBase::Shade(trShadingInterface& si) {
 // ---------------------------------------------------------------------------------------------------------------
 
 void LayeredDistribution::DeclareColour() {
-  Param(colour_, "colour", trManRgb(1, 1, 1)).Alias("diffuse_color").ColourOnly();
-  Param(childLayers_, "child_layers", "").Alias("surface_layers");
+  Param(colour_, "colour", trManRgb(1, 1, 1))
+      .Alias("diffuse_color")
+      .ColourOnly()
+      .About("Colour where the distribution applies: white makes a mask of it.");
+  Param(childLayers_, "child_layers", "")
+      .Alias("surface_layers")
+      .About("Network that is laid on the surface where the distribution applies.");
 }
 
 long LayeredDistribution::OnFirstCreate() {
@@ -89,8 +94,11 @@ DistributionShaderV4::DistributionShaderV4() {
   GuiTab("Direction limits", "direction_tab");
   compass_.Declare(this);
   GuiTab("Tweaks", "tweaks_tab");
-  Param(softness_, "fuzzy_zone_softness", 1.0);
-  Param(exact_, "smoother_fuzzy_zones", 0).Display("Smoother fuzzy zones (better curve continuity)");
+  Param(softness_, "fuzzy_zone_softness", 1.0)
+      .About("Width of the ramp at the borders about the middle cover. Below 1 is harder.");
+  Param(exact_, "smoother_fuzzy_zones", 0)
+      .Display("Smoother fuzzy zones (better curve continuity)")
+      .About("Exact arithmetic for the borders, where steps show. A little slower.");
 }
 
 long DistributionShaderV4::OnFirstCreate() {
@@ -135,8 +143,12 @@ DistributionShaderV3::DistributionShaderV3() {
   slope_.Declare(this);
   slope_.DeclareUseY(this);
   GuiTab("Tweaks", "tweaks_tab");
-  Param(softness_, "fuzzy_zone_softness", 1.0);
-  Param(version4_, "version_4", 0);
+  Param(softness_, "fuzzy_zone_softness", 1.0)
+      .About("Width of the ramp at the borders about the middle cover. Below 1 is harder.");
+  Param(version4_, "version_4", 0)
+      .About(
+          "Multiplies limits by the coverage, as the later class does. Off, older projects look as they "
+          "did.");
 }
 
 trFCol DistributionShaderV3::Mask(trShadingInterface& si) const {
@@ -158,11 +170,12 @@ trFCol DistributionShaderV3::Mask(trShadingInterface& si) const {
 DistributionShaderV2::DistributionShaderV2() {
   trWarning(
       "Distribution shader v2 is a deprecated class which may not work in future versions of Ombrivex.");
-  Param(colour_, "diffuse_color", trManRgb(1, 1, 1));
+  Param(colour_, "diffuse_color", trManRgb(1, 1, 1)).About("Colour where the distribution applies.");
   breakup_.Declare(this, true);
   altitude_.Declare(this);
   slope_.Declare(this, 1);
-  Param(softness_, "fuzzy_zone_softness", 1.0);
+  Param(softness_, "fuzzy_zone_softness", 1.0)
+      .About("Width of the ramp at the borders about the middle cover. Below 1 is harder.");
   altitude_.DeclareUseY(this);
   slope_.DeclareUseY(this);
 }

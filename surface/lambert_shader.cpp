@@ -2,11 +2,17 @@
 #include "surface/lambert_shader.h"
 
 LambertShader::LambertShader() {
-  Param(diffuseColour_, "diffuse_colour", trRgbLinear709(1.0f)).Alias("diffuse_color");
-  Param(useExistingColour_, "use_existing_colour", 0).Alias("use_existing_color");
-  Param(translucent_, "translucent", 0);
-  Param(translucencyAmount_, "translucency_amount", 1.0);
-  Param(translucencyTint_, "translucency_tint", trRgbLinear709(1.0f));
+  Param(diffuseColour_, "diffuse_colour", trRgbLinear709(1.0f))
+      .Alias("diffuse_color")
+      .About("Colour of the matt surface, 0 to 1 a channel.");
+  Param(useExistingColour_, "use_existing_colour", 0)
+      .Alias("use_existing_color")
+      .About("Takes the colour that the input left in place of the one above.");
+  Param(translucent_, "translucent", 0)
+      .About("Lets light through to the other side, as leaves and paper do.");
+  Param(translucencyAmount_, "translucency_amount", 1.0)
+      .About("How much of the surface's colour comes through, 0 to 1.");
+  Param(translucencyTint_, "translucency_tint", trRgbLinear709(1.0f)).About("Colour of what comes through.");
 }
 
 long LambertShader::Displace(trShadingInterface& si) {

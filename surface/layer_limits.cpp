@@ -19,23 +19,32 @@ double AngleFromCosine(double c) {
 void AltitudeLimits::Declare(trBase* node) {
   SetRange(altitudeHint_, node, {.min = -10000.0, .max = 10000.0});
   SetRange(zoneHint_, node, {.min = 0.0, .max = 1000.0});
-  node->Param(limitMaximum_, "limit_maximum_altitude", 0);
-  node->Param(maximum_, "maximum_altitude", 1000.0, &altitudeHint_);
-  node->Param(maximumZone_, "max_alt_fuzzy_zone", 200.0, &zoneHint_);
-  node->Param(limitMinimum_, "limit_minimum_altitude", 0);
-  node->Param(minimum_, "minimum_altitude", 200.0, &altitudeHint_);
-  node->Param(minimumZone_, "min_alt_fuzzy_zone", 200.0, &zoneHint_);
+  node->Param(limitMaximum_, "limit_maximum_altitude", 0)
+      .About("Keeps the layer below an altitude: vegetation that ends at the tree line.");
+  node->Param(maximum_, "maximum_altitude", 1000.0, &altitudeHint_)
+      .About("Altitude at which the layer has ended, metres.");
+  node->Param(maximumZone_, "max_alt_fuzzy_zone", 200.0, &zoneHint_)
+      .About("Height over which the layer thins out below that altitude, metres. 0 is a hard line.");
+  node->Param(limitMinimum_, "limit_minimum_altitude", 0)
+      .About("Keeps the layer above an altitude: snow on heights.");
+  node->Param(minimum_, "minimum_altitude", 200.0, &altitudeHint_)
+      .About("Altitude at which the layer begins, metres.");
+  node->Param(minimumZone_, "min_alt_fuzzy_zone", 200.0, &zoneHint_)
+      .About("Height over which the layer grows full above that altitude, metres. 0 is a hard line.");
   node->AddGuiAction({"limit_maximum_altitude"}, {"maximum_altitude", "max_alt_fuzzy_zone"}, 2);
   node->AddGuiAction({"limit_minimum_altitude"}, {"minimum_altitude", "min_alt_fuzzy_zone"}, 2);
 }
 
 void AltitudeLimits::DeclareKey(trBase* node, long keyDefault) {
   SetMenu(keyHint_, node, {{"Final position", 0}, {"Position in terrain/texture", 1}});
-  node->Param(key_, "altitude_key", keyDefault, &keyHint_);
+  node->Param(key_, "altitude_key", keyDefault, &keyHint_)
+      .About("Altitude of the displaced surface, or of the terrain as compute terrain last stored it.");
 }
 
 void AltitudeLimits::DeclareUseY(trBase* node) {
-  node->Param(useY_, "use_Y_for_altitude", 0).Display("Use Y");
+  node->Param(useY_, "use_Y_for_altitude", 0)
+      .Display("Use Y")
+      .About("Measures along the world's y axis in place of height over the planet or object.");
 }
 
 trVector AltitudeLimits::Position(trShadingInterface& si) const {
@@ -63,17 +72,27 @@ void NormalKey::Declare(trBase* node, const char* name) {
 
 void SlopeLimits::Declare(trBase* node, unsigned char limitMaximumDefault) {
   SetRange(angleHint_, node, {.min = 0.0, .max = 90.0});
-  node->Param(limitMaximum_, "limit_maximum_slope", limitMaximumDefault);
-  node->Param(maximum_, "maximum_slope_angle", 60.0, &angleHint_);
-  node->Param(maximumZone_, "max_slope_fuzzy_zone", 20.0, &angleHint_);
-  node->Param(limitMinimum_, "limit_minimum_slope", 0);
-  node->Param(minimum_, "minimum_slope_angle", 30.0, &angleHint_);
-  node->Param(minimumZone_, "min_slope_fuzzy_zone", 10.0, &angleHint_);
+  node->Param(limitMaximum_, "limit_maximum_slope", limitMaximumDefault)
+      .About("Keeps the layer off steep ground: grass and snow.");
+  node->Param(maximum_, "maximum_slope_angle", 60.0, &angleHint_)
+      .About("Slope at which the layer has ended, degrees from level ground.");
+  node->Param(maximumZone_, "max_slope_fuzzy_zone", 20.0, &angleHint_)
+      .About("Degrees over which the layer thins out towards that slope. 0 is a hard line.");
+  node->Param(limitMinimum_, "limit_minimum_slope", 0)
+      .About("Keeps the layer off gentle ground: bare rock on walls.");
+  node->Param(minimum_, "minimum_slope_angle", 30.0, &angleHint_)
+      .About("Slope at which the layer begins, degrees from level ground.");
+  node->Param(minimumZone_, "min_slope_fuzzy_zone", 10.0, &angleHint_)
+      .About("Degrees over which the layer grows full above that slope. 0 is a hard line.");
   node->AddGuiAction({"limit_maximum_slope"}, {"maximum_slope_angle", "max_slope_fuzzy_zone"}, 2);
   node->AddGuiAction({"limit_minimum_slope"}, {"minimum_slope_angle", "min_slope_fuzzy_zone"}, 2);
 }
 
-void SlopeLimits::DeclareUseY(trBase* node) { node->Param(useY_, "use_Y_for_slope", 0).Display("Use Y"); }
+void SlopeLimits::DeclareUseY(trBase* node) {
+  node->Param(useY_, "use_Y_for_slope", 0)
+      .Display("Use Y")
+      .About("Measures slopes from the world's y axis in place of the planet's or object's own up.");
+}
 
 double SlopeLimits::Terms(trShadingInterface& si, bool exact) const {
   if (!limitMaximum_ && !limitMinimum_) return 0;
@@ -89,12 +108,20 @@ void DirectionLimit::Declare(trBase* node) {
   SetRange(headingHint_, node, {.min = -180.0, .max = 180.0});
   SetRange(declinationHint_, node, {.min = -90.0, .max = 90.0});
   SetRange(deviationHint_, node, {.min = 0.0, .max = 180.0});
-  node->Param(limit_, "limit_direction", 0);
-  node->Param(heading_, "direction_heading", 0.0, &headingHint_).Display("Peak compass heading");
+  node->Param(limit_, "limit_direction", 0)
+      .About("Keeps the layer to ground that faces one way: snow on shaded sides, wear on the windward one.");
+  node->Param(heading_, "direction_heading", 0.0, &headingHint_)
+      .Display("Peak compass heading")
+      .About("Compass direction that the layer prefers, degrees from north; 90 is east.");
   node->Param(declination_, "direction_declination", 0.0, &declinationHint_)
-      .Display("Peak angle above horizon");
-  node->Param(maxDeviation_, "direction_max_deviation", 120.0, &deviationHint_).Display("Max deviation");
-  node->Param(zone_, "direction_max_deviation_fuzzy_zone", 40.0, &deviationHint_).Display("Fuzzy zone");
+      .Display("Peak angle above horizon")
+      .About("How far that direction points up, degrees: 0 is level, 90 straight up.");
+  node->Param(maxDeviation_, "direction_max_deviation", 120.0, &deviationHint_)
+      .Display("Max deviation")
+      .About("Angle from that direction at which the layer has ended, degrees.");
+  node->Param(zone_, "direction_max_deviation_fuzzy_zone", 40.0, &deviationHint_)
+      .Display("Fuzzy zone")
+      .About("Degrees over which the layer thins out towards that angle. 0 is a hard line.");
   key_.Declare(node, "direction_key");
   node->AddGuiAction({"limit_direction"},
                      {"direction_heading", "direction_declination", "direction_max_deviation",
@@ -116,12 +143,21 @@ double DirectionLimit::Terms(trShadingInterface& si, bool exact) const {
 
 void Breakup::Declare(trBase* node, bool invertFirst) {
   SetRange(contrastHint, node, {.max = 2.0});
-  node->Param(coverage, "coverage", 1.0);
-  node->Param(isOn, "fractal_breakup", 1);
-  node->Param(shader, "breakup_shader", "");
-  if (invertFirst) node->Param(invert, "invert_breakup", 0);
-  node->Param(contrast, "fractal_contrast", 0.5, &contrastHint);
-  if (!invertFirst) node->Param(invert, "invert_breakup", 0);
+  node->Param(coverage, "coverage", 1.0)
+      .About(
+          "How much of the surface the layer covers within its limits: 0 none, 1 all, between in patches.");
+  node->Param(isOn, "fractal_breakup", 1)
+      .About("Breaks the border of thin cover up into patches by a fractal.");
+  node->Param(shader, "breakup_shader", "")
+      .About("Fractal whose brightness breaks the layer up: values above 0.5 spread it, below they open it.");
+  if (invertFirst)
+    node->Param(invert, "invert_breakup", 0).About("Turns the fractal round: patches where gaps were.");
+  node->Param(contrast, "fractal_contrast", 0.5, &contrastHint)
+      .About(
+          "Strength of the fractal against coverage and fuzzy zones. More tears borders up further and "
+          "harder.");
+  if (!invertFirst)
+    node->Param(invert, "invert_breakup", 0).About("Turns the fractal round: patches where gaps were.");
   node->AddGuiAction({"fractal_breakup"}, {"breakup_shader"}, 3);
   node->AddGuiAction({"fractal_breakup"}, {"fractal_contrast", "invert_breakup"}, 2);
 }
@@ -145,10 +181,20 @@ trFCol Breakup::Broken(const trFCol& m, const trFCol& offset) const {
 }
 
 void LayerMaskShader::Declare(trBase* node) {
-  node->Param(isOn, "blend_by_shader", 0).Display("Mask by shader");
-  node->Param(shader, "blending_shader", "").Display("Mask shader");
-  node->Param(invert, "invert_blendshader", 0).Display("Invert mask");
-  node->Param(asCoverage, "blend_as_coverage", 1).Display("Mask as coverage");
+  node->Param(isOn, "blend_by_shader", 0)
+      .Display("Mask by shader")
+      .About("Lets another shader say where the layer counts. Linking or cutting the mask switches it.");
+  node->Param(shader, "blending_shader", "")
+      .Display("Mask shader")
+      .About("Its brightness is how much the layer counts at a place: 0 none, 1 all.");
+  node->Param(invert, "invert_blendshader", 0)
+      .Display("Invert mask")
+      .About("Turns the mask round: the layer counts where the mask is dark.");
+  node->Param(asCoverage, "blend_as_coverage", 1)
+      .Display("Mask as coverage")
+      .About(
+          "Half a mask gives half the cover, which breaks up into patches. Off, the whole layer becomes half "
+          "seen.");
   node->AddGuiAction({"blend_by_shader"}, {"blending_shader"}, 3);
   node->AddGuiAction({"blend_by_shader"}, {"invert_blendshader", "blend_as_coverage"}, 2);
 }

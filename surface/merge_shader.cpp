@@ -65,17 +65,28 @@ MergeShader::MergeShader() {
              {"Screen by Input's diffuse colour", kScreenByInput}});
 
   DeclareTrue("displaces_by_colour");
-  Param(shaderA_, "shader_A", "");
+  SetAbout(this, "input_node", "The first network, which A is merged with.");
+  Param(shaderA_, "shader_A", "").About("The second network, which is merged with the input.");
   GuiTab("Mix control", "mix_control_tab");
-  Param(mixToA_, "mix_to_A", 0.5);
-  Param(mixController_, "mix_controller", "");
-  Param(chooseByAltitude_, "choose_by_altitude", kAll, &altitudeHint_);
-  Param(textureSpace_, "texture_space", kLegacy, &spaceHint_);
+  Param(mixToA_, "mix_to_A", 0.5)
+      .About("How much of A there is, 0 to 1. A controller or a choice by altitude takes its place.");
+  Param(mixController_, "mix_controller", "")
+      .About("Shader whose colour is the mix, channel by channel: black is the input, white is A.");
+  Param(chooseByAltitude_, "choose_by_altitude", kAll, &altitudeHint_)
+      .About("Takes the network that lies higher, or lower, at each place, in place of a mix.");
+  Param(textureSpace_, "texture_space", kLegacy, &spaceHint_)
+      .About(
+          "Space in which both are compared and run: the current one, undisplaced, or as older projects had "
+          "it.");
   GuiTab("Merge mode", "merge_mode_tab");
-  Param(mergeColour_, "merge_colour", 1);
-  Param(colourMode_, "colour_merge_mode", kMix, &colourHint_);
-  Param(mergeDisplacement_, "merge_displacement", 1);
-  Param(displaceMode_, "displace_merge_mode", kMix, &displaceHint_);
+  Param(mergeColour_, "merge_colour", 1).About("Merges colours. Off, the input's alone count.");
+  Param(colourMode_, "colour_merge_mode", kMix, &colourHint_)
+      .About(
+          "How colours come together: mixed by the share of A, added, subtracted, multiplied or screened.");
+  Param(mergeDisplacement_, "merge_displacement", 1)
+      .About("Merges displacement. Off, the input's alone counts.");
+  Param(displaceMode_, "displace_merge_mode", kMix, &displaceHint_)
+      .About("How displacements come together, as for colours. Screening leaves the input's.");
 }
 
 long MergeShader::OnFirstCreate() {

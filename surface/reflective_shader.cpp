@@ -27,20 +27,34 @@ ReflectiveShader::ReflectiveShader() : records_(static_cast<size_t>(trMaxThreads
   SetMenu(modelHint_, this, {{"Blinn", 0}, {"Beckmann OV 2", 1}, {"Beckmann OV 4.5", 2}, {"GGX", 3}});
 
   GuiTab("Main", "main_tab");
-  Param(reflectivity_, "reflectivity", trRgbLinear709(1.0f));
-  Param(reflectionTint_, "reflection_tint", trRgbLinear709(1.0f));
-  Param(indexOfRefraction_, "index_of_refraction", 1.33, &indexHint_);
-  Param(specularHighlights_, "specular_highlights", 1);
-  Param(highlightModel_, "highlight_model", 3, &modelHint_);
-  Param(highlightIntensity_, "highlight_intensity", 1.0, &intensityHint_);
-  Param(causticIntensity_, "caustic_intensity", 1.0, &intensityHint_);
-  Param(specularRoughness_, "specular_roughness", 0.1, &unitHint_);
-  Param(roughnessFunction_, "specular_roughness_function", "").Display("Roughness function");
-  Param(specularTweak_, "specular_tweak", 0.5);
-  Param(rayTracedReflections_, "ray_traced_reflections", 1);
-  Param(reflectionSoftness_, "reflection_softness", 0.0, &unitHint_);
+  Param(reflectivity_, "reflectivity", trRgbLinear709(1.0f))
+      .About("Strength and colour of reflections. 1 is what the index of refraction gives.");
+  Param(reflectionTint_, "reflection_tint", trRgbLinear709(1.0f))
+      .About("Colour of reflections alone; what passes the surface or lies beneath isn't changed by it.");
+  Param(indexOfRefraction_, "index_of_refraction", 1.33, &indexHint_)
+      .About("How strongly the surface reflects: 1.33 is water, 1.5 varnish or glass; high is like metal.");
+  Param(specularHighlights_, "specular_highlights", 1).About("Shows the reflections of suns.");
+  Param(highlightModel_, "highlight_model", 3, &modelHint_)
+      .About(
+          "How roughness spreads highlights: GGX has the longest glow; Blinn and Beckmann keep older "
+          "projects' look.");
+  Param(highlightIntensity_, "highlight_intensity", 1.0, &intensityHint_)
+      .About("Strength of the sun's own reflection in sharp rays. 1 is true.");
+  Param(causticIntensity_, "caustic_intensity", 1.0, &intensityHint_)
+      .About("Strength of the sun's reflection as broad rays see it, after diffuse bounces. 1 is true.");
+  Param(specularRoughness_, "specular_roughness", 0.1, &unitHint_).About("0 is a mirror, 1 nearly matt.");
+  Param(roughnessFunction_, "specular_roughness_function", "")
+      .Display("Roughness function")
+      .About("Shader whose brightness multiplies the roughness.");
+  Param(specularTweak_, "specular_tweak", 0.5)
+      .About("Changes the shape of highlights at the same roughness; 0.5 is neutral.");
+  Param(rayTracedReflections_, "ray_traced_reflections", 1)
+      .About("Standard engine: traces reflections. Off, a quick look along the ray stands for them.");
+  Param(reflectionSoftness_, "reflection_softness", 0.0, &unitHint_)
+      .About("Standard engine: spread of traced reflections; 0 is sharp. Needs 2 samples or more.");
   GuiTab("Quality", "quality_tab");
-  Param(numberOfSamples_, "number_of_samples", 4, &samplesHint_);
+  Param(numberOfSamples_, "number_of_samples", 4, &samplesHint_)
+      .About("Standard engine: rays of a soft reflection at each point. More is smoother and slower.");
   // Old projects wrote it here; it is the owner's now.
   Retired("transparency");
   UpdateDerived();

@@ -14,8 +14,9 @@ long TexCoordsFromXYZ::Shade(trShadingInterface& si) {
 
 VisualiseBase::VisualiseBase() {
   Gui(trGuiGap);
-  Param(diffuse_, "diffuse", 0);
-  Param(luminous_, "luminous", 1);
+  Param(diffuse_, "diffuse", 0).About("Shows the values as a matt colour, lit by the scene.");
+  Param(luminous_, "luminous", 1)
+      .About("Shows the values as light of their own, to be read off the picture.");
 }
 
 long VisualiseBase::Displace(trShadingInterface& si) {
@@ -33,9 +34,10 @@ void VisualiseBase::Show(trShadingInterface& si, const trVector& colour) const {
 
 VisualiseNormal::VisualiseNormal() {
   Gui(trGuiGap);
-  Param(flipX_, "flip_X", 0);
-  Param(flipY_, "flip_Y", 0);
-  Param(flipZ_, "flip_Z", 1);
+  Param(flipX_, "flip_X", 0).About("Turns the normal's x round.");
+  Param(flipY_, "flip_Y", 0).About("Turns the normal's y round.");
+  Param(flipZ_, "flip_Z", 1)
+      .About("Turns the normal's z round; on, ground that faces south is bright in blue.");
 }
 
 long VisualiseNormal::Shade(trShadingInterface& si) {
@@ -51,7 +53,8 @@ long VisualiseNormal::Shade(trShadingInterface& si) {
 
 VisualiseTexCoords::VisualiseTexCoords() {
   Gui(trGuiGap);
-  Param(repeat_, "repeat", 1);
+  Param(repeat_, "repeat", 1)
+      .About("Starts anew at each whole number, so that coordinates show between 0 and 1.");
 }
 
 long VisualiseTexCoords::Shade(trShadingInterface& si) {

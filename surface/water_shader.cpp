@@ -42,23 +42,43 @@ WaterShader::~WaterShader() {
 
 void WaterShader::DeclareParams() {
   GuiTab("Waves", "waves_tab");
-  Param(roughness_, "roughness", 0.02);
-  Param(waveScale_, "wave_scale", 10.0);
-  Param(smallestScale_, "smallest_scale", 0.1);
-  Param(windPatchEffect_, "wind_patch_effect", 1.0);
-  Param(windPatchSize_, "wind_patch_size", 100.0);
-  Param(windPatchSharpness_, "wind_patch_sharpness", 5.0);
+  Param(roughness_, "roughness", 0.02)
+      .About("Height of waves as a share of their length; 0.02 is a breeze, 0.1 a storm.");
+  Param(waveScale_, "wave_scale", 10.0).About("Length of the largest waves, metres.");
+  Param(smallestScale_, "smallest_scale", 0.1)
+      .About("Length of the finest ripples, metres. Lower it where the camera is near the water.");
+  Param(windPatchEffect_, "wind_patch_effect", 1.0)
+      .About("How much calm and ruffled patches differ; 0 is alike everywhere.");
+  Param(windPatchSize_, "wind_patch_size", 100.0).About("Size of those patches, metres.");
+  Param(windPatchSharpness_, "wind_patch_sharpness", 5.0)
+      .About("How hard the border between calm and ruffled water is; 0 turns patches off.");
   Seed(seed_);
   PushButton(randomiseButton_, "randomise_button");
   GuiTab("Reflections", "reflections_tab");
-  Param(masterReflectivity_, "master_reflectivity", 1.0).ColourOnly();
-  Param(indexOfRefraction_, "index_of_refraction", 1.33).ColourOnly();
-  Param(horizonShift_, "horizon_shift", 0.5).ColourOnly();
-  Param(highlightIntensity_, "highlight_intensity", 0.5).ColourOnly();
-  Param(causticIntensity_, "caustic_intensity", 0.5).ColourOnly();
-  Param(minHighlightSpread_, "min_highlight_spread", 0.01).ColourOnly();
+  Param(masterReflectivity_, "master_reflectivity", 1.0)
+      .ColourOnly()
+      .About("Strength of all reflections. 1 is what the index of refraction gives.");
+  Param(indexOfRefraction_, "index_of_refraction", 1.33)
+      .ColourOnly()
+      .About("How strongly light is bent and reflected; water has 1.33.");
+  Param(horizonShift_, "horizon_shift", 0.5)
+      .ColourOnly()
+      .About(
+          "Lets far rough water reflect as the facets turned to the viewer do: higher sky, not the horizon. "
+          "0 counts as 0.5.");
+  Param(highlightIntensity_, "highlight_intensity", 0.5)
+      .ColourOnly()
+      .About("Strength of the sun's glitter in sharp rays. 1 is true.");
+  Param(causticIntensity_, "caustic_intensity", 0.5)
+      .ColourOnly()
+      .About("Strength of the sun's reflection as broad rays see it, after diffuse bounces. 1 is true.");
+  Param(minHighlightSpread_, "min_highlight_spread", 0.01)
+      .ColourOnly()
+      .About("Least roughness of highlights, so that glitter of flat water stays wide enough to be seen.");
   GuiTab("Sub-surface", "sub-surface_tab");
-  Param(transparency_, "transparency", 0.75).ColourOnly();
+  Param(transparency_, "transparency", 0.75)
+      .ColourOnly()
+      .About("How much light passes the surface, 0 to 1. 0 is opaque water, fast to render.");
   inside_.Declare(this, trManRgb(0.75f, 1.0f, 0.5f), 1);
 }
 

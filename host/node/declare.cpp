@@ -69,7 +69,9 @@ trParamDecl& trParamDecl::ColourOnly() {
 }
 
 trParamDecl trBase::Seed(long& member) {
-  const trParamDecl declared = Param(member, "seed", trNewSeed());
+  trParamDecl declared = Param(member, "seed", trNewSeed());
+  declared.About(
+      "Where the node's random numbers begin: another one gives another variant of the same kind.");
   data_->params[static_cast<size_t>(declared.Index())].isSeed = true;
   return declared;
 }

@@ -47,8 +47,9 @@ void trShadingInterface::TripDepthGuard(trShadingInterface& si, const void* shad
 
 trShader::trShader() {
   DeclareTrue("is_shader");
-  Param(inputNode_, "input_node", "");
-  Param(enable_, "enable", 1);
+  Param(inputNode_, "input_node", "")
+      .About("Shader that works before this one, which goes on from its result.");
+  Param(enable_, "enable", 1).About("Off, the node hands on its input as it is.");
 }
 
 long trShader::OnUserDestroy() { return trBase::OnUserDestroy(); }
@@ -107,6 +108,16 @@ trBase* trShader::FindOutputNodeByClass(const trString& className, bool throughA
     front = std::move(next);
   }
   return nullptr;
+}
+
+trFunction::trFunction() {
+  SetAbout(this, "input_node", "Of no use to this function, which has inputs of its own or none.");
+  SetAbout(this, "enable", "Of no use to this function: it always gives its value.");
+}
+trAtmosShader::trAtmosShader() {
+  SetAbout(this, "input_node",
+           "The next volume of the planet's atmosphere, as one link after the other names them.");
+  SetAbout(this, "enable", "Whether there is this volume. Off, those that it links to stay.");
 }
 
 long trColourShader::Displace(trShadingInterface&) { return 1; }

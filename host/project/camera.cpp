@@ -10,16 +10,36 @@ trCameraNode::trCameraNode() {
   DeclareTrue("is_camera");
   SetRange(angleHint_, this, {.min = 1, .max = 160});
   SetMenu(lensHint_, this, {{"Field of view", 0}, {"Focal length", 1}});
-  Param(position_, "position", {0, 10, 0});
-  Param(useTarget_, "use_target", 0);
-  Param(target_, "target", {0, 10, 1000});
-  // Degrees: x tilts up, y is the compass heading, z rolls clockwise; all 0 looks north, along z.
-  Param(rotation_, "rotation", {0, 0, 0});
-  Param(lensMode_, "lens_mode", 0, &lensHint_);
-  Param(fieldOfView_, "field_of_view", 60.0, &angleHint_).Display("Horizontal field of view");
-  Param(focalLength_, "focal_length", 31.18).Display("Focal length in mm");
-  Param(filmAperture_, "film_aperture", 36.0).Display("Film aperture in mm");
-  Param(nearClip_, "near_clip", 0.1);
+  Param(position_, "position", {0, 10, 0})
+      .About("Where the eye is in the world, metres: x east, y up, z north.");
+  Param(useTarget_, "use_target", 0).About("On, the camera looks at the target; off, along its rotation.");
+  Param(target_, "target", {0, 10, 1000})
+      .About("Point of the world that is looked at, metres. Counts with \"Use target\".");
+  Param(rotation_, "rotation", {0, 0, 0})
+      .About(
+          "Degrees: x tilts up, y turns clockwise from north, z rolls clockwise. With a target only the roll "
+          "counts.");
+  Param(lensMode_, "lens_mode", 0, &lensHint_)
+      .About(
+          "What gives the angle of view: the field of view itself, or a focal length and the width of the "
+          "film.");
+  Param(fieldOfView_, "field_of_view", 60.0, &angleHint_)
+      .Display("Horizontal field of view")
+      .About(
+          "Angle from the left edge of the picture to the right one, degrees. Small brings far things near.");
+  Param(focalLength_, "focal_length", 31.18)
+      .Display("Focal length in mm")
+      .About(
+          "Focal length of the lens. Longer lenses show less of the scene, and that larger. Counts in the "
+          "mode of that name.");
+  Param(filmAperture_, "film_aperture", 36.0)
+      .Display("Film aperture in mm")
+      .About(
+          "Width of the film behind the lens; 36 is a full-frame still camera. Counts in focal length mode.");
+  Param(nearClip_, "near_clip", 0.1)
+      .About(
+          "Surfaces nearer to the eye are not seen, metres. Raise it to look past something right before the "
+          "camera.");
   UpdateDerived();
 }
 

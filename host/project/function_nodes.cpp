@@ -34,9 +34,10 @@ float GetSlope::FloatValue(trShadingInterface& si) {
 }
 
 MixFunction::MixFunction() {
-  a_.Declare(this, "input_a", "constant_a", 0);
-  b_.Declare(this, "input_b", "constant_b", 1);
-  mix_.Declare(this, "mix", "constant_mix", 0.5);
+  a_.Declare(this, "input_a", "constant_a", 0, "Value of the result where the mix is 0.");
+  b_.Declare(this, "input_b", "constant_b", 1, "Value of the result where the mix is 1.");
+  mix_.Declare(this, "mix", "constant_mix", 0.5,
+               "How far the result is from the first value to the second, 0 to 1: a mask, for instance.");
 }
 
 float MixFunction::FloatValue(trShadingInterface& si) {
@@ -58,8 +59,9 @@ trVector MixFunction::VectorValue(trShadingInterface& si) {
 
 ClampFunction::ClampFunction() {
   input_.Declare(this, "input", "constant", 0);
-  Param(low_, "low", 0.0);
-  Param(high_, "high", 1.0);
+  Param(low_, "low", 0.0)
+      .About("Least value of the result. With bounds the wrong way round the two change places.");
+  Param(high_, "high", 1.0).About("Greatest value of the result.");
 }
 
 float ClampFunction::FloatValue(trShadingInterface& si) {
@@ -69,8 +71,9 @@ float ClampFunction::FloatValue(trShadingInterface& si) {
 
 SmoothStepFunction::SmoothStepFunction() {
   input_.Declare(this, "input", "constant", 0);
-  Param(edgeLow_, "edge_low", 0.0);
-  Param(edgeHigh_, "edge_high", 1.0);
+  Param(edgeLow_, "edge_low", 0.0).About("Input up to which the result is 0.");
+  Param(edgeHigh_, "edge_high", 1.0)
+      .About("Input from which on the result is 1. Below the low edge, the step falls in place of rising.");
 }
 
 float SmoothStepFunction::FloatValue(trShadingInterface& si) {

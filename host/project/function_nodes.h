@@ -39,9 +39,10 @@ class GroundReference {
 /// An input of a function: a link and the constant that stands in for it.
 class FunctionInput {
  public:
-  void Declare(trBase* node, const char* linkName, const char* constantName, double fallback) {
-    node->Param(link_, linkName, "");
-    node->Param(constant_, constantName, fallback);
+  void Declare(trBase* node, const char* linkName, const char* constantName, double fallback,
+               const char* about = "The value that is worked on: a function or a shader.") {
+    node->Param(link_, linkName, "").About(about);
+    node->Param(constant_, constantName, fallback).About("Takes the input's place where nothing is linked.");
   }
   float Value(trShadingInterface& si) const {
     auto* shader = LinkedShader(link_);
@@ -64,7 +65,7 @@ class FunctionInput {
 /// A number.
 class ConstantScalar : public trFloatFunction {
  public:
-  ConstantScalar() { Param(value_, "value", 1.0); }
+  ConstantScalar() { Param(value_, "value", 1.0).About("The number that the node gives everywhere."); }
   float FloatValue(trShadingInterface&) override { return ToFloat(value_); }
 
  private:
@@ -74,7 +75,10 @@ class ConstantScalar : public trFloatFunction {
 /// A colour; as a number its luminance.
 class ConstantColour : public trFunction {
  public:
-  ConstantColour() { Param(colour_, "colour", trRgbLinear709(1.0f)); }
+  ConstantColour() {
+    Param(colour_, "colour", trRgbLinear709(1.0f))
+        .About("The colour that the node gives everywhere. As a number it is its luminance.");
+  }
   float FloatValue(trShadingInterface&) override { return Luminance(colour_.ToRender()); }
   trFCol FColValue(trShadingInterface&) override { return colour_.ToRender(); }
   trVector VectorValue(trShadingInterface&) override { return {colour_.r, colour_.g, colour_.b}; }
@@ -86,7 +90,10 @@ class ConstantColour : public trFunction {
 /// The sample's point, metres.
 class GetPosition : public trVectorFunction {
  public:
-  GetPosition() { Param(useTexturePoint_, "use_texture_point", 0); }
+  GetPosition() {
+    Param(useTexturePoint_, "use_texture_point", 0)
+        .About("Gives the texture point, which warps and transforms move, in place of where the surface is.");
+  }
   trVector VectorValue(trShadingInterface& si) override { return useTexturePoint_ ? si.Pt() : si.P(); }
 
  private:
@@ -134,8 +141,8 @@ template <typename Operation>
 class PairFunction : public trFunction {
  public:
   explicit PairFunction(double neutral) {
-    a_.Declare(this, "input_a", "constant_a", neutral);
-    b_.Declare(this, "input_b", "constant_b", neutral);
+    a_.Declare(this, "input_a", "constant_a", neutral, "The first value: a function or a shader.");
+    b_.Declare(this, "input_b", "constant_b", neutral, "The second value: a function or a shader.");
   }
   float FloatValue(trShadingInterface& si) override {
     const float a = a_.Value(si);

@@ -8,15 +8,28 @@
 
 juProject::juProject() {
   DeclareTrue("is_project");
-  Param(startFrame_, "start_frame", 1);
-  Param(endFrame_, "end_frame", 100);
-  Param(currentFrame_, "current_frame", 1.0);
-  Param(framesPerSecond_, "frames_per_second", 25.0);
-  Param(activeShadableObject_, "active_shadable_object", "");
+  Param(startFrame_, "start_frame", 1)
+      .About("First frame of the animation: where a render of all frames begins.");
+  Param(endFrame_, "end_frame", 100).About("Last frame of the animation: where a render of all frames ends.");
+  Param(currentFrame_, "current_frame", 1.0)
+      .About(
+          "Frame at which animated parameters stand. A render that names no frames takes this one, rounded.");
+  Param(framesPerSecond_, "frames_per_second", 25.0)
+      .About("Playing speed of the animation. It is kept with the project; no picture depends on it.");
+  Param(activeShadableObject_, "active_shadable_object", "")
+      .About(
+          "The planet whose ground and altitudes nodes mean where none is named. The first planet made takes "
+          "the place.");
   GuiTab("Colour management", "colour_management_tab");
   // The space first: projects are read in this order, and a configuration is held against it.
-  Param(ocioInputSpace_, "ocio_input_space", "sRGB").Display("Colour space of images");
-  Param(ocioConfig_, "ocio_config", "").Display("OpenColorIO configuration");
+  Param(ocioInputSpace_, "ocio_input_space", "sRGB")
+      .Display("Colour space of images")
+      .About("Colour space that image files are stored in, by its name in the OpenColorIO configuration.");
+  Param(ocioConfig_, "ocio_config", "")
+      .Display("OpenColorIO configuration")
+      .About(
+          "Colour configuration by which images become linear, a file. Left empty, each image's own gamma "
+          "does that.");
   Data().className = "ombrivex_project";
 }
 

@@ -80,7 +80,7 @@ void trHeightRange::Take(const float* heights, std::int64_t count) {
 
 trHeightfield::trHeightfield() {
   DeclareTrue("is_heightfield");
-  Param(inputNode_, "input_node", "");
+  Param(inputNode_, "input_node", "").About("Heightfield that this one works on.");
 }
 
 trHeightfield::~trHeightfield() = default;

@@ -46,26 +46,49 @@ trHeightfieldLoad::trHeightfieldLoad() {
            {"As the file says", 2},
            {"Latitude and longitude, whatever the file says", 3}});
 
-  Param(filename_, "filename", "", &filenameHint_);
+  SetAbout(this, "input_node", "Of no use here: the heights come from the file.");
+  Param(filename_, "filename", "", &filenameHint_)
+      .About(
+          "Elevation file: .ovh, GeoTIFF, SRTM .hgt, ASCII grid, or a picture whose brightness is the "
+          "height.");
   GuiTab("Part of the file", "part_tab");
-  Param(band_, "band", 1, &bandHint_);
-  Param(readPart_, "read_part", 0).Display("Read a part only");
-  // Points counted from the south-western one, both ends included.
-  Param(bottomLeft_, "bottom_left", {0, 0});
-  Param(topRight_, "top_right", {999, 999});
-  Param(shrink_, "down-sample", 1, &shrinkHint_).Display("Down-sample by");
+  Param(band_, "band", 1, &bandHint_).About("Which band of the file holds the heights, counted from 1.");
+  Param(readPart_, "read_part", 0)
+      .Display("Read a part only")
+      .About("Reads only the rectangle between the two corners below: for a part of a large file.");
+  Param(bottomLeft_, "bottom_left", {0, 0})
+      .About(
+          "South-western point of the part, in points of the file counted from its south-western one at 0, "
+          "0.");
+  Param(topRight_, "top_right", {999, 999}).About("North-eastern point of the part, itself included.");
+  Param(shrink_, "down-sample", 1, &shrinkHint_)
+      .Display("Down-sample by")
+      .About("Makes one point of a square of this many points by this many. Saves memory with large files.");
   GuiTab("Heights", "heights_tab");
-  Param(units_, "vertical_units", 0, &unitsHint_);
-  Param(verticalScale_, "vertical_scale", 1.0);
-  Param(verticalOffset_, "vertical_offset", 0.0).Display("Vertical offset in metres");
-  Param(setMissing_, "set_missing_value", 0);
-  Param(missingValue_, "missing_value", -9999.0);
-  Param(fill_, "fill_missing", 0, &fillHint_);
-  Param(fillValue_, "fill_height", 0.0).Display("Fill height in metres");
+  Param(units_, "vertical_units", 0, &unitsHint_)
+      .About("Unit of the file's numbers, where the file does not say it or says it wrongly.");
+  Param(verticalScale_, "vertical_scale", 1.0)
+      .About("Factor of all heights: above 1 exaggerates the relief.");
+  Param(verticalOffset_, "vertical_offset", 0.0)
+      .Display("Vertical offset in metres")
+      .About("Added to all heights after their scale, to bring a file to the scene's level.");
+  Param(setMissing_, "set_missing_value", 0)
+      .About("Takes the number below for points without a height, besides what the file itself declares.");
+  Param(missingValue_, "missing_value", -9999.0)
+      .About("Number in the file that stands for no height; -9999 is usual.");
+  Param(fill_, "fill_missing", 0, &fillHint_)
+      .About("What points without a height get: a height interpolated from around them, or a fixed one.");
+  Param(fillValue_, "fill_height", 0.0)
+      .Display("Fill height in metres")
+      .About("Height of missing points, where they are filled by a height.");
   GuiTab("Location", "location_tab");
-  Param(georeference_, "georeference", 2, &georeferenceHint_);
-  Param(setScale_, "set_metres_per_pixel", 0);
-  Param(metresPerPixel_, "metres_per_pixel", {10, 10});
+  Param(georeference_, "georeference", 2, &georeferenceHint_)
+      .About(
+          "What is taken of the file's place on the map: nothing, the size of its cells, or its corners as "
+          "well.");
+  Param(setScale_, "set_metres_per_pixel", 0).About("Takes the cell size below in place of the file's.");
+  Param(metresPerPixel_, "metres_per_pixel", {10, 10})
+      .About("Distance of neighbouring points from west to east and from south to north, metres.");
   AddGuiAction({"read_part"}, {"bottom_left", "top_right"}, 2);
   AddGuiAction({"set_missing_value"}, {"missing_value"}, 2);
   UpdateDerived();

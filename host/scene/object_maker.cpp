@@ -11,20 +11,26 @@ long juObjectGeneratorOrReader::Make(trScene& scene, Context context) {
 
 void juObjectGeneratorOrReader::DeclareObjectTabs() {
   GuiTab("Transform", "transform_tab");
-  Param(translate_, "translate", trVector());
-  Param(rotate_, "rotate", trVector());
-  Param(scale_, "scale", scale_);
+  Param(translate_, "translate", trVector()).About("Position in the world, metres.");
+  Param(rotate_, "rotate", trVector()).About("Rotation about the axes, degrees.");
+  Param(scale_, "scale", scale_).About("Size along each axis; 1 is the size that the object is made with.");
   GuiTab("Surface Shaders", "shaders_tab");
-  Param(surfaceShader_, "surface_shader", "");
-  Param(doubleSided_, "double-sided_surface", doubleSided_);
-  Param(useSmoothNormals_, "use_smooth_normals", useSmoothNormals_);
-  Param(smoothsTerminator_, "smooth_polygons_at_terminator", smoothsTerminator_);
+  Param(surfaceShader_, "surface_shader", "").About("Network that colours and displaces the object.");
+  Param(doubleSided_, "double-sided_surface", doubleSided_)
+      .About("Shades both sides of the surface: for leaves and other thin sheets.");
+  Param(useSmoothNormals_, "use_smooth_normals", useSmoothNormals_)
+      .About("Shades by the object's own normals in place of flat triangles.");
+  Param(smoothsTerminator_, "smooth_polygons_at_terminator", smoothsTerminator_)
+      .About("Softens the edge of shade on coarse meshes, where triangles would show as steps.");
   long declared;
-  if (!FindParam(declared, "mesh_displacer")) Param(meshDisplacer_, "mesh_displacer", "");
+  if (!FindParam(declared, "mesh_displacer"))
+    Param(meshDisplacer_, "mesh_displacer", "")
+        .About("Shader that moves the object's points once, when it is made.");
   GuiTab("Visibility", "visibility_tab");
   DeclareVisibilityParams(1, 1, 1, 0);
   DeclareAdvancedVisibilityParams();
-  Param(populationMode_, "population_mode", populationMode_);
+  Param(populationMode_, "population_mode", populationMode_)
+      .About("Leaves the object itself out of the picture: it is there for populators to plant.");
 }
 
 trScene* juObjectGeneratorOrReader::BeginMesh(trScene& scene) {

@@ -9,9 +9,22 @@
 
 void juSceneMaker::DeclareAngularPositionParams() {
   hasAngularPosition_ = true;
-  Param(angularHeading_, "angular_heading", 0.0).Display("Heading").NotSaved();
-  Param(angularElevation_, "angular_elevation", 0.0).Display("Elevation").NotSaved();
-  Param(angularDistance_, "angular_distance", 0.0).Display("Distance").NotSaved();
+  Param(angularHeading_, "angular_heading", 0.0)
+      .Display("Heading")
+      .NotSaved()
+      .About(
+          "Compass direction of the object seen from the world's origin, degrees. Follows the position, and "
+          "sets it.");
+  Param(angularElevation_, "angular_elevation", 0.0)
+      .Display("Elevation")
+      .NotSaved()
+      .About(
+          "Height of the object over the horizon of the world's origin, degrees. Follows the position, and "
+          "sets it.");
+  Param(angularDistance_, "angular_distance", 0.0)
+      .Display("Distance")
+      .NotSaved()
+      .About("Distance from the world's origin, metres. Follows the position, and sets it.");
 }
 
 void juSceneMaker::CoupleAngularPosition(long index, const char* positionParam) {
@@ -40,7 +53,10 @@ void juSceneMaker::CoupleAngularPosition(long index, const char* positionParam) 
 
 void juSceneMaker::DeclareImportMotionFileParams(bool withTransform) {
   importsRotation_ = withTransform;
-  Param(motionFile_, "motion_file", "");
+  Param(motionFile_, "motion_file", "")
+      .About(
+          "Text file of an object's path: a frame, a position and perhaps a rotation a line. Its button "
+          "makes keys of it.");
   Gui(trGuiButtonRowOpen);
   Gui(trGuiRowOpen);
   PushButton(motionButton_, "import_motion");

@@ -21,13 +21,21 @@ long trSceneMaker::WriteObjectFile(const char* path, long* status) {
 
 void trSceneMaker::DeclareVisibilityParams(unsigned char visible, unsigned char inReflections,
                                            unsigned char castShadows, unsigned char allowSubdivision) {
-  Param(visible_, "visible", visible);
-  Param(visibleInReflections_, "visible_in_reflections", inReflections);
-  Param(castShadows_, "cast_shadows", castShadows);
-  Param(allowSubdivision_, "allow_subdivision", allowSubdivision);
+  Param(visible_, "visible", visible)
+      .About("Whether the camera sees the object. Hidden, it still casts shadows and shows in reflections.");
+  Param(visibleInReflections_, "visible_in_reflections", inReflections)
+      .About("Whether reflections, refractions and light from around meet the object.");
+  Param(castShadows_, "cast_shadows", castShadows).About("Whether the object keeps sunlight from others.");
+  Param(allowSubdivision_, "allow_subdivision", allowSubdivision)
+      .About(
+          "Lets the renderer divide triangles finely for displacement. Off, displacement shows as bumps "
+          "only.");
 }
 
-void trSceneMaker::DeclareAdvancedVisibilityParams() { Param(holdout_, "holdout", 0); }
+void trSceneMaker::DeclareAdvancedVisibilityParams() {
+  Param(holdout_, "holdout", 0)
+      .About("The object hides what lies behind it and leaves the picture empty there, for compositing.");
+}
 
 void trSceneMaker::ApplyVisibilityParams(trScene& scene) const {
   long index;

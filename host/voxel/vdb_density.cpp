@@ -11,14 +11,19 @@
 trVdbDensity::trVdbDensity() {
   filenameHint_.AddFileFilter("VDB files", "*.vdb");
   SetMenu(interpolationHint_, this, {{"Nearest", 0}, {"Linear", 1}, {"Quadratic", 2}});
-  Param(filename_, "filename", "", &filenameHint_);
-  Param(grid_, "grid", "density");
-  Param(interpolation_, "interpolation", 1, &interpolationHint_);
-  Param(usesLevels_, "level_by_footprint", 1).Display("Coarser where a pixel is larger than a voxel");
-  Param(multiplier_, "multiplier", 1.0);
-  Param(offset_, "offset", 0.0);
-  // Where the file's origin comes to lie, metres.
-  Param(translate_, "translate", {0, 0, 0});
+  SetAbout(this, "enable", "Off, the value is 0 everywhere.");
+  Param(filename_, "filename", "", &filenameHint_)
+      .About("The VDB file to read, as fog volumes are stored by other programs.");
+  Param(grid_, "grid", "density").About("Name of the grid in the file.");
+  Param(interpolation_, "interpolation", 1, &interpolationHint_)
+      .About("How values between voxels are found: from the nearest one, or smoothly from those around.");
+  Param(usesLevels_, "level_by_footprint", 1)
+      .Display("Coarser where a pixel is larger than a voxel")
+      .About("Averages voxels that are smaller than a pixel: no flicker, and faster far away.");
+  Param(multiplier_, "multiplier", 1.0).About("Factor of the grid's values, ahead of the offset.");
+  Param(offset_, "offset", 0.0)
+      .About("Added to the values, also where the grid is empty. -1 leaves a cloud layer clear there.");
+  Param(translate_, "translate", {0, 0, 0}).About("Where the file's origin lies in the world, metres.");
   UpdateDerived();
 }
 
