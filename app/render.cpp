@@ -15,11 +15,13 @@
 #include "app/units.h"
 #include "core/messages.h"
 #include "host/base/log.h"
+#include "host/image/deep_picture.h"
 #include "host/image/picture.h"
 #include "host/node/graph_check.h"
 #include "host/node/node_data.h"
 #include "host/project/project_file.h"
 #include "host/raster/heightfield_run.h"
+#include "host/render/frame/deep_film.h"
 #include "host/render/frame/film.h"
 #include "host/session/frames.h"
 #include "host/session/render_frame.h"
@@ -29,6 +31,8 @@ namespace {
 
 /// What rendering takes of the time, in that of a quick heightfield operator.
 constexpr double kRendering = 40;
+/// Samples of a deep picture's pixel at most, unless told otherwise.
+constexpr int kUsualDeepSamples = 32;
 
 struct Options {
   ProjectOptions project;
@@ -38,6 +42,8 @@ struct Options {
   std::optional<double> noise;
   std::vector<std::string> layers;
   std::optional<bool> denoise;
+  bool isDeep = false;
+  std::optional<int> deepSamples;
   bool overwrite = false, skipExisting = false, dryRun = false, allowMissing = false;
 };
 
@@ -158,6 +164,20 @@ void CheckSize(const std::vector<Job>& jobs, const trBase* renderNode, const Opt
   }
 }
 
+/// Of a deep picture; 0 for a flat one. What can't go together is better known at once.
+int DeepSamples(const Options& options) {
+  if (!options.isDeep) {
+    if (options.deepSamples) throw Failure{kBadUsage, "--deep-samples: is for --deep"};
+    return 0;
+  }
+  if (!ovhost::HoldsDepths(options.output))
+    throw Failure{kBadUsage, "--deep: " + options.output + " can't hold samples of depth; EXR files can"};
+  if (!options.layers.empty())
+    throw Failure{kBadUsage, "--deep: a deep picture has no further layers; render these to another file"};
+  if (options.denoise.value_or(false)) throw Failure{kBadUsage, "--deep: samples of depth can't be denoised"};
+  return options.deepSamples.value_or(kUsualDeepSamples);
+}
+
 ovhost::RenderSettings Settings(Program& program, const Options& options, Session& session) {
   ovhost::RenderSettings settings;
   settings.renderNode = options.renderNode;
@@ -179,6 +199,7 @@ ovhost::RenderSettings Settings(Program& program, const Options& options, Sessio
                                                   : ovhost::ResumeMode::kAuto;
   settings.sceneName = std::filesystem::path(options.project.path).filename().string();
   settings.sceneTime = TimeOfChange(options.project.path, settings.sceneTime);
+  settings.deepSamples = DeepSamples(options);
   settings.layers = options.layers;
   if (!options.layers.empty() && !ovhost::HoldsLayers(options.output))
     throw Failure{kBadUsage, "--layers: " + options.output + " can't hold them; EXR files can"};
@@ -225,6 +246,7 @@ void Report(const Job& job, ovhost::RenderOutcome outcome, const ovhost::RenderS
   std::string text = job.path + ": " + std::to_string(statistics.samplesDone) + " samples a pixel in " +
                      DurationText(statistics.seconds);
   if (statistics.peakBytes) text += ", " + std::to_string(statistics.peakBytes >> 20) + " MB";
+  if (statistics.deepSamples) text += ", " + std::to_string(statistics.deepSamples) + " samples of depth";
   trPrintMessage(text);
   const auto rate = [&statistics](std::uint64_t count) {
     return std::to_string(count) + " (" +
@@ -348,6 +370,14 @@ void AddRender(Program& program) {
   command->add_option("--tile", options->tile, "Render only the i-th of n bands of rows: i/n");
   command->add_option("--layers", options->layers, "Further layers of an EXR, with commas between, or all")
       ->delimiter(',');
+  command->add_flag(
+      "--deep", options->isDeep,
+      "Write a deep EXR: samples of surfaces, clouds and air by depth, in metres from the camera");
+  command
+      ->add_option(
+          "--deep-samples", options->deepSamples,
+          "Most samples of depth a pixel; 32 by default. Where there are more, neighbours are merged")
+      ->check(CLI::Range(1, ovhost::kMostDeepSamples));
   command->add_option("--memory", options->memory,
                       "Memory budget, such as 4G; three quarters of what is free by default");
   command->add_option("--time", options->time,
