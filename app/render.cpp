@@ -17,11 +17,13 @@
 #include "core/messages.h"
 #include "host/base/log.h"
 #include "host/base/memory.h"
+#include "host/image/deep_picture.h"
 #include "host/image/picture.h"
 #include "host/node/graph_check.h"
 #include "host/node/node_data.h"
 #include "host/project/project_file.h"
 #include "host/raster/heightfield_run.h"
+#include "host/render/frame/deep_film.h"
 #include "host/render/frame/film.h"
 #include "host/render/frame/population_claims.h"
 #include "host/session/frames.h"
@@ -32,6 +34,8 @@ namespace {
 
 /// What rendering takes of the time, in that of a quick heightfield operator.
 constexpr double kRendering = 40;
+/// Samples of a deep picture's pixel at most, unless told otherwise.
+constexpr int kUsualDeepSamples = 32;
 
 struct Options {
   ProjectOptions project;
@@ -41,6 +45,8 @@ struct Options {
   std::optional<double> noise;
   std::vector<std::string> layers;
   std::optional<bool> denoise;
+  bool isDeep = false;
+  std::optional<int> deepSamples;
   bool overwrite = false, skipExisting = false, dryRun = false, json = false, allowMissing = false;
 };
 
@@ -171,6 +177,20 @@ void CheckSize(const std::vector<Job>& jobs, const trBase* renderNode, const Opt
   }
 }
 
+/// Of a deep picture; 0 for a flat one. What can't go together is better known at once.
+int DeepSamples(const Options& options) {
+  if (!options.isDeep) {
+    if (options.deepSamples) throw Failure{kBadUsage, "--deep-samples: is for --deep"};
+    return 0;
+  }
+  if (!ovhost::HoldsDepths(options.output))
+    throw Failure{kBadUsage, "--deep: " + options.output + " can't hold samples of depth; EXR files can"};
+  if (!options.layers.empty())
+    throw Failure{kBadUsage, "--deep: a deep picture has no further layers; render these to another file"};
+  if (options.denoise.value_or(false)) throw Failure{kBadUsage, "--deep: samples of depth can't be denoised"};
+  return options.deepSamples.value_or(kUsualDeepSamples);
+}
+
 ovhost::RenderSettings Settings(Program& program, const Options& options, Session& session) {
   ovhost::RenderSettings settings;
   settings.renderNode = options.renderNode;
@@ -192,6 +212,7 @@ ovhost::RenderSettings Settings(Program& program, const Options& options, Sessio
                                                   : ovhost::ResumeMode::kAuto;
   settings.sceneName = std::filesystem::path(options.project.path).filename().string();
   settings.sceneTime = TimeOfChange(options.project.path, settings.sceneTime);
+  settings.deepSamples = DeepSamples(options);
   settings.layers = options.layers;
   if (!options.layers.empty() && !ovhost::HoldsLayers(options.output))
     throw Failure{kBadUsage, "--layers: " + options.output + " can't hold them; EXR files can"};
@@ -238,6 +259,7 @@ void Report(const Job& job, ovhost::RenderOutcome outcome, const ovhost::RenderS
   std::string text = job.path + ": " + Counted(statistics.samplesDone, "sample") + " a pixel in " +
                      DurationText(statistics.seconds);
   if (statistics.peakBytes) text += ", " + std::to_string(statistics.peakBytes >> 20) + " MB";
+  if (statistics.deepSamples) text += ", " + std::to_string(statistics.deepSamples) + " samples of depth";
   trPrintMessage(text);
   const auto rate = [&statistics](std::uint64_t count) {
     return std::to_string(count) + " (" +
@@ -415,6 +437,14 @@ void AddRender(Program& program) {
       ->delimiter(',')
       ->expected(1)
       ->take_all();
+  command->add_flag(
+      "--deep", options->isDeep,
+      "Write a deep EXR: samples of surfaces, clouds and air by depth, in metres from the camera");
+  command
+      ->add_option(
+          "--deep-samples", options->deepSamples,
+          "Most samples of depth a pixel; 32 by default. Where there are more, neighbours are merged")
+      ->check(CLI::Range(1, ovhost::kMostDeepSamples));
   command->add_option("--memory", options->memory,
                       "Memory budget, such as 4G; three quarters of what is free by default");
   command->add_option("--time", options->time,

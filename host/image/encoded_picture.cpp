@@ -62,10 +62,8 @@ bool IsWholeTiff(const HeaderCursor& file) {
   return true;
 }
 
-/// Blocks of 16 lines, as the compression that is written has them, each found by a table after the
-/// attributes.
-bool IsWholeExr(const HeaderCursor& file, std::int64_t height) {
-  constexpr std::int64_t kBlockLines = 16;
+/// Where the attributes of an OpenEXR end; past the file's end where they don't.
+std::uint64_t ExrTable(const HeaderCursor& file) {
   std::uint64_t at = 8;
   while (file.Byte(at) != 0) {
     for (int text = 0; text < 2; ++text) {
@@ -74,15 +72,27 @@ bool IsWholeExr(const HeaderCursor& file, std::int64_t height) {
     }
     const std::uint64_t size = file.Little(at, 4);
     at += 4;
-    if (!file.Has(at, size)) return false;
+    if (!file.Has(at, size)) return file.Size() + 1;
     at += size;
   }
-  ++at;
-  for (std::int64_t block = 0; block < (height + kBlockLines - 1) / kBlockLines; ++block, at += 8) {
+  return at + 1;
+}
+
+/// Blocks of 16 lines, as the compression that is written has them, each found by a table after the
+/// attributes. Those of deep files have a line each: its number, the bytes of a table of counts and of the
+/// samples, how many these are unpacked, then both.
+bool IsWholeExr(const HeaderCursor& file, std::int64_t height) {
+  constexpr std::uint64_t kIsDeep = 0x800;
+  const bool isDeep = file.Little(4, 4) & kIsDeep;
+  const std::int64_t lines = isDeep ? 1 : 16;
+  const std::uint64_t headBytes = isDeep ? 28 : 8;
+  std::uint64_t at = ExrTable(file);
+  for (std::int64_t block = 0; block < (height + lines - 1) / lines; ++block, at += 8) {
     const std::uint64_t offset = file.Little(at, 8);
-    if (offset == 0 || !file.Has(offset, 8)) return false;
-    const std::uint64_t bytes = file.Little(offset + 4, 4);
-    if (bytes == 0 || !file.Has(offset + 8, bytes)) return false;
+    if (offset == 0 || !file.Has(offset, headBytes)) return false;
+    std::uint64_t bytes = file.Little(offset + 4, isDeep ? 8 : 4);
+    if (bytes == 0 || !file.Has(offset + headBytes, bytes)) return false;
+    if (isDeep && !file.Has(offset + headBytes + bytes, file.Little(offset + 12, 8))) return false;
   }
   return true;
 }

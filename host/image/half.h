@@ -1,7 +1,9 @@
 // Half-precision floats (IEEE 754 binary16).
 #pragma once
 
+#include <algorithm>
 #include <bit>
+#include <cmath>
 #include <cstdint>
 
 namespace ovhost {
@@ -12,6 +14,16 @@ inline float FloatFromHalf(std::uint16_t half) {
   if (exponent) return std::bit_cast<float>(sign | (exponent + 112) << 23 | mantissa << 13);
   const float magnitude = static_cast<float>(mantissa) * 0x1p-24f;
   return sign ? -magnitude : magnitude;
+}
+
+constexpr float kGreatestHalf = 65504.0f;
+
+/// The nearest number that a half holds, were there no limit to its size.
+inline float RoundedToHalf(float value) {
+  if (!std::isfinite(value) || value == 0) return value;
+  constexpr int kLeastExponent = -14, kPlaces = 10;
+  const float unit = std::ldexp(1.0f, std::max(std::ilogb(value), kLeastExponent) - kPlaces);
+  return std::nearbyint(value / unit) * unit;
 }
 
 }  // namespace ovhost

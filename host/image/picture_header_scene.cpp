@@ -90,7 +90,12 @@ bool ReadExrSize(const HeaderCursor& file, PictureHeader& header) {
   for (int part = 0; part < kMostAttributes && file.Has(at, 1); ++part) {
     std::string name, type;
     if (!TakeName(file, at, name)) return false;
-    if (name.empty()) return hasWindow && header.channels > 0;
+    if (name.empty()) {
+      // Pixels of deep files may have no samples, but a count.
+      constexpr std::uint64_t kIsDeep = 0x800;
+      if (file.Little(4, 4) & kIsDeep) header.storedBits = 32;
+      return hasWindow && header.channels > 0;
+    }
     if (!TakeName(file, at, type)) return false;
     const std::uint64_t size = file.Little(at, 4);
     at += 4;

@@ -20,6 +20,8 @@ namespace {
 
 /// Seconds between pictures written while a render goes on.
 constexpr double kSecondsBetweenWrites = 3;
+/// Seconds of work for one of writing, at least: large pictures take long.
+constexpr double kWorkPerWrite = 10;
 /// What a finished picture says, in the description that all formats have.
 constexpr char kFinished[] = "ov:finished=yes", kUnfinished[] = "ov:finished=no";
 
@@ -63,7 +65,7 @@ class FrameRender {
   const double start_;
   RenderJob job_;
   RenderWatch watch_;
-  double firstPicture_ = 0, lastWrite_ = 0;
+  double firstPicture_ = 0, lastWrite_ = 0, writeSeconds_ = 0;
   int samplesWritten_ = 0;  ///< of the picture written last
 };
 
@@ -121,7 +123,8 @@ bool FrameRender::WriteOnTheWay() {
   if (control_.writeNow.exchange(false)) {
     if (const std::string problem = WriteOutput(false); !problem.empty()) trWarning(problem);
   } else if (settings_.writeEveryPass && samples > samplesWritten_ &&
-             (samplesWritten_ == 0 || Seconds() - lastWrite_ > kSecondsBetweenWrites)) {
+             (samplesWritten_ == 0 ||
+              Seconds() - lastWrite_ > std::max(kSecondsBetweenWrites, kWorkPerWrite * writeSeconds_))) {
     if (const std::string problem = WriteOutput(false); !problem.empty()) return trError(problem), false;
   }
   return true;
@@ -165,8 +168,11 @@ std::string FrameRender::WriteOutput(bool isFinished) {
                       {"ov:seed", std::to_string(settings_.seed)}};
   lastWrite_ = Seconds();
   samplesWritten_ = samples;
-  std::string problem = WritePicture(settings_.output, picture, job_.Transform());
+  const DeepPixels* const deep = job_.Deep();
+  std::string problem = deep ? WriteDeepPicture(settings_.output, picture, *deep)
+                             : WritePicture(settings_.output, picture, job_.Transform());
   if (firstPicture_ == 0) firstPicture_ = Seconds() - start_;
+  writeSeconds_ = Seconds() - lastWrite_;
   return problem;
 }
 

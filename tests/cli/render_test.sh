@@ -28,6 +28,27 @@ shows "kept.png: "
 cmp -s one.png kept.png || fail "the old picture is lost"
 [ "$(echo kept.png*)" = kept.png ] || fail "files left behind: $(echo kept.png*)"
 
+# Deep pictures: the same for any number of threads, whole on a full disc, and only where there is room for them.
+# shellcheck disable=SC2086
+{
+  expect 0 "$OV" render scene.ovd -o one.exr $size -s 2 --deep --deep-samples 8 --threads 1
+  expect 0 "$OV" render scene.ovd -o seven.exr $size -s 2 --deep --deep-samples 8 --threads 7
+  cmp -s one.exr seven.exr || fail "the deep picture depends on the number of threads"
+  cp one.exr kept.exr
+  code=0
+  (trap '' XFSZ && ulimit -f 1 && "$OV" render scene.ovd -o kept.exr $size -s 1 --deep --resume never) >out 2>err || code=$?
+  [ $code = 4 ] || fail "exit code $code when the disc is full"
+  cmp -s one.exr kept.exr || fail "the old deep picture is lost"
+  expect 5 "$OV" render scene.ovd -o kept.exr $size -s 1 --deep --deep-samples 1024 --memory 60M
+  shows "1024 deep samples a pixel"
+  expect 2 "$OV" render scene.ovd -o deep.png $size --deep
+  shows "EXR files can"
+  expect 2 "$OV" render scene.ovd -o deep.exr $size --deep --layers depth
+  expect 2 "$OV" render scene.ovd -o deep.exr $size --deep --denoise
+  expect 2 "$OV" render scene.ovd -o deep.exr $size --deep-samples 4
+  expect 2 "$OV" render scene.ovd -o deep.exr $size --deep --deep-samples 0
+}
+
 # No camera, no light, no object: a picture and words about it.
 echo '<ombrivex_project><render name="Render"/></ombrivex_project>' >empty.ovd
 # shellcheck disable=SC2086

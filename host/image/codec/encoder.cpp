@@ -17,7 +17,8 @@ namespace {
 
 /// Positions and depths are metres at planet scale: halves would overflow.
 OIIO::TypeDesc SceneFormat(const std::string& channel) {
-  const bool isMetres = channel.rfind("position", 0) == 0 || channel.rfind("depth", 0) == 0 || channel == "Z";
+  const bool isMetres = channel.rfind("position", 0) == 0 || channel.rfind("depth", 0) == 0 ||
+                        channel.rfind("volume_depth", 0) == 0 || channel == "Z";
   return isMetres ? OIIO::TypeDesc::FLOAT : OIIO::TypeDesc::HALF;
 }
 

@@ -2,9 +2,11 @@
 // second to load, which only a run that writes a picture should pay for.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "host/image/deep_picture.h"
 #include "host/image/picture.h"
 
 namespace ovhost {
@@ -20,7 +22,19 @@ struct EncodeJob {
   std::string problem;               ///< why there is none
 };
 
-/// The library's one function, `ovEncodePicture`: false with the problem told. Thread-safe.
+struct DeepEncodeJob {
+  const std::string* path = nullptr;
+  const Picture* picture = nullptr;  ///< size, place and metadata
+  /// Of a pixel, counted from the data window's corner; replaces what it is given.
+  std::function<void(int x, int y, std::vector<DeepSample>& samples)> samples;
+  bool fullFloat = false;  ///< colour and alpha too
+  std::vector<unsigned char> bytes;
+  std::string problem;
+};
+
+/// The library's functions `ovEncodePicture` and `ovEncodeDeepPicture`: false with the problem told.
+/// Thread-safe.
 using PictureEncoder = bool(EncodeJob& job);
+using DeepEncoder = bool(DeepEncodeJob& job);
 
 }  // namespace ovhost

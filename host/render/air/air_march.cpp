@@ -28,12 +28,14 @@ void PutInHand(trRenderState& state, const AirRay& ray) {
 }
 
 trAtomicIntegrator::Result MarchAir(trRenderState& state, const std::vector<trAtmosShader*>& volumes,
-                                    const AirRay& ray, std::uint64_t& samples) {
+                                    const AirRay& ray, std::uint64_t& samples, AirRecord* record) {
+  if (record) record->Clear();
   if (volumes.empty()) return {};
   PutInHand(state, ray);
   const trIntegratorLoan integrator(state);
   const trAtomicIntegrator::Result result = integrator->Integrate(state, volumes);
   samples += integrator->NumSamples();
+  if (record) record->Take(*integrator, result, ray.distance);
   return result;
 }
 

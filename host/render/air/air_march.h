@@ -2,6 +2,7 @@
 #pragma once
 
 #include "core/atmosphere.h"
+#include "host/render/air/air_record.h"
 
 namespace ovhost {
 
@@ -24,9 +25,11 @@ constexpr int kDepthOfBackground = 3;
 OV_API void PutInHand(trRenderState& state, const AirRay& ray);
 
 /// The volumes' light and transmittance along a ray, by the state's draws. The ray becomes the state's ray in
-/// hand, and stays it. `samples` counts. Thread-safe, each thread with its own state.
+/// hand, and stays it. `samples` counts; `record`, where there is one, takes the steps. Thread-safe, each
+/// thread with its own state.
 OV_API trAtomicIntegrator::Result MarchAir(trRenderState& state, const std::vector<trAtmosShader*>& volumes,
-                                           const AirRay& ray, std::uint64_t& samples);
+                                           const AirRay& ray, std::uint64_t& samples,
+                                           AirRecord* record = nullptr);
 
 /// The same between two points, one ray deeper than the ray in hand, which comes back as it was. Without
 /// `wantsColour` transmittance is all that is asked for.

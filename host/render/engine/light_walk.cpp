@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "host/render/engine/path_constants.h"
+#include "host/render/shade/depth_record.h"
 #include "host/render/shade/footprint.h"
 
 namespace ovhost {
@@ -294,18 +295,28 @@ bool LightWalk::Air(double distance) {
   const bool isSharp = std::max(path_.spread, path_.opening) < kBlurredSpread;
   shading_.si.Random() = {MixBits64(path_.random + 0x100 + path_.depth + path_.sheets)};
   const bool followsMatter = FollowsMatter();
+  const bool tellsDepth = path_.result->steps && !path_.hasFilledLayers;
   const trVector from = path_.origin + scene_.View().eye;
   const trFCol arriving = path_.throughput;
   Matter::Collision collision;
   const bool isScattered = followsMatter && matter_->Collide(shading_.state, from, path_.direction, distance,
                                                              path_.throughput, collision);
   if (isScattered) distance = collision.distance;
-  const trAtomicIntegrator::Result air =
-      scene_.AirAlong(shading_.state, followsMatter ? scene_.Air().WithoutMatter() : scene_.Volumes(), from,
-                      path_.direction, distance, depth, isSharp, counters_.volumeSamples);
+  const trAtomicIntegrator::Result air = scene_.AirAlong(
+      shading_.state, followsMatter ? scene_.Air().WithoutMatter() : scene_.Volumes(), from, path_.direction,
+      distance, depth, isSharp, counters_.volumeSamples, tellsDepth ? &airRecord_ : nullptr);
   trFCol light = arriving * air.Colour();
   path_.throughput *= air.transmittance;
-  if (isScattered) light += matter_->Light(shading_.state, collision, path_.direction, path_.throughput);
+  const double start = path_.origin.Length();
+  if (tellsDepth) AddVolumesBehind(airRecord_.Steps(), air.transmittance, start, arriving, *path_.result);
+  if (isScattered) {
+    const trFCol scattered = matter_->Light(shading_.state, collision, path_.direction, path_.throughput);
+    light += scattered;
+    if (!path_.hasFilledLayers) path_.result->alpha = 1;
+    if (tellsDepth)
+      AddScattering(start + collision.distance, collision.distance * scene_.View().PixelAngularSize(),
+                    FiniteOrBlack(scattered), path_.throughput, *path_.result);
+  }
   if (IsDirect()) {
     light = FiniteOrBlack(light);
     path_.result->atmosphere += light;

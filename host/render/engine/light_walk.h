@@ -80,6 +80,7 @@ class OV_API LightWalk {
   PieceShading pieces_;
   ShadowRays shadows_;
   LobeSet lobes_;
+  AirRecord airRecord_;
 
   /// All that is known of the path in hand; made anew for each.
   struct Path {

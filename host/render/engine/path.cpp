@@ -5,6 +5,7 @@
 
 #include "host/base/parallel.h"
 #include "host/render/engine/path_constants.h"
+#include "host/render/shade/depth_record.h"
 #include "host/render/shade/footprint.h"
 
 namespace ovhost {
@@ -29,16 +30,26 @@ PathTracer::PathTracer(LitScene& scene, const PathSettings& settings)
                   : nullptr),
       walk_(scene, settings, matter_.get(), counters_) {}
 
-trAtomicIntegrator::Result PathTracer::CameraAir(const trVector& direction, double distance) {
+trAtomicIntegrator::Result PathTracer::CameraAir(const trVector& direction, double distance,
+                                                 CameraSample& result) {
   const trVector& eye = scene_.View().eye;
   const AirShells::Way way = shells_.WayOf(eye, direction, distance, scene_.View().PixelAngularSize());
   if (way.isClear) return {};
-  for (int i = 0; i < sharedCount_; ++i)
-    if (std::fabs(sharedAir_[i].distance - distance) <= way.tolerance) return sharedAir_[i].air;
-  SharedAir& entry = sharedAir_[sharedCount_++];
-  entry = {distance,
-           scene_.AirAlong(shading_.state, matter_ ? scene_.Air().WithoutMatter() : scene_.Volumes(), eye,
-                           direction, distance, 1, true, counters_.volumeSamples)};
+  int found = 0;
+  while (found < sharedCount_ && !(std::fabs(sharedAir_[found].distance - distance) <= way.tolerance))
+    ++found;
+  SharedAir& entry = sharedAir_[found];
+  if (found == sharedCount_) {
+    ++sharedCount_;
+    entry.distance = distance;
+    entry.air = scene_.AirAlong(shading_.state, matter_ ? scene_.Air().WithoutMatter() : scene_.Volumes(),
+                                eye, direction, distance, 1, true, counters_.volumeSamples,
+                                result.steps ? &entry.record : nullptr);
+  }
+  if (result.steps) {
+    result.air = &entry.record.Steps();
+    CountVolumes(entry.record.Steps(), entry.air.transmittance, result);
+  }
   return entry.air;
 }
 
@@ -111,6 +122,10 @@ void PathTracer::SamplePixel(int x, int y, std::uint32_t begin, std::uint32_t en
   bundle_.Clear();
   for (int i = 0; i < pathCount_; ++i) {
     StartPath(x, y, begin + i, paths_[i]);
+    if (settings_.recordsSteps) {
+      steps_[i].clear();
+      paths_[i].result.steps = &steps_[i];
+    }
     bundle_.Add(paths_[i].origin, paths_[i].direction, paths_[i].nearest);
     hitsOfBundle_[i].part = nullptr;
   }
@@ -151,7 +166,7 @@ bool PathTracer::ShadeCameraRay(Path& path) {
   const bool isScattered = matter_ && matter_->Collide(shading_.state, scene_.View().eye, path.direction,
                                                        distance, path.throughput, collision);
   if (isScattered) distance = collision.distance;
-  const trAtomicIntegrator::Result air = CameraAir(path.direction, distance);
+  const trAtomicIntegrator::Result air = CameraAir(path.direction, distance, result);
   result.atmosphere = FiniteOrBlack(air.Colour());
   result.light.sky = result.atmosphere;
   path.throughput *= air.transmittance;
@@ -186,6 +201,9 @@ void PathTracer::FollowMatter(Path& path, const Matter::Collision& collision) {
   path.result.atmosphere += light;
   path.result.light.sky += light;
   path.result.alpha = 1;
+  if (path.result.steps)
+    AddScattering(collision.distance, collision.distance * scene_.View().PixelAngularSize(), light,
+                  path.throughput, path.result);
 }
 
 trFCol PathTracer::SunAtCamera(const SunLight& sun, const Path& path) {

@@ -99,7 +99,7 @@ class OV_API PathTracer : public PixelEngine {
   trFCol PastClear(const SunRay& ray);
   trFCol DirectLight(const Surface& surface, const tr2Vector& draw);
   /// The air along a camera ray, taken over from an earlier sample of the pixel where that saw the same.
-  trAtomicIntegrator::Result CameraAir(const trVector& direction, double distance);
+  trAtomicIntegrator::Result CameraAir(const trVector& direction, double distance, CameraSample& result);
 
   ShadingContext shading_;
   PieceShading pieces_;
@@ -111,10 +111,12 @@ class OV_API PathTracer : public PixelEngine {
   struct SharedAir {
     double distance;
     trAtomicIntegrator::Result air;
+    AirRecord record;
   };
   std::array<SharedAir, kSamplesTogether> sharedAir_;
   int sharedCount_ = 0;
   std::array<Path, kSamplesTogether> paths_;
+  std::array<std::vector<DeepStep>, kSamplesTogether> steps_;  ///< of the paths' results
   int pathCount_ = 0;
   std::array<int, kSamplesTogether> lit_;  ///< numbers of the paths whose camera rays met a surface
   int litCount_ = 0;

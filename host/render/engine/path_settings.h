@@ -17,6 +17,7 @@ struct PathSettings {
   /// Whether the camera, also by mirrors and through glass, sees volumes that tell their matter by paths
   /// through it in place of their own samples.
   bool followsMatter = false;
+  bool recordsSteps = false;  ///< camera samples tell their depths
   /// Ways of finding lights by lobes that can be drawn both ways: both, or one of them alone, to compare.
   enum class Lights { kBoth, kLightsOnly, kLobesOnly } lights = Lights::kBoth;
 

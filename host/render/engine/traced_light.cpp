@@ -7,6 +7,7 @@
 #include "host/base/parallel.h"
 #include "host/render/air/media.h"
 #include "host/render/engine/path_constants.h"
+#include "host/render/shade/depth_record.h"
 
 namespace ovhost {
 namespace {
@@ -67,16 +68,17 @@ LightLayers TracedLight::Radiance(Ray ray, double& distance) {
   return sum;
 }
 
-trAtomicIntegrator::Result TracedLight::Air(const Ray& ray, double distance) {
+trAtomicIntegrator::Result TracedLight::Air(const Ray& ray, double distance, AirRecord* record) {
   if (scene_.Volumes().empty()) return {};
   airShading_.Random() = {MixBits64(random_ + 0x100 + ++numShaded_)};
   // Mirrors see the air as sharp as the eye does, and volumes drop light by depth.
   return scene_.AirAlong(air_, ray.origin + scene_.View().eye, ray.direction, distance,
-                         ray.depth == 1 ? 1 : 2, ray.spread < kBlurredSpread, counters_.volumeSamples);
+                         ray.depth == 1 ? 1 : 2, ray.spread < kBlurredSpread, counters_.volumeSamples,
+                         record);
 }
 
 bool TracedLight::Travel(const Ray& ray, SurfaceHit& hit, trFCol& left, LightLayers& sum,
-                         trFCol* atmosphere) {
+                         CameraSample* camera) {
   ++counters_.bounceRays;
   const bool isHit =
       scene_.Rays().Intersect(ray.origin, ray.direction, ray.nearest, scene_.FarDistance(), hit, ray.kind);
@@ -88,10 +90,12 @@ bool TracedLight::Travel(const Ray& ray, SurfaceHit& hit, trFCol& left, LightLay
       sum.sky += left * sky;
       return false;
     }
-    const trAtomicIntegrator::Result air = Air(ray, isHit ? hit.distance : scene_.FarDistance());
+    AirRecord* const record = camera && camera->steps ? &airRecord_ : nullptr;
+    const trAtomicIntegrator::Result air = Air(ray, isHit ? hit.distance : scene_.FarDistance(), record);
     const trFCol light = FiniteOrBlack(left * air.Colour());
     sum.sky += light;
-    if (atmosphere) *atmosphere += light;
+    if (camera) camera->atmosphere += light;
+    if (record) AddVolumesBehind(record->Steps(), air.transmittance, ray.origin.Length(), left, *camera);
     left *= air.transmittance;
   }
   if (isHit) return true;
@@ -117,6 +121,9 @@ void TracedLight::Surfaces(Ray ray, SurfaceHit hit, trFCol left, LightLayers& su
         camera->indirect += FiniteOrBlack(outgoing.light.Sum() * share) - direct;
         if (!hasFilledLayers) FillLayers(level, *camera);
         hasFilledLayers = true;
+        if (camera->steps)
+          AddSurface(level.point.relative.Length(), FiniteOrBlack(outgoing.light.Sum() * share),
+                     Brightness(share), *camera);
       }
     }
     left *= trFCol(1.0f) - cover;
@@ -129,7 +136,7 @@ void TracedLight::Surfaces(Ray ray, SurfaceHit hit, trFCol left, LightLayers& su
     ray.footprint = level.point.footprint;
     ray.origin = level.point.relative - level.point.face * level.point.rayOffset;
     ray.nearest = level.point.rayOffset;
-    if (!Travel(ray, hit, left, sum, camera ? &camera->atmosphere : nullptr)) break;
+    if (!Travel(ray, hit, left, sum, camera)) break;
   }
   if (camera) camera->alpha = 1 - Brightness(left);
 }

@@ -176,8 +176,8 @@ class OV_API TracedLight final : public trRenderServices {
   };
 
   LightLayers Radiance(Ray ray, double& distance);
-  /// The next surface, and the light before it. False where there is none.
-  bool Travel(const Ray& ray, SurfaceHit& hit, trFCol& left, LightLayers& sum, trFCol* atmosphere);
+  /// The next surface, and the light before it, which `camera` may be told of. False where there is none.
+  bool Travel(const Ray& ray, SurfaceHit& hit, trFCol& left, LightLayers& sum, CameraSample* camera);
   /// The surfaces from `hit` on, as far as they let light pass beside them.
   void Surfaces(Ray ray, SurfaceHit hit, trFCol left, LightLayers& sum, CameraSample* camera);
   Level& Shade(const Ray& ray, const SurfaceHit& hit);
@@ -197,7 +197,7 @@ class OV_API TracedLight final : public trRenderServices {
   /// `medium` is what scatters on the way; null for a clear inside.
   trFCol ThroughBorder(const SurfacePart* border, const trVector& origin, const trVector& direction,
                        double nearest, const trMedium* medium);
-  trAtomicIntegrator::Result Air(const Ray& ray, double distance);
+  trAtomicIntegrator::Result Air(const Ray& ray, double distance, AirRecord* record);
 
   LitScene& scene_;
   TraceSettings settings_;
@@ -211,6 +211,7 @@ class OV_API TracedLight final : public trRenderServices {
   trShadingInterface airShading_;
   trRenderState air_;
   LobeSet lobes_;
+  AirRecord airRecord_;
   std::vector<std::unique_ptr<Level>> levels_;  ///< by depth, made when first used
   Level* current_ = nullptr;
   PixelSampler sampler_;

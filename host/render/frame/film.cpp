@@ -10,9 +10,11 @@ namespace ovhost {
 struct LayerKind {
   const char* name;
   int channels;
-  const char* suffixes;  ///< one letter a channel
+  const char* suffixes;  ///< one letter a channel of the picture; kWeighted has a sum of weights too
   std::array<float, 3> (*values)(const CameraSample&);
-  enum Kept { kMean, kSum, kFirst } kept = kMean;  ///< of the samples; ids don't blend
+  /// Of the samples. Ids don't blend; what is weighted has the weight behind its one value.
+  enum Kept { kMean, kSum, kFirst, kWeighted } kept = kMean;
+  int Pictured() const { return kept == kWeighted ? 1 : channels; }
 };
 
 namespace {
@@ -44,6 +46,13 @@ constexpr LayerKind kLayerKinds[] = {{"depth", 1, "Z",
                                      {"transmission", 3, "RGB", OV_LAYER(light.transmission)},
                                      {"emission", 3, "RGB", OV_LAYER(light.emission)},
                                      {"sky", 3, "RGB", OV_LAYER(light.sky)},
+                                     {"volume_opacity", 3, "RGB", OV_LAYER(volumeOpacity)},
+                                     {"volume_depth", 2, "Z",
+                                      [](const CameraSample& s) {
+                                        const float weight = Brightness(s.volumeOpacity);
+                                        return std::array<float, 3>{s.volumeDepth * weight, weight, 0};
+                                      },
+                                      LayerKind::kWeighted},
                                      {"samples", 1, "N",
                                       [](const CameraSample&) {
                                         return std::array<float, 3>{1, 0, 0};
@@ -91,6 +100,13 @@ Film::Film(const PixelRect& area, int fullWidth, int fullHeight, const std::vect
 PixelRect Film::TileRect(int tile) const {
   const int x = area_.x0 + tile % tilesX_ * kTileSize, y = area_.y0 + tile / tilesX_ * kTileSize;
   return {x, y, std::min(x + kTileSize, area_.x1), std::min(y + kTileSize, area_.y1)};
+}
+
+Film::Place Film::PlaceOf(int x, int y) const {
+  const int tile = y / kTileSize * tilesX_ + x / kTileSize;
+  const int left = x / kTileSize * kTileSize;
+  const auto width = static_cast<size_t>(std::min(kTileSize, area_.x1 - area_.x0 - left));
+  return {tile, static_cast<size_t>(y % kTileSize) * width + static_cast<size_t>(x - left)};
 }
 
 size_t Film::FirstSum(int x, int y) const {
@@ -153,7 +169,7 @@ Picture Film::MakePicture() const {
   picture.fullHeight = fullHeight_;
   picture.channels = {"R", "G", "B", "A"};
   for (const Layer& layer : layers_)
-    for (int c = 0; c < layer.kind->channels; ++c)
+    for (int c = 0; c < layer.kind->Pictured(); ++c)
       picture.channels.push_back(std::string(layer.kind->name) + "." + layer.kind->suffixes[c]);
   const size_t channels = picture.channels.size();
   picture.pixels.resize(static_cast<size_t>(picture.width) * picture.height * channels);
@@ -166,9 +182,14 @@ Picture Film::MakePicture() const {
         const float* sums = &sums_[pixel * stride_];
         float* out = &picture.pixels[pixel * channels];
         for (int c = 0; c < 4; ++c) *out++ = sums[c] * scale;
-        for (const Layer& layer : layers_)
-          for (int c = 0; c < layer.kind->channels; ++c)
-            *out++ = sums[layer.first + c] * (layer.kind->kept == LayerKind::kMean ? scale : 1.0f);
+        for (const Layer& layer : layers_) {
+          const float* values = &sums[layer.first];
+          if (layer.kind->kept == LayerKind::kWeighted)
+            *out++ = values[1] > 0 ? values[0] / values[1] : 0.0f;
+          else
+            for (int c = 0; c < layer.kind->channels; ++c)
+              *out++ = values[c] * (layer.kind->kept == LayerKind::kMean ? scale : 1.0f);
+        }
       }
   }
   return picture;

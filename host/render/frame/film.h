@@ -30,6 +30,12 @@ class OV_API Film {
 
   int NumTiles() const { return tilesX_ * tilesY_; }
   PixelRect TileRect(int tile) const;
+  /// Where a pixel lies, counted from the corner of the film's area: its tile, and its number in that.
+  struct Place {
+    int tile;
+    size_t pixel;
+  };
+  Place PlaceOf(int x, int y) const;
   /// Samples a pixel that a tile has.
   std::uint32_t& TileSamples(int tile) { return tileSamples_[tile]; }
   std::uint32_t TileSamples(int tile) const { return tileSamples_[tile]; }

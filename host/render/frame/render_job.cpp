@@ -19,6 +19,7 @@
 #include "host/project/render_node.h"
 #include "host/project/sunlight.h"
 #include "host/render/engine/standard.h"
+#include "host/render/frame/deep_film_state.h"
 #include "host/render/frame/denoise.h"
 #include "host/render/frame/film_state.h"
 #include "host/render/frame/geometry_nodes.h"
@@ -68,6 +69,8 @@ struct RenderJob::State {
   RenderOutcome Run(const Operation& operation);
   bool Plan();
   bool MakeFilm();
+  /// What film and picture may take, bytes.
+  std::uint64_t FilmBytes() const;
   RenderOutcome Prepare();
   RenderOutcome Build();
   /// To whom the render node says; false where they report a failure.
@@ -102,12 +105,14 @@ struct RenderJob::State {
   RenderPlan plan_;
   bool hasPlan_ = false, isAtFrame_ = false;
   std::unique_ptr<Film> film_;
+  std::unique_ptr<DeepFilm> deep_;  ///< beside it, for a deep picture
   std::unique_ptr<World> world_;
   std::unique_ptr<LightCache> lightCache_;  ///< what threads of the standard engine share
   /// What the slots of the arena have for themselves.
   struct Slot {
     std::unique_ptr<PixelEngine> engine;
     std::vector<float> kept;  ///< of the tile in hand, before the pass
+    DeepFilm::Work deep;
   };
   std::vector<Slot> slots_;
   int threads_ = 1;
@@ -163,19 +168,31 @@ FilmKey RenderJob::State::Key() const {
   add(plan_.engine == Engine::kStandard ? "standard" : "path");
   add(settings_.camera);
   for (const std::string& layer : plan_.layers) add(layer);
+  if (plan_.deepSamples > 0) add("deep " + std::to_string(plan_.deepSamples));
   const PixelRect& area = plan_.area;
   return {scene,       settings_.seed, settings_.frame, {area.x0, area.y0, area.x1, area.y1},
           plan_.width, plan_.height};
 }
 
+std::uint64_t RenderJob::State::FilmBytes() const {
+  // The sums, and about twice as much to make a picture of them.
+  const std::uint64_t sums = Film::BytesFor(plan_.area, plan_.layers) * 3;
+  return sums + (plan_.deepSamples > 0 ? DeepFilm::BytesFor(plan_.area, plan_.deepSamples) : 0);
+}
+
 bool RenderJob::State::MakeFilm() {
   if (film_) return true;
-  // The sums, and about twice as much to make a picture of them.
-  if (Film::BytesFor(plan_.area, plan_.layers) * 3 > Budget()) {
-    trError("The memory limit is too small for the picture's size.");
+  if (const std::uint64_t bytes = FilmBytes(), budget = Budget(); bytes > budget) {
+    const auto megabytes = [](std::uint64_t n) { return std::to_string(n >> 20) + " MB"; };
+    trError("The memory limit is too small for the picture's size" +
+            (plan_.deepSamples > 0
+                 ? ": with " + std::to_string(plan_.deepSamples) + " deep samples a pixel it may take " +
+                       megabytes(bytes) + ", and there are " + megabytes(budget) + "; fewer take less."
+                 : "."));
     return false;
   }
   film_ = std::make_unique<Film>(plan_.area, plan_.width, plan_.height, plan_.layers);
+  if (plan_.deepSamples > 0) deep_ = std::make_unique<DeepFilm>(*film_, plan_.deepSamples);
   return true;
 }
 
@@ -208,7 +225,7 @@ RenderOutcome RenderJob::State::Build() {
   lightCache_.reset();
 
   // What memory is left beside the film, and the threads' shared light.
-  const std::uint64_t filmBytes = Film::BytesFor(plan_.area, plan_.layers) * 3;
+  const std::uint64_t filmBytes = FilmBytes();
   std::uint64_t memory = Budget();
   memory -= std::min(memory, filmBytes);
   const double pixels = static_cast<double>(plan_.area.x1 - plan_.area.x0) * (plan_.area.y1 - plan_.area.y0);
@@ -299,12 +316,14 @@ void RenderJob::State::RenderTile(int tile, Pass pass) {
   const PathCounters before = engine->Counters();
   const PixelRect rect = film_->TileRect(tile);
   film_->GetTileSums(tile, slot.kept);
+  slot.deep.Begin();
   bool isWhole = true;
   try {
     for (int y = rect.y0; y < rect.y1 && isWhole; ++y) {
       for (int x = rect.x0; x < rect.x1; ++x) {
         engine->SamplePixel(x, y, pass.begin, pass.end, samples);
         film_->Add(x, y, samples, static_cast<int>(pass.end - pass.begin));
+        if (deep_) deep_->Add(tile, samples, static_cast<int>(pass.end - pass.begin), slot.deep);
       }
       isWhole = !control_.stop || y + 1 == rect.y1;
     }
@@ -319,6 +338,7 @@ void RenderJob::State::RenderTile(int tile, Pass pass) {
   std::atomic_ref(statistics_.volumeSamples) += after.volumeSamples - before.volumeSamples;
   if (!isWhole) return film_->SetTileSums(tile, slot.kept);
   film_->TileSamples(tile) = pass.end;
+  if (deep_) deep_->Replace(tile, slot.deep);
   tileSamplesDone_ += pass.end - pass.begin;
 }
 
@@ -358,6 +378,7 @@ bool RenderJob::State::CountDone() {
   tileSamplesDone_ = done;
   tileSamplesLeftOut_ = leftOut;
   statistics_.samplesDone = static_cast<int>(isDone ? most : least);
+  statistics_.deepSamples = deep_ ? deep_->NumSteps() : 0;
   return isDone;
 }
 
@@ -422,6 +443,7 @@ void RenderJob::State::Forget(Redo what) {
   if (what == Redo::kNothing) return;
   hasPlan_ = false;
   if (what < Redo::kSamples) return;
+  deep_.reset();
   film_.reset();
   slots_.clear();
   if (what == Redo::kGeometry)
@@ -470,6 +492,8 @@ Picture RenderJob::Image() {
   return picture;
 }
 
+const DeepPixels* RenderJob::Deep() const { return state_->deep_.get(); }
+
 Picture RenderJob::Layer(const std::string& name) {
   const Picture all = Image();
   std::vector<size_t> wanted;
@@ -488,13 +512,18 @@ const ViewTransform& RenderJob::Transform() {
 }
 
 bool RenderJob::Save(const Writer& write) {
-  return state_->film_ && state_->Plan() && WriteFilm(write, state_->Key(), *state_->film_);
+  return state_->film_ && state_->Plan() && WriteFilm(write, state_->Key(), *state_->film_) &&
+         (!state_->deep_ || WriteDeepFilm(write, *state_->deep_));
 }
 
 RenderJob::Resumed RenderJob::Resume(const Reader& read) {
   const SessionScope scope(state_->session_);
   if (!state_->Plan() || !state_->MakeFilm()) return Resumed::kOther;
-  const FilmState found = ReadFilm(read, state_->Key(), *state_->film_);
+  FilmState found = ReadFilm(read, state_->Key(), *state_->film_);
+  if (found == FilmState::kLoaded && state_->deep_ && !ReadDeepFilm(read, *state_->deep_)) {
+    state_->film_->Clear();
+    found = FilmState::kDamaged;
+  }
   state_->CountDone();
   return found == FilmState::kLoaded  ? Resumed::kLoaded
          : found == FilmState::kOther ? Resumed::kOther

@@ -9,6 +9,7 @@
 
 #include "core/micro_handler.h"
 #include "core/project.h"
+#include "host/image/deep_picture.h"
 #include "host/image/picture.h"
 #include "host/render/frame/render_plan.h"
 #include "host/render/frame/render_settings.h"
@@ -50,6 +51,9 @@ class OV_API RenderJob {
   /// The picture so far, linear: colour, alpha, and the settings' layers. Denoised where that is asked for.
   /// Empty before Prepare.
   Picture Image();
+  /// The depths of that picture's pixels where the settings ask for them, else null. Until the next pass or
+  /// change.
+  const DeepPixels* Deep() const;
   /// The channels of one layer of Image() alone, "beauty" for colour and alpha; empty where there is no such
   /// layer.
   Picture Layer(const std::string& name);

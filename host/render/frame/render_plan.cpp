@@ -5,6 +5,7 @@
 
 #include "host/node/node_data.h"
 #include "host/project/camera.h"
+#include "host/render/frame/deep_film.h"
 #include "host/render/frame/film.h"
 
 namespace ovhost {
@@ -92,6 +93,23 @@ bool TakeCamera(juProject& project, const RenderJobSettings& settings, RenderPla
   return true;
 }
 
+bool TakeDepths(const RenderJobSettings& settings, RenderPlan& plan) {
+  plan.deepSamples = std::clamp(settings.deepSamples, 0, kMostDeepSamples);
+  if (plan.deepSamples > 0) {
+    plan.denoise = false;
+    if (!settings.layers.empty()) {
+      const trScopedErrorsWarningsContext context(plan.context);
+      trError("A deep picture has no further layers.");
+      return false;
+    }
+  }
+  const auto wants = [&plan](const char* layer) {
+    return std::find(plan.layers.begin(), plan.layers.end(), layer) != plan.layers.end();
+  };
+  plan.engines.path.recordsSteps = plan.deepSamples > 0 || wants("volume_opacity") || wants("volume_depth");
+  return true;
+}
+
 bool TakeLayers(const RenderJobSettings& settings, RenderPlan& plan) {
   const std::vector<std::string>& known = LayerNames();
   for (const std::string& name : settings.layers) {
@@ -124,7 +142,7 @@ bool IsSame(const trView& a, const trView& b) {
 bool MakeRenderPlan(juProject& project, const RenderJobSettings& settings, RenderPlan& plan) {
   plan = RenderPlan();
   return TakeRenderNode(project, settings, plan) && TakeCamera(project, settings, plan) &&
-         TakeLayers(settings, plan);
+         TakeLayers(settings, plan) && TakeDepths(settings, plan);
 }
 
 Redo RenderPlan::Towards(const RenderPlan& other) const {
@@ -135,7 +153,7 @@ Redo RenderPlan::Towards(const RenderPlan& other) const {
     return Redo::kGeometry;
   if (engines.cloudSteps != other.engines.cloudSteps) return Redo::kShading;
   if (engine != other.engine || !(engines == other.engines) || !(area == other.area) ||
-      layers != other.layers)
+      layers != other.layers || deepSamples != other.deepSamples)
     return Redo::kSamples;
   const bool isSame = samples == other.samples && leastSamples == other.leastSamples &&
                       noiseTarget == other.noiseTarget && denoise == other.denoise &&

@@ -32,6 +32,7 @@ struct RenderPlan {
   bool denoise = false;
   ViewTransform transform;
   std::vector<std::string> layers;
+  int deepSamples = 0;                     ///< that a pixel has at most; 0 for a flat picture
   const trBase* context = nullptr;         ///< the render node, whom messages and progress speak of
   std::shared_ptr<const trBase> defaults;  ///< that node, where the project has none
 

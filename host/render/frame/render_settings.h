@@ -32,6 +32,9 @@ struct RenderJobSettings {
   /// Smooths what noise is left, guided by the layers albedo and normal, which are then made as well.
   std::optional<bool> denoise;
   std::vector<std::string> layers;  ///< besides beauty and alpha; {"all"} for all
+  /// Samples of depth that a pixel has at most; 0 for a flat picture. A deep one has no further layers and
+  /// isn't denoised.
+  int deepSamples = 0;
   /// Stands for all that the picture is made from. What was saved of another scene isn't gone on with.
   std::uint64_t sceneKey = 0;
 };
@@ -50,7 +53,8 @@ struct RenderStatistics {
   std::uint64_t vertices = 0, displacements = 0, cameraRays = 0, shadowRays = 0, bounceRays = 0,
                 volumeSamples = 0;
   std::uint64_t gridBytes = 0, peakBytes = 0;
-  int samplesDone = 0;  ///< that all pixels have which take more
+  std::uint64_t deepSamples = 0;  ///< that the deep picture has so far
+  int samplesDone = 0;            ///< that all pixels have which take more
 };
 
 /// Asks of a running render. Set from signal handlers or other threads.

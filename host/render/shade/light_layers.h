@@ -3,7 +3,7 @@
 
 #include <cmath>
 
-#include "core/colour.h"
+#include "host/render/air/brightness.h"
 
 namespace ovhost {
 
@@ -36,18 +36,10 @@ struct LightLayers {
   trFCol Sum() const { return diffuse + specular + transmission + emission + sky; }
 };
 
-/// Light that sums stay finite with.
-inline trFCol FiniteOrBlack(const trFCol& c) {
-  return std::isfinite(c.r) && std::isfinite(c.g) && std::isfinite(c.b) ? c : trFCol();
-}
-
 /// What there is of a colour above nothing; NaN and infinity count as nothing.
 inline trFCol PositivePart(const trFCol& c) {
   const auto part = [](float x) { return x > 0 && std::isfinite(x) ? x : 0.0f; };
   return {part(c.r), part(c.g), part(c.b)};
 }
-
-/// How bright a colour is beside white.
-inline float Brightness(const trFCol& c) { return Luminance(c) / Luminance(trFCol(1.0f)); }
 
 }  // namespace ovhost

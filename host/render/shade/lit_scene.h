@@ -58,16 +58,17 @@ class OV_API LitScene : public trRenderServices {
   bool HasSeeThrough() const { return hasSeeThrough_; }
   /// The air along a ray of an engine, which becomes the state's ray in hand. `samples` counts.
   trAtomicIntegrator::Result AirAlong(trRenderState& state, const trVector& origin, const trVector& direction,
-                                      double distance, int depth, bool isSharp,
-                                      std::uint64_t& samples) const {
-    return AirAlong(state, Volumes(), origin, direction, distance, depth, isSharp, samples);
+                                      double distance, int depth, bool isSharp, std::uint64_t& samples,
+                                      AirRecord* record = nullptr) const {
+    return AirAlong(state, Volumes(), origin, direction, distance, depth, isSharp, samples, record);
   }
   /// The same of some of the volumes.
   trAtomicIntegrator::Result AirAlong(trRenderState& state, const std::vector<trAtmosShader*>& volumes,
                                       const trVector& origin, const trVector& direction, double distance,
-                                      int depth, bool isSharp, std::uint64_t& samples) const {
+                                      int depth, bool isSharp, std::uint64_t& samples,
+                                      AirRecord* record = nullptr) const {
     return MarchAir(state, volumes, {origin, direction, distance, depth, isSharp, View().PixelAngularSize()},
-                    samples);
+                    samples, record);
   }
   /// Where a ray that hits nothing ends: past every volume.
   double FarDistance() const { return 1e9; }
