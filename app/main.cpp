@@ -89,6 +89,13 @@ std::string Meant(const CLI::App& cli, int argc, char** argv) {
   return "";
 }
 
+/// Options that take several values take so many, and leave the project that may follow them alone.
+void TakeNoMoreThanAsked(CLI::App& cli) {
+  for (CLI::App* command : cli.get_subcommands({}))
+    for (CLI::Option* option : command->get_options())
+      if (!option->get_positional()) option->allow_extra_args(false);
+}
+
 /// `ov help` and `ov help COMMAND`: the texts of --help.
 void AddHelp(Program& program) {
   auto about = std::make_shared<std::string>();
@@ -199,6 +206,7 @@ int main(int argc, char** argv) {
   AddVersion(program);
   AddTest(program);
   AddHelp(program);
+  TakeNoMoreThanAsked(program.cli);
 
   try {
     program.cli.parse(Arguments(argc, argv));
