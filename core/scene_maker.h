@@ -138,12 +138,12 @@ class OV_API juObjectGeneratorOrReader : public juSceneMaker, public juPreviewHa
   /// What covers the mesh, by the parameters.
   trMaterial SurfaceMaterial() const;
   trShaderLink meshDisplacer_;
+  trVector translate_, rotate_, scale_{1, 1, 1};
 
  private:
   // Objects that don't declare the tabs have the defaults all the same.
   unsigned char doubleSided_ = 1, useSmoothNormals_ = 1, smoothsTerminator_ = 1, populationMode_ = 0;
   trShaderLink surfaceShader_;
-  trVector translate_, rotate_, scale_{1, 1, 1};
 };
 
 /// Objects made by code: GenerateOrRead opens a group and calls GenerateMesh.
