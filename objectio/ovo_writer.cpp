@@ -163,7 +163,10 @@ void WriteText(Output& out, std::string_view id, const trString& text) {
 trString ClipOf(const trBase& node) {
   std::vector<trBase*> children;
   for (long i = 0; i < node.NumChildren(); ++i) children.push_back(node.Child(i));
-  return "\n" + trBaseXML::GetClip(children) + "\n";
+  trString text = trBaseXML::GetClip(children);
+  text.insert(0, 1, '\n');
+  text += '\n';
+  return text;
 }
 
 }  // namespace
