@@ -19,7 +19,8 @@ void ErosionParams::DeclareResultMode(trBase* node) {
 void ErosionParams::DeclareFlow(trBase* node) {
   SetRange(flowDistanceHint_, node, {.min = 0.0, .max = 1000.0});
   node->Param(flowDistance, "flow_distance", 100.0, &flowDistanceHint_)
-      .About("How far drops run, in points of the field. Longer carries valleys on to the plains.");
+      .About(
+          "A quarter of the drops run further than so many points. Longer carries valleys on to the plains.");
   SetRange(durationHint_, node, {.min = 0.0, .max = 10.0, .focusPower = 2.0});
   node->Param(duration, "duration", 1.0, &durationHint_)
       .About("Drops for each point of the field. More erodes longer and takes as much longer.");

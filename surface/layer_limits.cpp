@@ -67,7 +67,10 @@ double AltitudeLimits::Terms(trShadingInterface& si, bool exact) const {
 
 void NormalKey::Declare(trBase* node, const char* name) {
   SetMenu(hint_, node, {{"Final normal", 0}, {"Terrain normal", 1}, {"Planet/object normal", 2}});
-  node->Param(key_, name, 0, &hint_);
+  node->Param(key_, name, 0, &hint_)
+      .About(
+          "Which normal counts: the displaced surface's, the terrain's as compute terrain stored it, or the "
+          "planet's.");
 }
 
 void SlopeLimits::Declare(trBase* node, unsigned char limitMaximumDefault) {

@@ -43,7 +43,7 @@ WaterShader::~WaterShader() {
 void WaterShader::DeclareParams() {
   GuiTab("Waves", "waves_tab");
   Param(roughness_, "roughness", 0.02)
-      .About("Height of waves as a share of their length; 0.02 is a breeze, 0.1 a storm.");
+      .About("Height of waves as a share of their length: 0 is a mirror, 0.1 a steep sea.");
   Param(waveScale_, "wave_scale", 10.0).About("Length of the largest waves, metres.");
   Param(smallestScale_, "smallest_scale", 0.1)
       .About("Length of the finest ripples, metres. Lower it where the camera is near the water.");

@@ -19,9 +19,16 @@ expect 0 "$OV" describe --json lambert_shader compute_terrain
 prints '"implementation": "LambertShader"'
 prints '"shader": true'
 prints '"type": "colour"'
-for field in class implementation categories facts shader params name type default value display_name saved hidden tab hint menu buttons; do
+for field in class implementation categories facts shader params name type default value display_name description saved hidden tab hint menu buttons; do
   prints "\"$field\": "
 done
+
+# Whoever reads a sheet is told what each parameter of each class does.
+expect 0 "$OV" describe --json --all
+awk -F'"' '$2 == "class" { class = $4 } $2 == "name" { name = $4 }
+  $2 == "description" { ++count; if (!/\.",$/) print class "." name }
+  END { if (count < 1000) print "only " count + 0 " parameters" }' out >untold
+[ ! -s untold ] || fail "no description of" $(cat untold)
 
 # Every default can be given back to --set: a project with all of them spelled out is the same project.
 expect 0 "$OV" new scene.ovd --like plain --seed 3
