@@ -2,41 +2,10 @@
 #include <algorithm>
 
 #include "core/random.h"
-#include "core/scene_maker.h"
-#include "tests/shading_fixture.h"
+#include "tests/made_mesh.h"
 #include "tests/solid_measure.h"
 
 namespace {
-
-struct Made {
-  long result = 0;
-  std::shared_ptr<trScene> mesh;
-};
-
-Made MakeVariation(trBase& node, long variation) {
-  auto& maker = dynamic_cast<trSceneMaker&>(node);
-  trScene scene;
-  scene.Init();
-  maker.current_variation = variation;
-  Made made;
-  made.result = maker.Make(scene, trSceneMaker::kInstance);
-  maker.current_variation = 0;
-  scene.PrepForRender();
-  made.mesh = scene.GetPGroup(1)->Subscene();
-  return made;
-}
-
-/// A generator of the module with settings of its own.
-struct Generator {
-  explicit Generator(const char* className,
-                     std::initializer_list<std::pair<const char*, trParamValue>> values)
-      : node(*graph.project.CreateChild(className)) {
-    for (const auto& [name, value] : values) EXPECT_TRUE(node.SetParam(name, value, trWhoSystem)) << name;
-  }
-  Made Make(long variation = 0) { return MakeVariation(node, variation); }
-  Graph graph;
-  trBase& node;
-};
 
 /// The unit normals of a rock's planes, drawn as told: z first, and a tangent's three draws after each.
 std::vector<trVector> PlanesOf(unsigned long seed, int faces) {
@@ -86,7 +55,7 @@ TEST(Rock, IsTheIntersectionOfDrawnHalfSpaces) {
       for (const trVector& p : corners) farthest = std::max(farthest, p.Length());
       if (farthest > 2) continue;  // perhaps open
       ++bounded;
-      const Made made = rock.Make(5);
+      const MadeMesh made = rock.Make(5);
       ASSERT_EQ(made.result, 1);
       const SolidMeasure solid(*made.mesh);
       EXPECT_TRUE(solid.isClosed) << seed;
@@ -125,7 +94,7 @@ TEST(Rock, VariationsAndRepeats) {
   Generator rock("rock", {{"seed", 100}});
   EXPECT_TRUE(dynamic_cast<trSceneMaker&>(rock.node).SupportsVariations());
   EXPECT_EQ(dynamic_cast<trSceneMaker&>(rock.node).NumVariations(), 100) << "of a new one";
-  const auto firstPoint = [](const Made& made) { return made.mesh->GetPPoint(1)->position; };
+  const auto firstPoint = [](const MadeMesh& made) { return made.mesh->GetPPoint(1)->position; };
   const trVector third = firstPoint(rock.Make(3));
   EXPECT_TRUE(firstPoint(rock.Make(3)) == third);
   EXPECT_FALSE(firstPoint(rock.Make(4)) == third);
@@ -154,7 +123,7 @@ TEST(PolyCube, ShattersIntoClosedFragmentsOfTheSameVolume) {
                                  {"number_of_shatter_planes", row.planes},
                                  {"shatter_separation", 0.25}});
       Generator whole(className, {{"seed", 9}});
-      const Made made = cube.Make(2);
+      const MadeMesh made = cube.Make(2);
       const SolidMeasure solid(*made.mesh);
       EXPECT_TRUE(solid.isClosed) << className << row.planes;
       EXPECT_NEAR(solid.volume, SolidMeasure(*whole.Make(2).mesh).volume, 1e-5);
@@ -171,7 +140,7 @@ TEST(PolyCube, ShattersIntoClosedFragmentsOfTheSameVolume) {
 TEST(PolyCube, HalvesMoveApartByTheSeparation) {
   Generator near("poly_cube", {{"seed", 21}, {"shatter", 1}, {"shatter_separation", 0.0}});
   Generator far("poly_cube", {{"seed", 21}, {"shatter", 1}, {"shatter_separation", 2.0}});
-  const Made a = near.Make(), b = far.Make();
+  const MadeMesh a = near.Make(), b = far.Make();
   ASSERT_EQ(a.mesh->NumPts(), b.mesh->NumPts());
   // The seventh plane: three draws a tangent before it for each of the six.
   trMersenneTwister draws(21);
@@ -193,12 +162,12 @@ TEST(PolyCube, HalvesMoveApartByTheSeparation) {
 
 TEST(Rock, SubdivisionSplitsInFourAndKeepsTheShape) {
   Generator plain("rock", {{"seed", 8}});
-  const Made base = plain.Make();
+  const MadeMesh base = plain.Make();
   const SolidMeasure before(*base.mesh);
   long triangles = base.mesh->NumTris();
   for (const long level : {-1L, 0L, 1L, 2L, 3L}) {
     Generator fine("rock", {{"seed", 8}, {"subdivide_mesh", 1}, {"subdivision_level", level}});
-    const Made made = fine.Make();
+    const MadeMesh made = fine.Make();
     const long factor = level < 1 ? 1 : 1L << (2 * level);
     EXPECT_EQ(made.mesh->NumTris(), triangles * factor);
     EXPECT_EQ(made.mesh->NumPts() - base.mesh->NumPts(), triangles * (factor - 1)) << "three a split";
@@ -217,7 +186,7 @@ TEST(Rock, StaysClosedUnderADisplacer) {
   rock.SetParam("seed", 8, trWhoSystem);
   rock.SetParam("subdivide_mesh", 1, trWhoSystem);
   Graph::Link(rock, "mesh_displacer", probe);
-  const Made made = MakeVariation(rock, 0);
+  const MadeMesh made = MakeVariation(rock, 0);
   const SolidMeasure solid(*made.mesh);
   EXPECT_TRUE(solid.isClosed);
   EXPECT_EQ(probe.displaced, static_cast<int>(solid.points)) << "a place is displaced once";
@@ -236,7 +205,7 @@ TEST(Rock, SettingsBeyondReasonAreRefusedOrTaken) {
   for (const auto& row : rows) {
     Generator node(row.className, {{"seed", 8}, {"shatter", row.param[10] == 's'}, {row.param, row.value}});
     node.node.SetParam("subdivide_mesh", row.param[0] == 's', trWhoSystem);
-    const Made made = node.Make();
+    const MadeMesh made = node.Make();
     EXPECT_EQ(made.result, row.result) << row.param << row.value;
     if (row.triangles >= 0) {
       EXPECT_EQ(made.mesh->NumTris(), row.triangles) << row.param << row.value;
