@@ -56,6 +56,8 @@
 #include "surface/lambert_shader.h"
 #include "surface/merge_shader.h"
 #include "surface/reflective_shader.h"
+#include "surface/shader_array.h"
+#include "surface/shape_shader.h"
 #include "surface/surface_layer.h"
 #include "surface/visualise.h"
 #include "surface/water_shader.h"
@@ -122,6 +124,10 @@ const Row kRows[] = {
     {"shader/transform", "warp_merge_shader", trCreateNode<WarpShader>},
     {"hidden", "warp_shader", trCreateNode<WarpShader>},
     {"shader/surface", "water_shader", trCreateNode<WaterShader>},
+    {"shader/colour", "simple_shape_shader", trCreateNode<ShapeShader>},
+    {"shader/displacement", "simple_shape_shader", trCreateNode<ShapeShader>},
+    {"shader/colour", "shader_array", trCreateNode<ShaderArray>},
+    {"shader/displacement", "shader_array", trCreateNode<ShaderArray>},
     {"shader/colour", "contour_shader", trCreateNode<ContourShader>},
     {"hidden", "cube_geometry_shader", trCreateNode<CubeGeometryShader>},
     {"hidden", "octahedron_geometry_shader", trCreateNode<OctahedronGeometryShader>},

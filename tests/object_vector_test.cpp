@@ -111,7 +111,8 @@ TEST(DemoControls, FunctionsReadNamedValuesThatProjectsKeep) {
   panel.SetParam("number_2_name", "Snow line", trWhoUser);
   panel.SetParam("switch_1", 1, trWhoUser);
   panel.SetParam("colour_3", trManRgb(0.25f, 0.5f, 1), trWhoUser);
-  auto& probe = graph.Add<ProbeShader>("Reader");
+  ASSERT_EQ(panel.NumChildren(), 16);
+  trShader& probe = graph.Shader("warp_input_shader");
   ASSERT_TRUE(probe.SetParam("input_node", "/Panel/Snow line", trWhoUser));
   Sample sample({});
   ASSERT_TRUE(probe.InputShader());
