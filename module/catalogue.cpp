@@ -78,6 +78,7 @@ const Row kRows[] = {
     {"shader/surface", "lambert_shader", trCreateNode<LambertShader>},
     {"hidden", "magnet_shader", trCreateNode<MagnetShader>},
     {"shader/mix", "merge_shader", trCreateNode<MergeShader>},
+    {"hidden", "multi_shader", trCreateNode<MultiShader>},
     {"shader/atmosphere", "planet_atmosphere", trCreateNode<PlanetAtmosphere>},
     {"hidden", "planet_surface_shader", trCreateNode<PlanetSurfaceShader>},
     {"shader/displacement", "power_fractal_shader_v3", trCreateNode<PowerFractalShaderV3>},

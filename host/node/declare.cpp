@@ -63,8 +63,8 @@ trParamDecl& trParamDecl::ColourOnly() {
   return *this;
 }
 
-trParamDecl trBase::Seed(long& member) {
-  const trParamDecl declared = Param(member, "seed", trNewSeed());
+trParamDecl trBase::Seed(long& member, const char* name) {
+  const trParamDecl declared = Param(member, name, trNewSeed());
   data_->params[static_cast<size_t>(declared.Index())].isSeed = true;
   return declared;
 }
