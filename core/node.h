@@ -197,9 +197,9 @@ class OV_API trBase : public trDestructionNotifier, public Kelpie::KPMessenger {
   trParamDecl Param(trManRgb& member, const char* name, const trManRgb& dflt, trFColHint* hint = nullptr);
   trParamDecl Param(trString& member, const char* name, const trString& dflt, trStringHint* hint = nullptr);
   trParamDecl Param(trFile& member, const char* name, const trString& dflt, trLinkHint* hint = nullptr);
-  /// Declares `seed`. A node made new draws it; one whose project lacks it has the same at every load, made
+  /// Declares a seed. A node made new draws it; one whose project lacks it has the same at every load, made
   /// from its path.
-  trParamDecl Seed(long& member);
+  trParamDecl Seed(long& member, const char* name = "seed");
   /// A name of older projects that has no meaning left: taken, and dropped, with the value at which it had no
   /// effect, or with any where none is given.
   void Retired(const char* oldName, const char* neutralValue = nullptr);

@@ -242,6 +242,7 @@ class OV_API trRenderState {
     const trGeomGroup* group = nullptr;     ///< met; null where it isn't known
     trVector corners[3];                    ///< corners of the ray's footprint where it met the surface
     unsigned char flags[4] = {0, 0, 0, 0};  ///< the renderer's own marks of a surface; water clears them
+    std::int32_t element = 0;  ///< of the surface met: its material's number in its scene; 0: none
 
     // What the surface in hand means by a ray that it traces, set for the call alone.
     const trLobe* lobe = nullptr;  ///< the ray stands for all of this lobe; null: for its direction only

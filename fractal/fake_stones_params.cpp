@@ -29,7 +29,7 @@ void FakeStonesShader::DeclareDensity() {
   Param(varyDensity_, "vary_density", 1);
   Gui(trGuiIndentOpen);
   Param(densityVariation_, "density_variation", 1.0);
-  Param(densitySeed_, "density_seed", trNewSeed());
+  Seed(densitySeed_, "density_seed");
   Param(densityVariationScale_, "density_variation_scale", 10.0);
   Gui(trGuiIndentClose);
   AddGuiAction({"vary_density"}, {"density_variation", "density_seed", "density_variation_scale"}, 2);

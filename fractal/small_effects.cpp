@@ -1,4 +1,4 @@
-// twist_and_shear_shader, redirect_shader, magnet_shader, smoothing_filter_shader.
+// twist_and_shear_shader, redirect_shader, magnet_shader, multi_shader, smoothing_filter_shader.
 #include "fractal/small_effects.h"
 
 namespace {
@@ -58,6 +58,27 @@ long MagnetShader::Displace(trShadingInterface& si) {
   const trVector away = position_ - si.P();
   si.P() += away * std::min(radius_ * radius_ / std::max(away.LengthSquared(), kMillionth), 1.0);
   return 1;
+}
+
+MultiShader::MultiShader() {
+  for (int i = 0; i < kShaders; ++i) Param(shaders_[i], ("shader_" + std::to_string(i + 1)).c_str(), "");
+}
+
+trShader* MultiShader::Chosen(trShadingInterface& si) const {
+  const std::int32_t element = si.RenderState().CurrentRay().element;
+  return element >= 1 && element <= kShaders ? LinkedShader(shaders_[element - 1]) : nullptr;
+}
+
+long MultiShader::Displace(trShadingInterface& si) {
+  DisplaceInput(si);
+  trShader* const shader = IsEnabled() ? Chosen(si) : nullptr;
+  return shader ? shader->DisplaceTS(si) : 1;
+}
+
+long MultiShader::Shade(trShadingInterface& si) {
+  ShadeInput(si);
+  trShader* const shader = IsEnabled() ? Chosen(si) : nullptr;
+  return shader ? shader->ShadeTS(si) : 1;
 }
 
 SmoothingFilterShader::SmoothingFilterShader() {

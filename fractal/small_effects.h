@@ -36,6 +36,23 @@ class MagnetShader : public DisplacementEffect {
   double radius_;
 };
 
+/// multi_shader: a shader for each material of an object, by the material's number.
+class MultiShader : public trSurfaceShader {
+ public:
+  MultiShader();
+  long Displace(trShadingInterface& si) override;
+  long Shade(trShadingInterface& si) override;
+  unsigned char HasDisplacement() override { return 1; }
+  unsigned char HasShade() override { return 1; }
+
+ private:
+  static constexpr int kShaders = 16;
+  /// That of the element in hand, or null.
+  trShader* Chosen(trShadingInterface& si) const;
+
+  trShaderLink shaders_[kShaders];
+};
+
 /// smoothing_filter_shader: what stands on its input is evaluated with a larger filter footprint.
 class SmoothingFilterShader : public trSurfaceShader {
  public:

@@ -100,6 +100,7 @@ const Row kRows[] = {
     {"shader/surface", "lambert_shader", trCreateNode<LambertShader>},
     {"hidden", "magnet_shader", trCreateNode<MagnetShader>},
     {"shader/mix", "merge_shader", trCreateNode<MergeShader>},
+    {"hidden", "multi_shader", trCreateNode<MultiShader>},
     {"shader/atmosphere", "planet_atmosphere", trCreateNode<PlanetAtmosphere>},
     {"hidden", "planet_surface_shader", trCreateNode<PlanetSurfaceShader>},
     {"hidden", "power_fractal_shader_v2", trCreateNode<PowerFractalShaderV2>},

@@ -237,6 +237,26 @@ TEST(DisplacementEffects, MagnetDrawsPoints) {
   }
 }
 
+TEST(DisplacementEffects, MultiShaderRunsTheElementsShader) {
+  Effect multi("multi_shader");
+  auto& first = multi.Linked("shader_1");
+  auto& last = multi.Linked("shader_16");
+  last.onDisplace = [](trShadingInterface& si) { si.P() += trVector(0, 1, 0); };
+  const struct {
+    int element;
+    double height;
+  } rows[] = {{0, 0}, {1, 0}, {2, 0}, {16, 1}, {17, 0}, {-1, 0}};
+  for (const auto& row : rows) {
+    Sample sample({1, 0, 2});
+    sample.state.CurrentRay().element = row.element;
+    EXPECT_EQ(multi.Displaced(sample).y, row.height) << row.element;
+    EXPECT_EQ(multi.shader.ShadeTS(sample.si), 1);
+  }
+  EXPECT_EQ(first.displaced, 1);
+  EXPECT_EQ(first.shaded, 1);
+  EXPECT_EQ(last.shaded, 1);
+}
+
 TEST(DisplacementEffects, SmoothingFilterWidensTheFootprint) {
   Effect filter("smoothing_filter_shader");
   EXPECT_FALSE(Graph().Shader("smoothing_filter_shader").HasDisplacement());

@@ -68,8 +68,8 @@ trParamDecl& trParamDecl::ColourOnly() {
   return *this;
 }
 
-trParamDecl trBase::Seed(long& member) {
-  trParamDecl declared = Param(member, "seed", trNewSeed());
+trParamDecl trBase::Seed(long& member, const char* name) {
+  trParamDecl declared = Param(member, name, trNewSeed());
   declared.About(
       "Where the node's random numbers begin: another one gives another variant of the same kind.");
   data_->params[static_cast<size_t>(declared.Index())].isSeed = true;

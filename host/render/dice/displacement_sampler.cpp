@@ -15,7 +15,7 @@ constexpr double kFootprint = 0.5;
 
 DisplacementSampler::DisplacementSampler(const trScene& scene, const DiceSettings& settings,
                                          trRenderServices& services)
-    : toWorld_(scene.GetTransform()), settings_(settings), state_(services, si_) {
+    : scene_(scene), toWorld_(scene.GetTransform()), settings_(settings), state_(services, si_) {
   si_.SetFrame(static_cast<float>(settings.frame));
   si_.SetMainView(&settings.view);
   si_.SetThread(ThreadSlot());
@@ -40,6 +40,7 @@ trShadingInterface& DisplacementSampler::OnGeometry(const trMaterial& material, 
   si_.SetSample(world, Normalised(world - toWorld_.forward.Translation()));
   si_.Random() = {KeyOf(base) ^ settings_.seed};
   si_.SmoothSize() = FootprintOf(world);
+  state_.CurrentRay().element = NumberOf(scene_, &material);
   if (material.GeometryPlace(state_)) {
     si_.SmoothSize() = FootprintOf(si_.P());
     material.SurfaceDisplace(state_);
@@ -54,6 +55,7 @@ trShadingInterface& DisplacementSampler::OnTriangle(const trMaterial& material, 
   si_.Pt() = si_.Ptg() = texture;
   si_.Random() = {KeyOf(base) ^ settings_.seed};
   si_.SmoothSize() = FootprintOf(world);
+  state_.CurrentRay().element = NumberOf(scene_, &material);
   material.surfaceShader->DisplaceTS(si_);
   return Finished(world);
 }

@@ -24,6 +24,7 @@ class DisplacementSampler {
   /// The point stays where it was if displacement leads nowhere.
   trShadingInterface& Finished(const trVector& world);
 
+  const trScene& scene_;
   const trTransform<double>& toWorld_;
   const DiceSettings& settings_;
   trShadingInterface si_;

@@ -15,4 +15,11 @@ const trMaterial* MaterialOf(const trScene& scene, const trTri& tri) {
   return material ? material : scene.GetPMaterial(1);
 }
 
+std::int32_t NumberOf(const trScene& scene, const trMaterial* material) {
+  const long count = scene.NumMaterials();
+  for (long i = 1; i <= count; ++i)
+    if (scene.GetPMaterial(i) == material) return static_cast<std::int32_t>(i);
+  return 0;
+}
+
 }  // namespace ovhost

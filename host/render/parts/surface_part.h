@@ -133,5 +133,7 @@ struct OV_API SurfacePart : PartSource {
 /// The material of a triangle; an index that leads nowhere means the first. Null in a scene without
 /// materials.
 const trMaterial* MaterialOf(const trScene& scene, const trTri& tri);
+/// The number under which the scene's tables have the material; 0 where they don't.
+std::int32_t NumberOf(const trScene& scene, const trMaterial* material);
 
 }  // namespace ovhost

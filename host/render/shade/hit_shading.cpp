@@ -50,6 +50,7 @@ void HitShading::FillState(const SurfaceHit& hit, const trVector& origin, const 
   }
   trRenderState::Ray& ray = si.RenderState().CurrentRay();
   ray.groupCastsShadows = point.part->scene->CastsShadows();
+  ray.element = NumberOf(*point.part->scene, point.material);
   trVector across, along;
   MakeTangents(point.face, along, across);
   ray.corners[0] = point.world;
