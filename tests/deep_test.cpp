@@ -265,7 +265,7 @@ TEST_F(DeepRender, HangsOnNeitherThreadsNorStops) {
   settings_.deepSamples = 8;
   RenderJob fewer(*project_, settings_, control);
   EXPECT_EQ(Resume(fewer, whole), RenderJob::Resumed::kOther);
-  settings_.memoryBytes = 1 << 20;
+  settings_.memoryBytes = 1 << 19;
   RenderJob poor(*project_, settings_, control);
   EXPECT_EQ(poor.Prepare(), RenderOutcome::kMemoryLimit);
 }

@@ -1,12 +1,12 @@
 // Encodes deep pictures with OpenImageIO, to memory.
 #include <OpenImageIO/deepdata.h>
-#include <OpenImageIO/filesystem.h>
 #include <OpenImageIO/imageio.h>
 
 #include <algorithm>
 #include <exception>
 
 #include "host/image/codec/encoder.h"
+#include "host/image/codec/memory_file.h"
 
 using ovhost::DeepEncodeJob;
 using ovhost::DeepSample;
@@ -60,12 +60,11 @@ void FillRows(const DeepEncodeJob& job, int top, int bottom, OIIO::DeepData& dat
 
 bool EncodeDeep(DeepEncodeJob& job) {
   const auto out = OIIO::ImageOutput::create(*job.path);
-  if (!out || !out->supports("deepdata") || !out->supports("ioproxy"))
+  if (!out || !out->supports("deepdata"))
     return job.problem = "no writer for deep pictures of this kind", false;
   const OIIO::ImageSpec spec = DeepSpec(job);
-  OIIO::Filesystem::IOVecOutput memory;
-  out->set_ioproxy(&memory);
-  if (!out->open(*job.path, spec)) return job.problem = out->geterror(), false;
+  const ovhost::MemoryFile file;
+  if (!out->open(file.Name(), spec)) return job.problem = out->geterror(), false;
   for (int top = 0; top < spec.height; top += kRows) {
     const int bottom = std::min(top + kRows, spec.height);
     OIIO::DeepData data;
@@ -76,8 +75,7 @@ bool EncodeDeep(DeepEncodeJob& job) {
       return job.problem = out->geterror(), false;
   }
   if (!out->close() || out->has_error()) return job.problem = out->geterror(), false;
-  job.bytes = memory.buffer();
-  return true;
+  return file.ReadAll(job.bytes) || (job.problem = "the encoded picture can't be read back", false);
 }
 
 }  // namespace

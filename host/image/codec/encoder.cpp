@@ -4,13 +4,14 @@
 
 #include <OpenImageIO/filesystem.h>
 #include <OpenImageIO/imageio.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <exception>
 
+#include "host/image/codec/memory_file.h"
+
 using ovhost::EncodeJob;
+using ovhost::MemoryFile;
 using ovhost::Picture;
 
 namespace {
@@ -66,34 +67,6 @@ bool Write(OIIO::ImageOutput& out, const std::string& name, const OIIO::ImageSpe
   return out.open(name, spec) && out.write_image(OIIO::TypeDesc::FLOAT, pixels) && out.close() &&
          !out.has_error();
 }
-
-/// A file in memory, for the TIFF writer: it reads back what it wrote, which the library's own buffers don't
-/// allow.
-class MemoryFile {
- public:
-  MemoryFile() : file_(memfd_create("picture", MFD_CLOEXEC)) {}
-  ~MemoryFile() {
-    if (file_ >= 0) close(file_);
-  }
-  MemoryFile(const MemoryFile&) = delete;
-  MemoryFile& operator=(const MemoryFile&) = delete;
-
-  std::string Name() const { return "/proc/self/fd/" + std::to_string(file_); }
-  bool ReadAll(std::vector<unsigned char>& bytes) const {
-    const off_t size = lseek(file_, 0, SEEK_END);
-    if (size < 0) return false;
-    bytes.resize(static_cast<size_t>(size));
-    for (size_t done = 0; done < bytes.size();) {
-      const ssize_t got = pread(file_, bytes.data() + done, bytes.size() - done, static_cast<off_t>(done));
-      if (got <= 0) return false;
-      done += static_cast<size_t>(got);
-    }
-    return true;
-  }
-
- private:
-  int file_;
-};
 
 bool Encode(EncodeJob& job) {
   const auto out = OIIO::ImageOutput::create(*job.path);
