@@ -33,9 +33,13 @@ class VariationScope {
   trSceneMaker& maker_;
 };
 
-/// "12", or where that would be a number without end, "1.2e+30".
-trString CandidatesText(double count) {
-  if (count < 9e18) return trCountText(static_cast<std::uint64_t>(count));
+/// How many places a grid has, also where that is a number without end.
+trString PlacesText(double nx, double nz) {
+  const double count = nx * nx * nz * nz;
+  if (count < 1e19) {
+    const auto x = static_cast<std::uint64_t>(nx), z = static_cast<std::uint64_t>(nz);
+    return trCountText(x * x * z * z);
+  }
   char text[32];
   std::snprintf(text, sizeof text, "%.3g", count);
   return text;
@@ -142,8 +146,9 @@ class Populator3::Populating {
     const double nx = CellsByBlock(node_.areaSize_.x, node_.spacing_.x),
                  nz = CellsByBlock(node_.areaSize_.y, node_.spacing_.y);
     if (!(nx * nx * nz * nz <= kMostCandidates)) {
-      trError(node_.Name() + " has " + CandidatesText(nx * nx * nz * nz) + " places for instances, and " +
-              CandidatesText(kMostCandidates) + " are the most. Population will not take place.");
+      trError(node_.Name() + " has " + PlacesText(nx, nz) + " places for instances, and " +
+              trCountText(static_cast<std::uint64_t>(kMostCandidates)) +
+              " are the most. Population will not take place.");
       return false;
     }
     layout_.grid = {static_cast<std::int64_t>(nx), static_cast<std::int64_t>(nz)};

@@ -348,7 +348,7 @@ TEST(Populator, RefusesWhatIsWrongInAWord) {
          f.Set("area_size_xz", tr2Vector(1e9, 1e9));
          f.Set("object_spacing", 1.0);
        },
-       "Rocks has 1 000 028 259 199 640 449 places for instances, and 2 147 483 647 are the most", 0},
+       "Rocks has 1 000 028 258 199 628 641 places for instances, and 2 147 483 647 are the most", 0},
       {[](Field& f) {
          f.Set("area_size_xz", tr2Vector(1e300, 1));
          f.Set("object_spacing", 1.0);

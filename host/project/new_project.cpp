@@ -69,8 +69,11 @@ bool AddPopulator(juProject& project) {
     std::string name = objectClass + " 01";
     name[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(name[0])));
     std::replace(name.begin(), name.end(), '_', ' ');
-    if (const trBase* object = AddNode(&project, objectClass.c_str(), name.c_str()))
+    if (trBase* object = AddNode(&project, objectClass.c_str(), name.c_str())) {
       populator->SetParam("object_maker", object->NameAndPath(), trWhoSystem);
+      trBase* const shader = AddNode(&project, "default_shader", "Stone");
+      if (shader) object->SetParam("surface_shader", shader->NameAndPath(), trWhoSystem);
+    }
   }
   const std::pair<const char*, trParamValue> settings[] = {
       {"area_centre", trVector(centre.x, 0, centre.z)},

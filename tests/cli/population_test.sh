@@ -8,7 +8,7 @@ expect 0 "$OV" render rocks.ovd -o rocks.png --dry-run
 prints "Populator 01: 10 000 copies, "
 prints "; budget "
 expect 0 "$OV" render rocks.ovd -o rocks.png --dry-run --json --memory 1G
-for field in '"copies": 10000' '"node": "/Populator 01"' '"budget": 1000000000' '"fits": true' '"path": "rocks.png"'; do
+for field in '"copies": 10000' '"node": "/Populator 01"' '"budget": 1073741824' '"fits": true' '"path": "rocks.png"'; do
   prints "$field"
 done
 expect 2 "$OV" render rocks.ovd -o rocks.png --json
@@ -33,7 +33,7 @@ for change in "object_spacing=0" "object_spacing=-1" "object_spacing=1e-300" "ar
 done
 expect 0 "$OV" render rocks.ovd -o rocks.png --width 32 --height 18 -s 1 --set "Populator 01.object_maker="
 shows "There is no object to populate with"
-expect 2 "$OV" check rocks.ovd --set "Populator 01.object_spacing=nan"
+expect 3 "$OV" check rocks.ovd --set "Populator 01.object_spacing=nan"
 
 # The same picture for any number of threads.
 for threads in 1 3; do
