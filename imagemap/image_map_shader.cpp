@@ -9,14 +9,14 @@ ImageMapShader::ImageMapShader() {
   Param(filename_, "image_filename", "", &fileHint_);
   DeclareProjection();
   DeclareColour();
-  DeclareDisplacement();
+  DeclareDisplacement(true);
   DeclareEffects();
   mask_.Declare(this, 1);
   Param(useOcio_, "use_ocio", 0);
   UpdateGammaEnabling();
 }
 
-void ImageMapShader::DeclareProjection() {
+void ImageMapShader::DeclareProjectionMenu() {
   SetMenu(projectionHint_, this,
           {{"Plan Y (edges = XZ)", kPlanY},
            {"Side X (edges = YZ)", kSideX},
@@ -25,6 +25,10 @@ void ImageMapShader::DeclareProjection() {
            {"Object UV (if available)", kObjectUV},
            {"Cylindrical", kCylindrical},
            {"Spherical", kSpherical}});
+}
+
+void ImageMapShader::DeclareProjection() {
+  DeclareProjectionMenu();
   GuiTab("Projection, Location", "projection_tab");
   Param(projection_, "projection_type", kPlanY, &projectionHint_);
   Param(camera_, "projection_camera", "");
@@ -57,7 +61,7 @@ void ImageMapShader::DeclareColour() {
   Param(offsetValue_, "RGB_offset_value", trVector()).Display("RGB offset");
 }
 
-void ImageMapShader::DeclareDisplacement() {
+void ImageMapShader::DeclareDisplacement(bool withParamBug) {
   GuiTab("Displacement", "displacement_tab");
   Param(applyDisplacement_, "apply_displacement", 0);
   Param(amplitude_, "displacement_amplitude", 1.0);
@@ -66,6 +70,7 @@ void ImageMapShader::DeclareDisplacement() {
   Param(dispToLinear_, "convert_disp_to_linear", 0);
   Param(dispIsLinear_, "disp_data_is_linear", 1);
   Param(dispGamma_, "disp_conversion_gamma", 2.2, &gammaHint_);
+  if (!withParamBug) return;
   Param(hasDispParamBug_, "has_disp_param_bug", 1)
       .Display("Use settings from Colour tab (compatible with old versions)");
 }

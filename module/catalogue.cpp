@@ -28,6 +28,7 @@
 #include "heightfield/heightfield_smooth_erode.h"
 #include "heightfield/size_operators.h"
 #include "heightfield/vertical_operators.h"
+#include "imagemap/geog_image_map_shader.h"
 #include "imagemap/image_map_shader.h"
 #include "objectio/lwo_writer.h"
 #include "objects/planet.h"
@@ -107,6 +108,8 @@ const Row kRows[] = {
     {"shader/utility", "tex_coords_from_XYZ", trCreateNode<TexCoordsFromXYZ>},
     {"shader/utility", "compute_normal", trCreateNode<ComputeNormal>},
     {"shader/utility", "compute_terrain", trCreateNode<ComputeTerrain>},
+    {"shader/colour", "geog_image_map_shader", trCreateNode<GeogImageMapShader>},
+    {"shader/displacement", "geog_image_map_shader", trCreateNode<GeogImageMapShader>},
     {"heightfield_operator", "heightfield_generate", trCreateNode<HeightfieldGenerate>},
     {"heightfield_operator", "heightfield_adjust_vertical", trCreateNode<HeightfieldAdjustVertical>},
     {"heightfield_operator", "heightfield_clip_vertical", trCreateNode<HeightfieldClipVertical>},
