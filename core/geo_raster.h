@@ -90,7 +90,7 @@ class OV_API trGeoRaster {
   /// Reads rows of a band (from 1), row 0 being the file's first, as they are stored. False with the problem.
   virtual bool ReadRows(int band, int row, int rows, double* out, trString& problem) = 0;
   /// From the file's coordinate system to degrees of longitude (x) and latitude (y) of its own datum, and
-  /// back; null where there is no such way.
+  /// back; null where there is no such way, or none is needed.
   virtual std::unique_ptr<trGeoTransformation> ToDegrees() const = 0;
   virtual std::unique_ptr<trGeoTransformation> FromDegrees() const = 0;
 

@@ -64,7 +64,6 @@ class GeogImageMapShader : public ImageMapShader {
   trGeoTransformation* WayOf(unsigned thread);
   const trPlanetGeography* Planet();
   bool FindOnPlanet(trShadingInterface& si, double& u, double& v);
-  double MiddleLongitude() const { return 0.5 * (corners_[3].y + corners_[2].y); }
 
   trIntHint loadMethodHint_, colourModeHint_;
   trDoubleHint alphaHint_;

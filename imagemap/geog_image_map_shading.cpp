@@ -38,9 +38,17 @@ bool GeogImageMapShader::FindOnPlanet(trShadingInterface& si, double& u, double&
   const trPlanetGeography* const planet = Planet();
   if (!planet) return false;
   const bool reprojects = loadMethod_ == kRasterLibrary && reproject_;
-  const double middle = reprojects ? 0.5 * (fileCorners_[0].y + fileCorners_[1].y) : MiddleLongitude();
+  const GeogTable& table = place_.table;
+  const double middle = !reprojects        ? 0.5 * (corners_[3].y + corners_[2].y)
+                        : !table.IsEmpty() ? table.MiddleLongitude()
+                                           : 0.5 * (fileCorners_[0].y + fileCorners_[1].y);
   const tr2Vector at = planet->LatLong(si.Pt(), middle);
-  if (reprojects) {
+  if (reprojects && !table.IsEmpty()) {
+    tr2Vector pixel;
+    if (!table.Find(at.x, at.y, pixel)) return false;
+    u = pixel.x / image_->width;
+    v = pixel.y / image_->height;
+  } else if (reprojects) {
     double x = at.y, y = at.x;
     if (place_.fromDegrees) {
       trGeoTransformation* const way = WayOf(si.Thread());

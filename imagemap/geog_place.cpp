@@ -58,6 +58,7 @@ GeogPlace FindGeogPlace(const trGeoRaster& raster) {
       toDegrees = raster.ToDegrees();
       place.fromDegrees = raster.FromDegrees();
     }
+    if (toDegrees && place.fromDegrees) place.table = GeogTable(info, *toDegrees, *place.fromDegrees);
     const double columns[] = {0, w, w, 0}, rows[] = {0, 0, h, h};
     GeogCorners corners = place.corners;
     for (std::size_t i = 0; i < 4; ++i) {

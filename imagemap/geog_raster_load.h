@@ -8,6 +8,7 @@
 #include "core/geo_raster.h"
 #include "core/image.h"
 #include "core/vector.h"
+#include "imagemap/geog_table.h"
 #include "imagemap/packed_nodata.h"
 
 /// Which band holds what, numbered from 1; 0 for none.
@@ -43,6 +44,7 @@ struct GeogPlace {
   bool hasInverse = false;
   double inverse[6] = {0, 1, 0, 0, 0, 1};
   std::unique_ptr<trGeoTransformation> fromDegrees;
+  GeogTable table;  ///< of the same way, to pixels; may be empty
 };
 GeogPlace FindGeogPlace(const trGeoRaster& raster);
 

@@ -186,12 +186,15 @@ std::unique_ptr<trGeoTransformation> GdalGeoRaster::Way(bool isToDegrees) const 
     const std::unique_ptr<OGRSpatialReference> degrees(reference_.CloneGeogCS());
     if (!degrees) return nullptr;
     degrees->SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
+    const double unit = degrees->GetAngularUnits() / kDegreesToRadians;
+    if (!(unit > 0)) return nullptr;
+    // Degrees from Greenwich are what is asked for.
+    if (reference_.IsGeographic() && std::fabs(unit - 1) < 1e-12 && degrees->GetPrimeMeridian() == 0)
+      return nullptr;
     std::unique_ptr<OGRCoordinateTransformation> way(
         isToDegrees ? OGRCreateCoordinateTransformation(&reference_, degrees.get())
                     : OGRCreateCoordinateTransformation(degrees.get(), &reference_));
     if (!way) return nullptr;
-    const double unit = degrees->GetAngularUnits() / kDegreesToRadians;
-    if (!(unit > 0)) return nullptr;
     return std::make_unique<GdalTransformation>(std::move(way), unit, degrees->GetPrimeMeridian(),
                                                 isToDegrees);
   } catch (const GdalGaveUp&) {
