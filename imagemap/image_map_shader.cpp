@@ -10,7 +10,7 @@ ImageMapShader::ImageMapShader() {
       .About("The image file. #### in its name is the frame's number, for sequences.");
   DeclareProjection();
   DeclareColour();
-  DeclareDisplacement();
+  DeclareDisplacement(true);
   DeclareEffects();
   mask_.Declare(this, 1);
   Param(useOcio_, "use_ocio", 0)
@@ -20,7 +20,7 @@ ImageMapShader::ImageMapShader() {
   UpdateGammaEnabling();
 }
 
-void ImageMapShader::DeclareProjection() {
+void ImageMapShader::DeclareProjectionMenu() {
   SetMenu(projectionHint_, this,
           {{"Plan Y (edges = XZ)", kPlanY},
            {"Side X (edges = YZ)", kSideX},
@@ -29,6 +29,10 @@ void ImageMapShader::DeclareProjection() {
            {"Object UV (if available)", kObjectUV},
            {"Cylindrical", kCylindrical},
            {"Spherical", kSpherical}});
+}
+
+void ImageMapShader::DeclareProjection() {
+  DeclareProjectionMenu();
   GuiTab("Projection, Location", "projection_tab");
   Param(projection_, "projection_type", kPlanY, &projectionHint_)
       .About(
@@ -81,7 +85,7 @@ void ImageMapShader::DeclareColour() {
       .About("What is added to red, green and blue.");
 }
 
-void ImageMapShader::DeclareDisplacement() {
+void ImageMapShader::DeclareDisplacement(bool withParamBug) {
   GuiTab("Displacement", "displacement_tab");
   Param(applyDisplacement_, "apply_displacement", 0)
       .About("Moves the surface along its normal by the image's brightness.");
@@ -94,6 +98,7 @@ void ImageMapShader::DeclareDisplacement() {
   Param(dispIsLinear_, "disp_data_is_linear", 1)
       .About("Says that the values are heights as they are. Turns the conversion off.");
   Param(dispGamma_, "disp_conversion_gamma", 2.2, &gammaHint_).About("Gamma of that conversion.");
+  if (!withParamBug) return;
   Param(hasDispParamBug_, "has_disp_param_bug", 1)
       .Display("Use settings from Colour tab (compatible with old versions)")
       .About(

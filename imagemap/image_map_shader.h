@@ -29,13 +29,16 @@ class ImageMapShader : public trSurfaceShader {
 
  protected:
   const trImage* Image() const { return image_.get(); }
+  /// For a class with a list of parameters of its own: nothing is declared.
+  struct Undeclared {};
+  explicit ImageMapShader(Undeclared) {}
 
- private:
   enum Projection : long { kPlanY, kSideX, kSideZ, kCamera, kObjectUV, kCylindrical, kSpherical };
 
   void DeclareProjection();
+  void DeclareProjectionMenu();
   void DeclareColour();
-  void DeclareDisplacement();
+  void DeclareDisplacement(bool withParamBug);
   void DeclareEffects();
   void KeepDisplacementAlike(long index);
   void OnProjectionChanged();
@@ -62,11 +65,11 @@ class ImageMapShader : public trSurfaceShader {
   const trBase* heldCamera_ = nullptr;
   trView cameraView_;
   bool hasCameraView_ = false;
-  unsigned char positionCentre_, positionLowerLeft_, lockAspect_;
+  unsigned char positionCentre_, positionLowerLeft_, lockAspect_ = 0;
   trVector position_;
   tr2Vector size_, projectionSize_{1, 1};
   trString sizeInfo_;
-  unsigned char flipX_, flipY_, repeatX_, repeatY_;
+  unsigned char flipX_, flipY_, repeatX_ = 0, repeatY_ = 0;
 
   // Colour
   unsigned char applyColour_, smooth_, unpremultiply_, toLinear_, isLinear_;

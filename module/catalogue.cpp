@@ -29,6 +29,7 @@
 #include "heightfield/heightfield_smooth_erode.h"
 #include "heightfield/size_operators.h"
 #include "heightfield/vertical_operators.h"
+#include "imagemap/geog_image_map_shader.h"
 #include "imagemap/image_map_shader.h"
 #include "objectio/error_writer.h"
 #include "objectio/fbx_writer.h"
@@ -137,6 +138,8 @@ const Row kRows[] = {
     {"shader/utility", "compute_normal", trCreateNode<ComputeNormal>},
     {"shader/utility", "compute_terrain", trCreateNode<ComputeTerrain>},
     {"hidden", "experiment_TEST", trCreateNode<AlpineFractalShader>},
+    {"shader/colour", "geog_image_map_shader", trCreateNode<GeogImageMapShader>},
+    {"shader/displacement", "geog_image_map_shader", trCreateNode<GeogImageMapShader>},
     {"heightfield_operator", "heightfield_generate", trCreateNode<HeightfieldGenerate>},
     {"heightfield_operator", "heightfield_adjust_vertical", trCreateNode<HeightfieldAdjustVertical>},
     {"heightfield_operator", "heightfield_clip_vertical", trCreateNode<HeightfieldClipVertical>},

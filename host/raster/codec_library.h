@@ -8,6 +8,7 @@ namespace ovhost {
 /// Its functions; null ones with the reason in `problem` where it can't be loaded. Thread-safe.
 struct RasterCodec {
   RasterOpener* open = nullptr;
+  GeoRasterOpener* openGeo = nullptr;
   GeoTiffWriter* writeGeoTiff = nullptr;
   std::string problem;
 };

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "core/geo_raster.h"
 #include "host/raster/raster_source.h"
 
 namespace ovhost {
@@ -11,6 +12,10 @@ namespace ovhost {
 /// Opens a band (from 1) of a file of any format that it knows; null with the problem told. The library's
 /// function `ovOpenRaster`. Thread-safe.
 using RasterOpener = RasterSource*(const std::string& path, int band, std::string& problem);
+
+/// Opens a file with all its bands and places; null with the problem told. The library's function
+/// `ovOpenGeoRaster`. Thread-safe.
+using GeoRasterOpener = trGeoRaster*(const std::string& path, bool& isFormatKnown, std::string& problem);
 
 /// A GeoTIFF to be written. Row 0 of `values` is the southern one.
 struct GeoTiffJob {

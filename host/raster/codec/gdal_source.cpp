@@ -17,6 +17,7 @@
 #include "core/api.h"
 #include "host/raster/codec/claims.h"
 #include "host/raster/codec/codec.h"
+#include "host/raster/codec/gdal_files.h"
 #include "host/raster/codec/gdal_scope.h"
 
 namespace ovhost {
@@ -63,29 +64,6 @@ constexpr HeightUnit kHeightUnits[] = {{"m", 1},
                                        {"mm", 0.001},
                                        {"millimetre", 0.001},
                                        {"millimeter", 0.001}};
-
-/// The file and the headers that may lie beside it: all that GDAL is told there is in the folder.
-CPLStringList FilesBeside(const std::filesystem::path& path) {
-  static constexpr const char* kSideFiles[] = {".hdr", ".prj", ".wld", ".tfw", ".tifw", ".pgw", ".pngw",
-                                               ".jgw", ".bpw", ".tgw", ".blw", ".bqw",  ".hgw"};
-  CPLStringList names;
-  names.AddString(path.filename().c_str());
-  const auto addIfThere = [&](std::filesystem::path beside) {
-    std::error_code error;
-    if (beside != path && std::filesystem::is_regular_file(beside, error))
-      names.AddString(beside.filename().c_str());
-  };
-  for (const std::string extension : kSideFiles) {
-    std::string upper = extension;
-    std::transform(upper.begin(), upper.end(), upper.begin(),
-                   [](unsigned char c) { return std::toupper(c); });
-    for (const std::string& e : {extension, upper}) {
-      addIfThere(std::filesystem::path(path).replace_extension(e));
-      addIfThere(std::filesystem::path(path).concat(e));
-    }
-  }
-  return names;
-}
 
 /// The way from a map projection to degrees, set up when it is used: few who open a file do.
 class ToLonLat {
