@@ -20,6 +20,7 @@
 #include "heightfield/heightfield_export_lwo.h"
 #include "heightfield/heightfield_from_shader.h"
 #include "heightfield/heightfield_generate.h"
+#include "heightfield/heightfield_make_river.h"
 #include "heightfield/heightfield_merge.h"
 #include "heightfield/heightfield_shader.h"
 #include "heightfield/heightfield_smooth_erode.h"
@@ -115,6 +116,7 @@ const Row kRows[] = {
     {"heightfield_operator", "heightfield_erode_v3", trCreateNode<HeightfieldErodeV3>},
     {"heightfield_operator", "heightfield_export_LWO", trCreateNode<HeightfieldExportLWO>},
     {"heightfield_operator", "heightfield_from_shader", trCreateNode<HeightfieldFromShader>},
+    {"hidden", "heightfield_make_river", trCreateNode<HeightfieldMakeRiver>},
     {"heightfield_operator", "heightfield_merge", trCreateNode<HeightfieldMerge>},
     {"heightfield_operator", "heightfield_resize", trCreateNode<HeightfieldResize>},
     {"heightfield_operator", "heightfield_smooth", trCreateNode<HeightfieldSmooth>},
