@@ -66,6 +66,7 @@ void AddPress(Program& program);
 void AddHeightfield(Program& program);
 void AddPaint(Program& program);
 void AddExport(Program& program);
+void AddImage(Program& program);
 void AddInfo(Program& program);
 void AddVersion(Program& program);
 void AddTest(Program& program);

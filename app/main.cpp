@@ -141,6 +141,7 @@ int main(int argc, char** argv) {
   AddPress(program);
   AddHeightfield(program);
   AddPaint(program);
+  AddImage(program);
   AddExport(program);
   AddInfo(program);
   AddVersion(program);

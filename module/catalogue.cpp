@@ -5,6 +5,7 @@
 #include "atmosphere/cloud_layer_v2.h"
 #include "atmosphere/cloud_layer_v3.h"
 #include "atmosphere/easy_cloud.h"
+#include "atmosphere/ovv_node_pack.h"
 #include "atmosphere/planet_atmosphere.h"
 #include "atmosphere/sky_paint.h"
 #include "atmosphere/sky_paint_solve.h"
@@ -46,6 +47,7 @@
 #include "surface/water_shader.h"
 #include "tools/demo_controls.h"
 #include "tools/get_object_vector.h"
+#include "tools/image_file_processor.h"
 #include "tools/note.h"
 
 namespace {
@@ -127,7 +129,9 @@ const Row kRows[] = {
     {"function/get", "get_object_vector", trCreateNode<GetInstanceVector>},
     {"function/rotate", "vortex_vector", trCreateNode<VortexVector>},
     {"hidden", "demo_controls", trCreateNode<DemoControls>},
+    {"tools", "image_file_processor", trCreateNode<ImageFileProcessor>},
     {"", "note", trCreateNode<Note>},
+    {"hidden", "ovv_node_pack", trCreateNode<OvvNodePackInOvd>},
 };
 
 }  // namespace
