@@ -28,6 +28,7 @@
 #include "heightfield/size_operators.h"
 #include "heightfield/vertical_operators.h"
 #include "imagemap/image_map_shader.h"
+#include "imagemap/mola_map_shader.h"
 #include "objectio/lwo_writer.h"
 #include "objects/planet.h"
 #include "objects/planet_surface_shader.h"
@@ -79,6 +80,7 @@ const Row kRows[] = {
     {"shader/displacement", "image_map_shader", trCreateNode<ImageMapShader>},
     {"shader/surface", "lambert_shader", trCreateNode<LambertShader>},
     {"shader/mix", "merge_shader", trCreateNode<MergeShader>},
+    {"shader/displacement", "MOLA_map_shader", trCreateNode<MOLAMapShader>},
     {"shader/atmosphere", "planet_atmosphere", trCreateNode<PlanetAtmosphere>},
     {"hidden", "planet_surface_shader", trCreateNode<PlanetSurfaceShader>},
     {"hidden", "power_fractal_shader_v2", trCreateNode<PowerFractalShaderV2>},
