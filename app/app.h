@@ -70,6 +70,7 @@ void AddHeightfield(Program& program);
 void AddPaint(Program& program);
 void AddExport(Program& program);
 void AddConvert(Program& program);
+void AddImage(Program& program);
 void AddInfo(Program& program);
 void AddVersion(Program& program);
 void AddTest(Program& program);

@@ -200,6 +200,7 @@ int main(int argc, char** argv) {
   AddPress(program);
   AddHeightfield(program);
   AddPaint(program);
+  AddImage(program);
   AddExport(program);
   AddConvert(program);
   AddInfo(program);

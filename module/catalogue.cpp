@@ -5,6 +5,7 @@
 #include "atmosphere/cloud_layer_v2.h"
 #include "atmosphere/cloud_layer_v3.h"
 #include "atmosphere/easy_cloud.h"
+#include "atmosphere/ovv_node_pack.h"
 #include "atmosphere/planet_atmosphere.h"
 #include "atmosphere/sky_paint.h"
 #include "atmosphere/sky_paint_solve.h"
@@ -24,6 +25,7 @@
 #include "heightfield/heightfield_export_lwo.h"
 #include "heightfield/heightfield_from_shader.h"
 #include "heightfield/heightfield_generate.h"
+#include "heightfield/heightfield_make_river.h"
 #include "heightfield/heightfield_merge.h"
 #include "heightfield/heightfield_shader.h"
 #include "heightfield/heightfield_smooth_erode.h"
@@ -33,6 +35,7 @@
 #include "imagemap/image_map_shader.h"
 #include "objectio/error_writer.h"
 #include "objectio/fbx_writer.h"
+#include "imagemap/mola_map_shader.h"
 #include "objectio/lwo_writer.h"
 #include "objectio/micro_exporter.h"
 #include "objectio/obj_writer.h"
@@ -65,6 +68,7 @@
 #include "tools/demo_controls.h"
 #include "tools/get_object_vector.h"
 #include "tools/live_value_display.h"
+#include "tools/image_file_processor.h"
 #include "tools/note.h"
 #include "tools/notifier.h"
 #include "tools/timed_trigger.h"
@@ -102,6 +106,7 @@ const Row kRows[] = {
     {"hidden", "magnet_shader", trCreateNode<MagnetShader>},
     {"shader/mix", "merge_shader", trCreateNode<MergeShader>},
     {"hidden", "multi_shader", trCreateNode<MultiShader>},
+    {"shader/displacement", "MOLA_map_shader", trCreateNode<MOLAMapShader>},
     {"shader/atmosphere", "planet_atmosphere", trCreateNode<PlanetAtmosphere>},
     {"hidden", "planet_surface_shader", trCreateNode<PlanetSurfaceShader>},
     {"hidden", "power_fractal_shader_v2", trCreateNode<PowerFractalShaderV2>},
@@ -149,6 +154,7 @@ const Row kRows[] = {
     {"heightfield_operator", "heightfield_erode_v3", trCreateNode<HeightfieldErodeV3>},
     {"heightfield_operator", "heightfield_export_LWO", trCreateNode<HeightfieldExportLWO>},
     {"heightfield_operator", "heightfield_from_shader", trCreateNode<HeightfieldFromShader>},
+    {"hidden", "heightfield_make_river", trCreateNode<HeightfieldMakeRiver>},
     {"heightfield_operator", "heightfield_merge", trCreateNode<HeightfieldMerge>},
     {"heightfield_operator", "heightfield_resize", trCreateNode<HeightfieldResize>},
     {"heightfield_operator", "heightfield_smooth", trCreateNode<HeightfieldSmooth>},
@@ -172,6 +178,7 @@ const Row kRows[] = {
     {"function/get", "get_object_vector", trCreateNode<GetInstanceVector>},
     {"function/rotate", "vortex_vector", trCreateNode<VortexVector>},
     {"hidden", "demo_controls", trCreateNode<DemoControls>},
+    {"tools", "image_file_processor", trCreateNode<ImageFileProcessor>},
     {"", "note", trCreateNode<Note>},
     {"micro_handler", "micro_exporter", trCreateNode<MicroExporter>},
     {"micro_handler", "lwo_micro_exporter", trCreateNode<LWOMicroExporter>},
@@ -182,6 +189,7 @@ const Row kRows[] = {
     {"hidden", "object_writer_obj", trCreateNode<ObjectWriterOBJ>},
     {"hidden", "object_writer_ovo", trCreateNode<ObjectWriterOVO>},
     {"hidden", "object_writer_fbx", trCreateNode<ObjectWriterFBX>},
+    {"hidden", "ovv_node_pack", trCreateNode<OvvNodePackInOvd>},
 };
 
 }  // namespace

@@ -1,27 +1,23 @@
 // Images from files by name and frame.
 #include "core/image.h"
+#include "core/image_process.h"
 #include "core/messages.h"
 #include "host/image/image_reader.h"
 
-namespace {
-
-/// The name with its last run of '#' replaced by the frame, padded with zeros to the run's length.
-trString NameOfFrame(const trString& path, int frame) {
+trString trFrameName(const trString& path, long frame) {
   const size_t last = path.find_last_of('#');
   if (last == trString::npos) return path;
   size_t first = last;
   while (first > 0 && path[first - 1] == '#') --first;
-  trString number = std::to_string(frame < 0 ? -static_cast<long>(frame) : frame);
+  trString number = std::to_string(frame < 0 ? -frame : frame);
   const size_t length = last - first + 1;
   if (number.size() < length) number.insert(0, length - number.size(), '0');
   return path.substr(0, first) + (frame < 0 ? "-" : "") + number + path.substr(last + 1);
 }
 
-}  // namespace
-
 int trImage::ReadFile(const trString& path, const int* frame) {
   Cleanup();
-  const trString name = NameOfFrame(path, frame ? *frame : 0);
+  const trString name = trFrameName(path, frame ? *frame : 0);
   std::string problem;
   ovhost::DecodedImage image = ovhost::ReadImageFile(name, problem);
   if (!image.pixels) {

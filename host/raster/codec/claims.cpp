@@ -17,7 +17,7 @@ constexpr double kSmall = 1 << 26;
 
 /// Formats of plain numbers, and of heights as text.
 constexpr std::string_view kPlain[] = {"ENVI", "EHdr",    "GenBin", "BT",    "GTX", "NTv2",
-                                       "DTED", "SRTMHGT", "GSBG",   "GS7BG", "PNM"};
+                                       "DTED", "SRTMHGT", "GSBG",   "GS7BG", "PNM", "PDS"};
 constexpr std::string_view kText[] = {"AAIGrid", "GRASSASCIIGrid", "GSAG", "ISG"};
 
 template <std::size_t kCount>

@@ -28,8 +28,9 @@ constexpr std::pair<const char*, void (*)()> kDrivers[] = {
     {"GSAG", GDALRegister_GSAG},       {"GSBG", GDALRegister_GSBG},
     {"GS7BG", GDALRegister_GS7BG},     {"XYZ", GDALRegister_XYZ},
     {"NTv2", GDALRegister_NTv2},       {"GTX", GDALRegister_GTX},
-    {"TGA", GDALRegister_TGA},         {"ENVI", GDALRegister_ENVI},
-    {"EHdr", GDALRegister_EHdr},       {"GenBin", GDALRegister_GenBin}};
+    {"PDS", GDALRegister_PDS},         {"TGA", GDALRegister_TGA},
+    {"ENVI", GDALRegister_ENVI},       {"EHdr", GDALRegister_EHdr},
+    {"GenBin", GDALRegister_GenBin}};
 
 /// Block cache: a few rows of tiles of a wide raster.
 constexpr GIntBig kCacheBytes = 96ll << 20;

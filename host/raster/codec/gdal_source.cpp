@@ -10,6 +10,7 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <fstream>
 #include <limits>
 #include <memory>
 #include <vector>
@@ -177,6 +178,8 @@ class GdalSource : public RasterSource {
 
  private:
   std::string SizeProblem(int bands) const;
+  std::string FindPdsBytes(std::uint64_t& bytes) const;
+  void MendPdsOffset();
   std::string FindAbsentBlocks();
   void ReadHeightFacts();
   template <typename Value>
@@ -221,6 +224,7 @@ bool GdalSource::ReadFacts(int band, std::string& problem) {
 
   info_.hasTransform = file_->GetGeoTransform(info_.transform) == CE_None;
   for (const double t : info_.transform) info_.hasTransform &= std::isfinite(t);
+  if (info_.hasTransform && info_.format == "PDS") MendPdsOffset();
   if (info_.hasTransform) ReadReference(file_->GetSpatialRef(), info_);
   ReadHeightFacts();
   return true;
@@ -238,10 +242,50 @@ std::string GdalSource::SizeProblem(int bands) const {
   claim.bands = bands;
   claim.fileBytes = std::filesystem::file_size(path, error);
   if (error) return error.message();
+  if (info_.format == "PDS") {
+    const std::string problem = FindPdsBytes(claim.fileBytes);
+    if (!problem.empty()) return problem;
+  }
   claim.bits = GDALGetDataTypeSizeBits(band_->GetRasterDataType());
   if (const char* bits = band_->GetMetadataItem("NBITS", "IMAGE_STRUCTURE"))
     claim.bits = static_cast<int>(std::clamp(Number(bits, 8), 1.0, 1.0 * claim.bits));
   return ClaimProblem(claim);
+}
+
+/// A label may name the file of its numbers, which must lie beside it: it could name any file there is.
+std::string GdalSource::FindPdsBytes(std::uint64_t& bytes) const {
+  namespace fs = std::filesystem;
+  std::error_code error;
+  const fs::path folder = fs::canonical(file_->GetDescription(), error).parent_path();
+  const CPLStringList files(file_->GetFileList());
+  for (int i = 0; i < files.size(); ++i) {
+    const fs::path path = fs::canonical(files[i], error);
+    if (error || path.parent_path() != folder || !fs::is_regular_file(path, error))
+      return "its label names a file that doesn't lie beside it";
+    bytes = std::max<std::uint64_t>(bytes, fs::file_size(path, error));
+  }
+  return {};
+}
+
+/// Labels count the offset of the projection's origin from the first pixel, or from the one before it. GDAL
+/// takes the first for granted; which of the two it is shows in the northernmost latitude that they tell.
+void GdalSource::MendPdsOffset() {
+  constexpr std::size_t kMostLabel = 1 << 16;
+  std::string label(kMostLabel, '\0');
+  std::ifstream in(file_->GetDescription(), std::ios::binary);
+  in.read(label.data(), static_cast<std::streamsize>(label.size()));
+  label.resize(static_cast<std::size_t>(std::max<std::streamsize>(in.gcount(), 0)));
+  const auto valueOf = [&label](const char* keyword) {
+    const std::size_t at = label.find(keyword), is = label.find('=', at);
+    return at == std::string::npos || is == std::string::npos ? 0.0 : Number(label.c_str() + is + 1, 0);
+  };
+  const double perDegree = valueOf("MAP_RESOLUTION"), northernmost = valueOf("MAXIMUM_LATITUDE");
+  double* const t = info_.transform;
+  if (!(perDegree > 0) || t[2] != 0 || t[4] != 0 || !(t[5] < 0)) return;
+  const double rowsTooFarNorth = -t[3] / t[5] - northernmost * perDegree;
+  if (std::fabs(rowsTooFarNorth - 1) > 0.1) return;
+  t[0] += t[1];
+  t[3] += t[5];
 }
 
 /// A file may leave blocks out. Of a large raster it mustn't leave out nearly all: it would claim gigabytes.
