@@ -38,7 +38,7 @@ struct Ground {
     mesh.material = &material;
     for (long i = 1; i < scene.NumTris(); i += 2) {
       const trTri &a = *scene.GetPTri(i), &b = *scene.GetPTri(i + 1);
-      for (const auto corner : {a.point[0], a.point[1], a.point[2], b.point[2]})
+      for (const auto corner : {a.point[0], b.point[2], a.point[2], a.point[1]})
         mesh.quadCorners.push_back(scene.GetPPoint(corner)->position);
     }
     settings.view.eye = {0, 3500, 0};

@@ -25,8 +25,9 @@ struct trTexVert {
   trVector uvw;
 };
 
-/// Three corners with the indices of what they have; 0 for no texture vertex or normal. A pair of consecutive
-/// triangles (a, b, c), (a, c, d) is a quad to the dicer.
+/// Three corners with the indices of what they have; 0 for no texture vertex or normal. The front of (a, b,
+/// c) is the side that (c - a) x (b - a) points to. A pair of consecutive triangles (a, b, c), (a, c, d) is a
+/// quad to the dicer.
 struct trTri {
   std::int32_t point[3] = {0, 0, 0};
   std::int32_t texVert[3] = {0, 0, 0};
@@ -160,6 +161,11 @@ class OV_API trScene {
   long AddMaterial(const trMaterial& material);
   long AddParticle(const trParticle& particle);
   long AddAtmosphere(trShader* shader);
+  /// Adds so many empty entries to each table, to be filled in before anything else is done with the scene:
+  /// entries of a table lie one after another. 0, and nothing is added, where they don't fit.
+  long Grow(long points, long normals, long texVerts, long tris);
+  /// Makes room for so many more, for who knows what is coming.
+  void Reserve(long points, long normals, long texVerts, long tris);
 
   // Reading
   long NumPts() const;
@@ -196,7 +202,8 @@ class OV_API trScene {
   long BeginGroup(const trString& name);
   long EndGroup();
 
-  // Primitives, as triangles. 0 is failure.
+  // Primitives, as triangles with their fronts outward. 0 is failure. A plane's front is the side that
+  // `edgeA` x `edgeB` points to, and a disc's that of its axes.
   long AddPolyPlane(const trVector& corner, const trVector& edgeA, const trVector& edgeB, bool bothSides,
                     long material);
   long AddPolyDisc(const trVector& centre, const trVector& axisA, const trVector& axisB, long sides,

@@ -3,6 +3,7 @@
 
 #include "core/scene.h"
 
-/// Splits every triangle in four, `levels` times over. What `node` reports may end it early, with what has
-/// been done. 0, with an error and the mesh as it was, where that would be too much.
+/// Splits every triangle in four, `levels` times over; all have texture vertices and normals. What `node`
+/// reports may end it early, with what has been done. 0, with an error and the mesh as it was, where that
+/// would be too much.
 long SubdivideMesh(trScene& scene, long levels, trBase& node);

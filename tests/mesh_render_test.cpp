@@ -51,9 +51,10 @@ TEST(MeshRender, StatesCarryNormalsTexturePointsAndTheObject) {
     trTri tri;
     tri.material = static_cast<std::int32_t>(scene.AddMaterial(material));
     for (int i = 0; i < 3; ++i) {
-      tri.point[i] = static_cast<std::int32_t>(scene.AddPoint({corners[i]}));
-      tri.normal[i] = static_cast<std::int32_t>(scene.AddNormal({{0.1 * i, 0.2, 1}}));
-      if (isMapped) tri.texVert[i] = static_cast<std::int32_t>(scene.AddTexVert({{i * 0.5, i * i * 1.0, 7}}));
+      const int k = (3 - i) % 3;  // the front is towards +z
+      tri.point[i] = static_cast<std::int32_t>(scene.AddPoint({corners[k]}));
+      tri.normal[i] = static_cast<std::int32_t>(scene.AddNormal({{0.1 * k, 0.2, 1}}));
+      if (isMapped) tri.texVert[i] = static_cast<std::int32_t>(scene.AddTexVert({{k * 0.5, k * k * 1.0, 7}}));
     }
     scene.AddTri(tri);
     return 1;

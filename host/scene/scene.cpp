@@ -136,6 +136,32 @@ long trScene::AddAtmosphere(trShader* shader) {
   return shader ? Append(tables_->Current().atmospheres, shader) : 0;
 }
 
+long trScene::Grow(long points, long normals, long texVerts, long tris) {
+  Tables& t = tables_->Current();
+  const auto fits = [](const auto& table, long more) {
+    return more >= 0 && static_cast<size_t>(more) <= kMaxTableSize - table.size();
+  };
+  if (!fits(t.points, points) || !fits(t.normals, normals) || !fits(t.texVerts, texVerts) ||
+      !fits(t.tris, tris))
+    return 0;
+  t.points.resize(t.points.size() + static_cast<size_t>(points));
+  t.normals.resize(t.normals.size() + static_cast<size_t>(normals));
+  t.texVerts.resize(t.texVerts.size() + static_cast<size_t>(texVerts));
+  t.tris.resize(t.tris.size() + static_cast<size_t>(tris));
+  return 1;
+}
+
+void trScene::Reserve(long points, long normals, long texVerts, long tris) {
+  Tables& t = tables_->Current();
+  const auto reserve = [](auto& table, long more) {
+    if (more > 0) table.reserve(std::min(table.size() + static_cast<size_t>(more), kMaxTableSize));
+  };
+  reserve(t.points, points);
+  reserve(t.normals, normals);
+  reserve(t.texVerts, texVerts);
+  reserve(t.tris, tris);
+}
+
 long trScene::NumPts() const { return static_cast<long>(tables_->Current().points.size()); }
 long trScene::NumNormals() const { return static_cast<long>(tables_->Current().normals.size()); }
 long trScene::NumTexVerts() const { return static_cast<long>(tables_->Current().texVerts.size()); }
