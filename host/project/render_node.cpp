@@ -66,7 +66,9 @@ trRenderNode::trRenderNode() {
   Param(denoise_, "denoise", 0).Display("Smooth what noise is left");
   GuiTab("Surface", "surface_tab");
   // Gets the diced surface of each frame, as detailed as the camera sees it.
-  Param(microExporter_, "micro_exporter", "").Display("Micro exporter");
+  Param(microExporter_, "micro_exporter", "")
+      .Display("Micro exporter")
+      .About("A node that gets the diced surface of each frame, such as one that writes it to a file.");
 }
 
 long trRenderNode::OnFirstCreate() {
