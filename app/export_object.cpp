@@ -63,7 +63,7 @@ void Print(const ObjectExport& options, const std::string& what, double points, 
 
 bool IsObjectFile(const std::string& path) { return ovhost::IsObjectPath(path); }
 
-int ExportObject(Program&, const Session&, trBase& node, const ObjectExport& options) {
+int ExportObject(trBase& node, const ObjectExport& options) {
   auto* const maker = dynamic_cast<trSceneMaker*>(&node);
   if (!maker) throw Failure{kFailed, node.NameAndPath() + ": is no object"};
   const ovhost::ErrorWatch errors;

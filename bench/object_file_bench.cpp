@@ -13,7 +13,7 @@
 #include "core/object_writer.h"
 #include "core/scene_maker.h"
 #include "host/node/class_pool.h"
-#include "host/node/module_loader.h"
+#include "host/node/node_data.h"
 
 namespace {
 

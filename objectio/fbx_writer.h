@@ -7,7 +7,10 @@
 /// shades them, the base colour and its image where that is a `default_shader`.
 class ObjectWriterFBX : public trObjectWriter {
  public:
-  ObjectWriterFBX() { Param(ascii_, "ascii", 0); }
+  ObjectWriterFBX() {
+    Param(ascii_, "ascii", 0)
+        .About("Writes the text form, larger and slower, for programs that don't read binary.");
+  }
   long WriteObject(trScene& scene, trBase* node, const trString& path) override;
 
  private:

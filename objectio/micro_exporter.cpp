@@ -8,8 +8,10 @@
 
 MicroExporter::MicroExporter(const char* label, const char* pattern) {
   fileHint_.AddFileFilter(label, pattern);
-  Param(filename_, "filename", "", &fileHint_);
-  Param(enable_, "enable", 1);
+  Param(filename_, "filename", "", &fileHint_)
+      .About(
+          "The file to write; its extension says the format, and a run of # stands for the frame's number.");
+  Param(enable_, "enable", 1).About("Turn it off to render without writing the surface.");
 }
 
 trString MicroExporter::Path() const {

@@ -11,26 +11,33 @@ long juObjectGeneratorOrReader::Make(trScene& scene, Context context) {
 
 void juObjectGeneratorOrReader::DeclareObjectTabs() {
   GuiTab("Transform", "transform_tab");
-  Param(translate_, "translate", trVector()).About("Position in the world, metres.");
-  Param(rotate_, "rotate", trVector()).About("Rotation about the axes, degrees.");
-  Param(scale_, "scale", scale_).About("Size along each axis; 1 is the size that the object is made with.");
+  Param(translate_, "translate", trVector())
+      .About("Where the object's origin stands in the world, in metres.");
+  Param(rotate_, "rotate", trVector()).About("Turns about the x, then the y, then the z axis, in degrees.");
+  Param(scale_, "scale", scale_)
+      .About("Size along each of the object's own axes; 1 leaves it as it was made.");
   GuiTab("Surface Shaders", "shaders_tab");
-  Param(surfaceShader_, "surface_shader", "").About("Network that colours and displaces the object.");
+  Param(surfaceShader_, "surface_shader", "")
+      .About(
+          "Colours and displaces the surface. Materials of a file that name a child shader have that one.");
   Param(doubleSided_, "double-sided_surface", doubleSided_)
-      .About("Shades both sides of the surface: for leaves and other thin sheets.");
+      .About(
+          "Shades backs like fronts. Turn it off for closed bodies of glass or water, which have an inside.");
   Param(useSmoothNormals_, "use_smooth_normals", useSmoothNormals_)
-      .About("Shades by the object's own normals in place of flat triangles.");
+      .About("Shades triangles with the normals of their corners. Turn it off to see flat facets.");
   Param(smoothsTerminator_, "smooth_polygons_at_terminator", smoothsTerminator_)
-      .About("Softens the edge of shade on coarse meshes, where triangles would show as steps.");
+      .About("Softens the edge of shade on coarse meshes, where it would follow the triangles' edges.");
   long declared;
   if (!FindParam(declared, "mesh_displacer"))
     Param(meshDisplacer_, "mesh_displacer", "")
-        .About("Shader that moves the object's points once, when it is made.");
+        .About(
+            "A shader that moves the mesh's own points once, before rendering; it adds no detail between "
+            "them.");
   GuiTab("Visibility", "visibility_tab");
   DeclareVisibilityParams(1, 1, 1, 0);
   DeclareAdvancedVisibilityParams();
   Param(populationMode_, "population_mode", populationMode_)
-      .About("Leaves the object itself out of the picture: it is there for populators to plant.");
+      .About("On where a populator shows the object: it isn't made at its own place then.");
 }
 
 trScene* juObjectGeneratorOrReader::BeginMesh(trScene& scene) {
@@ -65,8 +72,12 @@ long juObjectGenerator::GenerateOrRead(trScene& scene, Context context) {
 
 void juObjectReader::DeclareObjectReaderTabbedParams() {
   GuiTab("Object", "object_tab");
-  Param(sourceFile_, "filename", "", &filenameHint_).Display("Object file");
-  Param(reverse_, "reverse_triangles", reverse_).Display("Turn triangles round");
+  Param(sourceFile_, "filename", "", &filenameHint_)
+      .Display("Object file")
+      .About("The file that holds the mesh; a relative name counts from the project's folder.");
+  Param(reverse_, "reverse_triangles", reverse_)
+      .Display("Turn triangles round")
+      .About("Makes fronts of backs, for files whose triangles run the other way round.");
   DeclareObjectTabs();
 }
 
