@@ -5,14 +5,31 @@ CraterShader::CraterShader() {
   SetRange(lengthHint_, this, {.min = 0, .max = 1e6, .focusPower = 4});
   SetRange(tightnessHint_, this, {.min = 0, .max = 16, .focusPower = 2});
   Gui(trGuiBlockOpen);
-  Param(centre_, "center", trVector());
-  Param(diameter_, "diameter", 1000.0, &lengthHint_);
-  Param(depth_, "depth", 100.0, &lengthHint_);
-  Param(rimHeight_, "rim_height", 10.0, &lengthHint_);
-  Param(rimSkirt_, "rim_skirt", 1000.0, &lengthHint_);
-  Param(rimSoftness_, "rim_softness", 0.125);
-  Param(rimTightness_, "rim_tightness", 4.0, &tightnessHint_);
-  Param(rimShader_, "rim_shader", "");
+  Param(centre_, "center", trVector())
+      .About(
+          "Centre of the crater in texture space, metres. The height of it counts too, so put it on the "
+          "undisplaced ground.");
+  Param(diameter_, "diameter", 1000.0, &lengthHint_).About("Width of the bowl from rim to rim, metres.");
+  Param(depth_, "depth", 100.0, &lengthHint_)
+      .About("How far the middle of the bowl lies below the surroundings, metres.");
+  Param(rimHeight_, "rim_height", 10.0, &lengthHint_)
+      .About(
+          "Height of the rim before it is softened, metres. A soft rim is lower, or even sinks below the "
+          "ground.");
+  Param(rimSkirt_, "rim_skirt", 1000.0, &lengthHint_)
+      .About("How far the rim runs out into the surroundings, metres from the edge of the bowl.");
+  Param(rimSoftness_, "rim_softness", 0.125)
+      .About(
+          "Roundness of bowl and rim: 0 makes straight slopes and a sharp crest, larger values a gentle "
+          "one.");
+  Param(rimTightness_, "rim_tightness", 4.0, &tightnessHint_)
+      .About(
+          "How closely walls and skirt hug the rim: 0 spreads them evenly, large values leave a narrow wall "
+          "around a flat floor.");
+  Param(rimShader_, "rim_shader", "")
+      .About(
+          "A shader whose displacement grows towards the rim, for blocks and broken rock; it has no effect "
+          "in the middle and outside.");
   Gui(trGuiBlockClose);
 }
 

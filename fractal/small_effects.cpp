@@ -10,9 +10,14 @@ constexpr double kMillionth = 9.999999974752427e-07;
 }  // namespace
 
 TwistAndShearShader::TwistAndShearShader() {
-  Param(leanFactor_, "lean_factor", 1.0);
-  Param(leanDirection_, "lean_direction", trVector(1, 0, 0));
-  Param(baseAltitude_, "base_altitude", 0.0);
+  Param(leanFactor_, "lean_factor", 1.0)
+      .About("How far points lean for each metre of their height. Negative values lean the other way.");
+  Param(leanDirection_, "lean_direction", trVector(1, 0, 0))
+      .About("Direction of the lean in the world; its length doesn't matter.");
+  Param(baseAltitude_, "base_altitude", 0.0)
+      .About(
+          "Height above the undisplaced ground at which nothing moves, metres. What lies below leans "
+          "backwards.");
 }
 
 long TwistAndShearShader::Displace(trShadingInterface& si) {
@@ -28,9 +33,12 @@ long TwistAndShearShader::Displace(trShadingInterface& si) {
 }
 
 RedirectShader::RedirectShader() {
-  Param(shaders_[0], "X_shader", "");
-  Param(shaders_[1], "Y_shader", "");
-  Param(shaders_[2], "Z_shader", "");
+  Param(shaders_[0], "X_shader", "")
+      .About("A shader that displaces along the world's x axis (east), whatever the surface's normal.");
+  Param(shaders_[1], "Y_shader", "")
+      .About("A shader that displaces along the world's y axis (up), after the one for x.");
+  Param(shaders_[2], "Z_shader", "")
+      .About("A shader that displaces along the world's z axis (north), after the one for y.");
 }
 
 long RedirectShader::Displace(trShadingInterface& si) {
@@ -48,8 +56,11 @@ long RedirectShader::Displace(trShadingInterface& si) {
 }
 
 MagnetShader::MagnetShader() {
-  Param(position_, "position", trVector());
-  Param(radius_, "radius_of_influence", 1000.0);
+  Param(position_, "position", trVector()).About("Where points are drawn to, in the world, metres.");
+  Param(radius_, "radius_of_influence", 1000.0)
+      .About(
+          "Points up to this distance land on the position; those farther away are drawn less, by the square "
+          "of it. Metres.");
 }
 
 long MagnetShader::Displace(trShadingInterface& si) {
@@ -61,7 +72,9 @@ long MagnetShader::Displace(trShadingInterface& si) {
 }
 
 MultiShader::MultiShader() {
-  for (int i = 0; i < kShaders; ++i) Param(shaders_[i], ("shader_" + std::to_string(i + 1)).c_str(), "");
+  for (int i = 0; i < kShaders; ++i)
+    Param(shaders_[i], ("shader_" + std::to_string(i + 1)).c_str(), "")
+        .About("Displaces and shades the parts of an object whose material has this number.");
 }
 
 trShader* MultiShader::Chosen(trShadingInterface& si) const {
@@ -83,8 +96,10 @@ long MultiShader::Shade(trShadingInterface& si) {
 
 SmoothingFilterShader::SmoothingFilterShader() {
   SetRange(scaleHint_, this, {.max = 1000, .focusPower = 2});
-  Param(smoothingScale_, "smoothing_scale", 100.0, &scaleHint_);
-  Param(scaleModulator_, "scale_modulator", "");
+  Param(smoothingScale_, "smoothing_scale", 100.0, &scaleHint_)
+      .About("Size up to which details of what stands on the input are smoothed away, metres.");
+  Param(scaleModulator_, "scale_modulator", "")
+      .About("A shader whose value multiplies the smoothing scale at each point. 0 and less smooth nothing.");
 }
 
 double SmoothingFilterShader::Widened(trShadingInterface& si) const {

@@ -14,24 +14,54 @@ StrataAndOutcropsShaderV2::StrataAndOutcropsShaderV2() {
   SetRange(steepnessHint_, this, {.min = 0, .max = 4});
   SetRange(directionHint_, this, {.min = 0, .max = 360});
   SetRange(angleHint_, this, {.min = -90, .max = 90});
-  Param(altitude_, "hard_layer_altitude", 0.0, &altitudeHint_);
-  Param(depth_, "hard_layer_depth", 50.0, &lengthHint_);
-  Param(steepness_, "hard_layer_steepness", 1.0, &steepnessHint_);
-  Param(plateauBuildup_, "plateau_buildup", 0.5);
-  Param(spacing_, "hard_layer_spacing", 200.0, &lengthHint_);
-  Param(numOctaves_, "num_octaves", 8);
+  Param(altitude_, "hard_layer_altitude", 0.0, &altitudeHint_)
+      .About(
+          "Altitude of one hard layer above the undisplaced ground, metres. The others lie above and below "
+          "at the spacing.");
+  Param(depth_, "hard_layer_depth", 50.0, &lengthHint_)
+      .About(
+          "Thickness of a hard layer, metres: the height over which slopes become cliffs. At most the "
+          "spacing counts.");
+  Param(steepness_, "hard_layer_steepness", 1.0, &steepnessHint_)
+      .About(
+          "How much steeper the rock of a hard layer stands: 0 leaves slopes as they are, 4 makes cliffs.");
+  Param(plateauBuildup_, "plateau_buildup", 0.5)
+      .About(
+          "How much flat ground lies on top of a layer, in layer thicknesses. 0 leaves cliffs without "
+          "ledges.");
+  Param(spacing_, "hard_layer_spacing", 200.0, &lengthHint_)
+      .About("Distance from one hard layer to the next, metres.");
+  Param(numOctaves_, "num_octaves", 8)
+      .About(
+          "How many times finer layers are cut into the coarse ones, each half as thick. 1 leaves plain "
+          "terraces.");
   Gui(trGuiHiddenOpen);
-  Param(degreeFix_, "degree_fix", 0);
+  Param(degreeFix_, "degree_fix", 0)
+      .About(
+          "On: the tilt direction is in degrees. Off in projects that were made when it was taken for "
+          "radians.");
   Gui(trGuiHiddenClose);
-  Param(tiltDirection_, "strata_tilt_direction", 90.0, &directionHint_);
-  Param(tiltAngle_, "strata_tilt_angle", 0.0, &angleHint_);
+  Param(tiltDirection_, "strata_tilt_direction", 90.0, &directionHint_)
+      .About("Compass direction towards which the layers rise, degrees from north (+z) to east (+x).");
+  Param(tiltAngle_, "strata_tilt_angle", 0.0, &angleHint_)
+      .About("How far the layers are tilted, degrees. 90 and more count as none.");
 
-  Param(useMask_, "blend_by_shader", 0).Display("Mask by shader");
+  Param(useMask_, "blend_by_shader", 0)
+      .Display("Mask by shader")
+      .About(
+          "Lets the mask shader tell where layers are cut, and how steeply. On without a mask shader, "
+          "nothing is.");
   Gui(trGuiRowOpen);
   Gui(trGuiRowClose);
-  Param(maskShader_, "blending_shader", "").Display("Mask shader");
+  Param(maskShader_, "blending_shader", "")
+      .Display("Mask shader")
+      .About(
+          "The shader whose brightness is the mask: white cuts layers in full, black leaves the ground as it "
+          "is.");
   Gui(trGuiIndentOpen);
-  Param(invertMask_, "invert_blendshader", 0).Display("Invert mask");
+  Param(invertMask_, "invert_blendshader", 0)
+      .Display("Invert mask")
+      .About("Takes the mask the other way round: black cuts layers, white leaves the ground alone.");
   Gui(trGuiIndentClose);
   AddGuiAction({"blend_by_shader"}, {"blending_shader"}, 3);
   AddGuiAction({"blend_by_shader"}, {"invert_blendshader"}, 2);

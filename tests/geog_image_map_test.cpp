@@ -201,6 +201,62 @@ TEST(GeogImageMap, DegreesLieByTheirCorners) {
     }
 }
 
+/// A BMP of 24 bits with column and row in red and green, its upper row first for who reads it.
+std::string PutBmp(const std::string& path, int width, int height) {
+  const int stride = (width * 3 + 3) / 4 * 4;
+  std::string bytes = "BM";
+  const auto number = [&](int value, int size) {
+    for (int i = 0; i < size; ++i) bytes += static_cast<char>(value >> 8 * i);
+  };
+  for (const int value : {54 + stride * height, 0, 54, 40, width, height}) number(value, 4);
+  number(1, 2);
+  number(24, 2);
+  for (const int value : {0, stride * height, 0, 0, 0, 0}) number(value, 4);
+  for (int y = height - 1; y >= 0; --y) {
+    std::string row;
+    for (int x = 0; x < width; ++x) row += {7, static_cast<char>(y), static_cast<char>(x)};
+    row.resize(static_cast<size_t>(stride));
+    bytes += row;
+  }
+  Put(path, bytes);
+  return path;
+}
+
+TEST(GeogImageMap, WorldFilesTurnAndMirrorPictures) {
+  const RasterFolder folder;
+  // Degrees of longitude and latitude a column and a row, and the centre of the first pixel.
+  const struct {
+    double column[2], row[2], first[2];
+  } rows[] = {{{1, 0}, {0, -1}, {10, 40}},
+              {{1, 0.5}, {0.5, -1}, {10, 40}},
+              {{1, 0}, {0, 1}, {-3, 40}},
+              {{0, 2}, {2, 0}, {100, -10}}};
+  for (const auto& r : rows) {
+    const std::string path = PutBmp(folder / "turned.bmp", 5, 4);
+    std::string world;
+    for (const double number : {r.column[0], r.column[1], r.row[0], r.row[1], r.first[0], r.first[1]})
+      world += std::to_string(number) + "\n";
+    Put(folder / "turned.bpw", world);
+    MapRig rig;
+    rig.planet.SetParam("lat_long_at_apex", tr2Vector(30, 20), trWhoSystem);
+    rig.Set("image_filename", path);
+    rig.Set("reproject_on_the_fly", 1);
+    for (int y = 0; y < 4; ++y)
+      for (int x = 0; x < 5; ++x)
+        EXPECT_EQ(rig.ColourAt(r.first[1] + r.column[1] * x + r.row[1] * y,
+                               r.first[0] + r.column[0] * x + r.row[0] * y),
+                  (std::array<int, 3>{x, y, 7}))
+            << &r - rows << " " << x << " " << y;
+    // The corners' latitudes have the longitude in the place of the column.
+    const double x0 = r.first[0] - 0.5 * (r.column[0] + r.row[0]),
+                 y0 = r.first[1] - 0.5 * (r.column[1] + r.row[1]);
+    const double x = x0 + 5 * r.column[0] + 4 * r.row[0], y = y0 + r.column[1] * x + 4 * r.row[1];
+    if (std::fabs(y) > 90) continue;
+    EXPECT_NEAR(rig.Pair("SE_corner_lat_long").x, y, 1e-9);
+    EXPECT_NEAR(rig.Pair("SE_corner_lat_long").y, x, 1e-9);
+  }
+}
+
 TEST(GeogImageMap, CornersByHandAndByPosition) {
   const RasterFolder folder;
   MapRig rig;

@@ -10,17 +10,20 @@ long DiagnosticResetButton::OnPressed() {
 }
 
 void Diagnostic::DeclareTrigger(const char* fullRendersOnly, const char* onlyOnce) {
-  Param(fullRendersOnly_, fullRendersOnly, 1);
-  Param(onlyOnce_, onlyOnce, 0);
+  Param(fullRendersOnly_, fullRendersOnly, 1)
+      .About("Keeps quiet in previews, which evaluate shaders as well.");
+  Param(onlyOnce_, onlyOnce, 0)
+      .About("Reports once, at the first point that triggers, until the reset button is pressed.");
   Gui(trGuiButtonRowOpen);
   Gui(trGuiRowOpen);
   PushButton(resetButton_, "reset_button");
   Gui(trGuiButtonRowClose);
   inputsHeading_.Declare(this, "inputs_separator", "Inputs");
-  Param(trigger_, "trigger_input", "");
-  Param(colour_, "colour_input", "");
-  Param(scalar_, "scalar_input", "");
-  Param(vector_, "vector_input", "");
+  Param(trigger_, "trigger_input", "")
+      .About("The node reports wherever the value of this shader isn't 0. Without one it never does.");
+  Param(colour_, "colour_input", "").About("A shader whose colour is reported.");
+  Param(scalar_, "scalar_input", "").About("A shader whose value is reported as a number.");
+  Param(vector_, "vector_input", "").About("A shader whose value is reported as a vector.");
 }
 
 void Diagnostic::ReportWhereTriggered(trShadingInterface& si) {

@@ -5,15 +5,16 @@
 
 LiveValueDisplay::LiveValueDisplay() {
   DeclareTrigger("only_display_during_full_renders", "only_display_once");
-  Param(beep_, "beep", 0);
+  Param(beep_, "beep", 0).About("Rings the terminal's bell at each report. Many at once are heard as one.");
   const struct {
     trString& text;
-    const char *name, *label;
-  } fields[] = {{colour_, "colour_static", "Colour :"},
-                {scalar_, "scalar_static", "Scalar :"},
-                {vector_, "vector_static", "Vector :"}};
+    const char *name, *label, *about;
+  } fields[] = {
+      {colour_, "colour_static", "Colour :", "The colour where the node reported last. Shown only."},
+      {scalar_, "scalar_static", "Scalar :", "The number where the node reported last. Shown only."},
+      {vector_, "vector_static", "Vector :", "The vector where the node reported last. Shown only."}};
   for (const auto& field : fields) {
-    Param(field.text, field.name, "").Display(field.label).NotSaved();
+    Param(field.text, field.name, "").Display(field.label).NotSaved().About(field.about);
     SetParamGuiEnabled(field.name, false);
   }
 }

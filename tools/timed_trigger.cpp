@@ -17,7 +17,11 @@ std::int64_t Now() {
 }  // namespace
 
 TimedTrigger::TimedTrigger() : lastTime_(-2 * kLongestDelay) {
-  Param(delay_, "delay", 1.0).Display("Delay (seconds)");
+  Param(delay_, "delay", 1.0)
+      .Display("Delay (seconds)")
+      .About(
+          "Least time from one value of 1 to the next, seconds; in between the value is 0. 0 triggers "
+          "always.");
 }
 
 bool TimedTrigger::Triggers() {
