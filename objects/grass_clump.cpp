@@ -18,9 +18,14 @@ trVector InSinglePrecision(const trVector& p) { return trFVector(p); }
 GrassClump::GrassClump() {
   SetRange(diameterHint_, this, {.min = 0.0, .max = 10.0});
   GuiTab("Grass Clump", "grass_clump_tab");
-  Param(numberOfBlades_, "number_of_blades", 10000);
-  Param(clumpDiameter_, "clump_diameter", 10.0, &diameterHint_);
-  Param(bladeLength_, "blade_length", 0.1);
+  Param(numberOfBlades_, "number_of_blades", 10000)
+      .About("Blades of grass, a triangle each, 216 bytes. Fewer in more clumps vary more when populated.");
+  Param(clumpDiameter_, "clump_diameter", 10.0, &diameterHint_)
+      .About("Diameter of the clump in metres; blades stand denser in its middle.");
+  Param(bladeLength_, "blade_length", 0.1)
+      .About(
+          "Length in metres of the longest blade; the others are anything down to 0. Width follows the "
+          "length.");
   DeclareObjectGeneratorTabbedParams();
   SetParamGuiEnabled("smooth_polygons_at_terminator", false);
   SetParamShouldBeSaved("smooth_polygons_at_terminator", false);

@@ -14,19 +14,35 @@ Lake::Lake() : juSubSceneMaker("max_radius", "rotate", "centre") {
   SetRange(radiusHint_, this, {.max = 1e6, .focusPower = 4.0});
   SetRange(toleranceHint_, this, {.max = 2.0});
 
-  Param(handleInPreview_, "handle_in_preview", 1);
+  Param(handleInPreview_, "handle_in_preview", 1)
+      .About("Shows the handle that moves the lake in the preview.");
   DeclareVisibilityParams(1, 1, 0, 0);
   DeclareAdvancedVisibilityParams();
   GuiTab("Transform", "transform_tab");
-  Param(waterLevel_, "water_level", 1.0, &levelHint_);
-  Param(centre_, "centre", trVector(0, waterLevel_, 0)).Alias("center");
-  Param(maxRadius_, "max_radius", 100000.0, &radiusHint_);
-  Param(rotate_, "rotate", trVector());
+  Param(waterLevel_, "water_level", 1.0, &levelHint_)
+      .About(
+          "Altitude of the water above the planet's radius, in metres. Changing it moves the centre up or "
+          "down.");
+  Param(centre_, "centre", trVector(0, waterLevel_, 0))
+      .Alias("center")
+      .About(
+          "Middle of the lake's disc in the world, in metres. Changing it sets the water level from the "
+          "planet.");
+  Param(maxRadius_, "max_radius", 100000.0, &radiusHint_)
+      .About(
+          "Radius of the water in metres. Choose it so that the shore, and not the edge of the disc, ends "
+          "the lake.");
+  Param(rotate_, "rotate", trVector())
+      .About("Rotation in degrees, kept for motion files. The disc lies level whatever it is.");
   GuiTab("Planet", "planet_tab");
-  Param(planet_, "planet", "");
+  Param(planet_, "planet", "")
+      .About("The planet whose curve the water follows. Without one the lake is a flat disc.");
   GuiTab("Surface Shaders", "shaders_tab");
-  Param(surfaceShader_, "surface_shader", "");
-  Param(displacementTolerance_, "displacement_tolerance", 0.5, &toleranceHint_);
+  Param(surfaceShader_, "surface_shader", "").About("Shader of the water, as a rule a water shader.");
+  Param(displacementTolerance_, "displacement_tolerance", 0.5, &toleranceHint_)
+      .About(
+          "How much waves are expected to move the surface. Raise it where high waves are cut off; it costs "
+          "time.");
   GuiTab("Import", "import_tab");
   DeclareImportMotionFileParams(true);
 

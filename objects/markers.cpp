@@ -3,8 +3,10 @@
 
 BoundingBox::BoundingBox() {
   GuiTab("Box", "box_tab");
-  Param(boxCentre_, "box_centre", trVector());
-  Param(boxSize_, "box_size", trVector(1, 1, 1));
+  Param(boxCentre_, "box_centre", trVector())
+      .About("Middle of the box about the object's own origin, in metres.");
+  Param(boxSize_, "box_size", trVector(1, 1, 1))
+      .About("Lengths of the box's edges in metres, before the object's scale.");
   DeclareObjectGeneratorTabbedParams();
 }
 
@@ -25,12 +27,17 @@ Landmark::Landmark() {
            {"Teapot", kTeapot}});
   SetMenu(modeHint_, this, {{"Wireframe", 0}, {"Solid", 1}});
   styleHeading_.Declare(this, "style_separator", "Style");
-  Param(type_, "type", kFlag, &typeHint_);
-  Param(colour_, "colour", trManRgb(1.0f, 0.5f, 0.0f)).Alias("color");
-  Param(displayMode_, "display_mode", 1, &modeHint_);
+  Param(type_, "type", kFlag, &typeHint_)
+      .About(
+          "Shape of the mark in the preview. Flags, arrows, pyramids and teapots stand on their position.");
+  Param(colour_, "colour", trManRgb(1.0f, 0.5f, 0.0f))
+      .Alias("color")
+      .About("Colour of the mark in the preview. Renders don't show marks.");
+  Param(displayMode_, "display_mode", 1, &modeHint_)
+      .About("Whether the preview draws the mark as lines or as a solid.");
   locationHeading_.Declare(this, "location_separator", "Location");
-  Param(position_, "position", trVector());
-  Param(rotation_, "rotation", trVector());
+  Param(position_, "position", trVector()).About("Where the mark stands in the world, in metres.");
+  Param(rotation_, "rotation", trVector()).About("Rotation of the mark in degrees about x, then y, then z.");
 }
 
 trBoundingBox Landmark::BoundingBoxL() {

@@ -97,12 +97,22 @@ class BallFiller {
 
 PolySphere::PolySphere() {
   GuiTab("Sphere", "sphere_tab");
-  Param(divisionsX_, "divisions_x", 60);
-  Param(divisionsY_, "divisions_y", 30);
-  Param(generateUVs_, "generate_UVs", 1);
+  Param(divisionsX_, "divisions_x", 60)
+      .About("Triangles round the equator, at least 3. More give a rounder outline close by.");
+  Param(divisionsY_, "divisions_y", 30)
+      .About(
+          "Rows of triangles from pole to pole, at least 2. Half of the divisions round the equator keep "
+          "them square.");
+  Param(generateUVs_, "generate_UVs", 1)
+      .About(
+          "Gives the ball a map: u runs eastward from 0 to 1, v from the south pole to the north pole. Image "
+          "maps need it.");
   GuiTab("Mesh Modifiers", "mesh_tab");
-  Param(meshDisplacer_, "mesh_displacer", "");
-  Param(recalculateNormals_, "recalculate_normals", 1);
+  Param(meshDisplacer_, "mesh_displacer", "")
+      .About("Shader that moves the points of the mesh as it is made, once and for all cameras.");
+  Param(recalculateNormals_, "recalculate_normals", 1)
+      .About(
+          "Makes the normals anew after displacing. Off keeps those of the ball, which hides small bumps.");
   DeclareObjectGeneratorTabbedParams();
 }
 

@@ -77,8 +77,13 @@ long PrimitiveGeometryShader::Displace(trShadingInterface& si) {
 }
 
 CubeGeometryShader::CubeGeometryShader() {
-  Param(size_, "size", trVector(1, 1, 1));
-  Param(roundRadius_, "round_radius", trVector(0.1, 0.1, 0.1));
+  Param(size_, "size", trVector(1, 1, 1))
+      .About("Lengths of the box's edges in metres, before the object's scale.");
+  Param(roundRadius_, "round_radius", trVector(0.1, 0.1, 0.1))
+      .About("Radius of the rounded edges along each axis in metres; 0 is sharp, half a side all round.");
 }
 
-OctahedronGeometryShader::OctahedronGeometryShader() { Param(roundness_, "roundness", 0.2); }
+OctahedronGeometryShader::OctahedronGeometryShader() {
+  Param(roundness_, "roundness", 0.2)
+      .About("How far edges and corners are rounded, from 0, sharp, to 1, a ball that touches the faces.");
+}

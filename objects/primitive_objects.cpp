@@ -7,19 +7,25 @@ PrimitiveObject::PrimitiveObject(const char* geometryClass)
 PrimitiveObject::~PrimitiveObject() { trDestroyObject(geometry_); }
 
 void PrimitiveObject::DeclareHead() {
-  Param(showBox_, "show_b-box_in_preview", 1);
+  Param(showBox_, "show_b-box_in_preview", 1)
+      .About("Shows the object's box in the preview, with its handles.");
   DeclareVisibilityParams(1, 1, 1, 0);
   DeclareAdvancedVisibilityParams();
   GuiTab("Transform", "transform_tab");
-  Param(centre_, "centre", trVector()).Alias("center");
+  Param(centre_, "centre", trVector())
+      .Alias("center")
+      .About("Middle of the object in the world, in metres; (0, 0, 0) is the world's origin.");
 }
 
 void PrimitiveObject::DeclareTail() {
   GuiTab("Angular Position", "angular_position_tab");
   DeclareAngularPositionParams();
   GuiTab("Surface Shaders", "shaders_tab");
-  Param(surfaceShader_, "surface_shader", "Surface1");
-  Param(displacementTolerance_, "displacement_tolerance", 1.0);
+  Param(surfaceShader_, "surface_shader", "Surface1").About("Shader that colours and displaces the surface.");
+  Param(displacementTolerance_, "displacement_tolerance", 1.0)
+      .About(
+          "How much the surface shader is expected to move the surface. Raise it where high relief is cut "
+          "off.");
 }
 
 long PrimitiveObject::OnCreate() {
@@ -78,10 +84,15 @@ void PrimitiveObject::MoveHandleScaleT(const trVector& factor) {
 
 Cube::Cube() : PrimitiveObject("cube_geometry_shader") {
   DeclareHead();
-  Param(rotate_, "rotate", trVector());
-  Param(size_, "size", trVector(1, 1, 1));
-  Param(roundRadius_, "round_radius", 0.1);
-  Param(scale_, "scale", trVector(1, 1, 1));
+  Param(rotate_, "rotate", trVector())
+      .About("Rotation in degrees about x, then y, then z, round the middle.");
+  Param(size_, "size", trVector(1, 1, 1)).About("Lengths of the cube's edges in metres, before the scale.");
+  Param(roundRadius_, "round_radius", 0.1)
+      .About(
+          "Radius of the rounded edges in metres; 0 is sharp. At half of the shortest side nothing is left "
+          "flat across it.");
+  Param(scale_, "scale", trVector(1, 1, 1))
+      .About("Factors along the object's own axes, before the rotation.");
   DeclareTail();
 }
 
@@ -109,9 +120,12 @@ void Cube::PushShape(trBase& geometry) {
 
 Octahedron::Octahedron() : PrimitiveObject("octahedron_geometry_shader") {
   DeclareHead();
-  Param(rotate_, "rotate", trVector());
-  Param(scale_, "scale", trVector(1, 1, 1));
-  Param(roundness_, "roundness", 0.2);
+  Param(rotate_, "rotate", trVector())
+      .About("Rotation in degrees about x, then y, then z, round the middle.");
+  Param(scale_, "scale", trVector(1, 1, 1))
+      .About("Factors along the object's own axes, before the rotation.");
+  Param(roundness_, "roundness", 0.2)
+      .About("How far edges and corners are rounded, from 0, sharp, to 1, a ball that touches the faces.");
   DeclareTail();
   GuiTab("Import", "import_tab");
   DeclareImportMotionFileParams(true);

@@ -26,21 +26,40 @@ void SetHardRange(trIntHint& hint, trBase* owner, double min, double max) {
 
 void CutSolidGenerator::DeclareVariations() {
   SetHardRange(variationsHint_, this, 1, kMostVariations);
-  Param(uniqueVariations_, "unique_variations", 1, &variationsHint_).Display("Variation count");
-  Seed(seed_);
+  Param(uniqueVariations_, "unique_variations", 1, &variationsHint_)
+      .Display("Variation count")
+      .About(
+          "How many different solids a populator makes from this node, 1 to 100. More look less alike and "
+          "take more memory.");
+  Seed(seed_).About(
+      "Start of the random draws. Each variation adds its number, so that another seed gives another set of "
+      "solids.");
   PushButton(randomiseButton_, "randomise_button");
 }
 
 void CutSolidGenerator::DeclareCommonTabs() {
   GuiTab("Shattering", "shattering_tab");
-  Param(shatter_, "shatter", 0);
-  Param(shatterProbability_, "shatter_probability", 1.0);
-  Param(numberOfShatterPlanes_, "number_of_shatter_planes", 1);
-  Param(shatterSeparation_, "shatter_separation", 0.1);
+  Param(shatter_, "shatter", 0)
+      .About("Splits the solid by random planes into fragments that are moved apart.");
+  Param(shatterProbability_, "shatter_probability", 1.0)
+      .About("Share of the variations that shatter, from 0 for none to 1 for all.");
+  Param(numberOfShatterPlanes_, "number_of_shatter_planes", 1)
+      .About("How many planes split the solid, 1 to 10. Each doubles the number of fragments at most.");
+  Param(shatterSeparation_, "shatter_separation", 0.1)
+      .About("How far each plane moves its two halves apart, as a share of the solid's size.");
   GuiTab("Mesh Modifiers", "mesh_tab");
-  Param(subdivideMesh_, "subdivide_mesh", 0);
-  Param(subdivisionLevel_, "subdivision_level", 3);
-  Param(meshDisplacer_, "mesh_displacer", "");
+  Param(subdivideMesh_, "subdivide_mesh", 0)
+      .About(
+          "Splits every triangle in four, several times over, so that a displacer has points to move. The "
+          "shape stays.");
+  Param(subdivisionLevel_, "subdivision_level", 3)
+      .About(
+          "Rounds of subdivision; each takes four times the triangles and memory. 3 suits stones in view, 5 "
+          "a close one.");
+  Param(meshDisplacer_, "mesh_displacer", "")
+      .About(
+          "Shader that moves the points of the mesh as it is made, once and for all cameras. Subdivide the "
+          "mesh first.");
   DeclareObjectGeneratorTabbedParams();
   SetParamGuiEnabled("smooth_polygons_at_terminator", false);
   SetParamShouldBeSaved("smooth_polygons_at_terminator", false);
@@ -101,8 +120,10 @@ long CutSolidGenerator::GenerateMesh(trScene& scene, long materialIndex) {
 Rock::Rock() {
   SetHardRange(facesHint_, this, 10, 30);
   GuiTab("Rock", "rock_tab");
-  Param(numberOfFaces_, "number_of_faces", 20, &facesHint_);
-  Param(diameter_, "diameter", 1.0);
+  Param(numberOfFaces_, "number_of_faces", 20, &facesHint_)
+      .About("How many planes cut the rock out, 10 to 30. Few give slabs and spikes, many a rounder stone.");
+  Param(diameter_, "diameter", 1.0)
+      .About("Diameter in metres of the ball that all faces touch from outside; corners reach further out.");
   DeclareVariations();
   DeclareCommonTabs();
 }
