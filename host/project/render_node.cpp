@@ -65,10 +65,9 @@ trRenderNode::trRenderNode() {
   Param(softClip_, "soft_clip", 1).Display("Roll off highlights");
   Param(denoise_, "denoise", 0).Display("Smooth what noise is left");
   GuiTab("Surface", "surface_tab");
-  // Gets the diced surface of each frame, as detailed as the camera sees it.
   Param(microExporter_, "micro_exporter", "")
       .Display("Micro exporter")
-      .About("A node that gets the diced surface of each frame, such as one that writes it to a file.");
+      .About("Gets the diced surface of each frame, as detailed as the camera sees it.");
 }
 
 long trRenderNode::OnFirstCreate() {
