@@ -142,7 +142,7 @@ trRenderNode::trRenderNode() {
   GuiTab("Surface", "surface_tab");
   Param(microExporter_, "micro_exporter", "")
       .Display("Micro exporter")
-      .About("A node that gets the diced surface of each frame, such as one that writes it to a file.");
+      .About("Gets the diced surface of each frame, as detailed as the camera sees it.");
 }
 
 long trRenderNode::OnFirstCreate() {
