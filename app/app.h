@@ -56,6 +56,9 @@ struct Program {
   }
 };
 
+/// "ov 1.0 (module interface 40530)".
+std::string VersionText();
+
 void AddRender(Program& program);
 void AddCheck(Program& program);
 void AddNew(Program& program);

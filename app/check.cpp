@@ -5,6 +5,7 @@
 #include "app/app.h"
 #include "app/json.h"
 #include "app/project_options.h"
+#include "app/units.h"
 #include "core/messages.h"
 #include "host/base/log.h"
 #include "host/base/log_text.h"
@@ -18,6 +19,7 @@ namespace {
 
 struct Options {
   ProjectOptions project;
+  std::vector<std::string> paths;
   bool json = false;
 };
 
@@ -45,43 +47,57 @@ long CountNodes(const trBase& node) {
   return count;
 }
 
-/// Returns the number of nodes, or -1 where the project can't be read. What the reader warned of (unknown
-/// classes and attributes) counts as a fault.
-long Check(const Options& options, long& faults) {
+/// What was found in one file.
+struct Findings {
+  long nodes = 0, errors = 0, warnings = 0;
+  bool isFaulty = false;
+};
+
+/// What the reader warned of (unknown classes and attributes) counts as a fault; what is missing to make a
+/// picture doesn't.
+Findings Check(const ProjectOptions& project) {
+  Findings found;
+  const long errors = ovhost::NumErrors(), warnings = ovhost::NumWarnings();
   try {
-    const std::unique_ptr<Session> opened = OpenSession(options.project);
+    const std::unique_ptr<Session> opened = OpenSession(project);
     Session& session = *opened;
-    faults = ovhost::NumWarnings();
+    found.isFaulty = ovhost::NumWarnings() > warnings;
     ovhost::ReportBrokenLinks(&session.Project(), trError);
     ovhost::ReportShaderRings(&session.Project(), trError);
     ovhost::ReportHeightfieldRings(&session.Project());
     ovhost::ReportElevationFiles(&session.Project());
     CheckCompleteness(session);
-    faults += ovhost::NumErrors();
-    return CountNodes(session.Project());
+    found.nodes = CountNodes(session.Project());
   } catch (const ovhost::SessionError& error) {
     if (*error.what()) trError(error.what());
-    faults = 1;
-    return -1;
+    found.isFaulty = true;
   }
+  found.errors = ovhost::NumErrors() - errors;
+  found.warnings = ovhost::NumWarnings() - warnings;
+  found.isFaulty |= found.errors > 0;
+  return found;
 }
 
 int Run(Program&, const Options& options) {
-  Json messages = Json::array();
-  if (options.json) ovhost::SetLogSink(Collect, &messages);
-  long faults = 0;
-  const long nodes = Check(options, faults);
-  ovhost::SetLogSink(nullptr, nullptr);
-  if (options.json) {
-    const Json report = {
-        {"project", options.project.path}, {"nodes", std::max(nodes, 0L)}, {"messages", messages}};
-    std::fputs(JsonText(report).c_str(), stdout);
-  } else if (nodes >= 0) {
-    std::printf("%s: %ld nodes, %ld errors, %ld warnings\n",
-                ovhost::PrintableText(options.project.path).c_str(), nodes, ovhost::NumErrors(),
-                ovhost::NumWarnings());
+  Json reports = Json::array();
+  bool isAnyFaulty = false;
+  for (const std::string& path : options.paths) {
+    ProjectOptions project = options.project;
+    project.path = path;
+    Json messages = Json::array();
+    if (options.json) ovhost::SetLogSink(Collect, &messages);
+    const Findings found = Check(project);
+    ovhost::SetLogSink(nullptr, nullptr);
+    isAnyFaulty |= found.isFaulty;
+    reports.push_back(
+        {{"project", path}, {"nodes", found.nodes}, {"faulty", found.isFaulty}, {"messages", messages}});
+    if (!options.json)
+      std::printf("%s: %s, %s, %s: %s\n", ovhost::PrintableText(path).c_str(),
+                  Counted(found.nodes, "node").c_str(), Counted(found.errors, "error").c_str(),
+                  Counted(found.warnings, "warning").c_str(), found.isFaulty ? "faulty" : "sound");
   }
-  return faults > 0 ? kInvalidProject : kDone;
+  if (options.json) std::fputs(JsonText(options.paths.size() == 1 ? reports[0] : reports).c_str(), stdout);
+  return isAnyFaulty ? kInvalidProject : kDone;
 }
 
 }  // namespace
@@ -91,7 +107,8 @@ void AddCheck(Program& program) {
   CLI::App* command =
       program.Add("check", "Check a project: links, classes, graphs that feed themselves, what is missing",
                   "ov check scene.ovd", options, Run);
-  AddProjectOptions(*command, options->project);
+  command->add_option("projects", options->paths, "Project files (.ovd)")->required();
+  AddChangeOptions(*command, options->project);
   command->add_flag("--json", options->json, "Print JSON");
 }
 

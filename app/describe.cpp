@@ -5,6 +5,8 @@
 #include "app/app.h"
 #include "app/json.h"
 #include "core/random.h"
+#include "host/base/nearest_word.h"
+#include "host/node/class_pool.h"
 #include "host/session/class_sheet.h"
 #include "host/session/session.h"
 
@@ -78,11 +80,17 @@ Json ToJson(const SheetHint& hint) {
 Json ToJson(const SheetParam& param) {
   Json menu = Json::array();
   for (const SheetMenuItem& item : param.menu) menu.push_back({{"text", item.text}, {"value", item.value}});
-  return {{"name", param.name},           {"type", param.type},
-          {"default", param.defaultText}, {"value", param.value},
-          {"display_name", param.label},  {"saved", param.saved},
-          {"hidden", param.hidden},       {"tab", param.tab},
-          {"hint", ToJson(param.hint)},   {"menu", menu}};
+  return {{"name", param.name},
+          {"type", param.type},
+          {"default", param.defaultText},
+          {"value", param.value},
+          {"display_name", param.label},
+          {"description", param.about},
+          {"saved", param.saved},
+          {"hidden", param.hidden},
+          {"tab", param.tab},
+          {"hint", ToJson(param.hint)},
+          {"menu", menu}};
 }
 
 Json ToJson(const ClassSheet& sheet) {
@@ -101,7 +109,8 @@ Json ToJson(const ClassSheet& sheet) {
 
 // --- Text
 
-/// One line a parameter: the form that the catalogue in the documentation is kept in.
+/// One line a parameter, and one for what it does: the form that the catalogue in the documentation is kept
+/// in.
 std::string ToText(const SheetParam& param) {
   std::string line = "  " + param.name + " : " + param.type + " = " + DefaultOf(param);
   if (!param.isRandom && param.value != param.defaultText) line += " | value " + param.value;
@@ -114,7 +123,7 @@ std::string ToText(const SheetParam& param) {
   if (!param.menu.empty()) line += " | menu " + MenuOf(param);
   if (!param.saved) line += " | not saved";
   if (param.hidden) line += " | hidden";
-  return line + "\n";
+  return line + "\n" + (param.about.empty() ? "" : "      " + param.about + "\n");
 }
 
 std::string ToText(const ClassSheet& sheet) {
@@ -143,7 +152,7 @@ std::string ToMarkdown(const SheetParam& param) {
   if (!param.saved) notes += notes.empty() ? "not saved" : "; not saved";
   if (param.hidden) notes += notes.empty() ? "hidden" : "; hidden";
   return "| `" + param.name + "` | " + Escaped(param.label) + " | " + param.type + " | " +
-         Escaped(DefaultOf(param)) + " | " + Escaped(notes) + " |\n";
+         Escaped(DefaultOf(param)) + " | " + Escaped(notes) + " | " + Escaped(param.about) + " |\n";
 }
 
 std::string ToMarkdown(const ClassSheet& sheet) {
@@ -158,7 +167,9 @@ std::string ToMarkdown(const ClassSheet& sheet) {
       tab = param.tab;
       isOpen = true;
       if (!tab.empty()) out += "\n**" + Escaped(tab) + "**\n";
-      out += "\n| Parameter | Label | Type | Default | Range, menu |\n|---|---|---|---|---|\n";
+      out +=
+          "\n| Parameter | Label | Type | Default | Range, menu | What it does "
+          "|\n|---|---|---|---|---|---|\n";
     }
     out += ToMarkdown(param);
   }
@@ -176,6 +187,13 @@ constexpr const char* kMarkdownHead =
     "are those of a parameter that a project doesn't name. `ov describe --as-new CLASS` tells the values of "
     "a node made new.\n\n";
 
+std::string UnknownClass(const std::string& name) {
+  for (const ovhost::PlannedRow& row : ovhost::PlannedRows())
+    if (row.className == name) return "the class \"" + name + "\" is planned and not built yet";
+  const std::string meant = ovhost::DidYouMean(name, ovhost::AllClassNames());
+  return "there is no class \"" + name + "\"" + (meant.empty() ? "; `ov nodes` lists them" : meant);
+}
+
 int Run(Program& program, const Options& options) {
   const int code = ovhost::LoadModules() > 0 ? kFailed : kDone;
   // Drawn defaults are told apart by drawing twice: from a fixed seed, so that two draws are known to differ.
@@ -187,7 +205,7 @@ int Run(Program& program, const Options& options) {
   std::string text = options.markdown && options.all ? kMarkdownHead : "";
   for (const std::string& name : options.all ? ovhost::AllClassNames() : options.classes) {
     const std::optional<ClassSheet> sheet = ovhost::DescribeClass(name, options.asNew);
-    if (!sheet) throw Failure{kFailed, "there is no class \"" + name + "\"; `ov nodes` lists them"};
+    if (!sheet) throw Failure{kFailed, UnknownClass(name)};
     if (options.json)
       list.push_back(ToJson(*sheet));
     else if (options.markdown)

@@ -1,6 +1,7 @@
 // The program `ov`: reads the command line, runs the chosen subcommand, turns its end into an exit code.
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -11,7 +12,9 @@
 #include "app/signals.h"
 #include "core/random.h"
 #include "host/base/log.h"
+#include "host/base/log_text.h"
 #include "host/base/memory.h"
+#include "host/base/nearest_word.h"
 #include "host/base/parallel.h"
 #include "host/base/session_context.h"
 #include "host/session/session_error.h"
@@ -56,6 +59,54 @@ std::vector<std::string> Arguments(int argc, char** argv) {
     arguments.push_back(text);
   }
   return arguments;  // last first, as the parser wants it
+}
+
+std::vector<std::string> LongNames(const CLI::App& app) {
+  std::vector<std::string> names;
+  for (const CLI::Option* option : app.get_options())
+    for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+  return names;
+}
+
+/// What somebody may have meant whose command line can't be read: the first word that is no command, or the
+/// first option that neither the command nor the program has.
+std::string Meant(const CLI::App& cli, int argc, char** argv) {
+  const std::vector<CLI::App*> chosen = cli.get_subcommands();
+  std::vector<std::string> commands, options = LongNames(cli);
+  for (const CLI::App* command : cli.get_subcommands({})) commands.push_back(command->get_name());
+  if (!chosen.empty())
+    for (const std::string& name : LongNames(*chosen[0])) options.push_back(name);
+  for (int i = 1; i < argc; ++i) {
+    const std::string word = argv[i];
+    if (word == "--") break;
+    if (chosen.empty() && word.rfind('-', 0) != 0)
+      return "there is no command \"" + ovhost::PrintableText(word, 80) + "\"" +
+             ovhost::DidYouMean(word, commands);
+    const std::string name = word.substr(0, word.find('='));
+    if (name.rfind("--", 0) == 0 && std::find(options.begin(), options.end(), name) == options.end())
+      return "there is no option " + ovhost::PrintableText(name, 80) + ovhost::DidYouMean(name, options);
+  }
+  return "";
+}
+
+/// `ov help` and `ov help COMMAND`: the texts of --help.
+void AddHelp(Program& program) {
+  auto about = std::make_shared<std::string>();
+  CLI::App* command = program.Add<std::string>(
+      "help", "Tell about a command", "ov help render", about,
+      [](Program& program, const std::string& name) -> int {
+        const CLI::App* told = name.empty() ? &program.cli : nullptr;
+        std::vector<std::string> names;
+        for (const CLI::App* other : program.cli.get_subcommands({})) {
+          names.push_back(other->get_name());
+          if (other->get_name() == name) told = other;
+        }
+        if (!told)
+          throw Failure{kBadUsage, "there is no command \"" + name + "\"" + ovhost::DidYouMean(name, names)};
+        std::fputs(told->help().c_str(), stdout);
+        return kDone;
+      });
+  command->add_option("command", *about, "Name of the command");
 }
 
 int CodeOf(ovhost::SessionError::Kind kind) {
@@ -131,6 +182,7 @@ int main(int argc, char** argv) {
       "Example:\n  ov render scenes/first_light.ovd -o first_light.png\n\n`ov COMMAND --help` tells more.");
   program.cli.require_subcommand(1);
   program.cli.fallthrough();
+  program.cli.set_version_flag("--version", VersionText);
   AddCommonOptions(program);
   AddRender(program);
   AddCheck(program);
@@ -145,12 +197,17 @@ int main(int argc, char** argv) {
   AddInfo(program);
   AddVersion(program);
   AddTest(program);
+  AddHelp(program);
 
   try {
     program.cli.parse(Arguments(argc, argv));
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return program.cli.exit(error);
-    program.cli.exit(error);
+    const std::string meant = Meant(program.cli, argc, argv);
+    if (meant.empty())
+      program.cli.exit(error);
+    else
+      std::fprintf(stderr, "%s\nRun with --help for more information.\n", meant.c_str());
     return kBadUsage;
   }
 

@@ -6,6 +6,7 @@
 #include "app/project_options.h"
 #include "app/signals.h"
 #include "core/messages.h"
+#include "host/base/nearest_word.h"
 #include "host/node/node_data.h"
 #include "host/project/project_file.h"
 
@@ -20,13 +21,16 @@ struct Options {
 /// The button of that name or label.
 trGuiPushButton& FindButton(const trBase& node, const std::string& wanted) {
   std::string known;
+  std::vector<std::string> names;
   for (const trSheetItem& item : node.Data().sheet) {
     if (item.kind != trSheetItem::kButton || !item.button) continue;
     if (item.name == wanted || item.button->label == wanted) return *item.button;
     known += (known.empty() ? "" : ", ") + item.name;
+    names.push_back(item.name);
   }
   throw Failure{kFailed, node.NameAndPath() + ": there is no button \"" + wanted + "\"; " +
-                             (known.empty() ? "the node has none" : "there are " + known)};
+                             (known.empty() ? "the node has none" : "there are " + known) +
+                             ovhost::DidYouMean(wanted, names)};
 }
 
 int Run(Program& program, const Options& options) {

@@ -54,7 +54,10 @@ struct Job {
 
 std::vector<Job> PlanJobs(const Options& options, juProject& project) {
   std::vector<long> frames = {std::lround(project.GetCurrentFrame())};
-  if (!options.frames.empty()) frames = ovhost::ParseFrames(options.frames);
+  if (options.frames == "all")
+    frames = ovhost::ProjectFrames(project);
+  else if (!options.frames.empty())
+    frames = ovhost::ParseFrames(options.frames);
   if (frames.size() > 1 && !ovhost::HasFramePlace(options.output))
     throw Failure{kBadUsage,
                   options.output + ": several frames need a place for their number, such as out_####.png"};
@@ -98,7 +101,14 @@ void CheckRings(juProject& project) {
   throw Failure{kInvalidProject, ""};
 }
 
-/// A picture without what a missing module makes must not be taken for the real one.
+/// A picture without what a link was meant to lead to must not be taken for the real one.
+void CheckLinks(juProject& project, const Options& options) {
+  if (!options.allowMissing && ovhost::ReportBrokenLinks(&project, trError))
+    throw Failure{kInvalidProject,
+                  options.project.path + ": links lead nowhere; --allow-missing renders without"};
+}
+
+/// Nor one without what a missing module makes.
 void CheckClasses(const Session& session, const Options& options) {
   const std::vector<std::string> classes = session.MissingClasses();
   if (classes.empty() || options.allowMissing) return;
@@ -225,7 +235,7 @@ void Report(const Job& job, ovhost::RenderOutcome outcome, const ovhost::RenderS
                               ? ": the time limit ended the frame early; the same command goes on from here"
                               : ": the time limit ended the frame before its first picture"));
   if (outcome != ovhost::RenderOutcome::kDone && outcome != ovhost::RenderOutcome::kTimeLimit) return;
-  std::string text = job.path + ": " + std::to_string(statistics.samplesDone) + " samples a pixel in " +
+  std::string text = job.path + ": " + Counted(statistics.samplesDone, "sample") + " a pixel in " +
                      DurationText(statistics.seconds);
   if (statistics.peakBytes) text += ", " + std::to_string(statistics.peakBytes >> 20) + " MB";
   trPrintMessage(text);
@@ -318,6 +328,7 @@ int Run(Program& program, const Options& options) {
   CheckOutputs(jobs);
   CheckSize(jobs, RenderNode(options, session), options, settings);
   CheckClasses(session, options);
+  CheckLinks(project, options);
   CheckRings(project);
   if (options.dryRun) {
     const DryRun found = FindOut(program, jobs, project, settings);
@@ -382,7 +393,7 @@ void AddRender(Program& program) {
       ->add_option("-o,--output", options->output, "Picture file; #### or %04d stands for the frame number")
       ->required();
   command->add_option("-f,--frames", options->frames,
-                      "Frames, such as 1-10,20-40x5; the project's current one by default");
+                      "Frames, such as 1-10,20-40x5, or all; the project's current one by default");
   command->add_option("--render-node", options->renderNode,
                       "Name or path of the render node; the first by default");
   command->add_option("--camera", options->camera,
@@ -401,7 +412,9 @@ void AddRender(Program& program) {
       ->expected(4);
   command->add_option("--tile", options->tile, "Render only the i-th of n bands of rows: i/n");
   command->add_option("--layers", options->layers, "Further layers of an EXR, with commas between, or all")
-      ->delimiter(',');
+      ->delimiter(',')
+      ->expected(1)
+      ->take_all();
   command->add_option("--memory", options->memory,
                       "Memory budget, such as 4G; three quarters of what is free by default");
   command->add_option("--time", options->time,
@@ -422,7 +435,7 @@ void AddRender(Program& program) {
       ->check(CLI::IsMember({"auto", "never", "require"}))
       ->capture_default_str();
   command->add_flag("--allow-missing", options->allowMissing,
-                    "Render without the nodes whose classes no module has");
+                    "Render without the nodes whose classes no module has, and links that lead nowhere");
   auto* dryRun =
       command->add_flag("--dry-run", options->dryRun,
                         "Check everything, list the pictures, and tell what populations will take");

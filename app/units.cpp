@@ -59,6 +59,10 @@ Tile ParseTile(const std::string& text) {
   throw Failure{kBadUsage, "\"" + text + "\" is not a tile such as 2/4"};
 }
 
+std::string Counted(long count, const char* what) {
+  return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
 std::string DurationText(double seconds) {
   const long whole = seconds > 0 && seconds < 1e9 ? std::lround(seconds) : 0;
   char text[64];

@@ -18,6 +18,9 @@ struct Tile {
 /// A tile such as "2/4". Throws a Failure.
 Tile ParseTile(const std::string& text);
 
+/// "1 sample", "2 samples".
+std::string Counted(long count, const char* what);
+
 /// Seconds for people: "0.7 s", "15 s", "3 min 20 s", "2 h 05 min".
 std::string DurationText(double seconds);
 

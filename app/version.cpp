@@ -17,12 +17,16 @@ int Run(Program&, const Options& options) {
     const nlohmann::ordered_json versions = {{"version", OV_VERSION}, {"sdk_version", kOvSdkVersion}};
     std::puts(versions.dump().c_str());
   } else {
-    std::printf("ov %s (module interface %u)\n", OV_VERSION, kOvSdkVersion);
+    std::puts(VersionText().c_str());
   }
   return kDone;
 }
 
 }  // namespace
+
+std::string VersionText() {
+  return std::string("ov ") + OV_VERSION + " (module interface " + std::to_string(kOvSdkVersion) + ")";
+}
 
 void AddVersion(Program& program) {
   auto options = std::make_shared<Options>();

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <functional>
+#include <limits>
 #include <memory>
 #include <type_traits>
 #include <variant>
@@ -130,6 +131,9 @@ class OV_API trParamDecl {
   /// node sets along with it. A link says that of all that it leads to. Its changes leave surfaces where they
   /// are.
   trParamDecl& ColourOnly();
+  /// What it does, in what unit, and when to change it: a sentence or two for sheets and the node reference.
+  /// The text isn't copied: a literal.
+  trParamDecl& About(const char* text);
   long Index() const { return index_; }
 
  private:
@@ -294,13 +298,24 @@ extern OV_API trBase* const trWhoSystem;
 /// Whether a change comes from the user, by hand or through a tool.
 inline bool trIsUser(const trBase* who) { return who == trWhoUser || who == trWhoUserIndirect; }
 
+/// The number as T; what T can't hold becomes its nearest end, NaN 0.
+template <typename T>
+T trNumberAs(double number) {
+  if constexpr (std::is_integral_v<T>) {
+    if (!(number > static_cast<double>(std::numeric_limits<T>::min())))
+      return number < 0 ? std::numeric_limits<T>::min() : T{0};
+    if (number >= static_cast<double>(std::numeric_limits<T>::max())) return std::numeric_limits<T>::max();
+  }
+  return static_cast<T>(number);
+}
+
 template <typename Key, typename T>
 long trBase::GetParam(const Key& key, T& value, const trBase*) const {
   trParamValue stored(0L);
   if (!ReadParam(IndexOf(key), stored)) return 0;
   if constexpr (std::is_arithmetic_v<T>) {
     if (const long* number = std::get_if<long>(&stored.value)) return value = static_cast<T>(*number), 1;
-    if (const double* number = std::get_if<double>(&stored.value)) return value = static_cast<T>(*number), 1;
+    if (const double* number = std::get_if<double>(&stored.value)) return value = trNumberAs<T>(*number), 1;
   } else if (const T* same = std::get_if<T>(&stored.value)) {
     return value = *same, 1;
   }

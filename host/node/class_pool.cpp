@@ -9,6 +9,7 @@
 #include <map>
 #include <set>
 #include <sstream>
+#include <unordered_set>
 
 #include "host/base/library_folder.h"
 #include "host/base/plain_file.h"
@@ -77,6 +78,14 @@ void AddModules(const std::string& folder, bool isOurs, std::vector<ModuleFile>&
 }  // namespace
 
 const std::vector<CatalogueEntry>& Catalogue() { return Entries(); }
+
+std::vector<std::string> AllClassNames() {
+  std::vector<std::string> names;
+  std::unordered_set<std::string> seen;
+  for (const CatalogueEntry& entry : Entries())
+    if (seen.insert(entry.className).second) names.push_back(entry.className);
+  return names;
+}
 const std::vector<PlannedRow>& PlannedRows() { return Planned(); }
 
 const CatalogueEntry* FindClass(const std::string& className) {

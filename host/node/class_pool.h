@@ -21,6 +21,8 @@ struct CatalogueEntry {
 OV_API const std::vector<CatalogueEntry>& Catalogue();
 /// The first entry of a class, redirects followed; null if there is none.
 OV_API const CatalogueEntry* FindClass(const std::string& className);
+/// The names of all registered classes, each once, in registration order. Main thread only.
+OV_API std::vector<std::string> AllClassNames();
 /// Registers one of the host's own classes.
 OV_API void RegisterHostClass(const std::string& category, const std::string& className, trBase* (*create)(),
                               void (*destroy)(trBase*));

@@ -58,6 +58,11 @@ trParamDecl& trParamDecl::Alias(const char* oldName) {
   return *this;
 }
 
+trParamDecl& trParamDecl::About(const char* text) {
+  node_->Data().params[static_cast<size_t>(index_)].about = text;
+  return *this;
+}
+
 trParamDecl& trParamDecl::ColourOnly() {
   node_->Data().params[static_cast<size_t>(index_)].isColourOnly = true;
   return *this;

@@ -39,6 +39,7 @@ struct trParamInfo {
   trParamValue defaultValue{0L};
   std::string displayName;  ///< empty: made from the name
   std::string tabLabel;
+  const char* about = "";  ///< what it does, for people
   bool saved = true;
   bool hidden = false;
   bool guiEnabled = true;

@@ -31,23 +31,34 @@ std::string Joined(std::initializer_list<T> values) {
 
 bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
-/// Exactly `count` finite numbers with blanks between, and nothing else.
+const char* PastBlanks(const char* at, const char* end) {
+  while (at < end && IsBlank(*at)) ++at;
+  return at;
+}
+
+/// Exactly `count` finite numbers with blanks or a comma between, and nothing else.
 template <typename T>
 bool ReadNumbers(const std::string& text, T* out, int count) {
   const char* at = text.data();
   const char* const end = at + text.size();
   for (int i = 0; i < count; ++i) {
-    while (at < end && IsBlank(*at)) ++at;
+    at = PastBlanks(at, end);
+    if (i > 0 && at < end && *at == ',') at = PastBlanks(at + 1, end);
     if (at + 1 < end && *at == '+' && at[1] != '-') ++at;
     const auto [next, error] = std::from_chars(at, end, out[i]);
     if (error != std::errc()) return false;
     if constexpr (std::is_floating_point_v<T>)
       if (!std::isfinite(out[i])) return false;
-    if (next < end && !IsBlank(*next)) return false;
+    if (next < end && !IsBlank(*next) && *next != ',') return false;
     at = next;
   }
-  while (at < end && IsBlank(*at)) ++at;
-  return at == end;
+  return PastBlanks(at, end) == end;
+}
+
+std::string InSmallLetters(std::string text) {
+  for (char& c : text)
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  return text;
 }
 
 }  // namespace
@@ -113,6 +124,30 @@ bool TextToValue(const std::string& text, trParamType type, trParamValue& value)
       value = trParamValue(text);
       return true;
   }
+}
+
+const std::vector<trIntHint::MenuItem>* MenuOf(const trParamInfo& param) {
+  const auto* hint = param.type == trParamType::kInt ? dynamic_cast<const trIntHint*>(param.hint) : nullptr;
+  return hint && !hint->Menu().empty() ? &hint->Menu() : nullptr;
+}
+
+bool TextToValue(const std::string& text, const trParamInfo& param, trParamValue& value) {
+  if (TextToValue(text, param.type, value)) return true;
+  const auto* const menu = MenuOf(param);
+  if (!menu || text.empty()) return false;
+  const std::string wanted = InSmallLetters(text);
+  const trIntHint::MenuItem* begun = nullptr;
+  int numBegun = 0;
+  for (const trIntHint::MenuItem& item : *menu) {
+    const std::string entry = InSmallLetters(item.text);
+    if (entry == wanted) return value = trParamValue(item.value), true;
+    if (entry.rfind(wanted, 0) != 0) continue;
+    begun = &item;
+    ++numBegun;
+  }
+  if (numBegun != 1) return false;
+  value = trParamValue(begun->value);
+  return true;
 }
 
 std::string DefaultText(const trParamInfo& param) {

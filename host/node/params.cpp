@@ -6,6 +6,7 @@
 #include <limits>
 #include <unordered_set>
 
+#include "host/base/nearest_word.h"
 #include "host/node/node_data.h"
 
 namespace {
@@ -248,10 +249,20 @@ long trBase::SetParamFromString(long index, const trString& value, trBase* who) 
   if (index < 0 || index >= NumParams()) return 0;
   const trParamInfo& param = data_->params[index];
   trParamValue parsed(0L);
-  if (ovhost::TextToValue(value, param.type, parsed)) return SetParam(index, parsed, who);
+  if (ovhost::TextToValue(value, param, parsed)) return SetParam(index, parsed, who);
   const trScopedErrorsWarningsContext context(this, &param.name);
   const std::string shown = value.size() > 80 ? value.substr(0, 80) + "..." : value;
-  trError("'" + shown + "' is not a value of type " + ovhost::TypeName(param.type));
+  std::string text = "'" + shown + "' is not a value of type " + ovhost::TypeName(param.type);
+  if (const auto* const menu = ovhost::MenuOf(param)) {
+    std::vector<std::string> entries;
+    text += "; there are";
+    for (const trIntHint::MenuItem& item : *menu) {
+      text += (entries.empty() ? " " : ", ") + std::to_string(item.value) + " " + item.text;
+      entries.push_back(item.text);
+    }
+    text += ovhost::DidYouMean(value, entries);
+  }
+  trError(text);
   return 0;
 }
 

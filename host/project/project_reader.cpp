@@ -11,6 +11,7 @@
 
 #include "core/xml.h"
 #include "host/base/log.h"
+#include "host/base/nearest_word.h"
 #include "host/base/plain_file.h"
 #include "host/base/session_context.h"
 #include "host/node/class_pool.h"
@@ -228,7 +229,7 @@ class Reader {
       const trScopedErrorsWarningsContext context(parent);
       trWarning(Place(Line()) + "the class '" + Shortened(className) +
                 (isProject ? "' can't be inside another node" : "' is unknown") +
-                "; its node is kept as it is");
+                "; its node is kept as it is" + (isProject ? "" : DidYouMean(className, AllClassNames())));
       stack_.push_back({Element::kUnknown, parent, at});
       return;
     }
@@ -438,10 +439,13 @@ class Reader {
     trBase* const node = pending.node;
     std::vector<Attribute> unknown;
     SetTogether(*node, [&] { unknown = SetValues(node, std::move(pending.values)); });
+    if (unknown.empty()) return;
     const trScopedErrorsWarningsContext context(node);
+    std::vector<std::string> names;
+    for (const trParamInfo& param : node->Data().params) names.push_back(param.name);
     for (const Attribute& value : unknown) {
       trWarning(Place(value.line) + "the attribute '" + Shortened(value.name) +
-                "' is unknown and is kept as it is");
+                "' is unknown and is kept as it is" + DidYouMean(value.name, names));
       node->Data().unknownAttributes.push_back({value.name, value.value});
     }
   }

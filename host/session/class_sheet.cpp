@@ -49,6 +49,7 @@ SheetParam Described(const trBase& node, long index) {
   param.type = TypeName(info.type);
   param.label = DisplayName(info);
   param.tab = info.tabLabel;
+  param.about = info.about;
   param.defaultText = DefaultText(info);
   const_cast<trBase&>(node).GetStringFromParam(index, param.value, trWhoSystem);
   param.saved = info.saved;
@@ -108,14 +109,6 @@ std::optional<ClassSheet> DescribeClass(const std::string& className, bool asNew
     if (item.kind == trSheetItem::kButton)
       sheet.buttons.push_back({item.name, item.button ? item.button->label : ""});
   return sheet;
-}
-
-std::vector<std::string> AllClassNames() {
-  std::vector<std::string> names;
-  for (const CatalogueEntry& entry : Catalogue())
-    if (std::find(names.begin(), names.end(), entry.className) == names.end())
-      names.push_back(entry.className);
-  return names;
 }
 
 }  // namespace ovhost

@@ -22,6 +22,7 @@ struct SheetHint {
 
 struct SheetParam {
   std::string name, type, label, tab;
+  std::string about;               ///< what it does, in a sentence or two
   std::string defaultText, value;  ///< in the project file's spelling
   bool isRandom = false;           ///< the default is drawn afresh for each node
   bool saved = true, hidden = false;
@@ -45,8 +46,5 @@ struct ClassSheet {
 /// with `asNew` those of a node made new (after its OnFirstCreate). Empty for an unknown class. Main thread
 /// only.
 OV_API std::optional<ClassSheet> DescribeClass(const std::string& className, bool asNew);
-
-/// The names of all registered classes, each once, in registration order.
-OV_API std::vector<std::string> AllClassNames();
 
 }  // namespace ovhost

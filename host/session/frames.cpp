@@ -3,10 +3,12 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <set>
 
+#include "core/project.h"
 #include "host/session/session_error.h"
 
 namespace ovhost {
@@ -23,14 +25,21 @@ bool TakeNumber(const char*& at, const char* end, long& value) {
   return true;
 }
 
-/// One item, FIRST, FIRST-LAST or FIRST-LASTxSTEP, onto `frames`.
+std::string Trimmed(const std::string& text) {
+  const size_t begin = text.find_first_not_of(" \t");
+  return begin == std::string::npos ? "" : text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
+}
+
+/// One item, FIRST, FIRST-LAST or FIRST-LASTxSTEP, onto `frames`; ".." does for the dash.
 bool AddFrames(const std::string& item, std::vector<long>& frames) {
   const char* at = item.data();
   const char* const end = at + item.size();
   long first = 0, last = 0, step = 1;
   if (!TakeNumber(at, end, first)) return false;
   last = first;
-  if (at < end && *at == '-' && !TakeNumber(++at, end, last)) return false;
+  const bool isDotted = end - at >= 2 && at[0] == '.' && at[1] == '.';
+  if (isDotted) ++at;
+  if (at < end && (isDotted || *at == '-') && !TakeNumber(++at, end, last)) return false;
   if (at < end && *at == 'x' && (!TakeNumber(++at, end, step) || step < 1)) return false;
   if (at != end || static_cast<size_t>(std::abs(last - first) / step) >= kMaxFrames - frames.size())
     return false;
@@ -75,13 +84,26 @@ std::vector<long> ParseFrames(const std::string& text) {
   std::vector<long> frames;
   for (size_t begin = 0; begin <= text.size();) {
     const size_t end = std::min(text.find(',', begin), text.size());
-    if (!AddFrames(text.substr(begin, end - begin), frames))
+    if (!AddFrames(Trimmed(text.substr(begin, end - begin)), frames))
       throw SessionError(SessionError::kBadRequest,
                          "\"" + text + "\" is not a list of frames such as 1-10,20-40x5");
     begin = end + 1;
   }
   std::set<long> seen;
   std::erase_if(frames, [&seen](long frame) { return !seen.insert(frame).second; });
+  return frames;
+}
+
+std::vector<long> ProjectFrames(const juProject& project) {
+  double first = 0, last = 0;
+  project.GetParam("start_frame", first);
+  project.GetParam("end_frame", last);
+  if (!(first <= last && std::abs(first) <= kMaxFrame && last - first < kMaxFrames))
+    throw SessionError(SessionError::kBadRequest,
+                       "the project's frames, " + std::to_string(std::lround(first)) + " to " +
+                           std::to_string(std::lround(last)) + ", are none or over a million");
+  std::vector<long> frames;
+  for (long frame = std::lround(first); frame <= last; ++frame) frames.push_back(frame);
   return frames;
 }
 

@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "core/messages.h"
+#include "host/base/nearest_word.h"
 #include "host/node/class_pool.h"
 #include "host/node/node_data.h"
 #include "host/project/project_file.h"
@@ -19,6 +20,39 @@ bool Halve(const std::string& text, size_t place, std::string& left, std::string
   left = text.substr(0, place);
   right = text.substr(place + 1);
   return true;
+}
+
+std::vector<std::string> NamesOfNodes(juProject& project) {
+  std::vector<std::string> names;
+  for (const trBase* node : AllNodes(&project)) names.push_back(node->Name());
+  return names;
+}
+
+std::vector<std::string> NamesOfParams(const trBase& node) {
+  std::vector<std::string> names;
+  for (const trParamInfo& param : node.Data().params) names.push_back(param.name);
+  return names;
+}
+
+/// Some parameters take no value outside their range from a user. Throws a SessionError that tells the range.
+void CheckLimits(const trBase& node, long index, const std::string& text) {
+  const trParamInfo& param = node.Data().params[static_cast<size_t>(index)];
+  trParamValue value(0L);
+  if (!param.hint || !param.hint->Has("do_range") || param.hint->Value("do_range") == 0 ||
+      !TextToValue(text, param, value))
+    return;
+  double number;
+  if (const long* whole = std::get_if<long>(&value.value))
+    number = static_cast<double>(*whole);
+  else if (const double* real = std::get_if<double>(&value.value))
+    number = *real;
+  else
+    return;
+  const double low = param.hint->Value("min_value"), high = param.hint->Value("max_value");
+  if (number >= low && number <= high) return;
+  throw SessionError(SessionError::kFailed, node.NameAndPath() + ": " + param.name + ": " + text +
+                                                " is not between " + ValueToText(trParamValue(low)) +
+                                                " and " + ValueToText(trParamValue(high)));
 }
 
 }  // namespace
@@ -48,6 +82,7 @@ Session::~Session() {
 }
 
 trBase& Session::Find(const std::string& path) const {
+  if (path == "/") return *project_;
   if (trBase* node = project_->NodeByPath(path)) return *node;
   // A bare name may stand anywhere in the tree, as long as it stands there once.
   trBase* found = nullptr;
@@ -58,7 +93,9 @@ trBase& Session::Find(const std::string& path) const {
                                                     found->NameAndPath() + ", " + node->NameAndPath());
     found = node;
   }
-  if (!found) throw SessionError(SessionError::kFailed, "the project has no node \"" + path + "\"");
+  if (!found)
+    throw SessionError(SessionError::kFailed, "the project has no node \"" + path + "\"" +
+                                                  DidYouMean(path, NamesOfNodes(*project_)));
   return *found;
 }
 
@@ -72,12 +109,18 @@ void Session::Assign(const std::string& target, const std::string& value) const 
   const trString nameText = name;
   const trScopedErrorsWarningsContext context(&node, &nameText);
   const ToldErrors told;
-  if (node.SetParamFromString(name.c_str(), value, trWhoUserIndirect)) return;
+  const long index = FindParamByAnyName(node, name);
+  if (index >= 0) CheckLimits(node, index, value);
+  if (node.SetParamFromString(name.c_str(), value, trWhoUserIndirect)) {
+    // What is said now holds on every frame.
+    if (index >= 0) node.Data().params[static_cast<size_t>(index)].curves.clear();
+    return;
+  }
   std::string text;
   if (!told.Any())
-    text = node.NameAndPath() + (FindParamByAnyName(node, name) >= 0
-                                     ? ": " + name + ": \"" + value + "\" is no value of it"
-                                     : ": there is no parameter \"" + name + "\"");
+    text = node.NameAndPath() +
+           (index >= 0 ? ": " + name + ": \"" + value + "\" is no value of it"
+                       : ": there is no parameter \"" + name + "\"" + DidYouMean(name, NamesOfParams(node)));
   throw SessionError(SessionError::kFailed, text);
 }
 
