@@ -14,15 +14,18 @@ bool IsFinite(const InstanceRecord& record) {
                      [](float x) { return std::isfinite(x); });
 }
 
+/// The box about the eight moved corners. Sums never fall where a term grows, so each side is that of the
+/// corner with the least, or the greatest, terms.
 void SetBox(InstanceRecord& record, const trMatrix4x4<double>& matrix, const trBoundingBox& box) {
-  trBoundingBox moved;
-  if (box.IsEmpty()) moved.Union(matrix.Translation());
-  for (int corner = 0; corner < 8 && !box.IsEmpty(); ++corner)
-    moved.Union(matrix.Point({corner & 1 ? box.max.x : box.min.x, corner & 2 ? box.max.y : box.min.y,
-                              corner & 4 ? box.max.z : box.min.z}));
   for (int i = 0; i < 3; ++i) {
-    record.boxA[i] = static_cast<float>(moved.min[i]);
-    record.boxB[i] = static_cast<float>(moved.max[i]);
+    double lower = 0, upper = 0;
+    for (int j = 0; j < 3 && !box.IsEmpty(); ++j) {
+      const double a = matrix.m[i][j] * box.min[j], b = matrix.m[i][j] * box.max[j];
+      lower += std::min(a, b);
+      upper += std::max(a, b);
+    }
+    record.boxA[i] = static_cast<float>(lower + matrix.m[i][3]);
+    record.boxB[i] = static_cast<float>(upper + matrix.m[i][3]);
   }
 }
 
@@ -54,7 +57,14 @@ trMatrix4x4<double> InstanceMatrix(const trVector& place, double scale, float tu
       m.m[i][2] = b[i] * scale;
     }
   }
-  return m * trRotateY(turn).forward;
+  // Times a rotation about Y, which leaves the second and the last column.
+  const double c = std::cos(static_cast<double>(turn)), sine = std::sin(static_cast<double>(turn));
+  for (int i = 0; i < 3; ++i) {
+    const double x = m.m[i][0], z = m.m[i][2];
+    m.m[i][0] = x * c - z * sine;
+    m.m[i][2] = x * sine + z * c;
+  }
+  return m;
 }
 
 bool BoxVisibility(const trView& view, const float lower[3], const float upper[3]) {

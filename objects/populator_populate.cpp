@@ -107,6 +107,9 @@ class Populator3::Populating {
   /// The scenes of the object's variations, each made once.
   bool MakeVariations() {
     trSceneMaker* const object = node_.ObjectMaker();
+    // Its copies would be one inside of the other, and the camera inside of them all.
+    if (object && object->IsTrue("is_planet"))
+      return Fail(object->Name() + " is a planet, and planets can't be populated with.");
     if (!object) trWarning("There is no object to populate with: the instances are empty.");
     const long count = object && object->SupportsVariations() ? std::max(1L, object->NumVariations()) : 1;
     node_.SetParam("unique_variations", count, &node_);

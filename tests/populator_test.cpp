@@ -356,6 +356,8 @@ TEST(Populator, RefusesWhatIsWrongInAWord) {
        "places for instances, and 2 147 483 647", 0},
       {[](Field& f) { f.Set("use_density_shader", 1); }, "uses a density shader, and none is linked", 0},
       {[](Field& f) { f.Set("object_maker", "Rocks"); }, "leads back to the populator itself", 0},
+      {[](Field& f) { f.Set("object_maker", f.project.CreateChild("planet")->NameAndPath()); },
+       "is a planet, and planets can't be populated with", 0},
       {[](Field& f) { f.prisms.failsAt = 3; }, "", 0},
       {[](Field& f) { f.Set("object_maker", ""); }, "There is no object to populate with", 1},
       {[](Field& f) {

@@ -24,7 +24,7 @@ shows "That doesn't fit."
 
 # No more than one message, and no picture, of what makes no sense.
 for change in "object_spacing=0" "object_spacing=-1" "object_spacing=1e-300" "area_size_xz=1e9 1e9" \
-  "area_size_xz=1e300 1" "object_maker=/Populator 01" "use_density_shader=1"; do
+  "area_size_xz=1e300 1" "object_maker=/Populator 01" "object_maker=/Planet 01" "use_density_shader=1"; do
   code=0
   "$OV" render rocks.ovd -o rocks.png --width 32 --height 18 -s 1 --set "Populator 01.$change" >out 2>err || code=$?
   case $code in 1 | 5) ;; *) fail "exit code $code with $change" ;; esac
