@@ -27,9 +27,10 @@ v 4 2 0
 vt 0 0
 vt 1 0
 vt 1 1
+vn 0 12 8
 usemtl bark
-f 4/1 3/2 6/3
-f 4/1 6/3 5/2
+f 4/1/1 3/2/1 6/3/1
+f 4/1/1 6/3/1 5/2/1
 usemtl leaf
 f 1/1 2/2 3/3
 f 1/1 3/3 4/2
@@ -131,6 +132,12 @@ for file in wedge.fbx wedge.lwo wedge.ply text.fbx; do
     }
     END { if (volume < 11.999 || volume > 12.001) { print "volume " volume; exit 1 } }' outside.obj >report ||
     fail "$file: $(cat report)"
+  case $file in *.fbx)
+    # The slope's own normal, and one made for the bottom, which has none.
+    for normal in '0 0.83205[0-9]* 0.5547' '-*0 -1 -*0'; do
+      grep -q "^vn *$normal" outside.obj || fail "$file: no normal $normal among $(grep '^vn' outside.obj)"
+    done ;;
+  esac
 done
 expect 0 assimp info wedge.fbx
 prints "bark"
