@@ -4,16 +4,22 @@
 #include "core/idioms.h"
 
 void Vortex::Declare(trBase* node) {
-  node->Param(centre_, "centre", trVector()).About("Middle of the swirl, metres.");
+  node->Param(centre_, "centre", trVector())
+      .About("Point on the axis of the swirl, metres; what lies there stays in its place.");
   node->Param(radius_, "radius", 1000.0)
-      .About("Distance from the middle at which half of the turns are left, metres.");
-  node->Param(vorticity_, "vorticity", 1.0).About("Turns at the middle. There are fewer further out.");
-  node->Param(reverseDirection_, "reverse_direction", 0).About("Turns the other way.");
+      .About(
+          "Distance from the axis, metres, at which the turn has fallen to half of what it is in the "
+          "middle.");
+  node->Param(vorticity_, "vorticity", 1.0)
+      .About("Whole turns that the middle makes. Above 1 the swirl winds itself into a spiral.");
+  node->Param(reverseDirection_, "reverse_direction", 0)
+      .About("Turns the other way round, as storms of the other hemisphere do.");
   node->Gui(trGuiGapLarge);
   node->Gui(trGuiRadioOpen);
-  node->Param(xAxis_, "x_axis", 0).About("The swirl goes round the x axis.");
-  node->Param(yAxis_, "y_axis", 1).About("The swirl goes round the y axis, flat on the ground.");
-  node->Param(zAxis_, "z_axis", 0).About("The swirl goes round the z axis.");
+  node->Param(xAxis_, "x_axis", 0).About("The swirl's axis lies along x; one of the three axes is on.");
+  node->Param(yAxis_, "y_axis", 1)
+      .About("The swirl's axis stands along y, which is the vertical near the origin.");
+  node->Param(zAxis_, "z_axis", 0).About("The swirl's axis lies along z; one of the three axes is on.");
   node->Gui(trGuiRadioClose);
   node->AddGuiAction({"x_axis"}, {"y_axis", "z_axis"}, 1);
   node->AddGuiAction({"y_axis"}, {"z_axis", "x_axis"}, 1);
@@ -68,8 +74,10 @@ void VortexWarpShader::MoveHandlePositionT(const trVector& delta) {
 }
 
 VortexVector::VortexVector() {
-  Param(input_, "input", "");
-  Param(constant_, "constant", trVector());
+  Param(input_, "input", "")
+      .About("Function whose vector is turned, such as a position. Without one the constant is.");
+  Param(constant_, "constant", trVector())
+      .About("The vector that is turned where nothing is linked to the input.");
   vortex_.Declare(this);
 }
 

@@ -19,31 +19,53 @@ HeightfieldMakeRiver::HeightfieldMakeRiver() {
   SetRange(fallHint_, this, {.min = 0.0, .max = 100.0, .focusPower = 2.0});
 
   GuiTab("Course", "course_tab");
-  Param(sourceChoice_, "source_choice", kHighGround, &choiceHint_);
-  Param(numberOfSources_, "number_of_sources", 1, &countHint_);
+  Param(sourceChoice_, "source_choice", kHighGround, &choiceHint_)
+      .About(
+          "Whether sources are looked for on high ground, the seed saying which, or are at the places "
+          "given.");
+  Param(numberOfSources_, "number_of_sources", 1, &countHint_)
+      .About("How many rivers spring, 1 to 4. Where they meet they go on as one.");
   for (int i = 0; i < kPlacesMost; ++i)
     Param(source_[i], ("source_" + std::to_string(i + 1)).c_str(), tr2Vector())
-        .Display(("Source " + std::to_string(i + 1) + ", metres from the south-west corner").c_str());
-  Param(endAtSea_, "end_at_sea", 0);
+        .Display(("Source " + std::to_string(i + 1) + ", metres from the south-west corner").c_str())
+        .About(
+            "Where a river springs, metres from the raster's south-west corner, if sources are at places.");
+  Param(endAtSea_, "end_at_sea", 0)
+      .About("Lets rivers end where they reach the sea level, rather than at the border alone.");
   Gui(trGuiIndentOpen);
-  Param(seaLevel_, "sea_level", 0.0, &altitudeHint_);
+  Param(seaLevel_, "sea_level", 0.0, &altitudeHint_)
+      .About("Height of the sea, metres: water that has got down there is at its end.");
   Gui(trGuiIndentClose);
   AddGuiAction({"end_at_sea"}, {"sea_level"}, 2);
   Gui(trGuiGap);
-  Seed(seed_);
+  Seed(seed_).About("Chooses the sources on high ground and the bends. Any number will do.");
   PushButton(randomiseButton_, "randomise_button");
-  Param(meandering_, "meandering", 0.3, &shareHint_);
-  Param(meanderScale_, "meander_scale", 400.0, &metresHint_);
+  Param(meandering_, "meandering", 0.3, &shareHint_)
+      .About("How strongly the course winds, 0 to 1. At 0 it takes the ground's own way down.");
+  Param(meanderScale_, "meander_scale", 400.0, &metresHint_)
+      .About("Length of a bend, metres. Rivers have bends of about ten times their width.");
   Gui(trGuiRule);
   GuiTab("Channel", "channel_tab");
-  Param(riverWidth_, "river_width", 30.0, &metresHint_);
-  Param(riverDepth_, "river_depth", 4.0, &metresHint_);
-  Param(bankSlope_, "bank_slope", 30.0, &angleHint_);
-  Param(bedSmoothing_, "bed_smoothing", 200.0, &metresHint_);
-  Param(minimumFall_, "minimum_fall", 1.0, &fallHint_).Display("Minimum fall in metres per kilometre");
-  Param(maximumCut_, "maximum_cut", 40.0, &metresHint_);
+  Param(riverWidth_, "river_width", 30.0, &metresHint_)
+      .About("Width of the water at the mouth, metres. Upstream it shrinks with what drains there.");
+  Param(riverDepth_, "river_depth", 4.0, &metresHint_)
+      .About("Depth of the bed below its banks at the mouth, metres; less upstream.");
+  Param(bankSlope_, "bank_slope", 30.0, &angleHint_)
+      .About("Angle of the banks, degrees: shallow for sand, steep for rock.");
+  Param(bedSmoothing_, "bed_smoothing", 200.0, &metresHint_)
+      .About("Metres of course over which the bed's fall is evened out. Less leaves rapids.");
+  Param(minimumFall_, "minimum_fall", 1.0, &fallHint_)
+      .Display("Minimum fall in metres per kilometre")
+      .About("The bed falls at least so many metres in a kilometre.");
+  Param(maximumCut_, "maximum_cut", 40.0, &metresHint_)
+      .About(
+          "Depth below the ground, metres, to which the river cuts at most. Hollows that would need more are "
+          "filled.");
   Gui(trGuiGap);
-  Param(resultMode_, "result_mode", kGround, &resultHint_);
+  Param(resultMode_, "result_mode", kGround, &resultHint_)
+      .About(
+          "Whether the raster is the ground with its rivers, or a mask that is 1 in the water and 0 "
+          "elsewhere.");
   UpdateDerived();
 }
 

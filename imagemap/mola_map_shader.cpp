@@ -96,12 +96,19 @@ MOLAMapShader::MOLAMapShader() {
   SetRange(multiplierHint_, this, {.min = -10.0, .max = 10.0});
   SetRange(offsetHint_, this, {.min = -1e5, .max = 1e5, .focusPower = 4.0});
 
-  Param(filename_, "filename", "", &fileHint_).Display("File, or folder of files");
-  Param(downSample_, "down-sample", 1, &shrinkHint_).Display("Down-sample by");
+  Param(filename_, "filename", "", &fileHint_)
+      .Display("File, or folder of files")
+      .About("A labelled grid of elevations (.lbl), or a folder of them that cover the globe together.");
+  Param(downSample_, "down-sample", 1, &shrinkHint_)
+      .Display("Down-sample by")
+      .About("Takes every so many points of the files: less memory, less detail.");
   Gui(trGuiGap);
-  Param(interpolation_, "interpolation", GlobeGrid::kCubic, &interpolationHint_);
-  Param(displacementMultiplier_, "displacement_multiplier", 1.0, &multiplierHint_);
-  Param(displacementOffset_, "displacement_offset", 0.0, &offsetHint_);
+  Param(interpolation_, "interpolation", GlobeGrid::kCubic, &interpolationHint_)
+      .About("How heights between grid points are found. Cubic is smooth, nearest shows the grid.");
+  Param(displacementMultiplier_, "displacement_multiplier", 1.0, &multiplierHint_)
+      .About("Exaggerates the relief, or flattens it; negative turns it upside down.");
+  Param(displacementOffset_, "displacement_offset", 0.0, &offsetHint_)
+      .About("Metres added to all heights, after the multiplier.");
   mask_.Declare(this, 0);
 }
 

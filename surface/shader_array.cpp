@@ -14,33 +14,46 @@ ShaderArray::ShaderArray() {
   countHint_.SetParam("max_value", 1000.0, this, true);
   SetMenu(overlapHint_, this, {{"Add", kAdd}, {"Highest", kHighest}});
 
-  Param(shader_, "shader", "");
+  Param(shader_, "shader", "").About("What is repeated. It sees the middle of its own cell as the origin.");
   Gui(trGuiRule);
   GuiTab("Grid", "grid_tab");
   Gui(trGuiBlockOpen);
-  Param(centre_, "centre", trVector());
-  Param(spacing_, "spacing", tr2Vector(1000, 1000));
-  Param(rotation_, "rotation", 0.0, &rotationHint_);
+  Param(centre_, "centre", trVector()).About("Where the middle of the grid's cell 0, 0 lies, metres.");
+  Param(spacing_, "spacing", tr2Vector(1000, 1000))
+      .About("Size of a cell along x and z, metres: how far copies stand apart.");
+  Param(rotation_, "rotation", 0.0, &rotationHint_)
+      .About("Degrees by which the whole grid is turned, from north towards east.");
   Gui(trGuiBlockClose);
-  Param(limitNumber_, "limit_number", 0);
+  Param(limitNumber_, "limit_number", 0)
+      .About("Ends the grid after so many columns and rows; otherwise it goes on for ever.");
   Gui(trGuiIndentOpen);
-  Param(columns_, "columns", 10, &countHint_);
-  Param(rows_, "rows", 10, &countHint_);
+  Param(columns_, "columns", 10, &countHint_)
+      .About("Cells from west to east, half of them on either side of the centre.");
+  Param(rows_, "rows", 10, &countHint_)
+      .About("Cells from south to north, half of them on either side of the centre.");
   Gui(trGuiIndentClose);
   AddGuiAction({"limit_number"}, {"columns", "rows"}, 2);
   Gui(trGuiRule);
   GuiTab("Copies", "copies_tab");
-  Seed(seed_);
+  Seed(seed_).About("Chooses how copies are moved, turned and scaled. Any number will do.");
   PushButton(randomiseButton_, "randomise_button");
   Gui(trGuiBlockOpen);
-  Param(reach_, "reach", 500.0, &metresHint_);
-  Param(positionJitter_, "position_jitter", 0.0, &shareHint_);
-  Param(rotationJitter_, "rotation_jitter", 0.0, &jitterHint_);
-  Param(scale_, "scale", 1.0, &scaleHint_);
-  Param(scaleJitter_, "scale_jitter", 0.0, &shareHint_);
+  Param(reach_, "reach", 500.0, &metresHint_)
+      .About("Distance from its middle, metres, up to which a copy has an effect. Small ones are faster.");
+  Param(positionJitter_, "position_jitter", 0.0, &shareHint_)
+      .About("How far copies stand off their cells' middles, as a share of half a cell.");
+  Param(rotationJitter_, "rotation_jitter", 0.0, &jitterHint_)
+      .About("Degrees by which copies are turned at most, either way.");
+  Param(scale_, "scale", 1.0, &scaleHint_).About("Size of the copies against the shader's own.");
+  Param(scaleJitter_, "scale_jitter", 0.0, &shareHint_)
+      .About("How much larger or smaller single copies are, as a share of the scale.");
   Gui(trGuiBlockClose);
-  Param(scaleDisplacement_, "scale_displacement", 1);
-  Param(overlap_, "overlap", kAdd, &overlapHint_);
+  Param(scaleDisplacement_, "scale_displacement", 1)
+      .About("Whether copies are as much higher as they are larger.");
+  Param(overlap_, "overlap", kAdd, &overlapHint_)
+      .About(
+          "Where copies meet, whether their displacements add up or the largest one counts. Colours lie one "
+          "over another.");
   UpdateDerived();
 }
 

@@ -20,31 +20,52 @@ ShapeShader::ShapeShader() {
 
   GuiTab("Shape", "shape_tab");
   Gui(trGuiBlockOpen);
-  Param(type_, "shape_type", kRectangle, &typeHint_);
-  Param(numberOfSides_, "number_of_sides", 5, &sidesHint_);
-  Param(starInnerRadius_, "star_inner_radius", 0.4, &shareHint_);
+  Param(type_, "shape_type", kRectangle, &typeHint_)
+      .About("The figure: a rectangle, an ellipse, a polygon with equal angles, or a star.");
+  Param(numberOfSides_, "number_of_sides", 5, &sidesHint_)
+      .About("Sides of a polygon, or points of a star, 3 to 64.");
+  Param(starInnerRadius_, "star_inner_radius", 0.4, &shareHint_)
+      .About("How far from the middle a star's inner corners lie, as a share of its points' distance.");
   Gui(trGuiGap);
-  Param(space_, "position_space", kGround, &spaceHint_);
-  Param(centre_, "centre", trVector());
-  Param(size_, "size", tr2Vector(1000, 1000));
-  Param(rotation_, "rotation", 0.0, &rotationHint_);
+  Param(space_, "position_space", kGround, &spaceHint_)
+      .About(
+          "Whether the figure lies in the world's x and z, or in those of texture space, where warps and "
+          "transforms move it.");
+  Param(centre_, "centre", trVector()).About("Middle of the figure, metres; its height doesn't count.");
+  Param(size_, "size", tr2Vector(1000, 1000))
+      .About("The figure's extent along x and along z before it is rotated, metres.");
+  Param(rotation_, "rotation", 0.0, &rotationHint_)
+      .About("Degrees by which the figure is turned, from north towards east.");
   Gui(trGuiGap);
-  Param(edgeProfile_, "edge_profile", kSmooth, &profileHint_);
-  Param(edgeWidth_, "edge_width", 100.0, &metresHint_);
+  Param(edgeProfile_, "edge_profile", kSmooth, &profileHint_)
+      .About(
+          "How the figure rises from its outline: straight, as an S, like a dome's foot or like a bowl's "
+          "rim.");
+  Param(edgeWidth_, "edge_width", 100.0, &metresHint_)
+      .About("Metres from the outline inwards over which it rises. 0 cuts it out sharply.");
   Gui(trGuiBlockClose);
-  Param(invertShape_, "invert_shape", 0);
+  Param(invertShape_, "invert_shape", 0)
+      .About("Takes everything but the figure, with the edge still on its inner side.");
   Gui(trGuiRule);
   GuiTab("Colour", "colour_tab");
-  Param(applyColour_, "apply_colour", 1).Alias("apply_color").ColourOnly();
+  Param(applyColour_, "apply_colour", 1)
+      .Alias("apply_color")
+      .ColourOnly()
+      .About("Whether the figure colours the surface, or serves others as a mask.");
   Gui(trGuiRowOpen);
   Gui(trGuiRowClose);
-  Param(colour_, "colour", trRgbLinear709(1.0f)).Alias("color").ColourOnly();
+  Param(colour_, "colour", trRgbLinear709(1.0f))
+      .Alias("color")
+      .ColourOnly()
+      .About("Colour of the figure's inside. White serves as a mask.");
   Gui(trGuiRule);
   GuiTab("Displacement", "displacement_tab");
-  Param(applyDisplacement_, "apply_displacement", 0);
+  Param(applyDisplacement_, "apply_displacement", 0)
+      .About("Whether the figure moves the surface, by its height and direction.");
   Gui(trGuiIndentOpen);
   displacementDirection_.Declare(this);
-  Param(displacementAmplitude_, "displacement_amplitude", 100.0, &amplitudeHint_);
+  Param(displacementAmplitude_, "displacement_amplitude", 100.0, &amplitudeHint_)
+      .About("Height of the figure's inside over its surroundings, metres; negative digs.");
   Gui(trGuiIndentClose);
   mask_.Declare(this, 0);
   UpdateDerived();

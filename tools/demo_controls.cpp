@@ -22,12 +22,20 @@ void DemoControls::Declare(Control& control, Kind kind, int number) {
   static const char* const kNames[] = {"Number ", "Colour ", "Switch "};
   const trString count = std::to_string(number), value = kParams[kind] + count;
   control.kind = kind;
-  Param(control.name, (value + "_name").c_str(), kNames[kind] + count);
+  Param(control.name, (value + "_name").c_str(), kNames[kind] + count)
+      .About("Name of the control, and of the value node below the panel that functions link to.");
   Gui(trGuiRowOpen);
   Gui(trGuiRowClose);
-  if (kind == kNumber) Param(control.number, value.c_str(), 0.0);
-  if (kind == kColour) Param(control.colour, value.c_str(), trRgbLinear709(1.0f));
-  if (kind == kSwitch) Param(control.isOn, value.c_str(), 0);
+  if (kind == kNumber)
+    Param(control.number, value.c_str(), 0.0)
+        .About("A number that whatever links to the control of this name reads.");
+  if (kind == kColour)
+    Param(control.colour, value.c_str(), trRgbLinear709(1.0f))
+        .About("A colour that whatever links to the control of this name reads.");
+  if (kind == kSwitch)
+    Param(control.isOn, value.c_str(), 0)
+        .About(
+            "A switch: whatever links to the control of this name reads 1 while it is on, and 0 otherwise.");
 }
 
 long DemoControls::OnCreate() {

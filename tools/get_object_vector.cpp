@@ -48,8 +48,15 @@ GetInstanceVector::GetInstanceVector() {
            {"Rotation", kRotation},
            {"Scale", kScale},
            {"Size of bounding box", kBoundingSize}});
-  Param(vector_, "vector", kPosition, &vectorHint_);
-  Param(object_, "object", "").Display("Object (none for the one being shaded)");
+  Param(vector_, "vector", kPosition, &vectorHint_)
+      .About(
+          "What is told: position (metres), rotation (degrees about X, then Y, then Z), scale, or size of "
+          "the bounding box (metres).");
+  Param(object_, "object", "")
+      .Display("Object (none for the one being shaded)")
+      .About(
+          "Object that is asked, once at the start of a render. Without one it is what is being shaded: each "
+          "copy of a population for itself.");
 }
 
 long GetInstanceVector::StartRender(trRenderingInterface& rendering) {

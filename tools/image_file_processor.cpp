@@ -21,32 +21,47 @@ ImageFileProcessor::ImageFileProcessor() {
   SetRange(exposureHint_, this, {.min = -10.0, .max = 10.0});
 
   GuiTab("Files", "files_tab");
-  Param(inputFile_, "input_file", "", &inputHint_);
-  Param(outputFile_, "output_file", "", &outputHint_);
-  Param(sequence_, "image_sequence", 0);
+  Param(inputFile_, "input_file", "", &inputHint_)
+      .About("Picture to read. In a sequence, '#' signs stand for the number of the frame.");
+  Param(outputFile_, "output_file", "", &outputHint_)
+      .About("Picture to write: exr, png, tif, tiff, jpg or jpeg. In a sequence it needs '#' signs too.");
+  Param(sequence_, "image_sequence", 0).About("Processes a range of frames rather than one picture.");
   Gui(trGuiIndentOpen);
-  Param(startFrame_, "start_frame", 1);
-  Param(endFrame_, "end_frame", 100);
+  Param(startFrame_, "start_frame", 1).About("First frame of the sequence that is read and written.");
+  Param(endFrame_, "end_frame", 100).About("Last frame of the sequence that is read and written.");
   Gui(trGuiIndentClose);
   AddGuiAction({"image_sequence"}, {"start_frame", "end_frame"}, 2);
   Gui(trGuiRule);
   GuiTab("Size", "size_tab");
-  Param(crop_, "crop", 0);
+  Param(crop_, "crop", 0).About("Cuts a part out, before anything else is done.");
   Gui(trGuiIndentOpen);
-  Param(bottomLeft_, "bottom_left", tr2Vector(0, 0));
-  Param(topRight_, "top_right", tr2Vector(99, 99));
+  Param(bottomLeft_, "bottom_left", tr2Vector(0, 0))
+      .About("First column and row of the part, pixels from the bottom left.");
+  Param(topRight_, "top_right", tr2Vector(99, 99))
+      .About("Last column and row of the part, pixels; they belong to it.");
   Gui(trGuiIndentClose);
-  Param(resize_, "resize", 0);
+  Param(resize_, "resize", 0).About("Makes the picture larger or smaller, after what was cut out.");
   Gui(trGuiIndentOpen);
-  Param(sizeInPixels_, "size_in_pixels", tr2Vector(1000, 0)).Display("Size in pixels, 0 for in proportion");
+  Param(sizeInPixels_, "size_in_pixels", tr2Vector(1000, 0))
+      .Display("Size in pixels, 0 for in proportion")
+      .About("New width and height. 0 for one of them keeps the proportions.");
   Gui(trGuiIndentClose);
   AddGuiAction({"crop"}, {"bottom_left", "top_right"}, 2);
   AddGuiAction({"resize"}, {"size_in_pixels"}, 2);
   Gui(trGuiRule);
   GuiTab("Colour", "colour_tab");
-  Param(inputColour_, "input_colour", 0, &colourHint_).Alias("input_color").Display("Colours of the input");
-  Param(exposure_, "exposure", 0.0, &exposureHint_).Display("Exposure in stops");
-  Param(fullFloat_, "full_float", 0).Display("32 bits in EXR");
+  Param(inputColour_, "input_colour", 0, &colourHint_)
+      .Alias("input_color")
+      .Display("Colours of the input")
+      .About(
+          "How light is coded in the input. Change it where a file of whole numbers is linear, or one of "
+          "floats isn't.");
+  Param(exposure_, "exposure", 0.0, &exposureHint_)
+      .Display("Exposure in stops")
+      .About("Stops by which the picture is made brighter; negative ones darken it.");
+  Param(fullFloat_, "full_float", 0)
+      .Display("32 bits in EXR")
+      .About("Writes EXR with 32 bits a channel rather than 16.");
   Gui(trGuiGap);
   Gui(trGuiButtonRowOpen);
   Gui(trGuiRowOpen);
