@@ -337,8 +337,7 @@ bool trVoxelScatterModelC::Impl::FillNode(void* owner, trRenderState& state, con
   Impl& impl = *static_cast<Impl*>(owner);
   if (!impl.SolveDeep(state)) return false;
   trRandomStream draws{SampleSeed(seed, 0) + 0x9e3779b97f4a7c15ull * seed, 0};
-  // Directions and first flights that a node's paths share evenly, of either half: lattices, shifted (the
-  // plastic constant's ratios: Roberts 2018).
+  // Directions that a node's paths share evenly, of either kind: lattices by the golden ratio, shifted.
   const double shift[3] = {draws.Next(), draws.Next(), draws.Next()};
   NodeLight sum;
   double shares = 0;
@@ -351,7 +350,7 @@ bool trVoxelScatterModelC::Impl::FillNode(void* owner, trRenderState& state, con
     const double u = isLit ? kLit * within : kLit + (1 - kLit) * within;
     float share;
     const trVector direction =
-        impl.TurnedOrLit(nullptr, u, wrapped(shift[1] + i * 0.7548776662466927), share);
+        impl.TurnedOrLit(nullptr, u, wrapped(shift[1] + k * 0.6180339887498949), share);
     shares += share;
     impl.Path(state, world, direction, share, wrapped(shift[2] + i * 0.5698402909980532), draws, sum);
     if (state.IsPausingOrAborting()) return false;
