@@ -80,7 +80,15 @@ float CloudLayerV2::Phase(float cosAngle, bool glow, float radius) const {
                                settings_.improvedLightingModel != 0);
 }
 
-float CloudLayerV2::InverseMeanPhase() const {
+float CloudLayerV2::InverseMeanPhase() {
+  const CloudSettings& s = settings_;
+  const bool isImproved = s.improvedLightingModel != 0;
+  if (inverseMean_ != 0 && s.sunGlowAmount == meanOfAmount_ && s.sunGlowPower == meanOfPower_ &&
+      isImproved == meanOfImproved_)
+    return inverseMean_;
+  meanOfAmount_ = s.sunGlowAmount;
+  meanOfPower_ = s.sunGlowPower;
+  meanOfImproved_ = isImproved;
   // Simpson's rule over u, the angle being pi u^3: steps crowd in the glow.
   constexpr int kIntervals = 256;
   double sum = 0;
@@ -91,7 +99,8 @@ float CloudLayerV2::InverseMeanPhase() const {
     sum += weight * phase * 0.5 * std::sin(angle) * 3 * kPi * u * u;
   }
   const double mean = sum / (3 * kIntervals);
-  return mean > 1e-6 && mean < 1e6 ? static_cast<float>(1.0 / mean) : 1.0f;
+  inverseMean_ = mean > 1e-6 && mean < 1e6 ? static_cast<float>(1.0 / mean) : 1.0f;
+  return inverseMean_;
 }
 
 float CloudLayerV2::PhaseFunction(double cosAngle) const {

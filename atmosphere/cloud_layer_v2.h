@@ -194,6 +194,8 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler, public SkyPa
     /// From here on along the ray, metres, voxels tell the density too.
     double voxelsFrom = 1e300;
     double stepsPerVoxel = 0;
+    bool skipsBlocks = false;  ///< of voxels without cloud in or near them
+    trVector pace;             ///< voxels a metre
     float stopAt = 0, thinAt = 0;
   };
   bool IsPassed(const trRenderState::Ray& ray, const CloudThread& thread) const;
@@ -209,6 +211,7 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler, public SkyPa
   enum class Cell { kEmptySpace, kNothing, kClear, kCloud };
   Cell SampleStep(trRenderState& state, const Plan& plan, CloudProbe& probe, const trVector& point,
                   float local, CloudSample& sample);
+  bool FindSpan(const trVector& from, const trVector& to, CloudSpan& span) const;
   trFCol MarchAlone(trRenderState& state);
   trFCol TransmittanceOut(trRenderState& state, const trVector& point, const trVector& direction);
 
@@ -221,6 +224,17 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler, public SkyPa
                        unsigned seed, trF4Col& value);
   static bool IsEmptyRange(void* owner, trRenderState& state, const trVoxelBuffer& buffer, const int first[3],
                            const int last[3]);
+  /// How far a ray goes on from a point in a block of voxels that has no cloud, metres; 0 in others.
+  double ClearAhead(trRenderState& state, const Plan& plan, const trVector& point);
+  struct SunlightFill {
+    CloudLayerV2* cloud;
+    const trLightState* light;
+    trVector direction;
+    double voxelsFrom;
+  };
+  static bool FillSunlight(void* owner, trRenderState& state, const trVoxelBuffer& buffer,
+                           const trVector& world, unsigned seed, trFCol& value);
+  bool SunlightBelow(trRenderState& state, const trLightState& light, const trVector& point, trFCol& left);
   trF4Col VoxelLookup(trRenderState& state, const trVector& point, int level, bool isSmooth);
   int LookupLevel(const trRenderState& state, const trVector& point, double scale) const;
   void LayLimbProjector();
@@ -229,6 +243,7 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler, public SkyPa
   bool NeedsVoxels() const;
   void PrepareScatter(trRenderingInterface& rendering);
   void PrepareIndirectCache();
+  void PrepareSunlight();
   trVoxelBuffer* BuildExportBuffer();
 
   // Light (cloud_shade.cpp)
@@ -259,7 +274,7 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler, public SkyPa
   void RefreshColourInfo();
   void RefreshGui();
   double StepsAtFullQuality() const;
-  float InverseMeanPhase() const;
+  float InverseMeanPhase();
 
   trRandomSeedGuiPushButton randomiseButton_;
   AnalyzeExportBoundsButton analyzeButton_;
@@ -268,7 +283,12 @@ class CloudLayerV2 : public trAtmosShader, public juPreviewHandler, public SkyPa
   bool lightingDirty_ = true, shadowMapDirty_ = true, voxelsDirty_ = true;
   unsigned long changeCounter_ = 0;
   bool isShadowMapSolving_ = false;
+  double sunlightFrom_ = 0;  ///< from how far below the base voxels tell what comes through, metres
   bool isProgressive_ = false;
+  /// What the mean of the phase was last worked out for.
+  double meanOfAmount_ = 0, meanOfPower_ = 0;
+  bool meanOfImproved_ = false;
+  float inverseMean_ = 0;  ///< 0: not yet
   trFloatMap shadowMap_;
   std::unique_ptr<CloudVoxels> voxels_;
   std::unique_ptr<CloudMedium> medium_;

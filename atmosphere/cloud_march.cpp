@@ -82,8 +82,7 @@ float CloudLayerV2::ThinAt(const CloudThread& thread) const {
   return std::pow(0.5f, s * derived_.mixExponent / GuardedDenominator(s - 1.0f));
 }
 
-bool CloudLayerV2::PlanMarch(const trRenderState::Ray& ray, const CloudThread& thread, Plan& plan) const {
-  if (IsPassed(ray, thread)) return false;
+bool CloudLayerV2::FindSpan(const trVector& from, const trVector& to, CloudSpan& span) const {
   CloudShell shell;
   shell.centre = settings_.centre;
   shell.baseRadius = derived_.baseRadius;
@@ -91,7 +90,11 @@ bool CloudLayerV2::PlanMarch(const trRenderState::Ray& ray, const CloudThread& t
   shell.isLocal = settings_.localSphere != 0;
   shell.localCentre = settings_.localSphereCentre;
   shell.localRadius = settings_.localSphereRadius;
-  if (!FindCloudSpan(shell, ray.origin, ray.end, plan.span)) return false;
+  return FindCloudSpan(shell, from, to, span);
+}
+
+bool CloudLayerV2::PlanMarch(const trRenderState::Ray& ray, const CloudThread& thread, Plan& plan) const {
+  if (IsPassed(ray, thread) || !FindSpan(ray.origin, ray.end, plan.span)) return false;
 
   plan.isShadowRay = ray.depth >= 2 && !ray.wantsColour;
   plan.takesShadowMap = settings_.useShadowMap && plan.isShadowRay && !isShadowMapSolving_ &&
@@ -126,6 +129,14 @@ void CloudLayerV2::PlanVoxels(const trRenderState::Ray& ray, const CloudThread& 
     plan.voxelsFrom = 0;
   else if (settings_.useVoxelsForShadows && plan.isShadowRay)
     plan.voxelsFrom = std::max(edges.x, std::max(edges.y, edges.z)) * settings_.voxelShadowThreshold;
+  if (voxels_->occupancy.IsReady() && layout_.usesVoxelScatter) {
+    constexpr double kProbe = 10;
+    trVector here, ahead;
+    cells.MapWorldToVoxel(plan.span.entry, here);
+    cells.MapWorldToVoxel(plan.span.entry + plan.span.direction * kProbe, ahead);
+    plan.pace = (ahead - here) * (1 / kProbe);
+    plan.skipsBlocks = true;
+  }
   plan.stepsPerVoxel = 1e12;
   for (int axis = 0; axis < 3; ++axis)
     plan.stepsPerVoxel =
@@ -252,6 +263,13 @@ trFCol CloudLayerV2::March(trRenderState& state, const Plan& plan, trAtomicInteg
       hasCrossed = hasCrossed || (p - settings_.centre).Length() < derived_.baseRadius;
       if (hasCrossed) p += plan.span.direction * plan.span.gap;
     }
+    if (const double clear = plan.skipsBlocks ? ClearAhead(state, plan, p) : 0.0; clear > 0) {
+      // On to the first step beyond.
+      const int passed = static_cast<int>(std::min(std::sqrt((along + clear / plan.step) * n) - x, n));
+      i += passed;
+      x += passed;
+      continue;
+    }
     probe.MoveTo(p);
     const float local = probe.LocalEnvelope();
     if (!(local > kNoEnvelope)) continue;
@@ -307,12 +325,7 @@ trFCol CloudLayerV2::MarchAlone(trRenderState& state) {
 
 trFCol CloudLayerV2::TransmittanceTowards(trRenderState& state, const trLightState& light,
                                           const trVector& point, const trVector&) {
-  const trRayGuard guard(state);
-  trRenderState::Ray& ray = state.CurrentRay();
-  double distance;
-  ray.origin = point;
-  ray.end = light.TracePos(point, distance);
-  ray.depth = guard.saved.depth + 1;
-  ray.wantsColour = false;
+  if (trFCol left; SunlightBelow(state, light, point, left)) return left;
+  const trTransmissionRay ray(state, light, point);
   return MarchAlone(state);
 }

@@ -7,6 +7,11 @@
 
 namespace {
 
+/// How far below its surface, in units of the network's values, and how far beyond base and top, as a share
+/// of the depth, a cloud counts as near.
+constexpr float kNearDensity = 0.25f;
+constexpr double kNearHeight = 0.1;
+
 /// How much a profile over the height takes from the density: 0 at base and top, 1 between.
 float Taper(float h, bool isFlatter) {
   float x = std::sqrt(h);
@@ -63,7 +68,7 @@ void CloudProbe::SetUp() {
   si_.SetSample(seen, point_.up);
   si_.Pg() = si_.Ptg() = settings_.centre + point_.up * settings_.radius;
   state_.ShadeOutputs() = {};
-  si_.SmoothSize() = state_.MicropolySpotSize(point_.position);
+  si_.SmoothSize() = std::max(state_.MicropolySpotSize(point_.position), leastDetail_);
 }
 
 trFCol CloudProbe::ColourOf(trShader& shader) {
@@ -131,6 +136,7 @@ CloudProbe::Found CloudProbe::Sample(float localEnvelope, CloudSample& sample) {
     const float centre = derived_.depthModulatorCentre;
     height = centre + (height - centre) / GuardedDenominator(sample.thickness);
   }
+  sample.isNear = height > -kNearHeight && height < 1.0 + kNearHeight;
   if (!(height >= 0.0 && height < 1.0)) return Found::kNothing;
 
   // The profile
@@ -146,7 +152,9 @@ CloudProbe::Found CloudProbe::Sample(float localEnvelope, CloudSample& sample) {
 
   // The density: the taper draws the cloud's surface up near base and top.
   const trFCol coverage = Coverage(localEnvelope, paint);
-  trFCol d = ((coverage + trFCol(1.0f)) * taper - trFCol(1.0f)) * (scale * softness);
+  const trFCol above = (coverage + trFCol(1.0f)) * taper - trFCol(1.0f);
+  sample.isNear = above.MaxChannel() > -kNearDensity;
+  trFCol d = above * (scale * softness);
   feature = savedFeature;
   sample.density = d;
   if (!(d.MaxChannel() >= 0.0f)) return Found::kClear;

@@ -11,6 +11,7 @@ struct CloudSample {
   trFCol density;       ///< above the cloud's surface; nothing below 0
   trFCol opacity;       ///< at most 1 but for modulators: the share of full extinction
   float thickness = 1;  ///< of the depth modulator
+  bool isNear = false;  ///< cloud is at the point, or may begin not far from it
 };
 
 /// Per-thread state: has the shading state in hand while it lives, and puts it back.
@@ -19,6 +20,8 @@ class CloudProbe {
   CloudProbe(const CloudSettings& settings, const CloudDerived& derived, CloudHooks* hooks,
              trShader* paintSolver, const CloudThread& thread, trRenderState& state);
 
+  /// Details smaller than this don't count, metres.
+  void SetLeastDetail(double size) { leastDetail_ = size; }
   /// Moves to a point, metres of the world.
   void MoveTo(const trVector& point);
   double Height() const { return (point_.centreDistance - derived_.baseRadius) * derived_.invDepth; }
@@ -47,5 +50,6 @@ class CloudProbe {
   trShadingInterface& si_;
   const trShadingGuard guard_;
   const bool movesHeight_;
+  double leastDetail_ = 0;
   CloudPoint point_;
 };

@@ -42,7 +42,8 @@ bool MayShow(const trView& view, const trBoundingBox& box) {
 /// A state put into the form in which cells are baked, while this lives.
 class CloudLayerV2::CellBake {
  public:
-  CellBake(CloudLayerV2& cloud, trRenderState& state)
+  /// Of `cells`; what is smaller than those doesn't show in them.
+  CellBake(CloudLayerV2& cloud, trRenderState& state, const trVoxelBuffer& cells)
       : cloud(cloud),
         thread(cloud.Thread(state)),
         nesting(state, thread),
@@ -53,18 +54,21 @@ class CloudLayerV2::CellBake {
     ray.wantsColour = false;
     ray.quality = 1;
     thread.voxelSolving = true;
+    probe.SetLeastDetail(cells.MinVoxelEdgeLength_WrongIfRotated(cloud.settings_.localSphereCentre));
   }
   CloudLayerV2& cloud;
   CloudThread& thread;
   const CloudNesting nesting;
   CloudDraws draws;
   CloudProbe probe;
+  bool isNear = true;  ///< cloud, to the middle of the cell that was baked last
 };
 
 trFCol CloudLayerV2::BakeCell(CellBake& bake, trRenderState& state, const trVoxelBuffer& buffer,
                               const trVector& point, unsigned seed) {
   bake.draws.Restart(seed);
   trFCol value;
+  bake.isNear = true;
   if (cloudSteps_ == trCloudSteps::kTrueLengths) {
     // A step as long as the cell is high, in its middle.
     if (bake.cloud.derived_.isEmpty) return value;
@@ -75,6 +79,7 @@ trFCol CloudLayerV2::BakeCell(CellBake& bake, trRenderState& state, const trVoxe
     if (height >= 0 && height < 1 && local > kLeastDensity &&
         bake.probe.Sample(local, sample) == CloudProbe::Found::kCloud)
       for (int c = 0; c < 3; ++c) value[c] = std::clamp(sample.opacity[c], 0.0f, -std::log(kOpaqueRest));
+    bake.isNear = sample.isNear;
   } else {
     // A tiny ray through the cell, at a density that makes it count for 1 whatever the cell's height.
     const double edge = buffer.EstimatedVoxelSize_WrongIfRotated(point).y;
@@ -101,6 +106,8 @@ bool CloudLayerV2::FillCell(void* owner, trRenderState& state, const trVoxelBuff
   CellBake& bake = *static_cast<CellBake*>(owner);
   const trFCol density = bake.cloud.BakeCell(bake, state, buffer, world, seed);
   value = {density.r, density.g, density.b, density.IsBlack() ? 0.0f : 1.0f};
+  CloudOccupancy& occupancy = bake.cloud.voxels_->occupancy;
+  if (bake.isNear && occupancy.IsReady()) occupancy.MarkNear(seed);
   return true;
 }
 
@@ -125,9 +132,36 @@ bool CloudLayerV2::IsEmptyRange(void* owner, trRenderState&, const trVoxelBuffer
   return height - reach > cloud.derived_.topRadius || height + reach < cloud.derived_.baseRadius;
 }
 
+double CloudLayerV2::ClearAhead(trRenderState& state, const Plan& plan, const trVector& point) {
+  trVoxelCache<trF4Col>& cells = voxels_->density;
+  CloudOccupancy& occupancy = voxels_->occupancy;
+  trVector voxel;
+  if (!cells.MapWorldToVoxel(point, voxel)) return 0;
+  int block[3];
+  for (int axis = 0; axis < 3; ++axis) block[axis] = static_cast<int>(voxel[axis]) / CloudOccupancy::kEdge;
+  CloudOccupancy::Block found = occupancy.At(block);
+  if (found == CloudOccupancy::Block::kUnknown) {
+    CellBake bake(*this, state, cells);
+    int first[3], last[3];
+    occupancy.CellsOf(block, first, last);
+    if (!cells.FillBlock(first[0], first[1], first[2], last[0], last[1], last[2], FillCell, &bake, state))
+      return 0;
+    found = occupancy.Settle(block);
+  }
+  if (found != CloudOccupancy::Block::kEmpty) return 0;
+  double way = 1e12;
+  for (int axis = 0; axis < 3; ++axis) {
+    const double pace = plan.pace[axis];
+    if (std::fabs(pace) < 1e-9) continue;
+    const double face = (block[axis] + (pace > 0 ? 1 : 0)) * CloudOccupancy::kEdge;
+    way = std::min(way, std::max((face - voxel[axis]) / pace, 0.0));
+  }
+  return way;
+}
+
 trFCol CloudLayerV2::BakedDensity(trRenderState& state, const trVoxelBuffer& buffer, const trVector& point,
                                   unsigned seed) {
-  CellBake bake(*this, state);
+  CellBake bake(*this, state, buffer);
   return BakeCell(bake, state, buffer, point, seed);
 }
 
@@ -139,7 +173,7 @@ trF4Col CloudLayerV2::VoxelLookup(trRenderState& state, const trVector& point, i
   if (isSmooth ? cache.CanUseFinalLookupSmooth(voxel, found)
                : cache.CanUseFinalLookupLinear(voxel, found, level))
     return found;
-  CellBake bake(*this, state);
+  CellBake bake(*this, state, cache);
   if (isSmooth)
     cache.LookupSmooth(found, voxel, FillCell, &bake, state);
   else
@@ -178,9 +212,60 @@ bool CloudLayerV2::PrepareVoxelBuffer(bool isNamed) {
   return isMade;
 }
 
+bool CloudLayerV2::FillSunlight(void* owner, trRenderState& state, const trVoxelBuffer&,
+                                const trVector& world, unsigned seed, trFCol& value) {
+  if (state.IsPausingOrAborting()) return false;
+  const SunlightFill& fill = *static_cast<const SunlightFill*>(owner);
+  CloudLayerV2& cloud = *fill.cloud;
+  const CloudNesting nesting(state, cloud.Thread(state));
+  CloudDraws draws(state);
+  draws.Restart(seed);
+  const trVector up = Normalised(world - cloud.settings_.centre);
+  const trVector base = cloud.settings_.centre + up * cloud.derived_.baseRadius;
+  trRenderState::Ray& ray = state.CurrentRay();
+  double distance;
+  // From as far below that voxels tell the density.
+  ray.origin = base - fill.direction * (fill.voxelsFrom + 1);
+  ray.end = fill.light->TracePos(base, distance);
+  ray.depth = 2;
+  ray.wantsColour = false;
+  ray.quality = 1;
+  value = cloud.MarchAlone(state);
+  return true;
+}
+
+/// What a layer lets through of its main light to points below, where voxels would tell the densities on the
+/// whole way, changes as little from place to place as those do.
+bool CloudLayerV2::SunlightBelow(trRenderState& state, const trLightState& light, const trVector& point,
+                                 trFCol& left) {
+  trVoxelCache<trFCol>& cache = voxels_->sunlight;
+  if (cache.IsEmpty() || !medium_ || &light != medium_->MainLight(state)) return false;
+  const CloudThread& thread = ThreadOfRay(state);
+  if (thread.densityScale != 1 || thread.inLightingSample || thread.voxelSolving || thread.paintGiven ||
+      thread.force3D)
+    return false;
+  const trVector direction = light.Dir(point);
+  if (direction != medium_->MainLightDirection()) return false;
+  CloudSpan span;
+  double distance;
+  if (!FindSpan(point, light.TracePos(point, distance), span)) {
+    left = trFCol(1.0f);
+    return true;
+  }
+  constexpr double kAtBase = 0.1;
+  if (!(span.entryDistance >= sunlightFrom_) ||
+      std::fabs((span.entry - settings_.centre).Length() - derived_.baseRadius) > kAtBase)
+    return false;
+  trVector voxel;
+  if (!cache.MapWorldToVoxel(span.entry + (settings_.localSphereCentre - span.entry) * 1e-6, voxel))
+    return false;
+  SunlightFill fill{this, &light, direction, sunlightFrom_};
+  return cache.LookupLinear(left, voxel, 1, FillSunlight, &fill, state);
+}
+
 bool CloudLayerV2::BakeBlock(trRenderState& state, int x, int y, int z) {
-  CellBake bake(*this, state);
   trVoxelCache<trF4Col>& cache = voxels_->density;
+  CellBake bake(*this, state, cache);
   return cache.FillBlock(x, y, z, std::min(x + kBlockCells, cache.SizeX()),
                          std::min(y + kBlockCells, cache.SizeY()), std::min(z + kBlockCells, cache.SizeZ()),
                          FillCell, &bake, state, IsEmptyRange);
@@ -213,11 +298,15 @@ void CloudLayerV2::PrepareCloudForRender(trRenderingInterface& rendering) {
   if (!isProgressive_ || voxelsDirty_) {
     voxels_->density.Cleanup();
     if (NeedsVoxels()) PrepareVoxelBuffer(true);
+    // Cells that tiny rays bake don't tell what is near.
+    const bool tellsNear = cloudSteps_ == trCloudSteps::kTrueLengths && layout_.usesVoxelScatter;
+    voxels_->occupancy.Init(tellsNear ? voxels_->density : trVoxelBuffer());
     voxelsDirty_ = false;
   }
   if (lightingDirty_) {
     PrepareScatter(rendering);
     PrepareIndirectCache();
+    PrepareSunlight();
     lightingDirty_ = false;
   }
   if (isProgressive_) {
@@ -227,6 +316,18 @@ void CloudLayerV2::PrepareCloudForRender(trRenderingInterface& rendering) {
     if (rendering.GISettings().ShouldWriteVoxels() && !voxels_->density.IsEmpty()) AddBakeTasks(rendering);
   }
   shadowMapDirty_ = false;
+}
+
+void CloudLayerV2::PrepareSunlight() {
+  const trVoxelBuffer& cells = voxels_->density;
+  voxels_->sunlight.Cleanup();
+  if (!voxels_->hasScatter || !settings_.useVoxelBuffer || !settings_.useVoxelsForShadows || cells.IsEmpty())
+    return;
+  const trVector edges = cells.EstimatedVoxelSize_WrongIfRotated(settings_.localSphereCentre);
+  sunlightFrom_ = std::max(edges.x, std::max(edges.y, edges.z)) * settings_.voxelShadowThreshold;
+  if (!(sunlightFrom_ < 1e9)) return;
+  voxels_->sunlight.InitVoxelBuffer(&voxels_->limbProjector, cells.SizeX(), 1, cells.SizeZ(), 1,
+                                    Name() + ".sunlightVoxelCache");
 }
 
 void CloudLayerV2::PrepareIndirectCache() {

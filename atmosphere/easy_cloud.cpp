@@ -191,9 +191,14 @@ void CloudShader::UpdateDerived() {
 void CloudShader::ApplyModel() {
   SetParamGuiEnabled("easycloud_variation", easy_.model >= kSecond);
   SetParamGuiEnabled("easycloud_growth", HasGrowth());
-  SetUpDepth();
-  SetUpWisps(*wispsFractal_, false);
-  SetUpWisps(*microFractal_, true);
+  const SetUp wanted{settings_.seed,  easy_.type,   easy_.model,        easy_.coverage,
+                     easy_.variation, easy_.growth, easy_.smallestScale};
+  if (setUp_ != wanted) {
+    setUp_ = wanted;
+    SetUpDepth();
+    SetUpWisps(*wispsFractal_, false);
+    SetUpWisps(*microFractal_, true);
+  }
   densityOverride_ = easy_.addMicroWisps ? static_cast<trShader*>(microFractal_) : nullptr;
   linkOverride_[static_cast<int>(CloudLink::kDepthModulator)] = static_cast<trShader*>(depthFractal_);
   linkOverride_[static_cast<int>(CloudLink::kFinalDensity)] = static_cast<trShader*>(wispsFractal_);

@@ -1,6 +1,8 @@
 // A cloud in one node: its user says which kind and how much, and it sets three fractals of its own by that.
 #pragma once
 
+#include <optional>
+
 #include "atmosphere/cloud_layer_v3.h"
 
 namespace EasyCloud {
@@ -64,6 +66,13 @@ class CloudShader final : public CloudLayerV3, private CloudHooks {
   void MoveTextures(trShadingInterface& si, const CloudPoint& point, bool isHeight) const;
 
   Parameters easy_;
+  /// What the fractals were last set up by.
+  struct SetUp {
+    long seed, type, model;
+    double coverage, variation, growth, smallestScale;
+    bool operator==(const SetUp&) const = default;
+  };
+  std::optional<SetUp> setUp_;
   trIntHint typeHint_, modelHint_, evolutionHint_;
   trDoubleHint shareHint_, smallestHint_, driftHint_, headingHint_, evolutionSpeedHint_;
   trBase* depthFractal_ = nullptr;

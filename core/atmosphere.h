@@ -16,6 +16,22 @@ struct trAtmosSample {
   trFCol throughput{1.0f};
 };
 
+/// Has a state ask what comes through from a point to a light, on every way out.
+class trTransmissionRay {
+ public:
+  trTransmissionRay(trRenderState& state, const trLightState& light, const trVector& point) : guard_(state) {
+    trRenderState::Ray& ray = state.CurrentRay();
+    double distance;
+    ray.origin = point;
+    ray.end = light.TracePos(point, distance);
+    ray.depth = guard_.saved.depth + 1;
+    ray.wantsColour = false;
+  }
+
+ private:
+  const trRayGuard guard_;
+};
+
 /// Collects and composites. Per-thread state; reused from ray to ray without allocating.
 class OV_API trAtomicIntegrator {
  public:

@@ -227,6 +227,18 @@ class OV_API trVoxelLightingSystem {
 
   /// Nonzero while this thread fills a cell. Per-thread state.
   static unsigned char& sIsDuringLookup();
+  /// Marks this thread as filling a cell, on every way out.
+  class LookupScope {
+   public:
+    LookupScope() : during_(sIsDuringLookup()), before_(during_) { during_ = 1; }
+    ~LookupScope() { during_ = before_; }
+    LookupScope(const LookupScope&) = delete;
+    LookupScope& operator=(const LookupScope&) = delete;
+
+   private:
+    unsigned char& during_;
+    const unsigned char before_;
+  };
 };
 
 /// Six caches of one grid, one for light that travels along each half axis.

@@ -8,7 +8,10 @@ namespace ovhost::voxel {
 namespace {
 
 constexpr double kMostNodes = 300000;
-constexpr double kDeepest = 30;  ///< optical depth past which a light counts for nothing
+constexpr double kDeepest = 20;  ///< optical depth past which a light counts for nothing
+/// Optical depth past which nobody asks how deep it is. Between nodes depths are interpolated, and light
+/// comes to its end far before the next node of a thick cloud.
+constexpr double kUntold = 400;
 constexpr int kMostRounds = 300;
 constexpr double kResidual = 1e-4;
 
@@ -17,6 +20,8 @@ constexpr double kResidual = 1e-4;
 /// The medium on the nodes, and the equation's coefficients between and at them.
 struct DiffuseField::System {
   std::vector<float> extinction;
+  double turned = 1;  ///< share of extinction that counts for diffusion: 1 less albedo times mean cosine
+  double ahead = 0;   ///< albedo times mean cosine
   std::vector<float> conductance[3];  ///< from a node to the next one along an axis
   std::vector<float> leak;            ///< to the outside
   std::vector<float> volume;
@@ -51,6 +56,8 @@ bool DiffuseField::Solve(const trVoxelProjector& projector, const int cells[3],
   }
   for (int c = 0; c < 3; ++c) albedo_[c] = static_cast<float>(sources.albedo[c]);
   System system;
+  system.ahead = (sources.albedo[0] + sources.albedo[1] + sources.albedo[2]) / 3 * sources.meanCosine;
+  system.turned = std::max(1 - system.ahead, 0.01);
   SampleMedium(projector, sources, system);
   const size_t count = system.extinction.size();
   std::array<std::vector<float>, 3> light, inflow;
@@ -72,8 +79,9 @@ bool DiffuseField::Solve(const trVoxelProjector& projector, const int cells[3],
         trVector world;
         projector.MapLocalToWorld(trVector(x / grid.x, y / grid.y, z / grid.z), world);
         const trFCol sun = sources.light(world);
+        const double share = sources.share(cosine_[at]);
         for (int c = 0; c < 3; ++c)
-          light[c][at] = static_cast<float>(system.taken[at] * 0.25 * sources.albedo[c]) * sun[c];
+          light[c][at] = static_cast<float>(system.taken[at] * share * 0.25 * sources.albedo[c]) * sun[c];
         lightOutside_[at] = sun * 0.25f;
         if (system.leak[at] > 0) {
           const std::array<trFCol, 6> sides = sources.background(world);
@@ -111,8 +119,10 @@ void DiffuseField::SampleMedium(const trVoxelProjector& projector, const Diffuse
     for (int y = 0; y < nodes_[1]; ++y)
       for (int x = 0; x < nodes_[0]; ++x) {
         trVector world;
-        projector.MapLocalToWorld(
-            {double(x) / (nodes_[0] - 1), double(y) / (nodes_[1] - 1), double(z) / (nodes_[2] - 1)}, world);
+        // Nodes on the cube's faces belong to the medium, whatever rounding makes of them.
+        trVector local(double(x) / (nodes_[0] - 1), double(y) / (nodes_[1] - 1), double(z) / (nodes_[2] - 1));
+        for (int axis = 0; axis < 3; ++axis) local[axis] = std::clamp(local[axis], 1e-6, 1 - 1e-6);
+        projector.MapLocalToWorld(local, world);
         const double value = sources.extinction(world);
         system.extinction[At(x, y, z)] = static_cast<float>(std::isfinite(value) && value > 0 ? value : 0);
       }
@@ -121,10 +131,12 @@ void DiffuseField::SampleMedium(const trVoxelProjector& projector, const Diffuse
   // where a free path is several times as long as the volume is thick.
   double thinnest = 1e300;
   for (int axis = 0; axis < 3; ++axis) thinnest = std::min(thinnest, edge_[axis] * (nodes_[axis] - 1));
-  const auto clearness = [&](double extinction) { return std::max(0.0, 1.0 - extinction * thinnest * 4.0); };
+  const auto clearness = [&](double extinction) {
+    return std::max(0.0, 1.0 - extinction * system.turned * thinnest * 4.0);
+  };
   const auto diffusivity = [&](double extinction) {
     const double clear = clearness(extinction);
-    return clear * shortest + (1.0 - clear) / (3.0 * std::max(extinction, 1e-30));
+    return clear * shortest + (1.0 - clear) / (3.0 * std::max(extinction * system.turned, 1e-30));
   };
   for (int axis = 0; axis < 3; ++axis) system.conductance[axis].assign(count, 0);
   for (int z = 0; z < nodes_[2]; ++z)
@@ -183,7 +195,7 @@ double DiffuseField::SunDepth(const System& system, const trVector& grid, const 
     const double extinction = Extinction(system, next);
     if (extinction < 0) break;
     depth += 0.5 * (before + extinction) * length;
-    if (depth > kDeepest) return depth;
+    if (depth > kUntold) return depth;
     at = next;
     before = extinction;
   }
@@ -201,8 +213,9 @@ double DiffuseField::SunDepth(const System& system, const trVector& grid, const 
 ///
 /// Near a lit surface the field changes over a free path, which may be much less than a node's edge. There it
 /// is the sum of a smooth field and the equation's particular solution, -shape * albedo * light *
-/// transmittance: of an even medium, shape is 3 over the square of (gradient of optical depth over
-/// extinction). The smooth field alone is solved for, and the transmittance comes with a lookup.
+/// transmittance: of an even medium, shape is 3 times the square of the cosine between the light and the
+/// surface, which the gradient of optical depth tells (Eddington's approximation). The smooth field alone is
+/// solved for, and the transmittance comes with a lookup.
 bool DiffuseField::SampleSunlight(const DiffuseSources& sources, const trVector& towards, System& system) {
   const size_t count = system.extinction.size();
   const size_t stride[3] = {1, size_t(nodes_[0]), size_t(nodes_[0]) * nodes_[1]};
@@ -210,7 +223,8 @@ bool DiffuseField::SampleSunlight(const DiffuseSources& sources, const trVector&
   const double shortest = std::min(edge_[0], std::min(edge_[1], edge_[2]));
   system.sunlight.assign(count, 0);
   system.taken.assign(count, 0);
-  shape_.assign(count, -1);
+  shape_.assign(count, 0);
+  cosine_.assign(count, -1);
   sunDepth_.assign(count, 0);
   lightOutside_.assign(count, {});
   std::vector<trFVector> gradient(count);
@@ -242,14 +256,12 @@ bool DiffuseField::SampleSunlight(const DiffuseSources& sources, const trVector&
           squares += slope[axis] * slope[axis];
         }
         gradient[at] = trFVector(trVector(slope[0], slope[1], slope[2]));
-        const double thick = std::clamp((extinction * shortest - 0.2) / 0.8, 0.0, 1.0);
-        const double steepness = std::max(1.0, squares / (extinction * extinction));
-        shape_[at] = static_cast<float>(thick * 3.0 / steepness);
+        cosine_[at] = static_cast<float>(std::min(1.0, extinction / std::sqrt(std::max(squares, 1e-300))));
       }))
     return false;
   // Nodes in the dark take the shape of those beside them: between them light comes to its end.
   for (int pass = 0; pass < 2; ++pass) {
-    const std::vector<float> before = shape_;
+    const std::vector<float> before = cosine_;
     forNodes([&](const int position[3], size_t at) {
       if (before[at] >= 0) return;
       float sum = 0;
@@ -263,10 +275,14 @@ bool DiffuseField::SampleSunlight(const DiffuseSources& sources, const trVector&
         if (position[axis] > 0) take(at - stride[axis]);
         if (position[axis] < nodes_[axis] - 1) take(at + stride[axis]);
       }
-      if (found > 0) shape_[at] = sum / static_cast<float>(found);
+      if (found > 0) cosine_[at] = sum / static_cast<float>(found);
     });
   }
-  for (float& shape : shape_) shape = std::max(shape, 0.0f);
+  for (size_t at = 0; at < count; ++at) {
+    if (!(cosine_[at] >= 0)) cosine_[at] = 1;
+    const double thick = std::clamp((system.extinction[at] * shortest - 0.2) / 0.8, 0.0, 1.0);
+    shape_[at] = static_cast<float>(thick * 3.0 * cosine_[at] * cosine_[at]);
+  }
   // Faces between boxes, and those on the cube.
   return forNodes([&](const int position[3], size_t at) {
     double low[3], high[3];
@@ -289,9 +305,15 @@ bool DiffuseField::SampleSunlight(const DiffuseSources& sources, const trVector&
       }
       face[axis] = high[axis];
       const double sunlight = std::exp(-SunDepth(system, face, towards));
-      const double beam = area * direction[axis] * sunlight;
+      double beam = area * direction[axis] * sunlight;
+      if (position[axis] == nodes_[axis] - 1) {
+        system.taken[at] += static_cast<float>(beam);
+        continue;
+      }
+      // Inside of the volume, what the beam scatters goes on its way at first.
+      const double mean = 0.5 * (double(system.extinction[at]) + system.extinction[at + stride[axis]]);
+      beam *= 1 + 3 * mean * system.ahead * system.conductance[axis][at] * edge_[axis] / area;
       system.taken[at] += static_cast<float>(beam);
-      if (position[axis] == nodes_[axis] - 1) continue;
       const size_t next = at + stride[axis];
       const float trFVector::*const component[3] = {&trFVector::x, &trFVector::y, &trFVector::z};
       const double slope = 0.5 * (double(gradient[at].*component[axis]) + gradient[next].*component[axis]);
@@ -397,12 +419,14 @@ DiffuseField::Beam DiffuseField::BeamAt(const trVector& local) const {
   Beam beam;
   if (sunDepth_.empty()) return beam;
   const Taps taps = TapsAt(local);
+  float cosine = 0;
   for (int i = 0; i < 8; ++i) {
     const size_t at = taps.node[i];
     beam.light += lightOutside_[at] * taps.weight[i];
-    beam.shape += shape_[at] * taps.weight[i];
+    cosine += cosine_[at] * taps.weight[i];
     beam.depth += sunDepth_[at] * taps.weight[i];
   }
+  beam.cosine = cosine;
   for (int axis = 0; axis < 3; ++axis) {
     double slope = 0;
     for (int i = 0; i < 8; ++i) slope += (i >> axis & 1 ? -1.0 : 1.0) * sunDepth_[taps.node[i]];

@@ -11,10 +11,14 @@ namespace ovhost::voxel {
 
 /// What the field is found from. Points are of the world; called from one thread.
 struct DiffuseSources {
-  /// Per metre, of the medium that scatters evenly in the volume's place; and of that, the share that is
-  /// scattered.
+  /// Per metre, of the volume; of that, the share that is scattered; and the mean cosine of the angle by
+  /// which light is turned.
   std::function<double(const trVector&)> extinction;
   std::array<double, 3> albedo{1, 1, 1};
+  double meanCosine = 0;
+  /// What a lit surface takes in of a light whose cosine with its normal is given, beside what diffusion
+  /// tells.
+  std::function<double(double)> share = [](double) { return 1.0; };
   /// The main light at a point, not dimmed by the medium.
   std::function<trFCol(const trVector&)> light;
   trVector toLight{0, 1, 0};
@@ -37,10 +41,10 @@ class DiffuseField {
 
   /// What varies fastest on the way of the main light, at a point of the cube.
   struct Beam {
-    trFCol light;     ///< mean radiance of the main light, not dimmed
-    float shape = 0;  ///< of the particular solution: it is -shape * albedo * light * transmittance
-    float depth = 0;  ///< optical, towards the light
-    trVector normal;  ///< of the world, where depth decreases fastest; 0 where it doesn't change
+    trFCol light;      ///< mean radiance of the main light, not dimmed
+    float cosine = 1;  ///< between the light and the normal
+    float depth = 0;   ///< optical, towards the light
+    trVector normal;   ///< of the world, where depth decreases fastest; 0 where it doesn't change
   };
   Beam BeamAt(const trVector& local) const;
 
@@ -64,8 +68,9 @@ class DiffuseField {
   double edge_[3] = {1, 1, 1};  ///< metres between nodes
   float albedo_[3] = {1, 1, 1};
   std::array<std::vector<float>, 3> direct_, enviro_;  ///< of sunlight, without the particular solution
-  std::vector<float> shape_;                           ///< of the particular solution
-  trVector axes_[3];                                   ///< the cube's edges in the world, unit
+  std::vector<float> shape_;   ///< of the particular solution: -shape * albedo * light * transmittance
+  std::vector<float> cosine_;  ///< between the main light and the normal of equal depths; below 0: not known
+  trVector axes_[3];           ///< the cube's edges in the world, unit
   std::vector<float> sunDepth_;
   std::vector<trFCol> lightOutside_;  ///< a quarter of the main light
 };

@@ -43,7 +43,8 @@ bool OpticalPath::NextPoint() {
       if (to > size[axis]) share = std::min(share, (size[axis] - from) / (to - from));
     }
     share = std::isfinite(share) ? std::clamp(share, 0.0, 1.0) : 0.0;
-    nextDistance_ = distance_ + step_ * share * (1.0 - 1e-9);
+    // Not quite to the face, where rounding would find nothing.
+    nextDistance_ = distance_ + step_ * share * (1.0 - 1e-5);
     isLast_ = true;
   }
   next_ = medium_.Extinction(state_, origin_ + direction_ * nextDistance_);

@@ -3,12 +3,14 @@
 // The nodes of a grid, at the corners of blocks of two by two by two cells of the volume, hold the mean
 // radiance that arrives there by scattering, and its flux. A node's value is the mean of a few paths that go
 // backwards from it: along a path's free flights, the light that a collision scatters into the path is
-// counted. After some scatterings the direction is forgotten, so the rest of the path goes through a medium
-// of less extinction that scatters evenly (similarity: van de Hulst 1980, Multiple Light Scattering, ch. 14).
+// counted. After some scatterings the direction is forgotten, and the rest of the path is what diffusion
+// tells. Where light changes over a free path, it is interpolated between nodes less what an endless even
+// volume has below its surface (HalfSpace).
 #include <algorithm>
 #include <cmath>
 
 #include "host/voxel/diffuse_field.h"
+#include "host/voxel/half_space.h"
 #include "host/voxel/optical_path.h"
 #include "host/voxel/scatter_phase.h"
 #include "host/voxel/voxel_cache-inl.h"
@@ -17,9 +19,12 @@ using namespace ovhost::voxel;
 
 namespace {
 
-constexpr int kPathsPerNode = 32;
+constexpr int kPathsPerNode = 48;
+/// One path in so many sets out towards the main light's glow; and as many go on to there.
+constexpr int kLitEach = 4;
+constexpr double kLit = 1.0 / kLitEach;
 /// Scatterings that a path follows.
-constexpr int kScatterings = 4;
+constexpr int kScatterings = 3;
 /// Quality below which a secondary ray is blurred.
 constexpr double kBlurred = 0.01;
 constexpr double kDeepest = 14;  ///< optical depth past which a light counts for nothing
@@ -105,7 +110,8 @@ struct trVoxelScatterModelC::Impl {
   NodeProjector projector;
   trVoxelCache<NodeLight> nodes;
   PhaseTable phase;
-  trFCol albedo, evenScale, evenAlbedo;
+  HalfSpace halfSpace;
+  trFCol albedo;
   trVector toLight{0, 1, 0};
   int depthLimit = 0;
   DiffuseField deep;
@@ -129,9 +135,10 @@ struct trVoxelScatterModelC::Impl {
   bool FromField(trRenderState& state, const trVector& point, trFCol& direct, trFCol& enviro);
   void AddBeam(const trVector& world, Light& light, float sign) const;
   trFCol TowardsEye(const Light& light, const trVector& view) const;
-  trFCol Sunlight(trRenderState& state, const trVector& point, bool isEven, trFCol* transmittance = nullptr);
-  void Path(trRenderState& state, const trVector& origin, const trVector& direction, double firstFlight,
-            trRandomStream& draws, NodeLight& sum);
+  trFCol Sunlight(trRenderState& state, const trVector& point, trFCol* transmittance = nullptr);
+  trVector TurnedOrLit(const trVector* before, double u, double v, float& weight) const;
+  void Path(trRenderState& state, const trVector& origin, const trVector& direction, float share,
+            double firstFlight, trRandomStream& draws, NodeLight& sum);
 
   static bool FillNode(void* owner, trRenderState& state, const trVoxelBuffer& buffer, const trVector& world,
                        unsigned seed, NodeLight& value);
@@ -175,7 +182,7 @@ bool trVoxelScatterModelC::Impl::FillSide(void* owner, trRenderState& state, con
   }
   trVector axis;
   axis[side.direction / 2] = side.direction % 2 ? 1 : -1;
-  constexpr int kRows = 4;
+  constexpr int kRows = 2;
   trFCol sum;
   for (int i = 0; i < kRows * kRows; ++i) {
     const double u = (i / kRows + state.Random()) / kRows, v = (i % kRows + state.Random()) / kRows;
@@ -218,33 +225,49 @@ trFCol trVoxelScatterModelC::Impl::MeanBackground(trRenderState& state, const tr
   return SideAt(state, point, 0);
 }
 
-/// The main light at a point, dimmed by the medium, or by the one that scatters evenly in its place.
-trFCol trVoxelScatterModelC::Impl::Sunlight(trRenderState& state, const trVector& point, bool isEven,
+/// The main light at a point, dimmed by the medium.
+trFCol trVoxelScatterModelC::Impl::Sunlight(trRenderState& state, const trVector& point,
                                             trFCol* transmittance) {
   const trFCol light = LightAt(state, point);
   if (light.IsBlack()) return light;
   OpticalPath path(*medium, *lighting, state, point, toLight);
-  if (path.Advance(0, kDeepest / (isEven ? std::max(evenScale.r, 0.05f) : 1.0f))) return {};
+  if (path.Advance(0, kDeepest)) return {};
   trFCol left;
-  for (int c = 0; c < 3; ++c)
-    left[c] = static_cast<float>(std::exp(-path.Depth()[c] * (isEven ? evenScale[c] : 1.0f)));
+  for (int c = 0; c < 3; ++c) left[c] = static_cast<float>(std::exp(-path.Depth()[c]));
   if (transmittance) *transmittance = left;
   // A light that comes dimmed already.
   return tellsLight ? left * light : light;
 }
 
+/// Where a path goes on, or sets out without one before: most by where light is turned to, or to any side,
+/// and some towards the main light's glow, which would be found too seldom otherwise (one-sample balance
+/// heuristic: Veach and Guibas 1995).
+trVector trVoxelScatterModelC::Impl::TurnedOrLit(const trVector* before, double u, double v,
+                                                 float& weight) const {
+  const bool isLit = u < kLit;
+  u = isLit ? u / kLit : (u - kLit) / (1 - kLit);
+  const trVector direction = isLit    ? phase.Sample(toLight, u, v)
+                             : before ? phase.Sample(*before, u, v)
+                                      : SphereDirection(u, v);
+  const double turned = before ? phase.Value(Dot(direction, *before)) : 1.0;
+  const double density = (1 - kLit) * turned + kLit * phase.Value(Dot(direction, toLight));
+  weight = density > 0 ? static_cast<float>(turned / density) : 0.0f;
+  return direction;
+}
+
 void trVoxelScatterModelC::Impl::Path(trRenderState& state, const trVector& origin, const trVector& start,
-                                      double firstFlight, trRandomStream& draws, NodeLight& sum) {
+                                      float share, double firstFlight, trRandomStream& draws,
+                                      NodeLight& sum) {
   trVector point = origin, direction = start;
-  trFCol weight(1.0f);
+  trFCol weight(share);
   const int last = std::min(depthLimit, kScatterings);
   for (int scattering = 1; scattering <= last; ++scattering) {
     // A channel draws the free flight for all three, which share what comes out (one-sample balance
     // heuristic): equal extinctions lose nothing by it.
     const int channel = std::min(static_cast<int>(draws.Next() * 3), 2);
-    const double u = scattering == 1 ? firstFlight : draws.Next();
+    const double flight = scattering == 1 ? firstFlight : draws.Next();
     OpticalPath path(*medium, *lighting, state, point, direction);
-    const bool collides = path.Advance(channel, -std::log1p(-std::min(u, 1 - 1e-12)));
+    const bool collides = path.Advance(channel, -std::log1p(-std::min(flight, 1 - 1e-12)));
     float density[3], mean = 0;
     for (int c = 0; c < 3; ++c) {
       density[c] = static_cast<float>(std::exp(-path.Depth()[c]));
@@ -259,12 +282,10 @@ void trVoxelScatterModelC::Impl::Path(trRenderState& state, const trVector& orig
       return;
     }
     weight *= albedo;
-    // The last one sees the light of the medium that scatters evenly, what it scatters forward included.
-    const bool isLast = scattering == kScatterings;
     const float turned = static_cast<float>(phase.Value(Dot(direction, toLight)));
     trFCol transmittance;
-    sum.direct.Add(weight * Sunlight(state, point, isLast, &transmittance) * (0.25f * turned), -start);
-    if (isLast) {
+    sum.direct.Add(weight * Sunlight(state, point, &transmittance) * (0.25f * turned), -start);
+    if (scattering == kScatterings) {
       trVector local;
       trFCol direct, enviro;
       projector.Inner().MapWorldToLocal(point, local);
@@ -274,7 +295,11 @@ void trVoxelScatterModelC::Impl::Path(trRenderState& state, const trVector& orig
       return;
     }
     if (!tellsBackground) sum.enviro.Add(weight * MeanBackground(state, point), -start);
-    direction = phase.Sample(direction, draws.Next(), draws.Next());
+    const double u = draws.Next(), v = draws.Next();
+    const trVector before = direction;
+    float weightOfTurn;
+    direction = TurnedOrLit(&before, u, v, weightOfTurn);
+    weight *= weightOfTurn;
   }
 }
 
@@ -285,12 +310,13 @@ bool trVoxelScatterModelC::Impl::SolveDeep(trRenderState& state) {
   if (isDeepSolved.load(std::memory_order_relaxed)) return true;
   const DrawsGuard guard(state, 2);
   DiffuseSources sources;
-  const double scale = (evenScale.r + evenScale.g + evenScale.b) / 3.0;
   sources.extinction = [&](const trVector& point) {
     const trFCol extinction = medium->Extinction(state, point);
-    return scale * (extinction.r + extinction.g + extinction.b) / 3.0;
+    return (extinction.r + extinction.g + extinction.b) / 3.0;
   };
-  for (int c = 0; c < 3; ++c) sources.albedo[c] = evenAlbedo[c];
+  for (int c = 0; c < 3; ++c) sources.albedo[c] = albedo[c];
+  sources.meanCosine = phase.MeanCosine();
+  sources.share = [&](double cosine) { return halfSpace.DeepShare(cosine); };
   sources.light = [&](const trVector& point) { return LightAt(state, point); };
   sources.toLight = toLight;
   sources.background = [&](const trVector& point) {
@@ -311,19 +337,29 @@ bool trVoxelScatterModelC::Impl::FillNode(void* owner, trRenderState& state, con
   Impl& impl = *static_cast<Impl*>(owner);
   if (!impl.SolveDeep(state)) return false;
   trRandomStream draws{SampleSeed(seed, 0) + 0x9e3779b97f4a7c15ull * seed, 0};
-  // Directions and first flights that a node's paths share evenly: the R3 sequence (Roberts 2018), shifted.
+  // Directions that a node's paths share evenly, of either kind: lattices by the golden ratio, shifted.
   const double shift[3] = {draws.Next(), draws.Next(), draws.Next()};
   NodeLight sum;
+  double shares = 0;
   const auto wrapped = [](double x) { return x - std::floor(x); };
   for (int i = 0; i < kPathsPerNode; ++i) {
-    const trVector direction = SphereDirection(wrapped(shift[0] + i * 0.8191725133961645),
-                                               wrapped(shift[1] + i * 0.6710436067037893));
-    impl.Path(state, world, direction, wrapped(shift[2] + i * 0.5497004779019703), draws, sum);
+    const bool isLit = i % kLitEach == 0;
+    const int k = isLit ? i / kLitEach : i - i / kLitEach - 1;
+    const double among = isLit ? kPathsPerNode / kLitEach : kPathsPerNode - kPathsPerNode / kLitEach;
+    const double within = std::min((k + wrapped(shift[0] + 0.5 * isLit)) / among, 1 - 1e-9);
+    const double u = isLit ? kLit * within : kLit + (1 - kLit) * within;
+    float share;
+    const trVector direction =
+        impl.TurnedOrLit(nullptr, u, wrapped(shift[1] + k * 0.6180339887498949), share);
+    shares += share;
+    impl.Path(state, world, direction, share, wrapped(shift[2] + i * 0.5698402909980532), draws, sum);
     if (state.IsPausingOrAborting()) return false;
   }
   for (Light* light : {&sum.direct, &sum.enviro}) {
-    light->mean *= 1.0f / kPathsPerNode;
-    for (float& flux : light->flux) flux *= 1.0f / kPathsPerNode;
+    // Of what the paths stand for together: even light stays even.
+    const auto scale = static_cast<float>(1.0 / std::max(shares, 1.0));
+    light->mean *= scale;
+    for (float& flux : light->flux) flux *= scale;
   }
   if (!impl.tellsBackground) sum.enviro.mean += impl.MeanBackground(state, world);
   impl.AddBeam(world, sum.direct, 1);
@@ -332,17 +368,15 @@ bool trVoxelScatterModelC::Impl::FillNode(void* owner, trRenderState& state, con
 }
 
 /// Adds, or with a sign of -1 takes away, what makes the light of nodes even enough to be interpolated where
-/// it changes over a free path: the particular solution of diffusion, the light that the medium which
-/// scatters evenly counts as unscattered yet, and the flux of the beam, which with that of scattered light
-/// varies little.
+/// it changes over a free path: what an even surface as near would have below it, taken off, and the flux of
+/// the beam, which with that of scattered light varies little.
 void trVoxelScatterModelC::Impl::AddBeam(const trVector& world, Light& light, float sign) const {
   trVector local;
   projector.Inner().MapWorldToLocal(world, local);
   const DiffuseField::Beam beam = deep.BeamAt(local);
-  const float scale = (evenScale.r + evenScale.g + evenScale.b) / 3;
-  const float even = std::exp(-beam.depth), straight = std::exp(-beam.depth / std::max(scale, 0.01f));
-  for (int c = 0; c < 3; ++c)
-    light.mean[c] += sign * beam.light[c] * (beam.shape * evenAlbedo[c] * even - even + straight);
+  const float straight = std::exp(-beam.depth);
+  const double below = halfSpace.Change(beam.cosine, beam.depth * beam.cosine);
+  light.mean += beam.light * (-sign * static_cast<float>(below));
   const float grey = (beam.light.r + beam.light.g + beam.light.b) / 3 * straight;
   const double across = Dot(beam.normal, toLight);
   for (int axis = 0; axis < 3; ++axis)
@@ -364,13 +398,11 @@ void trVoxelScatterModelC::Init(const trVoxelProjector& projector, int depthLimi
   for (int i = 0; i < 6; ++i) impl.sides[i] = {&impl, i};
   impl.phase = PhaseTable([&medium](double c) { return medium.PhaseFunction(c); });
   impl.toLight = Normalised(medium.MainLightDirection());
-  const float g = static_cast<float>(impl.phase.MeanCosine());
   for (int c = 0; c < 3; ++c) {
     const float albedo = medium.Albedo()[c];
     impl.albedo[c] = albedo >= 0 ? std::min(albedo, 1.0f) : 0;
-    impl.evenScale[c] = 1 - impl.albedo[c] * g;
-    impl.evenAlbedo[c] = impl.evenScale[c] > 0 ? impl.albedo[c] * (1 - g) / impl.evenScale[c] : 0;
   }
+  impl.halfSpace = HalfSpace(impl.phase, (impl.albedo.r + impl.albedo.g + impl.albedo.b) / 3);
   if (lighting.IsEmpty()) return;
   // Nodes lie two cells apart, or closer where that is more than a few free paths.
   const trVector size = lighting.EstimatedVoxelSize_WrongIfRotated({});
@@ -424,13 +456,7 @@ bool trVoxelScatterModelC::Impl::FromField(trRenderState& state, const trVector&
   if (!SolveDeep(state)) return false;
   trVector local;
   projector.Inner().MapWorldToLocal(point, local);
-  const DiffuseField::Beam beam = deep.BeamAt(local);
-  const float scale = (evenScale.r + evenScale.g + evenScale.b) / 3;
-  const float even = std::exp(-beam.depth), straight = std::exp(-beam.depth / std::max(scale, 0.01f));
-  deep.Lookup(local, trFCol(even), direct, enviro);
-  // The medium that scatters evenly takes what is scattered forwards for unscattered.
-  direct += beam.light * (even - straight);
-  for (int c = 0; c < 3; ++c) direct[c] = std::max(direct[c], 0.0f);
+  deep.Lookup(local, trFCol(std::exp(-deep.BeamAt(local).depth)), direct, enviro);
   return true;
 }
 
@@ -441,6 +467,6 @@ bool trVoxelScatterModelC::MainLight(trRenderState& state, const trVector& point
   impl_->Ask(state, point);
   if (!impl_->tellsLight) return false;
   light = impl_->LightAt(state, point);
-  if (!light.IsBlack()) impl_->Sunlight(state, point, false, &transmittance);
+  if (!light.IsBlack()) impl_->Sunlight(state, point, &transmittance);
   return true;
 }

@@ -5,19 +5,6 @@
 
 namespace {
 
-/// Marks this thread as filling a cell, on every way out.
-class LookupScope {
- public:
-  LookupScope() : during_(trVoxelLightingSystem::sIsDuringLookup()), before_(during_) { during_ = 1; }
-  ~LookupScope() { during_ = before_; }
-  LookupScope(const LookupScope&) = delete;
-  LookupScope& operator=(const LookupScope&) = delete;
-
- private:
-  unsigned char& during_;
-  const unsigned char before_;
-};
-
 /// A direction evenly spread over the sphere, from two unit draws.
 trVector SphereDirection(double u, double v) {
   const double z = 1.0 - 2.0 * u, r = std::sqrt(std::max(0.0, 1.0 - z * z));
@@ -30,7 +17,7 @@ trVector SphereDirection(double u, double v) {
 bool FillFromBackground(void* owner, trRenderState& state, const trVoxelBuffer&, const trVector& world,
                         unsigned seed, trFCol& value) {
   if (state.IsPausingOrAborting()) return false;
-  const LookupScope scope;
+  const trVoxelLightingSystem::LookupScope scope;
   trRandomStream& stream = state.Shading().Random();
   const trRandomStream saved = stream;
   stream = {seed, 0};

@@ -116,13 +116,7 @@ trIntegratorLoan::trIntegratorLoan(trRenderState& state)
 
 trFCol trAtmosShader::TransmittanceTowards(trRenderState& state, const trLightState& light,
                                            const trVector& point, const trVector&) {
-  const trRayGuard guard(state);
-  trRenderState::Ray& ray = state.CurrentRay();
-  double distance;
-  ray.origin = point;
-  ray.end = light.TracePos(point, distance);
-  ray.depth = guard.saved.depth + 1;
-  ray.wantsColour = false;
+  const trTransmissionRay ray(state, light, point);
   trIntegratorLoan integrator(state);
   trAtmosShader* const self = this;
   return integrator->Integrate(state, &self, 1).transmittance;

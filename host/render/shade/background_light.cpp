@@ -7,22 +7,6 @@
 #include "host/render/shade/piece_shading.h"
 
 namespace ovhost {
-namespace {
-
-/// Marks this thread as filling a cell, on every way out.
-class LookupScope {
- public:
-  LookupScope() : during_(trVoxelLightingSystem::sIsDuringLookup()), before_(during_) { during_ = 1; }
-  ~LookupScope() { during_ = before_; }
-  LookupScope(const LookupScope&) = delete;
-  LookupScope& operator=(const LookupScope&) = delete;
-
- private:
-  unsigned char& during_;
-  const unsigned char before_;
-};
-
-}  // namespace
 
 /// A state's own means of running surface shaders: its own fields may be in use by what asks.
 struct BackgroundLight::OwnShading {
