@@ -43,6 +43,22 @@ double Seconds() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
+/// Makers of objects may draw from the generator of new seeds, as grass does. Each finds it as its place in
+/// the project tells, so that renders repeat; afterwards it goes on as if nobody had drawn.
+class MakersDraws {
+ public:
+  MakersDraws() = default;
+  ~MakersDraws() { trGlobalRand = before_; }
+  MakersDraws(const MakersDraws&) = delete;
+  MakersDraws& operator=(const MakersDraws&) = delete;
+  void BeginMaker(std::uint64_t seed, std::size_t place) const {
+    trGlobalRand.sgenrand(static_cast<unsigned long>(seed + place));
+  }
+
+ private:
+  const trMersenneTwister before_ = trGlobalRand;
+};
+
 }  // namespace
 
 World::World(juProject& project, const WorldSettings& settings, const std::atomic<bool>& stop)
@@ -155,6 +171,7 @@ bool World::DiceParts() {
 
 bool World::MakeScenes() {
   const MemoryScope memory(settings_.memoryBytes);
+  const MakersDraws draws;
   for (trBase* node : AllNodes(&project_)) {
     auto* maker = dynamic_cast<trSceneMaker*>(node);
     if (!maker) continue;
@@ -162,6 +179,7 @@ bool World::MakeScenes() {
     scene->Init();
     const trScopedErrorsWarningsContext context(node);
     const ToldErrors told;
+    draws.BeginMaker(settings_.seed, scenes_.size());
     if (!maker->Make(*scene, trSceneMaker::kRender)) {
       if (memory.HasRefused()) throw ToldMemoryLimit();
       // Makers mostly tell what stopped them.
