@@ -38,15 +38,22 @@ void OvvNodePackInOvd::EnteredXMLCustomData() {
 void OvvNodePackInOvd::HandleXMLCustomElement(const trString& name, const char** attributes) {
   if (isOpen_) pack_ += ">";
   if (depth_ == 0 && !pack_.empty()) pack_ += "\n";
-  pack_ += "<" + name;
+  pack_.append("<").append(name);
   for (int i = 0; attributes[i]; i += 2)
-    pack_ += " " + trString(attributes[i]) + "=\"" + Escaped(attributes[i + 1], true) + "\"";
+    pack_.append(" ")
+        .append(attributes[i])
+        .append("=\"")
+        .append(Escaped(attributes[i + 1], true))
+        .append("\"");
   isOpen_ = true;
   ++depth_;
 }
 
 void OvvNodePackInOvd::HandleXMLCustomElementClosed(const trString& name) {
-  pack_ += isOpen_ ? "/>" : "</" + name + ">";
+  if (isOpen_)
+    pack_ += "/>";
+  else
+    pack_.append("</").append(name).append(">");
   isOpen_ = false;
   --depth_;
 }

@@ -1,7 +1,6 @@
 // The reader of other programs' meshes: a process of its own, which may die of a damaged file.
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,6 +11,7 @@
 #include <new>
 #include <string>
 
+#include "host/base/child_limits.h"
 #include "host/base/point_table.h"
 #include "host/image/reader_sandbox.h"
 #include "host/object/codec/mesh_protocol.h"
@@ -275,11 +275,7 @@ int main() {
     return 1;
   request.path[sizeof request.path - 1] = 0;
   // A file that claims more than there is costs an exception; one that leads in circles an end.
-  const rlimit memory{request.freeMemory, request.freeMemory};
-  const auto seconds = static_cast<rlim_t>(std::max(1, request.seconds));
-  const rlimit time{seconds, seconds};
-  setrlimit(RLIMIT_AS, &memory);
-  setrlimit(RLIMIT_CPU, &time);
+  ovhost::LimitChild(request.freeMemory, static_cast<std::uint64_t>(std::max(1, request.seconds)));
   ovhost::EnterReaderSandbox();
   std::string problem;
   try {

@@ -1,7 +1,6 @@
 // The reader and writer of VDB files: a process of its own, which may die of a damaged file.
 #include <openvdb/openvdb.h>
 #include <openvdb/tools/Count.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,6 +10,7 @@
 #include <cstring>
 #include <string>
 
+#include "host/base/child_limits.h"
 #include "host/voxel/codec/vdb_protocol.h"
 
 namespace {
@@ -233,9 +233,7 @@ int main() {
   if (!request.isWrite && stat(request.path, &status) == 0)
     most = std::min(most, (std::uint64_t(1) << 28) + 64 * static_cast<std::uint64_t>(status.st_size));
   most += std::uint64_t(3) << 29;
-  const rlimit memory{most, most}, time{600, 600};
-  setrlimit(RLIMIT_AS, &memory);
-  setrlimit(RLIMIT_CPU, &time);
+  ovhost::LimitChild(most, 600);
   std::string problem;
   try {
     openvdb::initialize();
