@@ -60,7 +60,7 @@ void PowerFractalShaderV3Base::DeclareScale(const Defaults& defaults) {
   if (IsElder()) {
     settings_.globalVarDamper = 1.0;
     settings_.obeySmoothingFilter = 1;
-    Param(settings_.noiseStretch, "noise_stretch_XYZ", trVector(1, 1, 1));
+    DeclareStretch();
     return;
   }
   Gui(trGuiHiddenOpen);
@@ -94,6 +94,10 @@ void PowerFractalShaderV3Base::DeclareScale(const Defaults& defaults) {
           "Leaves out detail finer than a pixel, or than what a node downstream smooths. Off, it may "
           "flicker.");
   Gui(trGuiGap);
+  DeclareStretch();
+}
+
+void PowerFractalShaderV3Base::DeclareStretch() {
   Param(settings_.noiseStretch, "noise_stretch_XYZ", trVector(1, 1, 1))
       .About("Stretches the forms along each axis of the texture; 2 makes them twice as long.");
 }

@@ -52,6 +52,7 @@ class PowerFractalShaderV3Base : public trSurfaceShader {
  private:
   struct Defaults;
   void DeclareScale(const Defaults& defaults);
+  void DeclareStretch();
   void DeclareColour();
   void DeclareDensity();
   void DeclareDisplacement(const Defaults& defaults);
