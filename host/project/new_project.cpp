@@ -55,7 +55,7 @@ trVector GroundBelow(trShader& terrain, const trVector& point) {
 }
 
 bool AddPopulator(juProject& project) {
-  constexpr double kSize = 200, kSpacing = 3;  // metres
+  constexpr double kSize = 300, kSpacing = 3;  // metres
   trBase* const planet = project.PActiveShadableObject();
   trString surface;
   if (planet) planet->GetParam("surface_shader", surface);
@@ -72,7 +72,9 @@ bool AddPopulator(juProject& project) {
     if (trBase* object = AddNode(&project, objectClass.c_str(), name.c_str())) {
       populator->SetParam("object_maker", object->NameAndPath(), trWhoSystem);
       trBase* const shader = AddNode(&project, "default_shader", "Stone");
-      if (shader) object->SetParam("surface_shader", shader->NameAndPath(), trWhoSystem);
+      if (!shader) return false;
+      shader->SetParam("diffuse_colour", trManRgb(0.22f, 0.2f, 0.17f), trWhoSystem);
+      object->SetParam("surface_shader", shader->NameAndPath(), trWhoSystem);
     }
   }
   const std::pair<const char*, trParamValue> settings[] = {
