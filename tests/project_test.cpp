@@ -180,7 +180,7 @@ TEST(ProjectFile, EveryBadValueIsToldWithItsPlace) {
   const char* const expected[] = {
       "/C|position|test.ovd:3: '1 nan 3' is not a value of type vector",
       "/C|field_of_view|test.ovd:4: 'inf' is not a value of type double",
-      "/C|lens_mode|test.ovd:5: '1.5' is not a value of type int",
+      "/C|lens_mode|test.ovd:5: '1.5' is not a value of type int; there are 0 Field of view, 1 Focal length",
       "/C|near_clip|test.ovd:6: '1e999' is not a value of type double",
       "/C|use_target|test.ovd:6: '' is not a value of type bool",
       "/S|colour|test.ovd:7: '1 2' is not a value of type colour",

@@ -18,7 +18,7 @@ expect 0 "$installed" describe --json stripes_shader
 prints '"implementation": "StripesShader"'
 
 # Its shader in a project, evaluated and rendered: bands of 10 m, every other one raised by 3 m.
-expect 0 "$installed" new scene.ovd
+expect 0 "$installed" new scene.ovd --like plain
 sed 's|^  <planet$|  <stripes_shader name="Stripes" height="3" colour="0.1 0.9 0.1"/>\n  <planet|' scene.ovd >striped.ovd
 printf '1 5 2\n1 15 2\n' >points
 expect 0 "$installed" eval striped.ovd Stripes points

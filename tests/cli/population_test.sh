@@ -1,5 +1,5 @@
 # A new project with a population: what it takes is told beforehand, and what can't fit is refused.
-expect 0 "$OV" new rocks.ovd --seed 5 --with populator
+expect 0 "$OV" new rocks.ovd --like plain --seed 5 --with populator
 expect 2 "$OV" new other.ovd --with dragons
 expect 0 "$OV" check rocks.ovd
 
