@@ -39,7 +39,7 @@ f 2 5 6
 f 1 4 5
 f 2 6 3
 END
-cp "$SOURCE/docs/first_light.png" bark.png
+cp "$SOURCE/scenes/buoy.png" bark.png
 expect 0 "$OV" convert wedge.obj -o wedge.ovo --json
 prints '"points": 6'
 prints '"triangles": 8'
