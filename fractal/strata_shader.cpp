@@ -112,7 +112,7 @@ double StrataAndOutcropsShaderV2::Folded(double height, double base, double dept
     // Without branches, which nobody could foretell: all three are worked out and one is taken.
     const double steep = y * steepness, v = (y - full) * perRest, plateau = end * v + (1 - v);
     const double folded = steep > 1 ? plateau : steep;
-    const double u = (y > 0) & (y < end) ? folded : y;
+    const double u = ((y > 0) & (y < end)) ? folded : y;
     x = (u - 1) * depth + top;
     if (n < 2) return x;
     base += spacing * 0.25;
