@@ -180,7 +180,7 @@ TEST(Diagnostics, OnceIsOnceForAllThreads) {
 }
 
 TEST(Diagnostics, LogLinesOfManyThreadsStayWhole) {
-  const trString file = TempFile("notifier.txt");
+  const trString file = TempFile("Notifier messages");
   std::ofstream(file) << "before\n";
   Rig rig("notifier"), other("notifier");
   const trString longText(300, 'x');
@@ -204,16 +204,18 @@ TEST(Diagnostics, LogLinesOfManyThreadsStayWhole) {
 
 TEST(Diagnostics, FilesThatCannotBeWrittenAreToldOfOnce) {
   const trString target = TempFile("target.txt"), link = TempFile("link.txt"), pipe = TempFile("pipe.log"),
-                 script = TempFile("run.sh");
+                 script = TempFile("run"), hidden = TempFile(".profile");
   std::ofstream(target) << "kept";
   std::ofstream(script) << "kept";
+  ASSERT_EQ(chmod(script.c_str(), 0700), 0);
   ASSERT_EQ(symlink(target.c_str(), link.c_str()), 0);
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
   const auto contents = [](const trString& path) {
     std::ifstream in(path);
     return trString(std::istreambuf_iterator<char>(in), {});
   };
-  for (const trString& path : {trString("/no such folder/log.txt"), link, pipe, script, trString("/tmp")}) {
+  for (const trString& path :
+       {trString("/no such folder/log.txt"), link, pipe, script, hidden, trString("/tmp")}) {
     Rig rig("notifier");
     rig.LinkAll();
     rig.Set("write_message_to_file", 1);
@@ -224,6 +226,7 @@ TEST(Diagnostics, FilesThatCannotBeWrittenAreToldOfOnce) {
   }
   EXPECT_EQ(contents(target), "kept");
   EXPECT_EQ(contents(script), "kept");
+  EXPECT_EQ(contents(hidden), "");
   Rig rig("notifier");
   rig.LinkAll();
   rig.Set("write_message_to_file", 1);

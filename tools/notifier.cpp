@@ -24,7 +24,7 @@ Notifier::Notifier() {
   fileHint_.AddFileFilter("Table", "csv");
   Param(file_, "file", "Notifier Log.txt", &fileHint_)
       .About(
-          "File that lines are added to: .txt, .log or .csv, from the project's folder where no other is "
+          "File that lines are added to, from the project's folder where no other is "
           "given.");
   Param(fileMessage_, "message_to_write", message)
       .About("Text of the line in the file; tokens such as $SCAL or $VEC# are replaced by what was found.");
@@ -54,5 +54,5 @@ void Notifier::WriteToFile(const trString& line) {
   const trString name = "file";
   const trScopedErrorsWarningsContext context(this, &name);
   trWarning("Unable to write to " + path +
-            ": messages go to plain files whose names end in .txt, .log or .csv.");
+            ": messages go to plain files that are neither hidden nor programs.");
 }

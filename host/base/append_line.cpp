@@ -3,8 +3,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <filesystem>
 #include <mutex>
@@ -16,20 +14,24 @@ namespace {
 /// One line at a time, whichever node writes to whichever file.
 std::mutex turn;
 
-bool HasNameOfLog(const trString& path) {
-  std::string extension = std::filesystem::path(path).extension().string();
-  std::transform(extension.begin(), extension.end(), extension.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return extension == ".txt" || extension == ".log" || extension == ".csv";
+/// A project from elsewhere must not add to what a shell or a program reads when it starts.
+bool IsHidden(const trString& path) {
+  for (const std::filesystem::path& part : std::filesystem::path(path)) {
+    const std::string name = part.string();
+    if (name.size() > 1 && name[0] == '.' && name != "..") return true;
+  }
+  return false;
 }
 
-/// Opens without following a link in the file's place, and without waiting for who reads a pipe.
+/// Opens what is a plain file, neither hidden nor a program, without following a link in its place and
+/// without waiting for who reads a pipe.
 int OpenToAppend(const trString& path) {
-  if (!HasNameOfLog(path)) return -1;
+  if (IsHidden(path)) return -1;
   const int file =
       open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666);
   struct stat status;
-  if (file >= 0 && (fstat(file, &status) != 0 || !S_ISREG(status.st_mode))) {
+  if (file >= 0 && (fstat(file, &status) != 0 || !S_ISREG(status.st_mode) ||
+                    (status.st_mode & (S_IXUSR | S_IXGRP | S_IXOTH)))) {
     close(file);
     return -1;
   }
